@@ -1,0 +1,11 @@
+// protocol/counters.h - a device's statistics counters.
+//
+// The request's transfer.buffer_size is the room of its in-line area; the server leaves there a sequence of records and
+// stores the bytes written in transfer.returned_size. A record: one byte L, the length of the name field (0 ends the
+// list); L bytes of name, NUL-terminated; the value in 8 bytes, little-endian, unaligned.
+#pragma once
+
+#include <cstdint>
+
+inline constexpr uint32_t CNTCMD_GET = 0xC0010001;
+inline constexpr uint64_t COUNTER_VALUE_SIZE = 8;
