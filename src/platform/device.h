@@ -14,33 +14,33 @@
 // Results of the I/O functions below 0; 0 is success, IO_FAILED an error reported by the server.
 enum : int {
     IO_SUCCESS = 0,
-    IO_FAILED = 1,              // the server finished the request with an error; see the request's error word
-    IO_INTERRUPTED = -3,        // "Interrupted function call"
-    IO_NO_REPLY = -20,          // "Input/output error": no usable reply
-    IO_CANCELED = -35,          // "Operation canceled": the request was aborted
-    IO_UNAVAILABLE = -47,       // "Resource temporarily unavailable": not sent, or the wait failed
-    IO_TIME_EXPIRED = -73,      // "Time expired"
+    IO_FAILED = 1,          // the server finished the request with an error; see the request's error word
+    IO_INTERRUPTED = -3,    // "Interrupted function call"
+    IO_NO_REPLY = -20,      // "Input/output error": no usable reply
+    IO_CANCELED = -35,      // "Operation canceled": the request was aborted
+    IO_UNAVAILABLE = -47,   // "Resource temporarily unavailable": not sent, or the wait failed
+    IO_TIME_EXPIRED = -73,  // "Time expired"
 };
 
 // Results of DeviceQuery.
 enum : int {
     QUERY_SUCCESS = 0,
-    QUERY_MISSING = 1,          // no registry device, or no name
-    QUERY_UNKNOWN = 2,          // unknown query code; nothing was sent
+    QUERY_MISSING = 1,  // no registry device, or no name
+    QUERY_UNKNOWN = 2,  // unknown query code; nothing was sent
     QUERY_NO_PORT = 4,
-    QUERY_NO_DEVICE = 5,        // not in the registry
+    QUERY_NO_DEVICE = 5,  // not in the registry
     QUERY_NOT_SENT = 6,
     QUERY_NO_REPLY = 7,
-    QUERY_BAD_REPLY = 8,        // a reply with the wrong code
+    QUERY_BAD_REPLY = 8,  // a reply with the wrong code
 };
 
-inline constexpr char DEVICE_DIRECTORY[] = "run/dev/";      // registry directory of the devices' ports
-inline constexpr int64_t DEVICE_QUERY_TIMEOUT = 3000;       // milliseconds, for the send and again for the reply
+inline constexpr char DEVICE_DIRECTORY[] = "run/dev/";  // registry directory of the devices' ports
+inline constexpr int64_t DEVICE_QUERY_TIMEOUT = 3000;   // milliseconds, for the send and again for the reply
 
 // ---- time -----------------------------------------------------------------------------------------------------------
 
-uint64_t TickGetCount();                // the kernel's tick counter, milliseconds
-uint64_t TickSleep(uint32_t ticks);     // result of _SL_Delay
+uint64_t TickGetCount();             // the kernel's tick counter, milliseconds
+uint64_t TickSleep(uint32_t ticks);  // result of _SL_Delay
 
 // ---- ports and tasks ------------------------------------------------------------------------------------------------
 
@@ -77,11 +77,11 @@ int64_t CloseDevice(device_record *device);
 //   returns     the request, its header filled and its memory else zero, or null
 IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t size, uint64_t reply_port);
 
-int DeleteIOreq(IOreq *request);        // 0, or IO_UNAVAILABLE where the device's semaphore could not be taken
-int DeleteIOreqAsync(IOreq *request);   // does not wait for the server; 0 or IO_UNAVAILABLE
+int DeleteIOreq(IOreq *request);       // 0, or IO_UNAVAILABLE where the device's semaphore could not be taken
+int DeleteIOreqAsync(IOreq *request);  // does not wait for the server; 0 or IO_UNAVAILABLE
 
-int BeginIO(IOreq *request);            // starts it; the completion arrives on its reply port. 0 or IO_UNAVAILABLE
-int AbortIO(IOreq *request);            // asks for its abort; 0 or IO_UNAVAILABLE
+int BeginIO(IOreq *request);  // starts it; the completion arrives on its reply port. 0 or IO_UNAVAILABLE
+int AbortIO(IOreq *request);  // asks for its abort; 0 or IO_UNAVAILABLE
 int AbortIOEx(IOreq *request, int64_t timeout);  // the same; the send's time-out is clamped to 0..0x7FFFFFFF
 
 // Waits for the completion of one started request.

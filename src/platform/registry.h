@@ -29,8 +29,8 @@ bool RegGetKeyBin(device_record *registry, const char *key, void *buffer, uint32
 // Makes or replaces a binary key; length in bytes.
 bool RegSetKeyBin(device_record *registry, const char *key, const void *data, uint64_t length);
 
-bool RegCreateTmp(device_record *registry, const char *path);                       // a temporary directory
-bool RegCreateGuard(device_record *registry, const char *path, uint64_t value);     // a key guarded by value
+bool RegCreateTmp(device_record *registry, const char *path);                    // a temporary directory
+bool RegCreateGuard(device_record *registry, const char *path, uint64_t value);  // a key guarded by value
 
 // Iterating a directory: begin; while the call succeeded and record->on_entry is nonzero, use the entry (name, type,
 // length) and step; then end, once after every successful begin. A failed begin or step leaves the record on no entry.

@@ -17,10 +17,10 @@ enum : int {
     SYSERR_NO_SPACE = 22,
     SYSERR_NO_DEVICE = 31,
     SYSERR_NO_PROCESS = 45,
-    SYSERR_NO_ADDRESS = 54,     // "No such device or address": everything else, a service that is not there included
+    SYSERR_NO_ADDRESS = 54,  // "No such device or address": everything else, a service that is not there included
 };
 
-extern device_record *g_sysvc_device;   // the service, once opened
+extern device_record *g_sysvc_device;  // the service, once opened
 
 // The service device, opened by the first call and kept in g_sysvc_device: the device that the environment variable
 // SYSVC_DEVICE_NAME names, "sysvc" where it is not set. Null when it cannot be opened. Never to be closed.

@@ -1,5 +1,5 @@
-// terminal.h - opening and controlling a terminal device. The platform below defines both: the hosted kernel, or a plain
-// open() and ioctl() in a build for the real system.
+// terminal.h - opening and controlling a terminal device. The platform below defines both: the hosted kernel, or a
+// plain open() and ioctl() in a build for the real system.
 #pragma once
 
 // Opens the terminal device at path.

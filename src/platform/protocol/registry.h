@@ -21,23 +21,23 @@ enum : uint32_t {
 };
 
 enum : uint16_t {
-    REGTYPE_INT = 16,           // 64-bit integer
-    REGTYPE_BIN = 176,          // byte string
+    REGTYPE_INT = 16,   // 64-bit integer
+    REGTYPE_BIN = 176,  // byte string
     REGTYPE_DIR = 208,
-    REGTYPE_TMP = 215,          // temporary directory
+    REGTYPE_TMP = 215,  // temporary directory
 };
 
-inline constexpr size_t REG_NAME_ROOM = 52;     // of an iterator record, with the NUL
-inline constexpr uint64_t REG_ITERATOR_FAILED = 0xFFFF00000000;  // first 8 bytes of a record after a failed begin or step
+inline constexpr size_t REG_NAME_ROOM = 52;  // of an iterator record, with the NUL
+inline constexpr uint64_t REG_ITERATOR_FAILED = 0xFFFF00000000;  // first 8 bytes after a failed begin or step
 
 // One entry of a directory, as an iteration stands on it.
 struct RegIterator {
-    uint32_t server_word;       // the server's own
-    uint16_t type;              // REGTYPE_
-    uint8_t on_entry;           // nonzero while the iterator stands on an entry
+    uint32_t server_word;  // the server's own
+    uint16_t type;         // REGTYPE_
+    uint8_t on_entry;      // nonzero while the iterator stands on an entry
     uint8_t reserved7;
-    uint32_t length;            // bytes of the entry's value
-    char name[REG_NAME_ROOM];   // NUL-terminated
+    uint32_t length;           // bytes of the entry's value
+    char name[REG_NAME_ROOM];  // NUL-terminated
 };
 static_assert(offsetof(RegIterator, type) == 4);
 static_assert(offsetof(RegIterator, on_entry) == 6);
@@ -46,50 +46,50 @@ static_assert(offsetof(RegIterator, name) == 12);
 static_assert(sizeof(RegIterator) == 64);
 
 struct reg_caps_block {
-    uint32_t max_name;          // out: longest key name, bytes
-    uint32_t max_binary;        // out: longest binary value, bytes
-    uint32_t max_depth;         // out: deepest directory nesting
+    uint32_t max_name;    // out: longest key name, bytes
+    uint32_t max_binary;  // out: longest binary value, bytes
+    uint32_t max_depth;   // out: deepest directory nesting
 };
 static_assert(sizeof(reg_caps_block) == 12);
 
-struct reg_path_block {         // REGCMD_CREATE_TMP; the path follows
+struct reg_path_block {  // REGCMD_CREATE_TMP; the path follows
     uint64_t path;
 };
 static_assert(sizeof(reg_path_block) == 8);
 
-struct reg_int_block {          // REGCMD_GET_INT, REGCMD_CREATE_GUARD; the path follows
+struct reg_int_block {  // REGCMD_GET_INT, REGCMD_CREATE_GUARD; the path follows
     uint64_t path;
-    uint64_t value;             // get: out; guard: in
+    uint64_t value;  // get: out; guard: in
 };
 static_assert(sizeof(reg_int_block) == 16);
 
-struct reg_bin_block {          // REGCMD_GET_BIN, REGCMD_SET_BIN; the key follows, then the data
+struct reg_bin_block {  // REGCMD_GET_BIN, REGCMD_SET_BIN; the key follows, then the data
     uint64_t path;
-    uint64_t data;              // right after the key's NUL
-    uint64_t length;            // bytes; get: in the room, out what was delivered
+    uint64_t data;    // right after the key's NUL
+    uint64_t length;  // bytes; get: in the room, out what was delivered
 };
 static_assert(sizeof(reg_bin_block) == 24);
 
-struct reg_info_block {         // REGCMD_KEY_INFO; the key follows
+struct reg_info_block {  // REGCMD_KEY_INFO; the key follows
     uint64_t path;
-    uint16_t type;              // out
+    uint16_t type;  // out
     uint16_t reserved10;
-    uint32_t length;            // out: bytes; 8 for an integer, 0 for a directory
+    uint32_t length;  // out: bytes; 8 for an integer, 0 for a directory
 };
 static_assert(offsetof(reg_info_block, length) == 12);
 static_assert(sizeof(reg_info_block) == 16);
 
-struct reg_begin_block {        // REGCMD_ITERATOR_BEGIN; the path follows
-    uint64_t record;            // address of iterator, below
+struct reg_begin_block {  // REGCMD_ITERATOR_BEGIN; the path follows
+    uint64_t record;      // address of iterator, below
     uint64_t path;
-    RegIterator iterator;       // out
+    RegIterator iterator;  // out
 };
 static_assert(offsetof(reg_begin_block, iterator) == 16);
 static_assert(sizeof(reg_begin_block) == 80);
 
-struct reg_step_block {         // REGCMD_ITERATOR_NEXT, REGCMD_ITERATOR_END
+struct reg_step_block {  // REGCMD_ITERATOR_NEXT, REGCMD_ITERATOR_END
     uint64_t record;
-    RegIterator iterator;       // in and out
+    RegIterator iterator;  // in and out
 };
 static_assert(offsetof(reg_step_block, iterator) == 8);
 static_assert(sizeof(reg_step_block) == 72);

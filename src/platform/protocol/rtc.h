@@ -12,9 +12,9 @@ enum : uint32_t {
 };
 
 struct rtc_time {
-    uint32_t year;              // full
-    uint16_t month;             // 1 to 12
-    uint16_t day;               // 1 to 31
+    uint32_t year;   // full
+    uint16_t month;  // 1 to 12
+    uint16_t day;    // 1 to 31
     uint16_t hour;
     uint16_t minute;
     uint16_t second;

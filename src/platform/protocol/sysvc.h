@@ -13,22 +13,22 @@ enum : uint32_t {
     SYSVCCMD_GET_MAX_MAJOR = 0xC0030022,
 };
 
-struct sysvc_id_block {         // the four id commands
-    uint64_t task;              // in: task handle (process id for all but SYSVCCMD_GET_PID)
-    uint64_t id;                // out
+struct sysvc_id_block {  // the four id commands
+    uint64_t task;       // in: task handle (process id for all but SYSVCCMD_GET_PID)
+    uint64_t id;         // out
 };
 static_assert(sizeof(sysvc_id_block) == 16);
 
-struct sysvc_device_block {     // SYSVCCMD_DECOMPOSE_DEVICE; in: the 64-bit device number over the first two words
+struct sysvc_device_block {  // SYSVCCMD_DECOMPOSE_DEVICE; in: the 64-bit device number over the first two words
     uint32_t device_low;
-    uint32_t number;            // out; on the way in the device number's high half
+    uint32_t number;  // out; on the way in the device number's high half
     // out: the NUL-terminated driver name follows
 };
 static_assert(offsetof(sysvc_device_block, number) == 4);
 static_assert(sizeof(sysvc_device_block) == 8);
 
 struct sysvc_max_major_block {
-    uint32_t max_major;         // out
+    uint32_t max_major;  // out
 };
 
 // Error words of failed requests.

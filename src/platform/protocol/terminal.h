@@ -4,8 +4,8 @@
 #include <cstddef>
 
 enum : unsigned long {
-    TERMCTL_GET_LAYOUT = 0x6B01,    // the buffer is filled with the layout's name
-    TERMCTL_SET_LAYOUT = 0x6B02,    // the buffer holds the new name
+    TERMCTL_GET_LAYOUT = 0x6B01,  // the buffer is filled with the layout's name
+    TERMCTL_SET_LAYOUT = 0x6B02,  // the buffer holds the new name
 };
 
 inline constexpr size_t TERM_LAYOUT_SIZE = 32;  // of the buffer: a name of at most 31 characters and its NUL
