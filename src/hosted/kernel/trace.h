@@ -1,0 +1,40 @@
+// hosted/kernel/trace.h - the kernel's own ring of its last calls, in the layout of a kernel trace.
+//
+// The trace is a row of buffers. A buffer's first word is the number of entries in it; they start 3 words after its
+// start. An entry's header holds the type in bits 0 to 7 (here the call's number), the user byte in bits 8 to 15 (here
+// the class of its result) and the entry's length in words, header included, in bits 16 to 23; its parameters follow
+// (here the call's arguments). The oldest buffer is overwritten when all are full.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+#include "hosted/kernel/faults.h"
+
+namespace hosted {
+
+class trace_ring {
+public:
+    static constexpr uint64_t BUFFERS = 4;
+    static constexpr uint64_t WORDS_PER_BUFFER = 256;
+    static constexpr uint64_t LARGEST_ENTRY = 8;        // words: a header and at most 7 arguments
+
+    // Classes of results, the user byte of an entry.
+    enum : uint8_t { SUCCEEDED = 0, FAILED = 1, GAVE_VALUE = 2 };
+
+    // Adds a call, unless the trace is frozen.
+    void record(call which, uint8_t result_class, std::span<const uint64_t> arguments);
+
+    // Reads the trace, oldest buffer first; the first read freezes it. RESULT_ codes.
+    uint64_t read(uint64_t group, uint64_t index, uint64_t &value);
+
+private:
+    std::array<uint64_t, BUFFERS * WORDS_PER_BUFFER> words_{};
+    uint64_t filling_ = 0;          // the buffer being filled
+    uint64_t position_ = 3;         // next free word in it
+    uint64_t filled_ = 1;           // buffers in use
+    bool frozen_ = false;
+};
+
+}  // namespace hosted

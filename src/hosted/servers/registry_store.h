@@ -1,0 +1,48 @@
+// hosted/servers/registry_store.h - what the registry server serves: a machine's tree of keys.
+//
+// Paths are as clients give them: components separated by '/', empty ones to be skipped; the empty path is the root.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace hosted {
+
+struct registry_entry {
+    std::string name;
+    uint16_t type = 0;          // REGTYPE_
+    uint32_t length = 0;        // bytes of its value
+};
+
+// A walk over one directory's entries, in the registry's order.
+class registry_cursor {
+public:
+    virtual ~registry_cursor() = default;
+    virtual bool next(registry_entry &entry) = 0;   // false at the end
+};
+
+struct registry_limits {
+    uint32_t name = 51;         // longest key name that fits an iterator record
+    uint32_t binary = 1024;     // longest binary value
+    uint32_t depth = 16;        // deepest directory nesting
+    uint32_t buffer = 4096;     // bytes of a client's payload buffer
+};
+
+// Results are error words: 0, IOERROR_NOT_FOUND, or another code.
+class registry_store {
+public:
+    virtual ~registry_store() = default;
+
+    virtual registry_limits limits() const { return {}; }
+    virtual std::unique_ptr<registry_cursor> list(std::string_view path) = 0;  // null: no such directory
+    virtual uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) = 0;
+    virtual uint32_t read_int(std::string_view path, uint64_t &value) = 0;
+    virtual uint32_t read_binary(std::string_view path, std::string &value) = 0;
+    virtual uint32_t write_binary(std::string_view path, std::string_view value) = 0;
+    virtual uint32_t create_temporary(std::string_view path) = 0;
+    virtual uint32_t create_guard(std::string_view path, uint64_t value) = 0;
+};
+
+}  // namespace hosted

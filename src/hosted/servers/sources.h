@@ -1,0 +1,93 @@
+// hosted/servers/sources.h - where the protocols of devices get their data: each machine implements these.
+//
+// Results are error words of the request: 0, IOERROR_NOT_FOUND, or another code.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/protocol/rtc.h"
+#include "platform/protocol/service.h"
+
+namespace hosted {
+
+// Statistics counters of a device.
+class counter_source {
+public:
+    virtual ~counter_source() = default;
+
+    // The counter records of a unit.
+    //   room      bytes that the client offers; only whole records that fit are given, raw bytes are cut to it
+    //   bytes     out: the records
+    //   returned  out: the byte count to report, the size of bytes unless the source lies on purpose
+    virtual uint32_t read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) = 0;
+};
+
+// Appends one counter record to bytes unless it would grow past room; false then.
+bool append_counter(std::string &bytes, uint64_t room, std::string_view name, uint64_t value);
+
+// One service and what it takes and gives.
+struct service_description {
+    struct item {
+        std::string key;
+        uint64_t type = 0;                  // SVCTYPE_
+    };
+    std::string name;
+    std::vector<item> args;
+    std::vector<item> results;
+};
+
+// One call of a service: its arguments, and where its results go. Implemented by the service protocol.
+class service_call {
+public:
+    virtual ~service_call() = default;
+    virtual uint64_t word(size_t argument) const = 0;                      // slot word; 0 past the last
+    virtual std::optional<std::string> text(size_t argument) const = 0;    // of a string argument, if it is readable
+    virtual std::optional<svc_sockaddr> address(size_t argument) const = 0;
+
+    virtual void set_word(size_t result, uint64_t value) = 0;              // past the last slot: ignored, as below
+    virtual void set_text(size_t result, std::string_view value) = 0;      // kept in server memory until the request goes
+    virtual void set_wide(size_t result, std::u32string_view value) = 0;
+    virtual void set_address(size_t result, const svc_sockaddr &value) = 0;
+};
+
+class service_source {
+public:
+    virtual ~service_source() = default;
+    virtual size_t count() const = 0;
+    virtual uint64_t total() const { return count(); }                      // what the list reports
+    virtual const service_description &describe(size_t index) const = 0;
+    virtual uint32_t call(size_t index, service_call &call) = 0;
+};
+
+// A system log.
+class log_source {
+public:
+    virtual ~log_source() = default;
+    virtual uint32_t length(uint64_t &characters) = 0;
+    virtual uint32_t read(uint64_t offset, uint64_t room, std::string_view &text) = 0;  // valid until the next call
+    virtual uint32_t write(std::string_view message) = 0;
+    virtual void emergency(uint64_t word1, uint64_t code, uint64_t word2) = 0;
+};
+
+// A real-time clock.
+class clock_source {
+public:
+    virtual ~clock_source() = default;
+    virtual uint32_t read(rtc_time &time) = 0;
+    virtual uint32_t set(const rtc_time &time) = 0;
+};
+
+// A system service.
+class process_source {
+public:
+    virtual ~process_source() = default;
+    virtual uint32_t id(uint32_t command, uint64_t key, uint64_t &value) = 0;  // SYSVCCMD_GET_..ID; key as the client gave
+    virtual uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) = 0;
+    virtual uint32_t max_major(uint32_t &major) = 0;
+};
+
+}  // namespace hosted
