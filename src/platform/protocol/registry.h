@@ -27,7 +27,7 @@ enum : uint16_t {
     REGTYPE_TMP = 215,  // temporary directory
 };
 
-inline constexpr size_t REG_NAME_ROOM = 52;  // of an iterator record, with the NUL
+inline constexpr size_t REG_NAME_ROOM = 52;                      // of an iterator record, with the NUL
 inline constexpr uint64_t REG_ITERATOR_FAILED = 0xFFFF00000000;  // first 8 bytes after a failed begin or step
 
 // One entry of a directory, as an iteration stands on it.

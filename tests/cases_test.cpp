@@ -1,0 +1,427 @@
+// Whole runs as data: each tests/cases/*.case holds the runs of one command, each run a machine, the arguments, and all
+// that must come of it. A case becomes the test Cases.COMMAND/TITLE. The form:
+//
+//   === title                      begins a case
+//   machine: FILE                  below tests/machines, or demo; or a block. Without it the machine is empty
+//   run: task -n --sort '1,desc'   the arguments; quotes and backslashes as in a shell
+//   env: NAME=VALUE                repeatable
+//   output: /dev/full              standard output goes to this file, and is compared no more
+//   status: 1                      0 unless given
+//   stdin: stdout: stderr: calls: saved:
+//                                  blocks: the key alone, then lines that begin with | (the rest and a line feed) or
+//                                  % (the same with the escapes \n \t \r \\ \xHH, and no line feed of its own)
+//   # comment
+//
+// What is not given of stdout and stderr must be empty. `calls` is the whole call log: `*` stands for any characters of
+// a line, a line `...` for any lines. `saved` lists texts that the saved machine must hold in this order. The run has a
+// directory of its own, with the machine in it under its own name (a block: machine.json).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+
+#include "run_ventix.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char machines_directory[] = VENTIX_SOURCE_DIR "/tests/machines/";
+constexpr char demo_machine[] = VENTIX_SOURCE_DIR "/machines/demo.json";
+
+struct test_case {
+    int line = 0;  // of its title
+    std::string title;
+    std::map<std::string, std::string> fields;  // by key; blocks joined
+    std::vector<std::string> environment;
+    bool machine_is_block = false;
+};
+
+// ---- reading --------------------------------------------------------------------------------------------------------
+
+std::runtime_error wrong(int line, const std::string &what) {
+    return std::runtime_error("line " + std::to_string(line) + ": " + what);
+}
+
+std::vector<std::string> lines_of(const std::string &text) {
+    std::vector<std::string> lines;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
+    return lines;
+}
+
+std::string trimmed(const std::string &text) {
+    const size_t begin = text.find_first_not_of(" \t");
+    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
+}
+
+std::string unescaped(const std::string &text, int line) {
+    std::string result;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            result += text[i];
+            continue;
+        }
+        const char kind = ++i < text.size() ? text[i] : '\0';
+        switch (kind) {
+        case 'n': result += '\n'; break;
+        case 't': result += '\t'; break;
+        case 'r': result += '\r'; break;
+        case '\\': result += '\\'; break;
+        case 'x': {
+            const std::string digits = text.substr(i + 1, 2);
+            if (digits.size() < 2 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+                throw wrong(line, "two hexadecimal digits expected behind \\x");
+            result += static_cast<char>(std::stoi(digits, nullptr, 16));
+            i += 2;
+            break;
+        }
+        default: throw wrong(line, "unknown escape");
+        }
+    }
+    return result;
+}
+
+// Splits as a shell does, without its expansions.
+std::vector<std::string> words_of(const std::string &text, int line) {
+    std::vector<std::string> words;
+    std::optional<std::string> word;
+    char quote = '\0';
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (quote == '\0' && (c == ' ' || c == '\t')) {
+            if (word) words.push_back(*word);
+            word.reset();
+            continue;
+        }
+        if (!word) word.emplace();
+        if (c == quote) {
+            quote = '\0';
+        } else if (quote == '\0' && (c == '\'' || c == '"')) {
+            quote = c;
+        } else if (c == '\\' && quote != '\'') {
+            if (++i == text.size()) throw wrong(line, "nothing behind the last backslash");
+            if (quote == '"' && text[i] != '"' && text[i] != '\\') *word += '\\';
+            *word += text[i];
+        } else {
+            *word += c;
+        }
+    }
+    if (quote != '\0') throw wrong(line, "a quote is not closed");
+    if (word) words.push_back(*word);
+    return words;
+}
+
+void check_complete(const test_case &test, std::vector<std::string> &titles) {
+    if (!test.fields.contains("run")) throw wrong(test.line, "the case has no run");
+    if (std::find(titles.begin(), titles.end(), test.title) != titles.end())
+        throw wrong(test.line, "the title stands twice");
+    titles.push_back(test.title);
+}
+
+std::vector<test_case> read_cases(const std::string &text) {
+    static const std::vector<std::string> single = {"machine", "run", "output", "status"};
+    static const std::vector<std::string> blocks = {"machine", "stdin", "stdout", "stderr", "calls", "saved"};
+    const auto among = [](const std::vector<std::string> &keys, const std::string &key) {
+        return std::find(keys.begin(), keys.end(), key) != keys.end();
+    };
+
+    std::vector<test_case> cases;
+    std::vector<std::string> titles;
+    std::string *block = nullptr;  // the one that is being read
+    int number = 0;
+    for (const auto &line : lines_of(text)) {
+        ++number;
+        if (line.starts_with("=== ")) {
+            if (!cases.empty()) check_complete(cases.back(), titles);
+            cases.push_back({.line = number, .title = trimmed(line.substr(4)), .fields = {}, .environment = {}});
+            block = nullptr;
+            continue;
+        }
+        if (line.starts_with('#') || trimmed(line).empty()) continue;
+        if (cases.empty()) throw wrong(number, "a case begins with === and its title");
+        if (line[0] == '|' || line[0] == '%') {
+            if (!block) throw wrong(number, "no block was begun");
+            *block += line[0] == '|' ? line.substr(1) + '\n' : unescaped(line.substr(1), number);
+            continue;
+        }
+        const size_t colon = line.find(':');
+        if (colon == std::string::npos) throw wrong(number, "KEY: VALUE expected");
+        test_case &test = cases.back();
+        const std::string key = line.substr(0, colon);
+        const std::string value = trimmed(line.substr(colon + 1));
+        block = nullptr;
+        if (key == "env") {
+            test.environment.push_back(value);
+            continue;
+        }
+        const bool is_block = value.empty() && among(blocks, key);
+        if (!is_block && !among(single, key)) throw wrong(number, "unknown key, or one that takes a block: " + key);
+        if (test.fields.contains(key)) throw wrong(number, "given twice: " + key);
+        test.fields[key] = value;
+        if (key == "run") words_of(value, number);  // so that a slip is found where it stands
+        if (!is_block) continue;
+        block = &test.fields[key];
+        if (key == "machine") test.machine_is_block = true;
+    }
+    if (!cases.empty()) check_complete(cases.back(), titles);
+    return cases;
+}
+
+// ---- comparing ------------------------------------------------------------------------------------------------------
+
+// One line as it can be shown: what does not print becomes an escape.
+std::string visible(const std::string &line) {
+    std::string result;
+    for (const char c : line) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte < 0x7F) {
+            result += c;
+        } else {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", byte);
+            result += escape;
+        }
+    }
+    if (result.ends_with(' ')) result += "$";  // marks blanks at the end
+    return result;
+}
+
+using line_match = std::function<bool(const std::string &expected, const std::string &actual)>;
+
+// The lines of both texts in order: "-" where it was expected but is not there, "+" where it is there unexpectedly.
+std::string difference(std::vector<std::string> expected, std::vector<std::string> actual, const line_match &same) {
+    constexpr size_t shown = 2000;  // of each: the table below is their product
+    expected.resize(std::min(expected.size(), shown));
+    actual.resize(std::min(actual.size(), shown));
+    const size_t rows = expected.size() + 1, columns = actual.size() + 1;
+    std::vector<size_t> common(rows * columns);  // length of the longest common run from (i, j) on
+    for (size_t i = rows - 1; i-- > 0;) {
+        for (size_t j = columns - 1; j-- > 0;) {
+            common[i * columns + j] = same(expected[i], actual[j])
+                                          ? common[(i + 1) * columns + j + 1] + 1
+                                          : std::max(common[(i + 1) * columns + j], common[i * columns + j + 1]);
+        }
+    }
+    std::string result;
+    size_t i = 0, j = 0;
+    while (i < expected.size() || j < actual.size()) {
+        if (i < expected.size() && j < actual.size() && same(expected[i], actual[j])) {
+            result += "  " + visible(actual[j]) + '\n';
+            ++i, ++j;
+        } else if (j == actual.size() ||
+                   (i < expected.size() && common[(i + 1) * columns + j] >= common[i * columns + j + 1])) {
+            result += "- " + visible(expected[i++]) + '\n';
+        } else {
+            result += "+ " + visible(actual[j++]) + '\n';
+        }
+    }
+    return result;
+}
+
+void expect_text(const char *what, const std::string &expected, const std::string &actual) {
+    if (expected == actual) return;
+    auto wanted = lines_of(expected), got = lines_of(actual);
+    if (!expected.empty() && expected.back() != '\n') wanted.push_back("(no line feed at the end)");
+    if (!actual.empty() && actual.back() != '\n') got.push_back("(no line feed at the end)");
+    ADD_FAILURE() << what << " (- expected, + is there):\n" << difference(wanted, got, std::equal_to<>());
+}
+
+// Whether a `*` pattern covers a line.
+bool line_matches(std::string_view pattern, std::string_view line) {
+    size_t p = 0, l = 0, star = std::string_view::npos, resume = 0;
+    while (l < line.size()) {
+        if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            resume = l;
+        } else if (p < pattern.size() && pattern[p] == line[l]) {
+            ++p, ++l;
+        } else if (star != std::string_view::npos) {
+            p = star + 1;
+            l = ++resume;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', p) == std::string_view::npos;
+}
+
+// Whether the patterns cover the log from its first line to its last.
+bool log_matches(const std::vector<std::string> &patterns, const std::vector<std::string> &log) {
+    size_t p = 0, l = 0, gap = patterns.size(), resume = 0;  // gap: the last `...` passed
+    while (l < log.size()) {
+        if (p < patterns.size() && patterns[p] == "...") {
+            gap = p++;
+            resume = l;
+        } else if (p < patterns.size() && line_matches(patterns[p], log[l])) {
+            ++p, ++l;
+        } else if (gap != patterns.size()) {
+            p = gap + 1;
+            l = ++resume;
+        } else {
+            return false;
+        }
+    }
+    while (p < patterns.size() && patterns[p] == "...") ++p;
+    return p == patterns.size();
+}
+
+void expect_calls(const std::string &expected, const std::string &actual) {
+    auto patterns = lines_of(expected);
+    const auto log = lines_of(actual);
+    if (log_matches(patterns, log)) return;
+    std::erase(patterns, "...");
+    ADD_FAILURE() << "kernel calls (- expected, + is there; what ... may cover shows as +):\n"
+                  << difference(patterns, log, line_matches);
+}
+
+void expect_saved(const std::string &expected, const std::string &saved) {
+    size_t at = 0;
+    for (const auto &line : lines_of(expected)) {
+        const std::string text = trimmed(line);
+        const size_t found = saved.find(text, at);
+        if (found == std::string::npos) {
+            ADD_FAILURE() << "not in the saved machine" << (at ? " behind the texts above it" : "") << ": " << text
+                          << "\n"
+                          << saved;
+            return;
+        }
+        at = found + text.size();
+    }
+}
+
+// ---- running --------------------------------------------------------------------------------------------------------
+
+// Puts the machine into the directory of the run. Gives its name there.
+std::string place_machine(const test_case &test, const scratch_directory &directory) {
+    const auto field = test.fields.find("machine");
+    if (test.machine_is_block) return directory.write("machine.json", field->second), "machine.json";
+    const std::string name = field == test.fields.end() ? "empty.json" : field->second;
+    const fs::path source = name == "demo" ? fs::path(demo_machine) : fs::path(machines_directory + name);
+    fs::copy_file(source, directory.file(source.filename()));
+    return source.filename();
+}
+
+void run_case(const test_case &test) {
+    const auto field = [&test](const char *key) -> std::string {
+        const auto found = test.fields.find(key);
+        return found == test.fields.end() ? "" : found->second;
+    };
+    const scratch_directory directory;
+    ventix_run run;
+    run.arguments = words_of(field("run"), test.line);
+    run.environment = test.environment;
+    run.machine = place_machine(test, directory);
+    run.directory = directory.path();
+    run.input = field("stdin");
+    run.output_file = field("output");
+    if (test.fields.contains("calls")) run.environment.push_back("VENTIX_CALL_LOG=calls.log");
+    if (test.fields.contains("saved")) run.environment.push_back("VENTIX_MACHINE_SAVE=saved.json");
+
+    const ventix_result result = run_ventix(run);
+    const int status = test.fields.contains("status") ? std::stoi(field("status")) : 0;
+    EXPECT_EQ(result.status, status);
+    if (!test.fields.contains("output")) expect_text("standard output", field("stdout"), result.output);
+    expect_text("standard error", field("stderr"), result.diagnostics);
+    if (test.fields.contains("calls")) expect_calls(field("calls"), read_file(directory.file("calls.log")));
+    if (test.fields.contains("saved")) expect_saved(field("saved"), read_file(directory.file("saved.json")));
+}
+
+// ---- making the tests -----------------------------------------------------------------------------------------------
+
+class case_test : public testing::Test {
+public:
+    explicit case_test(std::function<void()> body) : body_(std::move(body)) {}
+    void TestBody() override { body_(); }
+
+private:
+    std::function<void()> body_;
+};
+
+void add_test(const std::string &name, const std::string &file, int line, std::function<void()> body) {
+    testing::RegisterTest("Cases", name.c_str(), nullptr, nullptr, file.c_str(), line,
+                          [body = std::move(body)]() -> testing::Test * { return new case_test(body); });
+}
+
+void add_file(const fs::path &path) {
+    const std::string command = path.stem(), file = "tests/cases/" + path.filename().string();
+    try {
+        for (const auto &test : read_cases(read_file(path))) {
+            add_test(command + '/' + test.title, file, test.line, [test, file] {
+                const testing::ScopedTrace trace(file.c_str(), test.line, test.fields.at("run"));
+                run_case(test);
+            });
+        }
+    } catch (const std::exception &error) {
+        const std::string what = error.what();
+        add_test(command, file, 1, [file, what] { ADD_FAILURE() << file << ": " << what; });
+    }
+}
+
+[[maybe_unused]] const bool added = [] {
+    std::vector<fs::path> files;
+    for (const auto &entry : fs::directory_iterator(VENTIX_SOURCE_DIR "/tests/cases")) {
+        if (entry.path().extension() == ".case") files.push_back(entry.path());
+    }
+    std::sort(files.begin(), files.end());
+    for (const auto &file : files) add_file(file);
+    return true;
+}();
+
+// ---- the form's own test --------------------------------------------------------------------------------------------
+
+TEST(CaseFiles, CallLogsArePatterns) {
+    struct row {
+        std::vector<std::string> patterns, log;
+        bool match;
+    };
+    const row rows[] = {
+        {{}, {}, true},
+        {{}, {"a"}, false},
+        {{"a"}, {}, false},
+        {{"..."}, {}, true},
+        {{"...", "a(*) = 0", "..."}, {"b", "a(1, 2) = 0", "c"}, true},
+        {{"...", "a(*) = 0"}, {"a(1) = 0", "b", "a(2) = 0"}, true},
+        {{"...", "a(*) = 0"}, {"a(1) = 0", "b"}, false},
+        {{"a(*)", "b"}, {"a(1) x", "b"}, false},
+        {{"...", "a", "b", "..."}, {"a", "a", "b"}, true},
+        {{"*b*c"}, {"abcbd"}, false},
+        {{"*b*c"}, {"abcbc"}, true},
+    };
+    for (const auto &[patterns, log, match] : rows)
+        EXPECT_EQ(log_matches(patterns, log), match) << testing::PrintToString(patterns);
+}
+
+TEST(CaseFiles, SlipsAreFoundWhereTheyStand) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"run: x\n", "line 1: a case begins with === and its title"},
+        {"=== a\nstatus: 1\n", "line 1: the case has no run"},
+        {"=== a\nrun: x\n=== a\nrun: x\n", "line 3: the title stands twice"},
+        {"=== a\nrun: x\n\n|text\n", "line 4: no block was begun"},
+        {"=== a\nrun: 'x\n", "line 2: a quote is not closed"},
+        {"=== a\nrun: x\nstdout: text\n", "line 3: unknown key, or one that takes a block: stdout"},
+        {"=== a\nrun: x\nstderr:\n|y\nstderr:\n", "line 5: given twice: stderr"},
+        {"=== a\nrun: x\nstdout:\n%\\q\n", "line 4: unknown escape"},
+    };
+    for (const auto &[text, message] : rows) {
+        try {
+            read_cases(text);
+            ADD_FAILURE() << "accepted: " << text;
+        } catch (const std::exception &error) {
+            EXPECT_STREQ(error.what(), message);
+        }
+    }
+    EXPECT_EQ(words_of(R"(a 'b "c' "d \" \e" \'f '')", 1),
+              (std::vector<std::string>{"a", "b \"c", "d \" \\e", "'f", ""}));
+}
+
+}  // namespace

@@ -1,0 +1,45 @@
+// run_ventix.h - runs the built executable as its user does, in a process of its own and on a machine chosen by the
+// test.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// One run. What is not set is what most tests want.
+struct ventix_run {
+    std::vector<std::string> arguments;    // behind the program's name
+    std::vector<std::string> environment;  // NAME=VALUE; beats what the run is given anyway (below)
+    std::string machine = "empty.json";    // VENTIX_MACHINE: a path, absolute or in `directory`
+    std::string directory = VENTIX_SOURCE_DIR "/tests/machines";  // where it runs
+    std::string program = {};      // path to start, such as a symbolic link; empty: the built ventix
+    std::string input = {};        // what it reads from standard input
+    std::string output_file = {};  // where standard output goes instead of ventix_result::output
+};
+
+struct ventix_result {
+    int status = -1;     // exit status; 128 + the signal that ended it; -1 where it could not be started or was ended
+    std::string output;  // standard output
+    std::string diagnostics;  // standard error, and why the status is -1
+};
+
+// Runs it to its end, or ends it after 20 seconds. Its environment is PATH, TZ=UTC, VENTIX_MACHINE and the settings of
+// the sanitizers, no more: nothing that the tests are run with changes a result.
+ventix_result run_ventix(const ventix_run &run);
+
+// A directory that is removed, with all in it, at the end of its scope.
+class scratch_directory {
+public:
+    scratch_directory();
+    ~scratch_directory();
+    scratch_directory(const scratch_directory &) = delete;
+    scratch_directory &operator=(const scratch_directory &) = delete;
+
+    const std::string &path() const { return path_; }
+    std::string file(const std::string &name) const { return path_ + '/' + name; }
+    std::string write(const std::string &name, const std::string &text) const;  // gives the file's path
+
+private:
+    std::string path_;
+};
+
+std::string read_file(const std::string &path);  // its bytes; none where it cannot be read
