@@ -1,8 +1,8 @@
 // hosted/kernel/arena.h - the memory that clients and servers share.
 //
 // One region of address space, at one fixed address where that is free, reserved without access and opened as it grows.
-// Its bookkeeping lies outside it, so that nothing a client writes can corrupt it. Under the address sanitizer the bytes
-// that nobody asked for, or gave back, are poisoned.
+// Its bookkeeping lies outside it, so that nothing a client writes can corrupt it. Under the address sanitizer the
+// bytes that nobody asked for, or gave back, are poisoned.
 #pragma once
 
 #include <cstddef>
@@ -41,14 +41,15 @@ public:
 
 private:
     bool reserve();
-    bool open_up_to(uint64_t end);      // offset in bytes
+    bool open_up_to(uint64_t end);  // offset in bytes
 
     std::byte *base_ = nullptr;
-    uint64_t reserved_ = 0;             // bytes of address space
-    uint64_t opened_ = 0;               // bytes from base_ that may be accessed
-    bool refused_ = false;              // the system gave no address space at all
-    std::map<uint64_t, uint64_t> used_; // offset -> size asked for
-    std::map<uint64_t, uint64_t> free_; // offset -> bytes, neighbours joined
+    uint64_t reserved_ = 0;              // bytes of address space
+    uint64_t opened_ = 0;                // bytes from base_ that may be accessed
+    uint64_t end_ = 0;                   // offset behind the last block ever handed out
+    bool refused_ = false;               // the system gave no address space at all
+    std::map<uint64_t, uint64_t> used_;  // offset -> size asked for
+    std::map<uint64_t, uint64_t> free_;  // offset -> bytes, neighbours joined
 };
 
 }  // namespace hosted

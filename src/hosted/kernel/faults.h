@@ -11,24 +11,52 @@ namespace hosted {
 
 // The kernel calls, in the order of platform/kernel.h.
 enum class call : uint8_t {
-    create_msg_port, create_handle, delete_object, send_msg, recv_msg, recv_msg_ptr,
-    wait_semaphore, signal_semaphore, delay, get_state,
-    get_object_info, get_address_memo, control_object, raise_exception, get_system_data, get_last_error,
-    create_iterator, begin_iterator, step_iterator, get_iterator_info,
-    create_semaphore, create_memo, alloc_view, virtual_free, create_store, get_store, create_watch_object, create_event,
-    set_event, reset_event, wait_for_event_ptr, set_exception_handler, ret_exception, set_state,
+    create_msg_port,
+    create_handle,
+    delete_object,
+    send_msg,
+    recv_msg,
+    recv_msg_ptr,
+    wait_semaphore,
+    signal_semaphore,
+    delay,
+    get_state,
+    get_object_info,
+    get_address_memo,
+    control_object,
+    raise_exception,
+    get_system_data,
+    get_last_error,
+    create_iterator,
+    begin_iterator,
+    step_iterator,
+    get_iterator_info,
+    create_semaphore,
+    create_memo,
+    alloc_view,
+    virtual_free,
+    create_store,
+    get_store,
+    create_watch_object,
+    create_event,
+    set_event,
+    reset_event,
+    wait_for_event_ptr,
+    set_exception_handler,
+    ret_exception,
+    set_state,
 };
 inline constexpr size_t CALL_COUNT = 34;
 
-std::string_view call_name(call which);                         // "_SL_SendMsg"
+std::string_view call_name(call which);  // "_SL_SendMsg"
 std::optional<call> call_by_name(std::string_view name);
-bool call_gives_handle(call which);                             // its failure is NO_OBJECT and the last error
+bool call_gives_handle(call which);  // its failure is NO_OBJECT and the last error
 
 struct fault {
     call which = call::get_state;
-    std::optional<uint32_t> code;   // counts only sends of a message with this code
-    uint64_t nth = 1;               // the call that it replaces, counted from 1 ...
-    uint64_t times = 1;             // ... and the following, in all so many
+    std::optional<uint32_t> code;  // counts only sends of a message with this code
+    uint64_t nth = 1;              // the call that it replaces, counted from 1 ...
+    uint64_t times = 1;            // ... and the following, in all so many
     uint64_t result = 0;
 };
 

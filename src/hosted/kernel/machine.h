@@ -37,12 +37,12 @@ public:
 
     // ---- identity and handles -----------------------------------------------------------------------------------
 
-    virtual uint64_t task() = 0;                    // the calling task
-    virtual uint64_t thread(bool first) = 0;        // a calling thread, the process's first or a further one; 0: of no
-                                                    // name here, the kernel gives it a handle
-    virtual bool knows(uint64_t handle) = 0;        // names an object of this machine (a vanished one does not)
-    virtual uint64_t first_handle() = 0;            // where the kernel's own handles begin
-    virtual bool reserves(uint64_t handle) = 0;     // a handle that the kernel must not give out
+    virtual uint64_t task() = 0;                 // the calling task
+    virtual uint64_t thread(bool first) = 0;     // a calling thread, the process's first or a further one; 0: of no
+                                                 // name here, the kernel gives it a handle
+    virtual bool knows(uint64_t handle) = 0;     // names an object of this machine (a vanished one does not)
+    virtual uint64_t first_handle() = 0;         // where the kernel's own handles begin
+    virtual bool reserves(uint64_t handle) = 0;  // a handle that the kernel must not give out
 
     // The tick at which a virtual clock starts; nothing for a machine that runs on the real clock.
     virtual std::optional<uint64_t> virtual_tick() = 0;

@@ -18,7 +18,7 @@ class trace_ring {
 public:
     static constexpr uint64_t BUFFERS = 4;
     static constexpr uint64_t WORDS_PER_BUFFER = 256;
-    static constexpr uint64_t LARGEST_ENTRY = 8;        // words: a header and at most 7 arguments
+    static constexpr uint64_t LARGEST_ENTRY = 8;  // words: a header and at most 7 arguments
 
     // Classes of results, the user byte of an entry.
     enum : uint8_t { SUCCEEDED = 0, FAILED = 1, GAVE_VALUE = 2 };
@@ -31,9 +31,8 @@ public:
 
 private:
     std::array<uint64_t, BUFFERS * WORDS_PER_BUFFER> words_{};
-    uint64_t filling_ = 0;          // the buffer being filled
-    uint64_t position_ = 3;         // next free word in it
-    uint64_t filled_ = 1;           // buffers in use
+    uint64_t filling_ = 0;   // the buffer being filled
+    uint64_t position_ = 3;  // next free word in it
     bool frozen_ = false;
 };
 

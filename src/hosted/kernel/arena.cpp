@@ -1,0 +1,130 @@
+// arena.cpp - reservation, opening and bookkeeping of the shared region.
+#include "hosted/kernel/arena.h"
+
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <cstring>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define VENTIX_POISONS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define VENTIX_POISONS 1
+#endif
+#endif
+#ifdef VENTIX_POISONS
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(address, size) (static_cast<void>(address), static_cast<void>(size))
+#define ASAN_UNPOISON_MEMORY_REGION(address, size) (static_cast<void>(address), static_cast<void>(size))
+#endif
+
+namespace hosted {
+
+namespace {
+
+// Below the kernel's own mapping area for any amount of address randomisation, and within what the sanitizers' shadow
+// memory covers, on both processors. Not a promise: where it is taken, the region lies elsewhere.
+constexpr uint64_t FIXED_ADDRESS = 0x7EA000000000;
+constexpr uint64_t LARGEST_RESERVATION = uint64_t{16} << 30;
+constexpr uint64_t SMALLEST_RESERVATION = uint64_t{1} << 20;
+constexpr uint64_t OPENING_STEP = uint64_t{64} << 10;
+constexpr uint64_t ALIGNMENT = 16;
+
+uint64_t round_up(uint64_t value, uint64_t step) { return (value + step - 1) / step * step; }
+
+}  // namespace
+
+arena::~arena() {
+    if (base_ == nullptr) return;
+    ASAN_UNPOISON_MEMORY_REGION(base_, opened_);
+    munmap(base_, reserved_);
+}
+
+bool arena::reserve() {
+    if (base_ != nullptr) return true;
+    if (refused_) return false;
+    for (uint64_t size = LARGEST_RESERVATION; size >= SMALLEST_RESERVATION; size /= 2) {
+        constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
+        void *at = mmap(reinterpret_cast<void *>(FIXED_ADDRESS), size, PROT_NONE, flags | MAP_FIXED_NOREPLACE, -1, 0);
+        if (at == MAP_FAILED) at = mmap(nullptr, size, PROT_NONE, flags, -1, 0);
+        if (at == MAP_FAILED) continue;
+        base_ = static_cast<std::byte *>(at);
+        reserved_ = size;
+        return true;
+    }
+    refused_ = true;
+    return false;
+}
+
+bool arena::open_up_to(uint64_t end) {
+    if (end <= opened_) return true;
+    const uint64_t wanted = std::min(round_up(end, OPENING_STEP), reserved_);
+    if (mprotect(base_ + opened_, wanted - opened_, PROT_READ | PROT_WRITE) != 0) return false;
+    ASAN_POISON_MEMORY_REGION(base_ + opened_, wanted - opened_);
+    opened_ = wanted;
+    return true;
+}
+
+uint64_t arena::allocate(uint64_t size) {
+    if (size == 0 || !reserve() || size > reserved_) return 0;
+    const uint64_t taken = round_up(size, ALIGNMENT);
+
+    // First fit among what was given back; the bytes there may have been written, so they are cleared.
+    for (auto hole = free_.begin(); hole != free_.end(); ++hole) {
+        if (hole->second < taken) continue;
+        const auto [offset, room] = *hole;
+        free_.erase(hole);
+        if (room > taken) free_.emplace(offset + taken, room - taken);
+        ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
+        std::memset(base_ + offset, 0, size);
+        used_.emplace(offset, size);
+        return reinterpret_cast<uint64_t>(base_ + offset);
+    }
+
+    const uint64_t offset = end_;
+    if (taken > reserved_ - offset || !open_up_to(offset + taken)) return 0;
+    ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
+    used_.emplace(offset, size);
+    end_ = offset + taken;
+    return reinterpret_cast<uint64_t>(base_ + offset);
+}
+
+void arena::release(uint64_t address) {
+    if (base_ == nullptr) return;
+    const uint64_t offset = address - reinterpret_cast<uint64_t>(base_);
+    const auto block = used_.find(offset);
+    if (block == used_.end()) return;
+    uint64_t begin = offset;
+    uint64_t end = offset + round_up(block->second, ALIGNMENT);
+    ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
+    used_.erase(block);
+
+    auto next = free_.lower_bound(begin);
+    if (next != free_.end() && next->first == end) {
+        end += next->second;
+        next = free_.erase(next);
+    }
+    if (next != free_.begin()) {
+        const auto before = std::prev(next);
+        if (before->first + before->second == begin) {
+            begin = before->first;
+            free_.erase(before);
+        }
+    }
+    free_.emplace(begin, end - begin);
+}
+
+std::span<std::byte> arena::span(uint64_t address, uint64_t length) const {
+    const uint64_t offset = address - reinterpret_cast<uint64_t>(base_);
+    if (base_ == nullptr || offset >= end_ || length == 0) return {};
+    const auto after = used_.upper_bound(offset);
+    if (after == used_.begin()) return {};
+    const auto &[begin, size] = *std::prev(after);
+    const uint64_t inside = offset - begin;
+    if (inside >= size || length > size - inside) return {};
+    return {base_ + offset, length};
+}
+
+}  // namespace hosted
