@@ -1,0 +1,70 @@
+// The ring of calls keeps the layout of a kernel trace, the latest calls in it, and stands still once read.
+#include "hosted/kernel/trace.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/kernel.h"
+
+namespace hosted {
+namespace {
+
+// The first argument of every entry, as a reader walks the buffers.
+std::vector<uint64_t> first_arguments(trace_ring &ring) {
+    std::vector<uint64_t> found;
+    for (uint64_t buffer = 0; buffer < trace_ring::BUFFERS; buffer++) {
+        const uint64_t start = buffer * trace_ring::WORDS_PER_BUFFER;
+        uint64_t entries = 0;
+        EXPECT_EQ(ring.read(KSYSIDX_TRACE_RAW_WORDS, start, entries), RESULT_SUCCESS);
+        uint64_t at = start + 3;
+        for (uint64_t entry = 0; entry < entries; entry++) {
+            uint64_t header = 0, argument = 0;
+            EXPECT_EQ(ring.read(KSYSIDX_TRACE_ENTRY_WORDS, at, header), RESULT_SUCCESS);
+            EXPECT_EQ(ring.read(KSYSIDX_TRACE_ENTRY_WORDS, at + 1, argument), RESULT_SUCCESS);
+            EXPECT_EQ(header & 0xFF, static_cast<uint64_t>(call::get_state));
+            EXPECT_EQ(header >> 8 & 0xFF, uint64_t{trace_ring::GAVE_VALUE});
+            found.push_back(argument);
+            at += header >> 16 & 0xFF;
+        }
+        EXPECT_LE(at, start + trace_ring::WORDS_PER_BUFFER);
+    }
+    return found;
+}
+
+TEST(TraceRing, KeepsTheLastCallsInOrderAndFreezes) {
+    for (const uint64_t calls : {uint64_t{0}, uint64_t{1}, uint64_t{100}, uint64_t{5000}}) {
+        trace_ring ring;
+        const uint64_t arguments[9] = {};
+        for (uint64_t number = 1; number <= calls; number++) {
+            uint64_t given[9];
+            std::copy(std::begin(arguments), std::end(arguments), given);
+            given[0] = number;
+            ring.record(call::get_state, trace_ring::GAVE_VALUE, {given, 1 + number % 9});
+        }
+        const auto found = first_arguments(ring);
+        ASSERT_EQ(found.empty(), calls == 0);
+        for (size_t i = 0; i < found.size(); i++) EXPECT_EQ(found[i], calls - found.size() + 1 + i);
+        if (calls <= 100) {
+            EXPECT_EQ(found.size(), calls);
+        }
+
+        ring.record(call::delay, trace_ring::SUCCEEDED, arguments);
+        EXPECT_EQ(first_arguments(ring), found) << "frozen";
+    }
+}
+
+TEST(TraceRing, RefusesWhatIsNotThere) {
+    trace_ring ring;
+    uint64_t words = 0, value = 77;
+    ASSERT_EQ(ring.read(KSYSIDX_TRACE, KSYSIDX_TRACE_WORDS, words), RESULT_SUCCESS);
+    EXPECT_EQ(ring.read(KSYSIDX_TRACE_RAW_WORDS, words, value), RESULT_NO_ITEM);
+    EXPECT_EQ(ring.read(KSYSIDX_TRACE_ENTRY_WORDS, ~uint64_t{0}, value), RESULT_NO_ITEM);
+    EXPECT_EQ(ring.read(KSYSIDX_TRACE, 6, value), RESULT_NO_ITEM);
+    EXPECT_EQ(ring.read(KSYSIDX_REGISTERINFO, 1, value), RESULT_NO_ITEM);
+    EXPECT_EQ(value, 77u);
+}
+
+}  // namespace
+}  // namespace hosted
