@@ -11,7 +11,10 @@
 #include "platform/device.h"
 #include "platform/protocol/registry.h"
 
-// The registry device, opened by the first call and kept; null when it cannot be opened. Never to be closed.
+extern device_record *g_registry_device;  // the registry, once opened
+
+// The registry device, opened by the first call and kept in g_registry_device; null when it cannot be opened. Never to
+// be closed.
 device_record *GetRegDev();
 
 // What the registry allows, in bytes and levels; each pointer may be null.
@@ -34,6 +37,7 @@ bool RegCreateGuard(device_record *registry, const char *path, uint64_t value); 
 
 // Iterating a directory: begin; while the call succeeded and record->on_entry is nonzero, use the entry (name, type,
 // length) and step; then end, once after every successful begin. A failed begin or step leaves the record on no entry.
+// The record is as the server sent it: its name ends at a NUL or with its field, whichever comes first.
 bool RegItBegin(device_record *registry, RegIterator *record, const char *path);
 bool RegItNext(device_record *registry, RegIterator *record);
 bool RegItEnd(device_record *registry, RegIterator *record);

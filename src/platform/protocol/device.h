@@ -12,7 +12,7 @@
 enum : uint32_t {
     DEVMSG_OPEN = 0x20D00,    // to a device's port: reply port, handle of the calling task
     DEVMSG_OPENED = 0x20D01,  // reply: word2 the address of the device record, or 0
-    DEVMSG_CLOSE = 0x20D10,   // to the record's server port: device record address, reply port
+    DEVMSG_CLOSE = 0x20D10,   // to the record's server port, which names the record: 0, reply port
     DEVMSG_CLOSED = 0x20D11,
     DEVMSG_CREATE_REQUEST = 0x21D10,        // device record address, total size in bytes
     DEVMSG_REQUEST_CREATED = 0x21D11,       // on the record's private port: word2 the request's address, or 0
