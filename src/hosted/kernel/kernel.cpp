@@ -197,7 +197,7 @@ uint64_t kernel::send(uint64_t port, const kernel_message &message) {
     if (!to) return RESULT_NO_OBJECT;
     const kernel_message sent = {message.word1, message.code & 0xFFFFFFFF, message.word2};
     if (to->behind != nullptr) {
-        to->behind->receive(sent);
+        to->behind->deliver(sent, port);
     } else {
         to->queue.push_back(sent);
         wake_.notify_all();

@@ -3,6 +3,9 @@
 // A device is a name, a behaviour and the protocols that it speaks. The server here opens and closes, makes and deletes
 // requests, begins and aborts them, answers queries, and answers late, wrongly or never where the behaviour says so; a
 // protocol only performs its commands.
+//
+// A request that was begun is answered once, whatever happens in between. What names an unknown request or record
+// changes nothing, but a reply that its sender waits for comes all the same.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +13,7 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include "hosted/kernel/kernel.h"
@@ -23,40 +26,58 @@ namespace hosted {
 struct device_behaviour {
     enum class opening : uint8_t { accept, refuse, null, silent };
 
-    struct outcome {                            // of a request of one command
-        bool silent = false;                    // never completes
-        bool abort = false;                     // completes as aborted
-        std::optional<uint32_t> error;          // completes with this error
-        int64_t delay = 0;                      // milliseconds
+    struct outcome {                    // of a request of one command
+        bool silent = false;            // never completes
+        bool abort = false;             // completes as aborted; its error word is left alone
+        std::optional<uint32_t> error;  // completes with this error
+        int64_t delay = 0;              // milliseconds until it is performed and completes
     };
 
-    struct answer {                             // to one query
-        bool silent = false;
-        std::optional<uint32_t> code;           // in place of the query's code + 1
-        std::optional<uint64_t> value;          // in place of what queries says, or 0
-        int64_t delay = 0;                      // milliseconds
+    struct answer {                    // to one query
+        bool silent = false;           // never comes
+        std::optional<uint32_t> code;  // in place of the query's code + 1
+        uint64_t value = 0;
+        int64_t delay = 0;  // milliseconds
     };
 
     opening open = opening::accept;
-    bool null_requests = false;                 // creating a request gives no request
-    std::vector<uint64_t> classes;              // class codes, for the class query
-    std::map<uint32_t, uint64_t> queries;       // further queries and their answers; a ping is always answered
-    std::map<uint32_t, answer> answers;
-    std::map<uint32_t, outcome> requests;       // by command
+    bool null_requests = false;            // creating a request gives no request
+    std::vector<uint64_t> classes;         // class codes, for the class query
+    std::map<uint32_t, uint64_t> queries;  // further queries and their answers; a ping is always answered
+    std::map<uint32_t, answer> answers;    // in place of what the query would be answered
+    std::map<uint32_t, outcome> requests;  // by command
 };
 
-inline constexpr uint32_t QUERY_UNKNOWN_ANSWER = 0x20003;   // code of the answer to what a device does not answer
+inline constexpr uint32_t QUERY_UNKNOWN_ANSWER = 0x20003;  // code of the answer to what a device does not answer
 
-// A begun request, as a protocol sees it.
+// A begun request, as a protocol sees it. Its memory is the client's to write at any time, so that a field is read
+// once.
 struct request_view {
     arena &memory;
     IOreq &header;
-    uint64_t address;                           // of the request
-    uint64_t size;                              // of the request, bytes
+    uint64_t address;  // of the request
+    uint64_t size;     // of the request, bytes
+    uint64_t payload;  // address of the argument block, as the client gave it
+    uint64_t buffer;   // address of the payload buffer of its device record; 0 where there is none
+    uint64_t buffer_size;
 
-    // The argument block that the payload word names, if it lies in shared memory; else an empty span.
-    std::span<std::byte> payload(uint64_t length) const { return memory.span(header.payload, length); }
-    template <class T> T *block() const { return memory.record<T>(header.payload); }
+    // The bytes from an address to the end of what it lies in: the request, or the payload buffer. Empty elsewhere: no
+    // request reaches other memory.
+    std::span<std::byte> rest(uint64_t at) const;
+
+    // So many bytes at an address; empty unless all of them may be reached.
+    std::span<std::byte> bytes(uint64_t at, uint64_t length) const;
+
+    // The text at an address, without its NUL; nothing where it does not end in time.
+    std::optional<std::string_view> text(uint64_t at) const;
+
+    // The argument block as a record, or null (out of reach, or misaligned).
+    template <class T> T *block() const {
+        return bytes(payload, sizeof(T)).empty() ? nullptr : memory.record<T>(payload);
+    }
+
+    // The request as a record that begins with its header, or null where it is too short.
+    template <class T> T *whole() const { return size < sizeof(T) ? nullptr : memory.record<T>(address); }
 };
 
 // One protocol of a device: a set of commands.
@@ -65,12 +86,12 @@ public:
     virtual ~device_protocol() = default;
 
     // Performs a request's command: 0 or the error word it fails with; nothing for a command of another protocol.
-    virtual std::optional<uint32_t> perform(request_view &request) = 0;
+    virtual std::optional<uint32_t> perform(uint32_t command, const request_view &request) = 0;
 
     // Takes a message that is none of the device protocol's; false if it is none of this one's either.
     virtual bool direct(const kernel_message &) { return false; }
 
-    // A request is deleted, or its device closed: what was kept for it goes.
+    // The request at an address is deleted, or its device closed: what was kept for it goes.
     virtual void forget(uint64_t /*request*/) {}
 };
 
@@ -94,15 +115,51 @@ protected:
     kernel &kernel_;
 
 private:
-    struct request;
-    struct record;
+    // One open of the device.
+    struct record {
+        uint64_t address = 0;
+        uint64_t server_port = 0;  // a handle of its own to the server's port, by which a close names it
+        uint64_t private_port = 0;
+        uint64_t semaphore = 0;
+        uint64_t context = 0;
+        uint64_t lock = 0;
+        uint64_t context_port = 0;  // reply port of the context's request
+        uint64_t buffer = 0;
+    };
+
+    struct request {
+        uint64_t id = 0;
+        uint64_t address = 0;
+        uint64_t size = 0;
+        uint64_t record = 0;      // address of its device record
+        bool pending = false;     // begun and not answered
+        uint64_t begun = 0;       // count of the begin; tells a late completion of an earlier one
+        uint64_t reply_port = 0;  // of that begin
+    };
+
+    void open(uint64_t reply_port);
+    void close(uint64_t reply_port);
+    void create(uint64_t record_address, uint64_t size);
+    void remove(uint64_t id);
+    void query(const kernel_message &message);
+
+    std::optional<record> make_record();
+    bool make_client_context(record &made);
+    void release(const record &gone);
+    IOreq *make_request(uint64_t record_address, uint64_t size);
+    request *find(uint64_t id);
+    void drop(const request &gone);
+    void finish(request &done, const device_behaviour::outcome &outcome);
+    uint32_t perform(const request &performed);
+    std::optional<uint64_t> answer(uint32_t code, uint64_t parameter) const;
 
     device_behaviour behaviour_;
     std::vector<std::unique_ptr<device_protocol>> protocols_;
-    uint64_t context_size_ = 0;                 // 0: no context
-    std::map<uint64_t, std::unique_ptr<record>> records_;    // by address
-    std::map<uint64_t, std::unique_ptr<request>> requests_;  // by id
-    uint64_t next_id_ = 1;
+    uint64_t context_size_ = 0;             // 0: no context
+    std::map<uint64_t, record> records_;    // by address
+    std::map<uint64_t, request> requests_;  // by id
+    uint64_t last_id_ = 0;
+    uint64_t begins_ = 0;
 };
 
 }  // namespace hosted
