@@ -12,22 +12,22 @@ namespace hosted {
 
 struct registry_entry {
     std::string name;
-    uint16_t type = 0;          // REGTYPE_
-    uint32_t length = 0;        // bytes of its value
+    uint16_t type = 0;    // REGTYPE_
+    uint32_t length = 0;  // bytes of its value
 };
 
 // A walk over one directory's entries, in the registry's order.
 class registry_cursor {
 public:
     virtual ~registry_cursor() = default;
-    virtual bool next(registry_entry &entry) = 0;   // false at the end
+    virtual bool next(registry_entry &entry) = 0;  // false at the end
 };
 
 struct registry_limits {
-    uint32_t name = 51;         // longest key name that fits an iterator record
-    uint32_t binary = 1024;     // longest binary value
-    uint32_t depth = 16;        // deepest directory nesting
-    uint32_t buffer = 4096;     // bytes of a client's payload buffer
+    uint32_t name = 51;      // longest key name that fits an iterator record
+    uint32_t binary = 1024;  // longest binary value
+    uint32_t depth = 16;     // deepest directory nesting
+    uint32_t buffer = 4096;  // bytes of a client's payload buffer
 };
 
 // Results are error words: 0, IOERROR_NOT_FOUND, or another code.

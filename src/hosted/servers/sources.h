@@ -33,7 +33,7 @@ bool append_counter(std::string &bytes, uint64_t room, std::string_view name, ui
 struct service_description {
     struct item {
         std::string key;
-        uint64_t type = 0;                  // SVCTYPE_
+        uint64_t type = 0;  // SVCTYPE_
     };
     std::string name;
     std::vector<item> args;
@@ -44,12 +44,12 @@ struct service_description {
 class service_call {
 public:
     virtual ~service_call() = default;
-    virtual uint64_t word(size_t argument) const = 0;                      // slot word; 0 past the last
-    virtual std::optional<std::string> text(size_t argument) const = 0;    // of a string argument, if it is readable
+    virtual uint64_t word(size_t argument) const = 0;                    // slot word; 0 past the last
+    virtual std::optional<std::string> text(size_t argument) const = 0;  // of a string argument, if it is readable
     virtual std::optional<svc_sockaddr> address(size_t argument) const = 0;
 
-    virtual void set_word(size_t result, uint64_t value) = 0;              // past the last slot: ignored, as below
-    virtual void set_text(size_t result, std::string_view value) = 0;      // kept in server memory until the request goes
+    virtual void set_word(size_t result, uint64_t value) = 0;          // past the last slot: ignored, as below
+    virtual void set_text(size_t result, std::string_view value) = 0;  // kept in server memory until the request goes
     virtual void set_wide(size_t result, std::u32string_view value) = 0;
     virtual void set_address(size_t result, const svc_sockaddr &value) = 0;
 };
@@ -58,7 +58,7 @@ class service_source {
 public:
     virtual ~service_source() = default;
     virtual size_t count() const = 0;
-    virtual uint64_t total() const { return count(); }                      // what the list reports
+    virtual uint64_t total() const { return count(); }  // what the list reports
     virtual const service_description &describe(size_t index) const = 0;
     virtual uint32_t call(size_t index, service_call &call) = 0;
 };
@@ -85,7 +85,8 @@ public:
 class process_source {
 public:
     virtual ~process_source() = default;
-    virtual uint32_t id(uint32_t command, uint64_t key, uint64_t &value) = 0;  // SYSVCCMD_GET_..ID; key as the client gave
+    virtual uint32_t id(uint32_t command, uint64_t key,
+                        uint64_t &value) = 0;  // SYSVCCMD_GET_..ID; key as the client gave
     virtual uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) = 0;
     virtual uint32_t max_major(uint32_t &major) = 0;
 };
