@@ -26,12 +26,6 @@ constexpr auto time_limit = std::chrono::seconds(20);
 // sanitizers do find has a status that no command gives.
 constexpr char sanitizer_settings[] = "ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:exitcode=99";
 
-// Another build can be put to the same tests, such as the one that is shipped.
-std::string built_program() {
-    const char *other = std::getenv("VENTIX_TEST_EXECUTABLE");
-    return other ? other : VENTIX_EXECUTABLE;
-}
-
 std::vector<std::string> environment_of(const ventix_run &run) {
     std::vector<std::string> all = run.environment;
     const auto add = [&all](const std::string &setting) {
@@ -113,10 +107,16 @@ bool converse(const ventix_run &run, pipe_ends &in, pipe_ends &out, pipe_ends &e
 
 }  // namespace
 
+// Another build can be put to the same tests, such as the one that is shipped.
+std::string ventix_program() {
+    const char *other = std::getenv("VENTIX_TEST_EXECUTABLE");
+    return other ? other : VENTIX_EXECUTABLE;
+}
+
 ventix_result run_ventix(const ventix_run &run) {
     signal(SIGPIPE, SIG_IGN);  // a child that does not read its input is no fault of this process
     ventix_result result;
-    const std::string program = run.program.empty() ? built_program() : run.program;
+    const std::string program = run.program.empty() ? ventix_program() : run.program;
     std::vector<std::string> words = run.arguments;
     words.insert(words.begin(), run.program.empty() ? "ventix" : program);
     std::vector<std::string> settings = environment_of(run);

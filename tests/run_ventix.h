@@ -7,9 +7,9 @@
 
 // One run. What is not set is what most tests want.
 struct ventix_run {
-    std::vector<std::string> arguments;    // behind the program's name
-    std::vector<std::string> environment;  // NAME=VALUE; beats what the run is given anyway (below)
-    std::string machine = "empty.json";    // VENTIX_MACHINE: a path, absolute or in `directory`
+    std::vector<std::string> arguments = {};    // behind the program's name
+    std::vector<std::string> environment = {};  // NAME=VALUE; beats what the run is given anyway (below)
+    std::string machine = "empty.json";         // VENTIX_MACHINE: a path, absolute or in `directory`
     std::string directory = VENTIX_SOURCE_DIR "/tests/machines";  // where it runs
     std::string program = {};      // path to start, such as a symbolic link; empty: the built ventix
     std::string input = {};        // what it reads from standard input
@@ -21,6 +21,9 @@ struct ventix_result {
     std::string output;  // standard output
     std::string diagnostics;  // standard error, and why the status is -1
 };
+
+// The path of the built ventix, or of the one that VENTIX_TEST_EXECUTABLE names in its place.
+std::string ventix_program();
 
 // Runs it to its end, or ends it after 20 seconds. Its environment is PATH, TZ=UTC, VENTIX_MACHINE and the settings of
 // the sanitizers, no more: nothing that the tests are run with changes a result.

@@ -1,0 +1,83 @@
+// The dispatcher started through links, and the links that it makes and removes.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "main/tools.h"
+#include "run_ventix.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string per_command(const std::string &before, const std::string &after) {
+    std::string text;
+    for (const tool *row = s_tools; row->name; ++row) text += before + row->name + after;
+    return text;
+}
+
+std::string unknown(const std::string &name) { return "Unknown command: \"" + name + "\".\n"; }
+
+TEST(Dispatcher, ChoosesByTheNameItIsStartedAs) {
+    const std::string usage = run_ventix({}).output;
+    const ventix_result free = run_ventix({.arguments = {"free", "--help"}});
+    const struct {
+        const char *link;
+        std::vector<std::string> arguments;
+        std::string output, diagnostics;
+        int status = 1;
+    } cases[] = {
+        {"free", {"--help"}, free.output, free.diagnostics, free.status},
+        {"a\\free", {"--help"}, free.output, free.diagnostics, free.status},
+        {"./b\\free", {"--help"}, usage, unknown("b\\free")},  // a backslash behind a slash is a character
+        {"old-ventix", {"free", "--help"}, free.output, free.diagnostics, free.status},
+        {"ventix-free", {"--version"}, "ventix v0.2.2\n", "", 0},
+        {"--list", {}, usage, unknown("--list")},
+    };
+    const scratch_directory place;
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.link);
+        fs::create_symlink(ventix_program(), place.file(row.link));
+        const ventix_result result =
+            run_ventix({.arguments = row.arguments, .directory = place.path(), .program = row.link});
+        EXPECT_EQ(result.output, row.output);
+        EXPECT_EQ(result.diagnostics, row.diagnostics);
+        EXPECT_EQ(result.status, row.status);
+    }
+}
+
+TEST(Dispatcher, MakesAndRemovesItsLinks) {
+    const scratch_directory place;
+    const auto run = [&place](std::vector<std::string> arguments) {
+        const ventix_result result = run_ventix({.arguments = std::move(arguments), .directory = place.path()});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.diagnostics, "");
+        return result.output;
+    };
+    const auto count = [&place] {
+        return std::distance(fs::directory_iterator(place.path()), fs::directory_iterator());
+    };
+
+    place.write("task", "not a link");
+    EXPECT_EQ(run({"--install", "foo", "--verbose"}), "");  // not in third place
+    EXPECT_EQ(count(), 25);
+    for (const tool *row = s_tools; row->name; ++row) {
+        const fs::path link = place.file(row->name);
+        if (link.filename() == "task") {
+            EXPECT_EQ(read_file(link), "not a link");
+        } else {
+            EXPECT_EQ(fs::read_symlink(link), "ventix");
+        }
+    }
+    EXPECT_EQ(run({"--install", "--verbose"}), per_command("Create symlink '", "'\n"));
+
+    fs::remove(place.file("free"));
+    place.write("keep", "");
+    EXPECT_EQ(run({"--uninstall", "--verbose"}), per_command("Remove symlink '", "'\n"));
+    EXPECT_EQ(count(), 1);
+    EXPECT_EQ(run({"--uninstall"}), "");
+}
+
+}  // namespace
