@@ -92,7 +92,7 @@ public:
     virtual bool direct(const kernel_message &) { return false; }
 
     // The request at an address is deleted, or its device closed: what was kept for it goes.
-    virtual void forget(uint64_t /*request*/) {}
+    virtual void forget(arena & /*memory*/, uint64_t /*request*/) {}
 };
 
 class device_server : public server {

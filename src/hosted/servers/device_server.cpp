@@ -1,0 +1,265 @@
+// device_server.cpp - opens, requests, completions, aborts and queries, healthy or as the behaviour says.
+#include "hosted/servers/device_server.h"
+
+#include <cstring>
+#include <utility>
+
+namespace hosted {
+
+// ---- what a protocol may reach --------------------------------------------------------------------------------------
+
+std::span<std::byte> request_view::rest(uint64_t at) const {
+    if (at - address < size) return memory.span(at, size - (at - address));
+    if (at - buffer < buffer_size) return memory.span(at, buffer_size - (at - buffer));
+    return {};
+}
+
+std::span<std::byte> request_view::bytes(uint64_t at, uint64_t length) const {
+    const auto reachable = rest(at);
+    return length <= reachable.size() ? reachable.first(length) : std::span<std::byte>{};
+}
+
+std::optional<std::string_view> request_view::text(uint64_t at) const {
+    const auto reachable = rest(at);
+    const auto *begin = reinterpret_cast<const char *>(reachable.data());
+    const void *end = reachable.empty() ? nullptr : std::memchr(begin, '\0', reachable.size());
+    if (end == nullptr) return std::nullopt;
+    return std::string_view(begin, static_cast<size_t>(static_cast<const char *>(end) - begin));
+}
+
+// ---- messages -------------------------------------------------------------------------------------------------------
+
+device_server::device_server(kernel &owner, device_behaviour behaviour)
+    : kernel_(owner), behaviour_(std::move(behaviour)) {}
+
+// The kernel, its ports and its memory go as a whole; there is nobody left to tell.
+device_server::~device_server() = default;
+
+void device_server::add(std::unique_ptr<device_protocol> protocol) { protocols_.push_back(std::move(protocol)); }
+
+void device_server::receive(const kernel_message &message) {
+    switch (message.code) {
+    case DEVMSG_OPEN: return open(message.word1);
+    case DEVMSG_CLOSE: return close(message.word2);
+    case DEVMSG_CREATE_REQUEST: return create(message.word1, message.word2);
+    case DEVMSG_DELETE_REQUEST:
+        if (const auto known = records_.find(message.word1); known != records_.end()) {
+            if (const request *named = find(message.word2); named != nullptr && named->record == known->first) {
+                remove(message.word2);
+            }
+            kernel_.post(known->second.private_port, DEVMSG_REQUEST_DELETED, message.word2);
+        }
+        return;
+    case DEVMSG_DELETE_REQUEST_ASYNC: return remove(message.word2);
+    case IOMSG_BEGIN: return begin(message.word1, message.word2);
+    case IOMSG_ABORT: return abort(message.word1, message.word2);
+    default: return query(message);
+    }
+}
+
+void device_server::query(const kernel_message &message) {
+    const auto code = static_cast<uint32_t>(message.code);
+    if (const auto listed = behaviour_.answers.find(code); listed != behaviour_.answers.end()) {
+        const device_behaviour::answer &told = listed->second;
+        if (told.silent) return;
+        const uint32_t reply = told.code.value_or(code + 1);
+        if (told.delay <= 0) return kernel_.post(message.word1, reply, told.value);
+        return kernel_.after(told.delay, [&to = kernel_, port = message.word1, reply, value = told.value] {
+            to.post(port, reply, value);
+        });
+    }
+    if (const auto value = answer(code, message.word2)) return kernel_.post(message.word1, code + 1, *value);
+    for (const auto &protocol : protocols_) {
+        if (protocol->direct(message)) return;
+    }
+    kernel_.post(message.word1, QUERY_UNKNOWN_ANSWER, 0);
+}
+
+std::optional<uint64_t> device_server::answer(uint32_t code, uint64_t parameter) const {
+    if (const auto listed = behaviour_.queries.find(code); listed != behaviour_.queries.end()) return listed->second;
+    if (code == DEVQUERY_PING) return 0;
+    if (code == DEVQUERY_GET_CLASS && parameter < behaviour_.classes.size()) return behaviour_.classes[parameter];
+    return std::nullopt;
+}
+
+// ---- device records -------------------------------------------------------------------------------------------------
+
+void device_server::open(uint64_t reply_port) {
+    using opening = device_behaviour::opening;
+    if (behaviour_.open == opening::silent) return;
+    uint64_t address = 0;
+    if (behaviour_.open != opening::null) {
+        if (const auto made = make_record()) address = made->address;
+    }
+    kernel_.post(reply_port, DEVMSG_OPENED, address);
+}
+
+std::optional<device_server::record> device_server::make_record() {
+    record made;
+    made.address = kernel_.memory().allocate(sizeof(device_record));
+    auto *shared = kernel_.memory().record<device_record>(made.address);
+    if (shared == nullptr) return std::nullopt;
+    const uint64_t client = kernel_.machine().task();
+    caller self;
+    made.server_port = kernel_.create_handle(self, port());
+    made.private_port = kernel_.new_port(client);
+    made.semaphore = kernel_.new_semaphore(client, 1);
+    if (context_size_ != 0 && !make_client_context(made)) {
+        release(made);
+        return std::nullopt;
+    }
+    shared->accepted = behaviour_.open == device_behaviour::opening::refuse ? 0 : 1;
+    shared->semaphore = made.semaphore;
+    shared->server_port = made.server_port;
+    shared->private_port = made.private_port;
+    shared->context = made.context;
+    records_.emplace(made.address, made);
+    return made;
+}
+
+// What it made before it failed stands in the record, to be released with it.
+bool device_server::make_client_context(record &made) {
+    arena &memory = kernel_.memory();
+    made.context = memory.allocate(sizeof(client_context));
+    made.buffer = memory.allocate(context_size_);
+    auto *context = memory.record<client_context>(made.context);
+    if (context == nullptr || made.buffer == 0) return false;
+    const uint64_t client = kernel_.machine().task();
+    made.lock = kernel_.new_semaphore(client, 1);
+    made.context_port = kernel_.new_port(client);
+    context->lock = made.lock;
+    context->buffer = made.buffer;
+    context->buffer_size = context_size_;
+    if (behaviour_.null_requests) return true;
+    IOreq *shared = make_request(made.address, sizeof(IOreq));
+    if (shared == nullptr) return false;
+    shared->reply_port = made.context_port;
+    shared->status = IOREQ_STATUS_NEW;
+    shared->flags = IOREQ_FLAGS_DEFAULT;
+    context->request = reinterpret_cast<uint64_t>(shared);
+    return true;
+}
+
+void device_server::close(uint64_t reply_port) {
+    for (auto known = records_.begin(); known != records_.end(); ++known) {
+        if (known->second.server_port != addressed()) continue;
+        const record gone = known->second;
+        records_.erase(known);
+        release(gone);
+        break;
+    }
+    kernel_.post(reply_port, DEVMSG_CLOSED, 0);
+}
+
+void device_server::release(const record &gone) {
+    std::erase_if(requests_, [&](const auto &known) {
+        if (known.second.record != gone.address) return false;
+        drop(known.second);
+        return true;
+    });
+    for (const uint64_t object : {gone.private_port, gone.semaphore, gone.lock, gone.context_port}) {
+        kernel_.destroy(object);
+    }
+    caller self;
+    static_cast<void>(kernel_.delete_object(self, gone.server_port, DELETE_HANDLE));  // the client may have deleted it
+    for (const uint64_t block : {gone.buffer, gone.context, gone.address}) kernel_.memory().release(block);
+}
+
+// ---- requests -------------------------------------------------------------------------------------------------------
+
+void device_server::create(uint64_t record_address, uint64_t size) {
+    const auto known = records_.find(record_address);
+    if (known == records_.end()) return;  // nobody knows where a reply would be awaited
+    IOreq *made = behaviour_.null_requests ? nullptr : make_request(record_address, size);
+    kernel_.post(known->second.private_port, DEVMSG_REQUEST_CREATED, reinterpret_cast<uint64_t>(made));
+}
+
+IOreq *device_server::make_request(uint64_t record_address, uint64_t size) {
+    if (size < sizeof(IOreq)) return nullptr;
+    const uint64_t address = kernel_.memory().allocate(size);
+    auto *shared = kernel_.memory().record<IOreq>(address);
+    if (shared == nullptr) return nullptr;
+    shared->id = ++last_id_;
+    shared->device = record_address;
+    requests_.emplace(last_id_, request{.id = last_id_, .address = address, .size = size, .record = record_address});
+    return shared;
+}
+
+device_server::request *device_server::find(uint64_t id) {
+    const auto known = requests_.find(id);
+    return known == requests_.end() ? nullptr : &known->second;
+}
+
+void device_server::remove(uint64_t id) {
+    const auto known = requests_.find(id);
+    if (known == requests_.end()) return;
+    drop(known->second);
+    requests_.erase(known);
+}
+
+void device_server::drop(const request &gone) {
+    for (const auto &protocol : protocols_) protocol->forget(kernel_.memory(), gone.address);
+    kernel_.memory().release(gone.address);
+}
+
+void device_server::begin(uint64_t reply_port, uint64_t id) {
+    request *begun = find(id);
+    if (begun == nullptr) return kernel_.post(reply_port, IOMSG_FAILED, id);
+    if (begun->pending) return;  // its one answer is under way
+    begun->pending = true;
+    begun->begun = ++begins_;
+    begun->reply_port = reply_port;
+
+    device_behaviour::outcome outcome;
+    if (!behaviour_.requests.empty()) {
+        const uint32_t command = kernel_.memory().record<IOreq>(begun->address)->command;
+        const auto listed = behaviour_.requests.find(command);
+        if (listed != behaviour_.requests.end()) outcome = listed->second;
+    }
+    if (outcome.silent) return;
+    if (outcome.delay <= 0) return finish(*begun, outcome);
+    kernel_.after(outcome.delay, [this, id, begins = begins_, outcome] {
+        request *late = find(id);
+        if (late != nullptr && late->pending && late->begun == begins) finish(*late, outcome);
+    });
+}
+
+void device_server::finish(request &done, const device_behaviour::outcome &outcome) {
+    done.pending = false;
+    uint32_t code = IOMSG_ABORTED;
+    if (!outcome.abort) {
+        const uint32_t error = outcome.error ? *outcome.error : perform(done);
+        const bool failed = outcome.error || error != 0;
+        if (failed) kernel_.memory().record<IOreq>(done.address)->error = error;
+        code = failed ? IOMSG_FAILED : IOMSG_DONE;
+    }
+    kernel_.post(done.reply_port, code, done.id);
+}
+
+uint32_t device_server::perform(const request &performed) {
+    IOreq *header = kernel_.memory().record<IOreq>(performed.address);
+    const auto opened = records_.find(performed.record);
+    const uint64_t buffer = opened == records_.end() ? 0 : opened->second.buffer;
+    const uint32_t command = header->command;
+    const request_view view = {.memory = kernel_.memory(),
+                               .header = *header,
+                               .address = performed.address,
+                               .size = performed.size,
+                               .payload = header->payload,
+                               .buffer = buffer,
+                               .buffer_size = buffer != 0 ? context_size_ : 0};
+    for (const auto &protocol : protocols_) {
+        if (const auto error = protocol->perform(command, view)) return *error;
+    }
+    return IOERROR_BAD_COMMAND;
+}
+
+void device_server::abort(uint64_t reply_port, uint64_t id) {
+    if (request *aborted = find(id); aborted != nullptr && aborted->pending) {
+        aborted->pending = false;
+        kernel_.post(aborted->reply_port, IOMSG_ABORTED, id);
+    }
+    kernel_.post(reply_port, IOMSG_ABORT_ACKNOWLEDGED, id);
+}
+
+}  // namespace hosted

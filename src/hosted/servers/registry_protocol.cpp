@@ -1,0 +1,190 @@
+// registry_protocol.cpp - the registry's commands over a machine's tree of keys.
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "hosted/servers/protocols.h"
+#include "platform/protocol/registry.h"
+
+namespace hosted {
+
+namespace {
+
+// A command's argument block and the path that it points at.
+template <class Block> struct arguments {
+    Block *block = nullptr;  // null where either is out of reach
+    std::string_view path;
+};
+
+template <class Block> arguments<Block> arguments_of(const request_view &request) {
+    auto *block = request.block<Block>();
+    const auto path = block != nullptr ? request.text(block->path) : std::nullopt;
+    return path ? arguments<Block>{block, *path} : arguments<Block>{};
+}
+
+class registry_protocol : public device_protocol {
+public:
+    explicit registry_protocol(registry_store &store) : store_(store) {}
+
+    std::optional<uint32_t> perform(uint32_t command, const request_view &request) override {
+        switch (command) {
+        case REGCMD_CAPS: return capabilities(request);
+        case REGCMD_KEY_INFO: return key_info(request);
+        case REGCMD_GET_INT: return get_int(request);
+        case REGCMD_GET_BIN: return get_binary(request);
+        case REGCMD_SET_BIN: return set_binary(request);
+        case REGCMD_CREATE_TMP: return create_temporary(request);
+        case REGCMD_CREATE_GUARD: return create_guard(request);
+        case REGCMD_ITERATOR_BEGIN: return iterator_begin(request);
+        case REGCMD_ITERATOR_NEXT: return iterator_next(request);
+        case REGCMD_ITERATOR_END: return iterator_end(request);
+        default: return std::nullopt;
+        }
+    }
+
+    // Iterations that were never ended go with the request that began them.
+    void forget(arena &, uint64_t request) override {
+        std::erase_if(iterations_, [request](const auto &one) { return one.second.request == request; });
+    }
+
+private:
+    struct iteration {
+        std::unique_ptr<registry_cursor> cursor;
+        uint64_t request;
+    };
+
+    uint32_t capabilities(const request_view &request) const {
+        auto *block = request.block<reg_caps_block>();
+        if (block == nullptr) return IOERROR_BAD_COMMAND;
+        const registry_limits limits = store_.limits();
+        *block = {limits.name, limits.binary, limits.depth};
+        return 0;
+    }
+
+    uint32_t key_info(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_info_block>(request);
+        if (block == nullptr) return IOERROR_BAD_COMMAND;
+        uint16_t type = 0;
+        uint32_t length = 0;
+        const uint32_t error = store_.describe(path, type, length);
+        if (error != 0) return error;
+        block->type = type;
+        block->length = length;
+        return 0;
+    }
+
+    uint32_t get_int(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_int_block>(request);
+        if (block == nullptr) return IOERROR_BAD_COMMAND;
+        uint64_t value = 0;
+        const uint32_t error = store_.read_int(path, value);
+        if (error == 0) block->value = value;
+        return error;
+    }
+
+    // Delivers what fits the room.
+    uint32_t get_binary(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_bin_block>(request);
+        if (block == nullptr) return IOERROR_BAD_COMMAND;
+        const uint32_t error = store_.read_binary(path, value_);
+        if (error != 0) return error;
+        const uint64_t delivered = std::min<uint64_t>(block->length, value_.size());
+        if (delivered != 0) {
+            const auto room = request.bytes(block->data, delivered);
+            if (room.empty()) return IOERROR_BAD_COMMAND;
+            std::memcpy(room.data(), value_.data(), delivered);
+        }
+        block->length = delivered;
+        return 0;
+    }
+
+    uint32_t set_binary(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_bin_block>(request);
+        if (block == nullptr) return IOERROR_BAD_COMMAND;
+        const uint64_t length = block->length;
+        const auto data = request.bytes(block->data, length);
+        if (data.size() != length) return IOERROR_BAD_COMMAND;
+        return store_.write_binary(path, {reinterpret_cast<const char *>(data.data()), data.size()});
+    }
+
+    uint32_t create_temporary(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_path_block>(request);
+        return block != nullptr ? store_.create_temporary(path) : uint32_t{IOERROR_BAD_COMMAND};
+    }
+
+    uint32_t create_guard(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_int_block>(request);
+        return block != nullptr ? store_.create_guard(path, block->value) : uint32_t{IOERROR_BAD_COMMAND};
+    }
+
+    uint32_t iterator_begin(const request_view &request) {
+        const auto [block, path] = arguments_of<reg_begin_block>(request);
+        if (block == nullptr) return IOERROR_BAD_COMMAND;
+        const auto record = request.bytes(block->record, sizeof(RegIterator));
+        if (record.empty()) return IOERROR_BAD_COMMAND;
+        auto cursor = store_.list(path);
+        if (!cursor) return IOERROR_NOT_FOUND;
+        do last_iteration_++;
+        while (last_iteration_ == 0 || iterations_.contains(last_iteration_));
+        step(*cursor, last_iteration_, record);
+        iterations_.emplace(last_iteration_, iteration{std::move(cursor), request.address});
+        return 0;
+    }
+
+    uint32_t iterator_next(const request_view &request) {
+        const auto record = iterator_record(request);
+        if (record.empty()) return IOERROR_BAD_COMMAND;
+        const auto known = iterations_.find(server_word(record));
+        if (known == iterations_.end()) return IOERROR_NOT_FOUND;
+        step(*known->second.cursor, known->first, record);
+        return 0;
+    }
+
+    uint32_t iterator_end(const request_view &request) {
+        const auto record = iterator_record(request);
+        if (record.empty()) return IOERROR_BAD_COMMAND;
+        if (iterations_.erase(server_word(record)) == 0) return IOERROR_NOT_FOUND;
+        std::fill(record.begin(), record.end(), std::byte{0});
+        return 0;
+    }
+
+    static std::span<std::byte> iterator_record(const request_view &request) {
+        const auto *block = request.block<reg_step_block>();
+        return block != nullptr ? request.bytes(block->record, sizeof(RegIterator)) : std::span<std::byte>{};
+    }
+
+    static uint32_t server_word(std::span<const std::byte> record) {
+        uint32_t word = 0;
+        std::memcpy(&word, record.data(), sizeof word);
+        return word;
+    }
+
+    // Moves a cursor on and writes the record of what it stands on then.
+    void step(registry_cursor &cursor, uint32_t word, std::span<std::byte> record) {
+        RegIterator shown{};
+        shown.server_word = word;
+        if (cursor.next(entry_)) {
+            shown.on_entry = 1;
+            shown.type = entry_.type;
+            shown.length = entry_.length;
+            std::memcpy(shown.name, entry_.name.data(), std::min(entry_.name.size(), sizeof shown.name - 1));
+        }
+        std::memcpy(record.data(), &shown, sizeof shown);
+    }
+
+    registry_store &store_;
+    std::map<uint32_t, iteration> iterations_;  // by the server's word of their records
+    uint32_t last_iteration_ = 0;
+    std::string value_;  // kept, as the next, so that a look-up costs no memory of its own
+    registry_entry entry_;
+};
+
+}  // namespace
+
+std::unique_ptr<device_protocol> make_registry_protocol(registry_store &store) {
+    return std::make_unique<registry_protocol>(store);
+}
+
+}  // namespace hosted
