@@ -1,0 +1,29 @@
+#!/bin/sh
+# Names every include that its folder may not have: each folder includes from those below it, by paths from src/, and
+# no other. Ends with 1 if there is one.
+cd "$(dirname "$0")/../.." || exit 2
+# shellcheck disable=SC2016  # the program is awk's
+find src -name '*.cpp' -o -name '*.h' | LC_ALL=C sort | xargs awk '
+    BEGIN {
+        lower = "^(common|platform|colp)/"
+        may["main"] = "^(main/|commands/commands\\.h$)"
+        may["commands"] = lower "|^commands/commands\\.h$"
+        may["common"] = lower
+        may["platform"] = "^platform/"
+        may["colp"] = "^colp/"
+        may["hosted"] = "^(hosted/|platform/(kernel\\.h$|terminal\\.h$|protocol/))"
+    }
+    /^[ \t]*#[ \t]*include/ {
+        split(FILENAME, part, "/")
+        path = $0
+        sub(/^[^"<]*/, "", path)
+        sub(/[">][^">]*$/, "", path)
+        local = path ~ /^"/
+        path = substr(path, 2)
+        if (local && (!(part[2] in may) || path !~ may[part[2]] || path ~ /\.\./) ||
+            !local && (path == "iostream" || path ~ /^nlohmann\// && FILENAME !~ /^src\/hosted\/described\//)) {
+            printf "%s:%d: src/%s may not include %s\n", FILENAME, FNR, part[2], path
+            found = 1
+        }
+    }
+    END { exit found }'
