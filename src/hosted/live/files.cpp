@@ -1,0 +1,133 @@
+// files.cpp - reading the texts that the operating system gives.
+#include "hosted/live/files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <utility>
+
+namespace hosted::live {
+
+namespace {
+
+constexpr std::string_view BLANKS = " \t";
+
+ssize_t read_some(int file, char *into, size_t room) {
+    ssize_t got = 0;
+    do {
+        got = read(file, into, room);
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+void skip_blanks(std::string_view &text) { text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size())); }
+
+}  // namespace
+
+descriptor::~descriptor() {
+    if (number_ >= 0) close(number_);
+}
+
+descriptor &descriptor::operator=(descriptor &&other) noexcept {
+    std::swap(number_, other.number_);
+    return *this;
+}
+
+descriptor open_file(int directory, const char *path) {
+    return descriptor(openat(directory, path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+}
+
+std::optional<std::string_view> read_text(int file, std::span<char> buffer) {
+    size_t filled = 0;
+    while (filled < buffer.size()) {
+        const ssize_t got = read_some(file, buffer.data() + filled, buffer.size() - filled);
+        if (got < 0 && filled == 0) return std::nullopt;
+        if (got <= 0) break;
+        filled += static_cast<size_t>(got);
+    }
+    return std::string_view(buffer.data(), filled);
+}
+
+bool read_text(int file, std::string &text) {
+    constexpr size_t first_room = 16 << 10;
+    size_t filled = 0;
+    text.resize(std::max(text.capacity(), first_room));
+    while (true) {
+        const ssize_t got = read_some(file, text.data() + filled, text.size() - filled);
+        if (got < 0 && filled == 0) {
+            text.clear();
+            return false;
+        }
+        if (got <= 0) break;
+        filled += static_cast<size_t>(got);
+        if (filled < text.size()) continue;
+        if (filled >= LARGEST_TEXT) break;
+        text.resize(std::min(2 * filled, LARGEST_TEXT));
+    }
+    text.resize(std::min(filled, LARGEST_TEXT));
+    return true;
+}
+
+std::optional<std::string_view> read_file(const std::string &path, std::span<char> buffer) {
+    const descriptor file = open_file(AT_FDCWD, path.c_str());
+    if (!file) return std::nullopt;
+    return read_text(file.get(), buffer);
+}
+
+bool read_file(const std::string &path, std::string &text) {
+    const descriptor file = open_file(AT_FDCWD, path.c_str());
+    if (file) return read_text(file.get(), text);
+    text.clear();
+    return false;
+}
+
+std::string_view next_line(std::string_view &text) {
+    const size_t end = text.find('\n');
+    const std::string_view line = text.substr(0, end);
+    text.remove_prefix(end == text.npos ? text.size() : end + 1);
+    return line;
+}
+
+std::string_view next_field(std::string_view &text) {
+    skip_blanks(text);
+    const std::string_view field = text.substr(0, text.find_first_of(BLANKS));
+    text.remove_prefix(field.size());
+    return field;
+}
+
+std::optional<uint64_t> next_number(std::string_view &text) {
+    std::string_view rest = text;
+    skip_blanks(rest);
+    uint64_t value = 0;
+    const auto [behind, error] = std::from_chars(rest.data(), rest.data() + rest.size(), value);
+    if (error != std::errc{}) return std::nullopt;
+    rest.remove_prefix(static_cast<size_t>(behind - rest.data()));
+    text = rest;
+    return value;
+}
+
+std::optional<uint64_t> whole_number(std::string_view text) {
+    uint64_t value = 0;
+    const auto [behind, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || behind != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view around = " \t\r\n";
+    const size_t begin = text.find_first_not_of(around);
+    if (begin == text.npos) return {};
+    return text.substr(begin, text.find_last_not_of(around) + 1 - begin);
+}
+
+void clean(std::string &text) {
+    for (char &c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < ' ' || byte == 0x7F) c = '?';
+    }
+}
+
+}  // namespace hosted::live

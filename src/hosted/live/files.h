@@ -1,0 +1,74 @@
+// hosted/live/files.h - reading the texts that the operating system gives.
+//
+// Nothing in them is trusted: a read is bounded, a number that does not fit is none, a name is cleaned before it goes
+// out.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace hosted::live {
+
+// Where the operating system's file systems are; a test puts a tree of its own there.
+struct file_roots {
+    std::string proc = "/proc";
+    std::string sys = "/sys";
+    std::string dev = "/dev";
+    std::string etc = "/etc";
+};
+
+// A descriptor that is closed with its scope.
+class descriptor {
+public:
+    explicit descriptor(int number = -1) : number_(number) {}
+    ~descriptor();
+    descriptor(descriptor &&other) noexcept : number_(other.number_) { other.number_ = -1; }
+    descriptor &operator=(descriptor &&other) noexcept;
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+
+    int get() const { return number_; }
+    explicit operator bool() const { return number_ >= 0; }
+
+private:
+    int number_;
+};
+
+inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read of any file
+
+// Opens a file for reading, never waiting for it and never making a terminal the process's own.
+//   directory  a directory's descriptor, or AT_FDCWD
+descriptor open_file(int directory, const char *path);
+
+// Reads what is left of an open file into buffer, as far as it fits.
+//   returns  the bytes read; nothing, errno set, when reading failed before the first byte
+std::optional<std::string_view> read_text(int file, std::span<char> buffer);
+
+// Reads what is left of an open file, at most LARGEST_TEXT bytes, in place of what text held; its memory is reused.
+bool read_text(int file, std::string &text);
+
+// The same for a file at a path.
+std::optional<std::string_view> read_file(const std::string &path, std::span<char> buffer);
+bool read_file(const std::string &path, std::string &text);
+
+// ---- scanning: each takes what it returns off the front of text -----------------------------------------------------
+
+std::string_view next_line(std::string_view &text);   // up to a line feed, without it
+std::string_view next_field(std::string_view &text);  // up to a blank or tab, those before it skipped; empty at the end
+
+// A decimal number after blanks and tabs; one above 2^64 - 1, or none at all, gives nothing and takes nothing.
+std::optional<uint64_t> next_number(std::string_view &text);
+
+// A text that is a decimal number and nothing else.
+std::optional<uint64_t> whole_number(std::string_view text);
+
+std::string_view trimmed(std::string_view text);  // without blanks, tabs and line ends around it
+
+// Replaces control characters by '?', for texts that end up on a screen.
+void clean(std::string &text);
+
+}  // namespace hosted::live
