@@ -5,6 +5,8 @@
 // exit status of the process.
 #pragma once
 
+#include <cstdint>
+
 int sb_counters(int argc, char **argv);
 int sb_date(int argc, char **argv);
 int sb_devping(int argc, char **argv);
@@ -30,3 +32,14 @@ int sb_tprop(int argc, char **argv);
 int sb_treereg(int argc, char **argv);
 int sb_tview(int argc, char **argv);
 int sb_uptime(int argc, char **argv);
+
+// Steps of commands that stand on their own, for programs that bring their own data.
+
+// Prints the counter records of a device, those of them that lie whole within size bytes.
+void sb_counters_print(const unsigned char *records, uint64_t size, bool hexadecimal);
+
+// Prints a slice of a log on descriptor 1: its lines, blank ones left out, each ended by one line feed.
+//   text    NUL-terminated; it is printed in place
+//   length  of the slice, bytes; the scan goes by the NUL
+//   mode    0: only lines whose beginning and end are in the slice; else also the two that may be cut
+void sb_readlog_display(const char *text, uint32_t length, int mode);

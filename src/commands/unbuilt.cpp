@@ -11,19 +11,9 @@ int unbuilt(const char *name) {
 }
 }  // namespace
 
-int sb_counters(int, char **) { return unbuilt("counters"); }
-
-int sb_date(int, char **) { return unbuilt("date"); }
-
-int sb_devping(int, char **) { return unbuilt("devping"); }
-
-int sb_devquery(int, char **) { return unbuilt("devquery"); }
-
 int sb_dumpktrace(int, char **) { return unbuilt("dumpktrace"); }
 
 int sb_free(int, char **) { return unbuilt("free"); }
-
-int sb_kblayout(int, char **) { return unbuilt("kblayout"); }
 
 int sb_lscpureg(int, char **) { return unbuilt("lscpureg"); }
 
@@ -35,11 +25,7 @@ int sb_lsmem(int, char **) { return unbuilt("lsmem"); }
 
 int sb_raiseexc(int, char **) { return unbuilt("raiseexc"); }
 
-int sb_readlog(int, char **) { return unbuilt("readlog"); }
-
 int sb_readreg(int, char **) { return unbuilt("readreg"); }
-
-int sb_sendlog(int, char **) { return unbuilt("sendlog"); }
 
 int sb_svccall(int, char **) { return unbuilt("svccall"); }
 

@@ -1,0 +1,233 @@
+// readlog - print a slice of the system log, from its head or its tail, line by line and without blank lines.
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "platform/device.h"
+#include "platform/protocol/log.h"
+
+namespace {
+
+constexpr char LOG_DEVICE[] = "syslog";
+constexpr unsigned DEFAULT_SIZE = 6144;  // bytes of a slice
+constexpr unsigned MIN_SIZE = 16;
+constexpr unsigned DEFAULT_TIMEOUT = 2500;  // milliseconds
+constexpr unsigned DEFAULT_UNIT = 0;
+constexpr long long MAX_NUMBER = 2147483646;
+
+constexpr char usage[] = R"(Usage: readlog [OPTION]...
+Read the syslog.
+
+    -f    print full lines only (may cause data loss; default)
+    -h    print half lines
+    -H    print head of the log
+    -s    set request size (default: %u; min: %u)
+    -t    print tail of the log (default)
+    -T    set request timeout (default: %u)
+    -u    set syslog service unit number (default: %u)
+    -v    verbose mode
+)";
+
+struct options {
+    bool half_lines = false;
+    bool tail = true;
+    bool verbose = false;
+    long long size = DEFAULT_SIZE;
+    long long timeout = DEFAULT_TIMEOUT;
+    long long unit = DEFAULT_UNIT;
+};
+
+int fail(int status, const char *what) {
+    std::fprintf(stderr, "readlog: %s\n", what);
+    return status;
+}
+
+std::optional<int> parse(int &argc, char **&argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        int result = E_OPT_DONE;
+        switch (c) {
+        case 'f': opts.half_lines = false; break;
+        case 'h': opts.half_lines = true; break;
+        case 'H': opts.tail = false; break;
+        case 't': opts.tail = true; break;
+        case 'v': opts.verbose = true; break;
+        case 's': result = e_opt_getrangeint(&state, &opts.size, MIN_SIZE, MAX_NUMBER); break;
+        case 'T': result = e_opt_getrangeint(&state, &opts.timeout, 0, MAX_NUMBER); break;
+        case 'u': result = e_opt_getrangeint(&state, &opts.unit, INT32_MIN, INT32_MAX); break;
+        case E_HELP: std::printf(usage, DEFAULT_SIZE, MIN_SIZE, DEFAULT_TIMEOUT, DEFAULT_UNIT); return SB_DONE;
+        default: std::fprintf(stderr, "readlog: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
+        }
+        if (result != E_OPT_DONE) {
+            std::fprintf(stderr, "readlog: missing or invalid operand of -%c\n", c);
+            return SB_SETUP;
+        }
+    }
+    if (argc > 0) {
+        std::fprintf(stderr, "readlog: extra operand '%s'\n", argv[0]);
+        return SB_FAILED;
+    }
+    return std::nullopt;
+}
+
+// ---- printing in place ----------------------------------------------------------------------------------------------
+
+// Pieces of text on their way to descriptor 1. Neighbours in memory become one piece.
+class piece_writer {
+public:
+    void add(const char *text, size_t length) {
+        if (count_ > 0) {
+            iovec &last = pieces_[count_ - 1];
+            if (static_cast<const char *>(last.iov_base) + last.iov_len == text) {
+                last.iov_len += length;
+                return;
+            }
+        }
+        if (count_ == pieces_.size()) flush();
+        pieces_[count_++] = {const_cast<char *>(text), length};
+    }
+
+    // Writes what was added, repeating what is interrupted or cut short.
+    void flush() {
+        iovec *next = pieces_.data();
+        int left = static_cast<int>(count_);
+        count_ = 0;
+        while (left > 0 && !failed_) {
+            const ssize_t written = writev(STDOUT_FILENO, next, left);
+            if (written < 0 && errno == EINTR) continue;
+            if (written < 0) {
+                fail(*next);
+                return;
+            }
+            auto done = static_cast<size_t>(written);
+            for (; left > 0 && done >= next->iov_len; left--) done -= next++->iov_len;
+            if (left > 0) next->iov_len -= done, next->iov_base = static_cast<char *>(next->iov_base) + done;
+        }
+    }
+
+private:
+    // The stream meets the same error, and whoever checks it at the end of the run sees it.
+    void fail(const iovec &unwritten) {
+        failed_ = true;
+        std::fwrite(unwritten.iov_base, 1, unwritten.iov_len, stdout);
+        std::fflush(stdout);
+    }
+
+    std::array<iovec, 1024> pieces_;  // as many as one call takes
+    size_t count_ = 0;
+    bool failed_ = false;
+};
+
+constexpr char LINE_FEED[] = "\n";
+
+bool ends_line(char c) { return c == '\n' || c == '\r'; }
+
+const char *skip_line_ends(const char *text) {
+    while (ends_line(*text)) text++;
+    return text;
+}
+
+const char *find(const char *text, const char *end, char wanted) {
+    return static_cast<const char *>(std::memchr(text, wanted, static_cast<size_t>(end - text)));
+}
+
+// ---- the requests ---------------------------------------------------------------------------------------------------
+
+bool perform(log_read_request &request, uint32_t command, const options &opts) {
+    request.header.command = command;
+    request.header.timeout = static_cast<uint32_t>(opts.timeout);
+    request.header.payload = reinterpret_cast<uint64_t>(&request.offset);
+    if (opts.verbose) std::fprintf(stderr, "readlog: send IOreq with %u msec timeout\n", request.header.timeout);
+    if (SyncIO(&request.header) == IO_SUCCESS) return true;
+    std::fprintf(stderr, "readlog: failed to perform IOreq, error code: 0x%x\n", request.header.error);
+    return false;
+}
+
+// Asks for the length, then for one slice, and prints it.
+int show_slice(log_read_request &request, const options &opts) {
+    if (!perform(request, LOGCMD_LENGTH, opts)) return SB_SETUP;
+    const uint32_t length = request.offset;
+    if (opts.verbose) std::fprintf(stderr, "readlog: log contains %u characters\n", length);
+
+    const auto size = static_cast<uint32_t>(opts.size);
+    char *buffer = reinterpret_cast<char *>(&request) + sizeof request;
+    request.offset = opts.tail ? length - std::min(length, size) : 0;
+    request.count = size;
+    request.buffer = reinterpret_cast<uint64_t>(buffer);
+    if (!perform(request, LOGCMD_READ, opts)) return SB_SETUP;
+
+    const uint32_t delivered = std::min(request.count, size);
+    buffer[delivered] = '\0';
+    sb_readlog_display(buffer, delivered, opts.half_lines);
+    return SB_DONE;
+}
+
+}  // namespace
+
+void sb_readlog_display(const char *text, uint32_t, int mode) {
+    const bool half_lines = mode != 0;
+    const char *end = text + std::strlen(text);  // the slice ends at its NUL
+    if (!half_lines) {
+        text = find(text, end, '\n');  // what stands in front of the first line feed may be half a line
+        if (text == nullptr) return;
+    }
+    const char *last_feed = static_cast<const char *>(memrchr(text, '\n', static_cast<size_t>(end - text)));
+
+    std::fflush(stdout);
+    piece_writer out;
+    const char *line = skip_line_ends(text);
+    while (line != end) {
+        const bool has_feed = last_feed != nullptr && line < last_feed;
+        const char *line_end = find(line, end, has_feed ? '\n' : '\r');
+        if (line_end == nullptr) {
+            if (half_lines) {
+                out.add(line, static_cast<size_t>(end - line));
+                out.add(LINE_FEED, 1);
+            }
+            break;
+        }
+        const char *behind = line_end;  // the line's last visible character
+        while (ends_line(behind[-1])) behind--;
+        if (*behind == '\n') {
+            out.add(line, static_cast<size_t>(behind + 1 - line));  // its own line feed will do
+        } else {
+            out.add(line, static_cast<size_t>(behind - line));
+            out.add(LINE_FEED, 1);
+        }
+        line = skip_line_ends(line_end);
+    }
+    out.flush();
+}
+
+// On success only the device is closed; a failed run leaves everything to the system.
+int sb_readlog(int argc, char **argv) {
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+
+    if (opts.verbose) std::fprintf(stderr, "readlog: open \"%s\" device\n", LOG_DEVICE);
+    device_record *device = OpenDevice(LOG_DEVICE);
+    if (device == nullptr) {
+        std::fprintf(stderr, "readlog: %s: device not exist\n", LOG_DEVICE);
+        return SB_FAILED;
+    }
+    if (opts.verbose) std::fputs("readlog: create MsgPort\n", stderr);
+    const uint64_t port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
+    if (port == NO_OBJECT) return fail(SB_SETUP, "failed to create MsgPort");
+    if (opts.verbose) std::fputs("readlog: create I/O request\n", stderr);
+    IOreq *request = CreateIOreq(device, static_cast<uint32_t>(opts.unit), IOREQ_FLAGS_DEFAULT,
+                                 sizeof(log_read_request) + static_cast<uint64_t>(opts.size) + 1, port);
+    if (request == nullptr) return fail(SB_SETUP, "failed to create I/O request");
+    if (const int status = show_slice(*reinterpret_cast<log_read_request *>(request), opts)) return status;
+    CloseDevice(device);
+    return SB_DONE;
+}

@@ -1,0 +1,174 @@
+// sendlog - write one message into the system log: a text of any length in an I/O request, or, in an emergency, up to
+// 16 characters in one direct message. Everything is printed on standard output.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "platform/device.h"
+#include "platform/protocol/log.h"
+
+namespace {
+
+constexpr char LOG_DEVICE[] = "syslog";
+constexpr unsigned WORD_CHARACTERS = 8;     // of an emergency message's word
+constexpr size_t LONGEST_MESSAGE = 65535;   // characters
+constexpr unsigned DEFAULT_TIMEOUT = 2500;  // milliseconds
+constexpr unsigned DEFAULT_UNIT = 0;
+constexpr long long MAX_NUMBER = 2147483646;
+
+// The text is silent about -e, as it always was.
+constexpr char usage[] = R"(Usage: sendlog [OPTION]... LONGMESSAGE
+  or:  sendlog -e [OPTION]... [LABEL] MESSAGE
+Send a log message to the syslog service. The LABEL and the
+MESSAGE can be at most %u characters (over this length,
+other character will not be sent). However, LONGMESSAGE
+can have any length up to %zu.
+
+    -T    set request timeout (default: %u)
+    -u    set syslog service unit number (default: %u)
+    -v    verbose mode
+)";
+
+struct options {
+    bool emergency = false;
+    bool verbose = false;
+    long long timeout = DEFAULT_TIMEOUT;
+    long long unit = DEFAULT_UNIT;
+};
+
+int show_usage() {
+    std::printf(usage, WORD_CHARACTERS, LONGEST_MESSAGE, DEFAULT_TIMEOUT, DEFAULT_UNIT);
+    return SB_DONE;
+}
+
+int fail(int status, const char *what) {
+    std::printf("sendlog: %s\n", what);
+    return status;
+}
+
+// The argument of an option as a number; one without any digit counts as missing.
+bool get_number(e_optstate &state, long long min, long long max, long long &value) {
+    const char *text = e_opt_getstr(&state);
+    if (text == nullptr || std::strpbrk(text, "0123456789") == nullptr) return false;
+    const long long number = std::strtoll(text, nullptr, 0);
+    if (number < min || number > max) return false;
+    value = number;
+    return true;
+}
+
+// A bad number is answered with the usage and status 0; kept.
+std::optional<int> parse(int &argc, char **&argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        switch (c) {
+        case 'e': opts.emergency = true; break;
+        case 'v': opts.verbose = true; break;
+        case 'T':
+            if (!get_number(state, 0, MAX_NUMBER, opts.timeout)) return show_usage();
+            break;
+        case 'u':
+            if (!get_number(state, INT32_MIN, INT32_MAX, opts.unit)) return show_usage();
+            break;
+        case E_HELP: return show_usage();
+        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
+        }
+    }
+    if (argc == 0) return fail(SB_FAILED, "missing operand");
+    return std::nullopt;
+}
+
+// The next 8 characters of a text, the first in the most significant byte, filled up with spaces.
+uint64_t pack_word(const char *&text) {
+    uint64_t word = 0;
+    for (unsigned i = 0; i < WORD_CHARACTERS; i++)
+        word = word << 8 | static_cast<unsigned char>(*text != '\0' ? *text++ : ' ');
+    return word;
+}
+
+void sb_sendlog_compose(const char *label, const char *message, uint64_t *word1, uint32_t *code, uint64_t *word2) {
+    *code = label != nullptr ? LOGMSG_LABELLED : LOGMSG_PLAIN;
+    *word1 = pack_word(label != nullptr ? label : message);
+    *word2 = pack_word(message);
+}
+
+// Port, handle, request and, where the run fails, the device too are left to the system.
+int sb_sendlog_long(int argc, char **argv, uint32_t timeout, bool verbose, int32_t unit) {
+    if (argc > 1) {
+        std::printf("sendlog: extra operand '%s'\n", argv[1]);
+        return SB_FAILED;
+    }
+    const char *text = argv[0];
+    const size_t length = std::strlen(text);
+    if (length > LONGEST_MESSAGE) return fail(SB_FAILED, "message is too long");
+
+    if (verbose) std::printf("sendlog: open \"%s\" device\n", LOG_DEVICE);
+    device_record *device = OpenDevice(LOG_DEVICE);
+    if (device == nullptr) {
+        std::printf("sendlog: %s: device not exist\n", LOG_DEVICE);
+        return SB_FAILED;
+    }
+    if (verbose) std::puts("sendlog: create MsgPort");
+    const uint64_t port = _SL_CreateMsgPort(0, 0);
+    if (port == NO_OBJECT) return fail(SB_SETUP, "failed to create MsgPort");
+    const uint64_t reply_port = _SL_CreateHandle(0, port, RIGHTS_REPLY);
+    if (reply_port == NO_OBJECT) return fail(SB_SETUP, "failed to create handle to MsgPort");
+
+    if (verbose) std::puts("sendlog: create I/O request");
+    IOreq *header = CreateIOreq(device, static_cast<uint32_t>(unit), IOREQ_FLAGS_DEFAULT,
+                                sizeof(log_write_request) + length + 1, reply_port);
+    if (header == nullptr) {
+        std::puts("readlog: failed to create I/O request");  // in the reader's name; kept
+        return SB_SETUP;
+    }
+    auto *request = reinterpret_cast<log_write_request *>(header);
+    char *buffer = reinterpret_cast<char *>(request) + sizeof *request;
+    header->payload = reinterpret_cast<uint64_t>(&request->length);
+    request->buffer = reinterpret_cast<uint64_t>(buffer);
+    header->timeout = timeout;
+    request->length = static_cast<uint16_t>(length);
+    header->command = LOGCMD_WRITE;
+    std::memcpy(buffer, text, length + 1);
+    if (SyncIO(header) != IO_SUCCESS) {
+        std::printf("readlog: failed to perform IOreq, error code: 0x%x\n", header->error);  // likewise
+        return SB_SETUP;
+    }
+    CloseDevice(device);
+    return SB_DONE;
+}
+
+int sb_sendlog_emerg(int argc, char **argv, uint32_t timeout, bool verbose) {
+    if (argc > 2) {
+        std::printf("sendlog: extra operand '%s'\n", argv[2]);
+        return SB_FAILED;
+    }
+    uint64_t word1 = 0, word2 = 0;
+    uint32_t code = 0;
+    sb_sendlog_compose(argc == 2 ? argv[0] : nullptr, argv[argc - 1], &word1, &code, &word2);
+
+    if (verbose) std::printf("sendlog: get \"%s\" device MsgPort from registry\n", LOG_DEVICE);
+    const uint64_t port = GetDeviceMsgPort(LOG_DEVICE);
+    if (port == NO_OBJECT) {
+        std::printf("sendlog: %s: device not exist\n", LOG_DEVICE);
+        return SB_FAILED;
+    }
+    if (verbose) std::printf("sendlog: send with %u msec timeout\n", timeout);
+    if (_SL_SendMsg(port, word1, code, word2, timeout) != RESULT_SUCCESS)
+        return fail(SB_FAILED, "failed to send message");
+    if (verbose) std::puts("sendlog: message sent");
+    return SB_DONE;
+}
+
+}  // namespace
+
+int sb_sendlog(int argc, char **argv) {
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+    const auto timeout = static_cast<uint32_t>(opts.timeout);
+    if (opts.emergency) return sb_sendlog_emerg(argc, argv, timeout, opts.verbose);
+    return sb_sendlog_long(argc, argv, timeout, opts.verbose, static_cast<int32_t>(opts.unit));
+}

@@ -1,0 +1,42 @@
+// devmsg.h - single messages to devices that need not be opened: devping and devquery.
+//
+// A device's port stands in the registry; a message of code n is answered with code n + 1 and the result in the second
+// word. These functions print, in the words that both commands share, on the stream that the asker names.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "common/helpers.h"
+
+inline constexpr int64_t SB_DEVMSG_MAX_TIMEOUT = 0x7FFFFFFE;  // milliseconds
+inline constexpr int64_t SB_DEVMSG_TIMEOUT = 5000;
+
+// Who asks, and how it speaks.
+struct sb_devasker {
+    const char *command;   // in front of every message
+    FILE *stream;          // of every message
+    const char *activity;  // "pinging": what is done with the time-out
+    const char *reply;     // "a ping reply": what a good answer is
+    int64_t timeout;       // milliseconds, for the send and again for the answer
+    bool verbose;
+
+    // Filled by sb_devasker_open.
+    uint64_t reply_port = NO_OBJECT;
+    uint32_t max_name = 0;  // bytes
+    sb_text path{};         // room for the key of the longest name
+    size_t path_size = 0;   // bytes
+};
+
+// Gets ready to ask: the registry's capabilities, room for a key, a reply port.
+//   returns  SB_DONE, or SB_SETUP after a message
+int sb_devasker_open(sb_devasker &asker);
+
+void sb_devasker_close(sb_devasker &asker);  // deletes the reply port
+
+// Asks one device.
+//   result   the answer's word
+//   returns  false after a message
+bool sb_devasker_ask(const sb_devasker &asker, const char *device, uint32_t code, uint64_t parameter, uint64_t *result);
