@@ -198,7 +198,7 @@ uint64_t give(uint64_t *room, uint64_t result, uint64_t value) {
 }
 
 constexpr auto number = argument::number;
-constexpr auto count = argument::count;
+constexpr auto decimal = argument::count;
 
 }  // namespace
 
@@ -254,7 +254,7 @@ uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags) {
 
 // A port takes every message at once, so that a send never waits.
 uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word2, int64_t timeout) {
-    return invoke(call::send_msg, {number(port), number(word1), number(code), number(word2), count(timeout)},
+    return invoke(call::send_msg, {number(port), number(word1), number(code), number(word2), decimal(timeout)},
                   static_cast<uint32_t>(code), [=](kernel &k, lock_type &, caller &) {
                       return k.send(port, {word1, code, word2});
                   });
@@ -262,7 +262,7 @@ uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word
 
 uint64_t _SL_RecvMsg(uint64_t port, uint64_t *word1, uint64_t *code, uint64_t *word2, int64_t timeout) {
     return invoke(call::recv_msg,
-                  {number(port), argument::out(word1), argument::out(code), argument::out(word2), count(timeout)},
+                  {number(port), argument::out(word1), argument::out(code), argument::out(word2), decimal(timeout)},
                   [=](kernel &k, lock_type &lock, caller &who) {
                       kernel_message message{};
                       const uint64_t result = k.receive(lock, who, port, message, timeout);
@@ -275,7 +275,7 @@ uint64_t _SL_RecvMsg(uint64_t port, uint64_t *word1, uint64_t *code, uint64_t *w
 }
 
 uint64_t _SL_RecvMsgPtr(uint64_t port, kernel_message *record, int64_t timeout) {
-    return invoke(call::recv_msg_ptr, {number(port), argument::out(record), count(timeout)},
+    return invoke(call::recv_msg_ptr, {number(port), argument::out(record), decimal(timeout)},
                   [=](kernel &k, lock_type &lock, caller &who) {
                       if (record == nullptr) return uint64_t{RESULT_BAD_ARGUMENT};
                       kernel_message message{};
@@ -285,16 +285,16 @@ uint64_t _SL_RecvMsgPtr(uint64_t port, kernel_message *record, int64_t timeout) 
                   });
 }
 
-uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t taken, int64_t timeout) {
-    return invoke(call::wait_semaphore, {number(semaphore), count(taken), count(timeout)},
+uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t count, int64_t timeout) {
+    return invoke(call::wait_semaphore, {number(semaphore), decimal(count), decimal(timeout)},
                   [=](kernel &k, lock_type &lock, caller &who) {
-                      return k.wait_semaphore(lock, who, semaphore, taken, timeout);
+                      return k.wait_semaphore(lock, who, semaphore, count, timeout);
                   });
 }
 
-uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t given) {
-    return invoke(call::signal_semaphore, {number(semaphore), count(given)},
-                  [=](kernel &k, lock_type &, caller &) { return k.signal_semaphore(semaphore, given); });
+uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t count) {
+    return invoke(call::signal_semaphore, {number(semaphore), decimal(count)},
+                  [=](kernel &k, lock_type &, caller &) { return k.signal_semaphore(semaphore, count); });
 }
 
 uint64_t _SL_Delay(uint64_t ticks) {
@@ -373,9 +373,9 @@ uint64_t _SL_GetIteratorInfo(uint64_t iterator, uint64_t item, uint64_t *value) 
                   });
 }
 
-uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t initial) {
-    return invoke(call::create_semaphore, {number(reserved), count(initial)},
-                  [=](kernel &k, lock_type &, caller &who) { return k.create_semaphore(who, initial); });
+uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t count) {
+    return invoke(call::create_semaphore, {number(reserved), decimal(count)},
+                  [=](kernel &k, lock_type &, caller &who) { return k.create_semaphore(who, count); });
 }
 
 uint64_t _SL_CreateMemo(uint64_t reserved, uint64_t size, uint64_t kind) {
@@ -413,7 +413,7 @@ uint64_t _SL_SetEvent(uint64_t event) { return not_offered(call::set_event, {num
 uint64_t _SL_ResetEvent(uint64_t event) { return not_offered(call::reset_event, {number(event)}); }
 
 uint64_t _SL_WaitForEventPtr(uint64_t event, kernel_message *record, int64_t timeout) {
-    return not_offered(call::wait_for_event_ptr, {number(event), argument::out(record), count(timeout)});
+    return not_offered(call::wait_for_event_ptr, {number(event), argument::out(record), decimal(timeout)});
 }
 
 uint64_t _SL_SetExceptionHandler(uint64_t thread, uint64_t handler, uint64_t argument) {
