@@ -1,14 +1,476 @@
-// machine.cpp - the described machine.
-#include <cstdio>
-#include <cstdlib>
+// hosted/described/machine.cpp - the machine that a file describes.
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
 
 #include "hosted/boot.h"
+#include "hosted/described/devices.h"
+#include "hosted/described/file.h"
+#include "hosted/described/load.h"
+#include "hosted/described/records.h"
+#include "hosted/described/save.h"
+#include "hosted/kernel/kernel.h"
+#include "hosted/servers/protocols.h"
+#include "platform/kernel.h"
+#include "platform/protocol/terminal.h"
 
 namespace hosted {
+namespace {
 
-std::unique_ptr<machine> make_described_machine(const std::string &, const std::string &, fault_list &, std::string &) {
-    std::fputs("ventix: the described machine is not built yet\n", stderr);
-    std::exit(70);
+using namespace described;
+
+constexpr uint64_t LOWEST_OWN_HANDLE = 0x100000;         // of the kernel: far from what files and operands name
+constexpr uint64_t HIGHEST_COUNTED = uint64_t{1} << 62;  // handles from here on do not push the kernel's own up
+constexpr int FIRST_TERMINAL = 3;                        // descriptor
+constexpr std::string_view STANDARD_INPUT = "stdin";
+
+uint64_t give(const item &from, uint64_t &value) {
+    if (from.error) return from.value;
+    value = from.value;
+    return RESULT_SUCCESS;
+}
+
+uint64_t read_item(const object &from, uint64_t number, uint64_t &value) {
+    if (from.gone) return RESULT_NO_OBJECT;
+    for (const item &given : from.info) {
+        if (given.number == number) return give(given, value);
+    }
+    if (number == OBJINFO_HANDLE) {
+        value = from.handle;
+    } else if (number == OBJINFO_OWNER && from.owner != 0) {
+        value = from.owner;
+    } else {
+        return RESULT_NO_ITEM;
+    }
+    return RESULT_SUCCESS;
+}
+
+void set_item(object &of, uint64_t number, uint64_t value) {
+    for (item &given : of.info) {
+        if (given.number == number) {
+            given = {number, value, false};
+            return;
+        }
+    }
+    of.info.push_back({number, value, false});
+}
+
+// Over a list of records, which stays where it is; what is gone is passed over.
+template <class Record> class list_walk : public walk {
+public:
+    explicit list_walk(const std::vector<Record> &list) : list_(list) {}
+
+    uint64_t step() override {
+        for (standing_ = nullptr; next_ < list_.size();) {
+            const object &here = list_[next_++];
+            if (here.gone) continue;
+            standing_ = &here;
+            return RESULT_SUCCESS;
+        }
+        return RESULT_NO_ITEM;
+    }
+
+    uint64_t info(uint64_t number, uint64_t &value) override {
+        return standing_ == nullptr ? RESULT_NO_ITEM : read_item(*standing_, number, value);
+    }
+
+private:
+    const std::vector<Record> &list_;
+    size_t next_ = 0;
+    const object *standing_ = nullptr;
+};
+
+template <class Record> std::unique_ptr<walk> walk_over(const std::vector<Record> &list) {
+    return std::make_unique<list_walk<Record>>(list);
+}
+
+class described_machine : public machine {
+public:
+    // Reads the file and settles who is calling.
+    bool load(const std::string &path, const std::string &save_path, std::string &message);
+
+    const std::vector<fault> &faults() const { return records_.faults; }
+
+    void attach(kernel &owner) override {
+        kernel_ = &owner;
+        records_.registry.attach(owner);
+    }
+
+    uint64_t task() override { return self_task_.handle; }
+    uint64_t thread(bool first) override { return first ? self_thread_.handle : 0; }
+    bool knows(uint64_t handle) override { return find(handle) != nullptr; }
+    uint64_t first_handle() override { return first_handle_; }
+    bool reserves(uint64_t handle) override {
+        return handle == self_task_.handle || handle == self_thread_.handle || records_.objects.contains(handle);
+    }
+    std::optional<uint64_t> virtual_tick() override { return records_.tick; }
+
+    bool state(uint64_t number, uint64_t &value) override;
+    uint64_t system_data(uint64_t group, uint64_t index, uint64_t &value) override;
+    bool traces_calls() override { return false; }
+
+    uint64_t object_info(uint64_t handle, uint64_t number, uint64_t &value) override;
+    uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) override;
+    uint64_t set_property(uint64_t handle, uint64_t property, uint64_t value) override;
+    uint64_t fetch_register(uint64_t handle, uint64_t id, uint64_t node, uint64_t &value) override;
+    uint64_t raise(uint64_t handle, uint64_t exception, uint64_t parameter) override;
+    uint64_t destroy(uint64_t handle) override;
+    void exit_notice(uint64_t master, uint64_t word) override { records_.exit_notices.emplace_back(master, word); }
+
+    std::unique_ptr<server> make_registry(kernel &owner) override;
+    std::vector<std::string> devices() override;
+    bool has_device(std::string_view name) override { return devices_.knows(name); }
+    std::unique_ptr<server> make_device(kernel &owner, std::string_view name) override {
+        return devices_.make(owner, name);
+    }
+
+    int open_terminal(const char *path, int flags) override;
+    int control_terminal(int descriptor, unsigned long request, char *buffer) override;
+    void close_terminal(int descriptor) override;
+
+    bool save(std::string &message) override;
+
+private:
+    void settle_callers();
+    object *find(uint64_t handle);  // null: gone or never there
+    described::task *find_task(uint64_t handle);
+    terminal *find_terminal(std::string_view path);
+    uint64_t register_info(uint64_t group, uint64_t index, uint64_t &value) const;
+    uint64_t trace(uint64_t group, uint64_t index, uint64_t &value) const;
+
+    machine_file file_;
+    std::string save_path_;
+    machine_records records_;
+    device_maker devices_{records_};
+    kernel *kernel_ = nullptr;
+
+    described::task self_task_;  // the caller's where the file lists no task of its handle
+    object self_thread_;
+    uint64_t first_handle_ = 0;
+    uint64_t longest_register_ = 0;           // name, bytes
+    std::vector<terminal *> open_terminals_;  // by descriptor; null: closed
+};
+
+// ---- loading and saving ---------------------------------------------------------------------------------------------
+
+bool described_machine::load(const std::string &path, const std::string &save_path, std::string &message) {
+    save_path_ = save_path;
+    std::string text;
+    if (!file_.read(path, save_path, text, message)) return false;
+    if (!described::load(text, records_, message)) {
+        message = path + ": " + message;
+        return false;
+    }
+    settle_callers();
+    if (records_.registers) {
+        for (const auto &known : *records_.registers)
+            longest_register_ = std::max(longest_register_, known.name.size());
+    }
+    return true;
+}
+
+// The calling task and thread get handles that nothing else has, and so does the kernel behind them.
+void described_machine::settle_callers() {
+    const auto &self = records_.self;
+    uint64_t highest = LOWEST_OWN_HANDLE - 1;
+    const auto count = [&](uint64_t handle) {
+        if (handle < HIGHEST_COUNTED) highest = std::max(highest, handle);
+    };
+    for (const auto &listed : records_.objects) count(listed.first);
+    count(self.task.value_or(0));
+    count(self.thread.value_or(0));
+
+    first_handle_ = highest + 1;
+    self_task_.handle = self.task.value_or(0);
+    self_thread_.handle = self.thread.value_or(0);
+    for (uint64_t *const handle : {&self_task_.handle, &self_thread_.handle}) {
+        if (*handle != 0) continue;
+        while (reserves(first_handle_)) ++first_handle_;
+        *handle = first_handle_++;
+    }
+    const uint64_t flags = self.super.value_or(true) ? uint64_t{TASKFLAG_SUPER} : 0;
+    for (object *const caller : {static_cast<object *>(&self_task_), &self_thread_}) {
+        caller->info = {{OBJINFO_HANDLE, caller->handle, false}, {TASKINFO_FLAGS, flags, false}};
+    }
+}
+
+bool described_machine::save(std::string &message) {
+    if (save_path_.empty()) return true;
+    try {
+        if (kernel_ != nullptr) records_.tick = kernel_->now();
+        return replace_file(save_path_, machine_text(records_), message);
+    } catch (const std::exception &failed) {
+        message = save_path_ + ": " + failed.what();
+        return false;
+    }
+}
+
+// ---- state and system data ------------------------------------------------------------------------------------------
+
+bool described_machine::state(uint64_t number, uint64_t &value) {
+    for (const item &given : records_.state) {
+        if (given.number != number) continue;
+        value = given.value;
+        return true;
+    }
+    return false;
+}
+
+// What the registers' list says about them.
+uint64_t described_machine::register_info(uint64_t group, uint64_t index, uint64_t &value) const {
+    if (!records_.registers) return RESULT_NO_ITEM;
+    const auto &known = *records_.registers;
+    constexpr uint64_t PIECE = sizeof(uint64_t);
+    const uint64_t stride = 2 + (longest_register_ + PIECE - 1) / PIECE;
+    if (group == KSYSIDX_REGISTERINFO) {
+        switch (index) {
+        case KSYSIDX_REGISTERINFO_COUNT: value = known.size(); return RESULT_SUCCESS;
+        case KSYSIDX_REGISTERINFO_STRIDE: value = stride; return RESULT_SUCCESS;
+        case KSYSIDX_REGISTERINFO_MAXNAMELEN: value = longest_register_; return RESULT_SUCCESS;
+        default: return RESULT_NO_ITEM;
+        }
+    }
+    if (index / stride >= known.size()) return RESULT_NO_ITEM;
+    const auto &asked = known[index / stride];
+    switch (index % stride) {
+    case 0: value = asked.id; break;
+    case 1: value = asked.type; break;
+    default: {
+        const auto piece = std::string_view(asked.name)
+                               .substr(std::min<uint64_t>((index % stride - 2) * PIECE, asked.name.size()), PIECE);
+        value = 0;
+        std::memcpy(&value, piece.data(), piece.size());
+    }
+    }
+    return RESULT_SUCCESS;
+}
+
+uint64_t described_machine::trace(uint64_t group, uint64_t index, uint64_t &value) const {
+    if (!records_.trace) return RESULT_NO_ITEM;
+    const auto &trace = *records_.trace;
+    if (group != KSYSIDX_TRACE) {
+        if (index >= trace.words.size()) return RESULT_NO_ITEM;
+        value = trace.words[index];
+        return RESULT_SUCCESS;
+    }
+    switch (index) {
+    case KSYSIDX_TRACE_WORDS: value = trace.words.size(); break;
+    case KSYSIDX_TRACE_BUFFERS:
+        value = trace.words_per_buffer == 0 ? 0 : trace.words.size() / trace.words_per_buffer;
+        break;
+    case KSYSIDX_TRACE_WORDS_PER_BUFFER: value = trace.words_per_buffer; break;
+    case KSYSIDX_TRACE_LARGEST_ENTRY: value = trace.largest_entry; break;
+    default: return RESULT_NO_ITEM;
+    }
+    return RESULT_SUCCESS;
+}
+
+uint64_t described_machine::system_data(uint64_t group, uint64_t index, uint64_t &value) {
+    for (const data_group &given : records_.system_data) {
+        if (given.group != group) continue;
+        if (given.is_list) {
+            if (index < given.items.size()) return give(given.items[index], value);
+        } else if (const auto found = given.places.find(index); found != given.places.end()) {
+            return give(given.items[found->second], value);
+        }
+        break;
+    }
+    switch (group) {
+    case KSYSIDX_REGISTERINFO:
+    case KSYSIDX_REGISTERINFO_TABLE: return register_info(group, index, value);
+    case KSYSIDX_TRACE:
+    case KSYSIDX_TRACE_RAW_WORDS:
+    case KSYSIDX_TRACE_ENTRY_WORDS: return trace(group, index, value);
+    default: return RESULT_NO_ITEM;
+    }
+}
+
+// ---- objects --------------------------------------------------------------------------------------------------------
+
+object *described_machine::find(uint64_t handle) {
+    object *found = nullptr;
+    if (const auto listed = records_.objects.find(handle); listed != records_.objects.end()) {
+        found = listed->second.object;
+    } else if (handle == self_task_.handle) {
+        found = &self_task_;
+    } else if (handle == self_thread_.handle) {
+        found = &self_thread_;
+    }
+    return found == nullptr || found->gone ? nullptr : found;
+}
+
+described::task *described_machine::find_task(uint64_t handle) {
+    object *const found = find(handle);
+    const auto listed = records_.objects.find(handle);
+    const bool is_task =
+        listed != records_.objects.end() ? listed->second.what == reference::kind::task : found == &self_task_;
+    return found != nullptr && is_task ? static_cast<described::task *>(found) : nullptr;
+}
+
+uint64_t described_machine::object_info(uint64_t handle, uint64_t number, uint64_t &value) {
+    const object *const found = find(handle);
+    return found == nullptr ? RESULT_NO_OBJECT : read_item(*found, number, value);
+}
+
+uint64_t described_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) {
+    switch (kind) {
+    case ITERSEL_TASKS:
+    case ITERSEL_MEMCHUNKS:
+    case ITERSEL_VSPACES:
+        if (parent != SYSTEM_WIDE) return RESULT_NO_OBJECT;
+        out = kind == ITERSEL_TASKS
+                  ? walk_over(records_.tasks)
+                  : walk_over(kind == ITERSEL_MEMCHUNKS ? records_.memory_chunks : records_.virtual_spaces);
+        return RESULT_SUCCESS;
+    case ITERSEL_MEMOS:
+    case ITERSEL_THREADS:
+    case ITERSEL_ISRS:
+    case ITERSEL_VIEWS: break;
+    default: return RESULT_BAD_ARGUMENT;
+    }
+    const described::task *const owner = find_task(parent);
+    if (owner == nullptr) return RESULT_NO_OBJECT;
+    switch (kind) {
+    case ITERSEL_MEMOS: out = walk_over(owner->memos); break;
+    case ITERSEL_THREADS: out = walk_over(owner->threads); break;
+    case ITERSEL_ISRS: out = walk_over(owner->isrs); break;
+    default: out = walk_over(owner->views); break;
+    }
+    return RESULT_SUCCESS;
+}
+
+uint64_t described_machine::set_property(uint64_t handle, uint64_t property, uint64_t value) {
+    described::task *const of = find_task(handle);
+    if (of == nullptr) return RESULT_NO_OBJECT;
+    if (property != TASKPROP_PRIORITY) return RESULT_BAD_ARGUMENT;
+    if (of->refuse_control) return *of->refuse_control;
+    set_item(*of, TASKINFO_PRIORITY, value);
+    return RESULT_SUCCESS;
+}
+
+uint64_t described_machine::fetch_register(uint64_t handle, uint64_t id, uint64_t node, uint64_t &value) {
+    const object *const found = find(handle);
+    const auto listed = records_.objects.find(handle);
+    if (found == nullptr) return RESULT_NO_OBJECT;
+    if (listed == records_.objects.end()) return found == &self_thread_ ? RESULT_NO_ITEM : RESULT_NO_OBJECT;
+    if (listed->second.what != reference::kind::thread) return RESULT_NO_OBJECT;
+    for (const auto &values : static_cast<const described::thread *>(found)->registers) {
+        if (values.id != id) continue;
+        if (node >= values.nodes.size()) break;
+        value = values.nodes[node];
+        return RESULT_SUCCESS;
+    }
+    return RESULT_NO_ITEM;
+}
+
+uint64_t described_machine::raise(uint64_t handle, uint64_t exception, uint64_t parameter) {
+    described::task *const in = find_task(handle);
+    if (in == nullptr) return RESULT_NO_OBJECT;
+    if (exception >= EXC_LIMIT) return RESULT_BAD_ARGUMENT;
+    if (in->refuse_exception) return *in->refuse_exception;
+    in->exceptions.emplace_back(exception, parameter);
+    return RESULT_SUCCESS;
+}
+
+uint64_t described_machine::destroy(uint64_t handle) {
+    object *const ended = find(handle);
+    if (ended == nullptr) return RESULT_NO_OBJECT;
+    if (described::task *const of = find_task(handle)) {
+        if (of->refuse_delete) return *of->refuse_delete;
+        for (auto &inner : of->threads) inner.gone = true;
+        for (auto *const list : {&of->memos, &of->views, &of->isrs}) {
+            for (auto &inner : *list) inner.gone = true;
+        }
+        records_.registry.withdraw_task(handle);
+    }
+    ended->gone = true;
+    return RESULT_SUCCESS;
+}
+
+// ---- servers --------------------------------------------------------------------------------------------------------
+
+std::unique_ptr<server> described_machine::make_registry(kernel &owner) {
+    auto made = std::make_unique<device_server>(owner, records_.registry_behaviour);
+    made->add(make_registry_protocol(records_.registry));
+    made->make_context(records_.registry.limits().buffer);
+    return made;
+}
+
+std::vector<std::string> described_machine::devices() {
+    std::vector<std::string> names;
+    names.reserve(records_.devices.size());
+    for (const auto &listed : records_.devices) names.push_back(listed.name);
+    return names;
+}
+
+// ---- terminals ------------------------------------------------------------------------------------------------------
+
+terminal *described_machine::find_terminal(std::string_view path) {
+    for (auto &listed : records_.terminals) {
+        if (listed.path == path) return &listed;
+    }
+    return nullptr;
+}
+
+int described_machine::open_terminal(const char *path, int) {
+    terminal *const found = path == STANDARD_INPUT ? nullptr : find_terminal(path);
+    if (found == nullptr) {
+        errno = ENOENT;
+        return -1;
+    }
+    const auto free = std::find(open_terminals_.begin(), open_terminals_.end(), nullptr);
+    const auto descriptor = static_cast<int>(free - open_terminals_.begin()) + FIRST_TERMINAL;
+    if (free == open_terminals_.end()) {
+        open_terminals_.push_back(found);
+    } else {
+        *free = found;
+    }
+    return descriptor;
+}
+
+int described_machine::control_terminal(int descriptor, unsigned long request, char *buffer) {
+    const auto failed = [](int error) {
+        errno = error;
+        return -1;
+    };
+    terminal *on = descriptor == 0 ? find_terminal(STANDARD_INPUT) : nullptr;
+    const auto opened = static_cast<size_t>(descriptor) - FIRST_TERMINAL;
+    if (descriptor >= FIRST_TERMINAL && opened < open_terminals_.size()) on = open_terminals_[opened];
+    if (on == nullptr) return failed(ENOTTY);
+    switch (request) {
+    case TERMCTL_GET_LAYOUT:
+        std::fill_n(buffer, TERM_LAYOUT_SIZE, '\0');
+        std::copy(on->layout.begin(), on->layout.end(), buffer);
+        return 0;
+    case TERMCTL_SET_LAYOUT: {
+        const size_t length = strnlen(buffer, TERM_LAYOUT_SIZE);
+        if (length == TERM_LAYOUT_SIZE) return failed(EINVAL);
+        on->layout.assign(buffer, length);
+        return 0;
+    }
+    default: return failed(ENOTTY);
+    }
+}
+
+void described_machine::close_terminal(int descriptor) {
+    const auto opened = static_cast<size_t>(descriptor) - FIRST_TERMINAL;
+    if (descriptor >= FIRST_TERMINAL && opened < open_terminals_.size()) open_terminals_[opened] = nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<machine> make_described_machine(const std::string &path, const std::string &save_path,
+                                                fault_list &faults, std::string &message) {
+    try {
+        auto made = std::make_unique<described_machine>();
+        if (!made->load(path, save_path, message)) return nullptr;
+        for (const fault &listed : made->faults()) faults.add(listed);
+        return made;
+    } catch (const std::exception &failed) {
+        message = path + ": " + failed.what();
+        return nullptr;
+    }
 }
 
 }  // namespace hosted

@@ -1,0 +1,173 @@
+// hosted/described/records.h - what a machine file describes, in the order in which it does.
+//
+// What the file does not give stays apart from what it gives with the default's value, so that a saved machine says no
+// more than the file did.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "hosted/described/registry.h"
+#include "hosted/kernel/faults.h"
+#include "hosted/servers/device_server.h"
+#include "hosted/servers/sources.h"
+#include "platform/protocol/rtc.h"
+
+namespace hosted::described {
+
+// ---- objects --------------------------------------------------------------------------------------------------------
+
+// A numbered value, or the result code that reading it fails with.
+struct item {
+    uint64_t number = 0;
+    uint64_t value = 0;
+    bool error = false;
+};
+
+struct object {
+    uint64_t handle = 0;
+    uint64_t owner = 0;  // item 4 where info does not give it; 0: no such item
+    std::vector<item> info;
+    uint32_t node = 0;  // where it stands in the file, for messages
+    bool gone = false;  // ended during the run
+};
+
+struct thread : object {
+    struct register_values {
+        uint64_t id = 0;
+        std::vector<uint64_t> nodes;  // value at each exception node
+    };
+    std::vector<register_values> registers;
+};
+
+struct task : object {
+    std::optional<std::string> name;
+    std::optional<uint64_t> pid, ppid, pgid, sid;
+    std::vector<thread> threads;
+    std::vector<object> memos;
+    std::vector<object> views;
+    std::vector<object> isrs;
+    std::optional<uint64_t> refuse_delete, refuse_control, refuse_exception;  // result codes
+    std::vector<std::pair<uint64_t, uint64_t>> exceptions;                    // raised in it: id, parameter
+};
+
+// What a handle names. The records never move once they are read.
+struct reference {
+    enum class kind : uint8_t { task, thread, other };
+    kind what = kind::other;
+    described::object *object = nullptr;
+};
+
+// ---- system data ----------------------------------------------------------------------------------------------------
+
+struct data_group {
+    uint64_t group = 0;
+    bool is_list = false;  // the numbers of the items are their places
+    std::vector<item> items;
+    std::unordered_map<uint64_t, size_t> places;  // of the items, where it is no list
+};
+
+struct cpu_register {
+    std::string name;
+    uint64_t id = 0;
+    uint64_t type = 0;
+};
+
+struct kernel_trace {
+    uint64_t words_per_buffer = 0;
+    uint64_t largest_entry = 0;
+    std::vector<uint64_t> words;
+};
+
+// ---- devices --------------------------------------------------------------------------------------------------------
+
+struct unit_counters {
+    uint32_t unit = 0;
+    std::vector<std::pair<std::string, uint64_t>> list;
+    std::optional<std::string> raw;    // in place of the list
+    std::optional<uint64_t> returned;  // the byte count to report, with raw bytes
+};
+
+struct service_result {
+    enum class kind : uint8_t { word, text, argument };
+    kind what = kind::word;
+    uint64_t word = 0;  // the slot word, or which argument's
+    std::string text;
+};
+
+struct service {
+    service_description description;
+    std::vector<service_result> values;  // of its results, in their order
+    std::optional<uint32_t> error;       // that every call fails with
+};
+
+struct log_record {
+    struct emergency {
+        uint64_t word1 = 0;
+        uint64_t code = 0;
+        uint64_t word2 = 0;
+    };
+    std::string text;
+    std::vector<emergency> emergencies;
+};
+
+struct system_service {
+    std::vector<std::pair<uint32_t, std::string>> majors;
+    std::optional<uint32_t> max_major;
+};
+
+struct device {
+    std::string name;
+    device_behaviour behaviour;
+    std::optional<std::vector<unit_counters>> counters;
+    std::optional<std::vector<described::service>> services;
+    std::optional<uint64_t> services_total;
+    std::optional<log_record> log;
+    std::optional<rtc_time> rtc;
+    std::optional<described::system_service> system_service;
+};
+
+// ---- the machine ----------------------------------------------------------------------------------------------------
+
+struct calling_task {
+    std::optional<uint64_t> task;
+    std::optional<uint64_t> thread;
+    std::optional<bool> super;
+};
+
+struct given_limits {
+    std::optional<uint32_t> name, binary, depth, buffer;
+};
+
+struct terminal {
+    std::string path;
+    std::string layout;
+};
+
+struct machine_records {
+    uint64_t tick = 0;
+    calling_task self;
+    std::vector<item> state;
+    std::vector<data_group> system_data;
+    std::optional<std::vector<cpu_register>> registers;
+    std::optional<kernel_trace> trace;
+    std::vector<task> tasks;
+    std::vector<object> memory_chunks;
+    std::vector<object> virtual_spaces;
+    described::registry registry;
+    given_limits registry_limits;
+    device_behaviour registry_behaviour;  // null_requests and requests only
+    std::vector<device> devices;
+    std::vector<terminal> terminals;
+    std::vector<fault> faults;
+    std::vector<std::pair<uint64_t, uint64_t>> exit_notices;  // master handle, second word
+
+    std::unordered_map<uint64_t, reference> objects;  // every object of the file, by its handle
+};
+
+}  // namespace hosted::described

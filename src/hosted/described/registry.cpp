@@ -1,0 +1,297 @@
+// hosted/described/registry.cpp - the registry of a described machine.
+#include "hosted/described/registry.h"
+
+#include <algorithm>
+#include <bit>
+#include <functional>
+
+#include "hosted/described/text.h"
+#include "hosted/kernel/kernel.h"
+#include "platform/kernel.h"
+#include "platform/protocol/device.h"
+#include "platform/protocol/registry.h"
+
+namespace hosted::described {
+namespace {
+
+constexpr size_t FEW_ENTRIES = 8;  // up to so many are compared one by one
+constexpr uint32_t REFUSED = static_cast<uint32_t>(RESULT_NOT_PERMITTED);
+constexpr uint32_t BAD_NAME = static_cast<uint32_t>(RESULT_BAD_ARGUMENT);
+constexpr uint32_t INTEGER_LENGTH = 8;
+
+// Takes the first component off a path; empty when none is left.
+std::string_view next_component(std::string_view &path) {
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    const auto component = path.substr(0, path.find('/'));
+    path.remove_prefix(component.size());
+    return component;
+}
+
+// Splits the last component off a path.
+std::string_view take_last(std::string_view &path) {
+    while (path.ends_with('/')) path.remove_suffix(1);
+    const size_t slash = path.rfind('/');
+    const auto last = slash == path.npos ? path : path.substr(slash + 1);
+    path.remove_suffix(last.size());
+    return last;
+}
+
+// Name of a task's entry: its handle in 16 digits.
+std::string task_key(uint64_t handle) {
+    std::string key(16, '0');
+    for (size_t i = 16; i-- > 0; handle >>= 4) key[i] = "0123456789ABCDEF"[handle & 15];
+    return key;
+}
+
+}  // namespace
+
+uint16_t registry::entry::shown_type() const {
+    if (type) return *type;
+    switch (holds) {
+    case kind::nothing: return 0;
+    case kind::integer:
+    case kind::port: return REGTYPE_INT;
+    case kind::bytes: return REGTYPE_BIN;
+    case kind::directory: break;
+    }
+    return temporary ? REGTYPE_TMP : REGTYPE_DIR;
+}
+
+uint32_t registry::entry::shown_length() const {
+    if (length) return *length;
+    switch (holds) {
+    case kind::integer:
+    case kind::port: return INTEGER_LENGTH;
+    case kind::bytes: return static_cast<uint32_t>(bytes.size());
+    default: return 0;
+    }
+}
+
+// Walks by position: entries are only ever added behind, and one that goes keeps its place.
+class registry::cursor : public registry_cursor {
+public:
+    cursor(const registry &owner, uint32_t directory) : registry_(owner), directory_(directory) {}
+
+    bool next(registry_entry &out) override {
+        const auto entries = registry_.entries(directory_);
+        while (next_ < entries.size() && entries[next_].gone) ++next_;
+        if (next_ >= entries.size()) return false;
+        const entry &here = entries[next_++];
+        out.name = here.name;
+        out.type = here.shown_type();
+        out.length = here.shown_length();
+        return true;
+    }
+
+private:
+    const registry &registry_;
+    uint32_t directory_;
+    size_t next_ = 0;
+};
+
+registry::registry() {
+    new_directory();
+    constexpr std::pair<uint32_t, std::string_view> published[] = {{ROOT, "run"}, {RUN, "proc"}, {RUN, "dev"}};
+    for (const auto &[parent, name] : published) {
+        entry made;
+        made.name = name;
+        made.holds = entry::kind::directory;
+        made.published = true;
+        add(parent, std::move(made));
+    }
+}
+
+bool registry::is_name(std::string_view name) {
+    return !name.empty() && name.size() <= LONGEST_NAME && name.find('/') == name.npos;
+}
+
+uint32_t registry::new_directory() {
+    directories_.emplace_back();
+    return static_cast<uint32_t>(directories_.size() - 1);
+}
+
+registry::entry &registry::add(uint32_t directory, entry added) {
+    if (added.holds == entry::kind::directory) added.directory = new_directory();
+    auto &entries = directories_[directory].entries;
+    entries.push_back(std::move(added));
+    return entries.back();
+}
+
+void registry::reserve(uint32_t directory, size_t count) {
+    auto &entries = directories_[directory].entries;
+    entries.reserve(entries.size() + count);
+}
+
+registry::entry *registry::published_directory(uint32_t directory, std::string_view name) {
+    if (directory != ROOT && directory != RUN) return nullptr;
+    for (auto &there : directories_[directory].entries) {
+        if (!there.published) break;  // they stand first
+        if (there.name == name) return &there;
+    }
+    return nullptr;
+}
+
+void registry::publish_task(uint64_t handle, std::string_view name) {
+    entry made;
+    made.name = task_key(handle);
+    made.holds = entry::kind::bytes;
+    made.published = true;
+    made.bytes = name;
+    add(PROC, std::move(made));
+}
+
+void registry::publish_device(std::string_view name) {
+    entry made;
+    made.name = name;
+    made.holds = entry::kind::port;
+    made.published = true;
+    add(DEV, std::move(made));
+}
+
+void registry::withdraw_task(uint64_t handle) {
+    entry *const there = find(PROC, task_key(handle));
+    if (there != nullptr && there->published) there->gone = true;
+}
+
+// ---- finding --------------------------------------------------------------------------------------------------------
+
+void registry::bring_index_up(folder &where) {
+    if (where.index.size() < where.entries.size() * 2) {
+        where.index.assign(std::bit_ceil(where.entries.size() * 2), 0);
+        where.indexed = 0;
+    }
+    const size_t mask = where.index.size() - 1;
+    for (; where.indexed < where.entries.size(); ++where.indexed) {
+        const std::string &name = where.entries[where.indexed].name;
+        size_t slot = std::hash<std::string_view>()(name) & mask;
+        while (where.index[slot] != 0 && where.entries[where.index[slot] - 1].name != name) slot = (slot + 1) & mask;
+        if (where.index[slot] == 0) where.index[slot] = static_cast<uint32_t>(where.indexed + 1);
+    }
+}
+
+registry::entry *registry::find(uint32_t directory, std::string_view name) {
+    auto &where = directories_[directory];
+    size_t at = 0;
+    if (where.entries.size() > FEW_ENTRIES) {
+        bring_index_up(where);
+        const size_t mask = where.index.size() - 1;
+        size_t slot = std::hash<std::string_view>()(name) & mask;
+        while (where.index[slot] != 0 && where.entries[where.index[slot] - 1].name != name) slot = (slot + 1) & mask;
+        if (where.index[slot] == 0) return nullptr;
+        at = where.index[slot] - 1;
+    }
+    for (; at < where.entries.size(); ++at) {  // behind an entry that is gone another of its name may stand
+        if (!where.entries[at].gone && where.entries[at].name == name) return &where.entries[at];
+    }
+    return nullptr;
+}
+
+registry::entry *registry::find(std::string_view path) {
+    entry *found = nullptr;
+    uint32_t directory = ROOT;
+    for (auto name = next_component(path); !name.empty(); name = next_component(path)) {
+        if (found != nullptr && found->holds != entry::kind::directory) return nullptr;
+        found = find(directory, name);
+        if (found == nullptr) return nullptr;
+        directory = found->directory;
+    }
+    return found;
+}
+
+std::optional<uint32_t> registry::find_directory(std::string_view path) {
+    if (path.find_first_not_of('/') == path.npos) return ROOT;
+    const entry *const found = find(path);
+    if (found == nullptr || found->holds != entry::kind::directory) return std::nullopt;
+    return found->directory;
+}
+
+// ---- as the registry server asks ------------------------------------------------------------------------------------
+
+std::unique_ptr<registry_cursor> registry::list(std::string_view path) {
+    const entry *const found = find(path);
+    if (found != nullptr && found->unreadable) return nullptr;
+    const auto directory = find_directory(path);
+    if (!directory) return nullptr;
+    return std::make_unique<cursor>(*this, *directory);
+}
+
+uint32_t registry::describe(std::string_view path, uint16_t &type, uint32_t &length) {
+    const entry *const found = find(path);
+    if (found == nullptr) {
+        if (find_directory(path) != ROOT) return IOERROR_NOT_FOUND;
+        type = REGTYPE_DIR;
+        length = 0;
+        return 0;
+    }
+    type = found->shown_type();
+    length = found->shown_length();
+    return 0;
+}
+
+uint32_t registry::read_int(std::string_view path, uint64_t &value) {
+    const entry *const found = find(path);
+    if (found == nullptr) return IOERROR_NOT_FOUND;
+    if (found->unreadable) return REFUSED;
+    if (found->holds == entry::kind::port) {
+        value = kernel_->device_port(found->name);
+        return 0;
+    }
+    if (found->holds != entry::kind::integer) return IOERROR_NOT_FOUND;
+    value = found->number;
+    return 0;
+}
+
+uint32_t registry::read_binary(std::string_view path, std::string &value) {
+    const entry *const found = find(path);
+    if (found == nullptr) return IOERROR_NOT_FOUND;
+    if (found->unreadable) return REFUSED;
+    if (found->holds != entry::kind::bytes) return IOERROR_NOT_FOUND;
+    value = found->bytes;
+    return 0;
+}
+
+// Makes a key, or gives one of the same kind a new value. A name that a machine file could not hold is refused.
+uint32_t registry::make_key(std::string_view path, entry made) {
+    std::string_view parent = path;
+    const auto name = take_last(parent);
+    std::string_view rest = path;
+    if (next_component(rest) == "run") return REFUSED;
+    if (!is_name(name) || !is_utf8(name)) return BAD_NAME;
+    const auto directory = find_directory(parent);
+    if (!directory) return IOERROR_NOT_FOUND;
+    entry *const there = find(*directory, name);
+    if (there == nullptr) {
+        made.name = name;
+        add(*directory, std::move(made));
+        return 0;
+    }
+    const auto key = [](const entry &of) { return of.holds != entry::kind::directory; };
+    if (key(*there) != key(made)) return REFUSED;
+    if (!key(made)) return 0;  // what a directory holds stays
+    made.name = name;
+    *there = std::move(made);
+    return 0;
+}
+
+uint32_t registry::write_binary(std::string_view path, std::string_view value) {
+    entry made;
+    made.holds = entry::kind::bytes;
+    made.bytes = value;
+    return make_key(path, std::move(made));
+}
+
+uint32_t registry::create_temporary(std::string_view path) {
+    entry made;
+    made.holds = entry::kind::directory;
+    made.temporary = true;
+    return make_key(path, std::move(made));
+}
+
+uint32_t registry::create_guard(std::string_view path, uint64_t value) {
+    entry made;
+    made.holds = entry::kind::integer;
+    made.number = value;
+    return make_key(path, std::move(made));
+}
+
+}  // namespace hosted::described

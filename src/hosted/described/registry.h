@@ -1,0 +1,107 @@
+// hosted/described/registry.h - the registry of a described machine.
+//
+// A tree of directories that keep the order of their entries. The kernel publishes run/proc and run/dev first; what the
+// machine file gives for them stands behind. A path finds its entry by a hash index, which a directory gets when the
+// first path leads through it and it holds more than a few entries.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "hosted/servers/registry_store.h"
+
+namespace hosted {
+class kernel;
+}
+
+namespace hosted::described {
+
+class registry : public registry_store {
+public:
+    static constexpr uint32_t ROOT = 0;
+    static constexpr uint32_t RUN = 1;
+    static constexpr uint32_t PROC = 2;
+    static constexpr uint32_t DEV = 3;
+    static constexpr size_t LONGEST_NAME = 51;  // that fits an iterator record
+
+    struct entry {
+        enum class kind : uint8_t { nothing, integer, port, bytes, directory };
+
+        std::string name;
+        kind holds = kind::nothing;  // what reading it gives; port: the device of its name
+        bool temporary = false;      // a directory
+        bool unreadable = false;     // listed and described only
+        bool published = false;      // by the kernel
+        bool gone = false;
+        uint32_t directory = 0;
+        uint64_t number = 0;
+        std::string bytes;
+        std::optional<uint16_t> type;  // described so, whatever it holds
+        std::optional<uint32_t> length;
+
+        uint16_t shown_type() const;
+        uint32_t shown_length() const;
+    };
+
+    registry();
+
+    // Whether a key may go by a name: 1 to 51 bytes without '/'.
+    static bool is_name(std::string_view name);
+
+    // Adds an entry behind the others of a directory; one that holds a directory gets an empty one. The entry stays
+    // where it is until the next is added.
+    entry &add(uint32_t directory, entry added);
+
+    // The kernel's own entry of a name where a machine file gives more for it; null where there is none.
+    entry *published_directory(uint32_t directory, std::string_view name);
+
+    void publish_task(uint64_t handle, std::string_view name);
+    void publish_device(std::string_view name);
+    void withdraw_task(uint64_t handle);
+
+    // Makes room for so many more entries.
+    void reserve(uint32_t directory, size_t count);
+
+    std::span<const entry> entries(uint32_t directory) const { return directories_[directory].entries; }
+
+    // The ports of devices are the kernel's to know.
+    void attach(kernel &owner) { kernel_ = &owner; }
+
+    registry_limits allowed;
+
+    // ---- as the registry server asks ----------------------------------------------------------------------------
+
+    registry_limits limits() const override { return allowed; }
+    std::unique_ptr<registry_cursor> list(std::string_view path) override;
+    uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) override;
+    uint32_t read_int(std::string_view path, uint64_t &value) override;
+    uint32_t read_binary(std::string_view path, std::string &value) override;
+    uint32_t write_binary(std::string_view path, std::string_view value) override;
+    uint32_t create_temporary(std::string_view path) override;
+    uint32_t create_guard(std::string_view path, uint64_t value) override;
+
+private:
+    class cursor;
+
+    struct folder {
+        std::vector<entry> entries;
+        std::vector<uint32_t> index;  // open addressing: 1 + the first entry of a name, 0 where free
+        size_t indexed = 0;           // entries that the index knows
+    };
+
+    entry *find(uint32_t directory, std::string_view name);
+    entry *find(std::string_view path);  // null: no such entry, or the root
+    std::optional<uint32_t> find_directory(std::string_view path);
+    void bring_index_up(folder &where);
+    uint32_t new_directory();
+    uint32_t make_key(std::string_view path, entry made);
+
+    std::vector<folder> directories_;  // in one row: releasing them needs no stack
+    kernel *kernel_ = nullptr;
+};
+
+}  // namespace hosted::described

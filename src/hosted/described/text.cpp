@@ -1,0 +1,118 @@
+// hosted/described/text.cpp - numbers, bytes and characters as a machine file writes them.
+#include "hosted/described/text.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+
+namespace hosted::described {
+namespace {
+
+constexpr std::string_view digits = "0123456789abcdef";
+
+int digit_value(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
+    return -1;
+}
+
+template <class Number> bool parse_whole(std::string_view text, Number &value, int base) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
+}  // namespace
+
+std::optional<uint64_t> parse_number(std::string_view text) {
+    const bool negative = text.starts_with('-');
+    if (negative) text.remove_prefix(1);
+    const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+    if (hexadecimal) text.remove_prefix(2);
+    uint64_t value = 0;
+    if (!parse_whole(text, value, hexadecimal ? 16 : 10)) return std::nullopt;
+    if (!negative) return value;
+    if (value > uint64_t{1} << 63) return std::nullopt;
+    return 0 - value;
+}
+
+std::optional<std::string> parse_hex(std::string_view text) {
+    std::string bytes;
+    for (size_t at = 0; at < text.size();) {
+        if (text[at] == ' ' || text[at] == '\t' || text[at] == '\n' || text[at] == '\r') {
+            ++at;
+            continue;
+        }
+        const int high = digit_value(text[at]);
+        const int low = at + 1 < text.size() ? digit_value(text[at + 1]) : -1;
+        if (high < 0 || low < 0) return std::nullopt;
+        bytes.push_back(static_cast<char>(high << 4 | low));
+        at += 2;
+    }
+    return bytes;
+}
+
+std::string hex_text(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size() * 3);
+    for (const char c : bytes) {
+        const auto byte = static_cast<uint8_t>(c);
+        if (!text.empty()) text.push_back(' ');
+        text.push_back(digits[byte >> 4]);
+        text.push_back(digits[byte & 15]);
+    }
+    return text;
+}
+
+bool next_character(std::string_view text, size_t &at, char32_t &character) {
+    const auto first = static_cast<uint8_t>(text[at]);
+    const size_t length = first < 0x80   ? 1
+                          : first < 0xC2 ? 0
+                          : first < 0xE0 ? 2
+                          : first < 0xF0 ? 3
+                          : first < 0xF5 ? 4
+                                         : 0;
+    if (length == 0 || text.size() - at < length) return false;
+    char32_t value = length == 1 ? first : first & (0x7FU >> length);
+    for (size_t i = 1; i < length; ++i) {
+        const auto byte = static_cast<uint8_t>(text[at + i]);
+        if ((byte & 0xC0) != 0x80) return false;
+        value = value << 6 | (byte & 0x3FU);
+    }
+    constexpr char32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (value < smallest[length] || value > 0x10FFFF || (value >= 0xD800 && value < 0xE000)) return false;
+    at += length;
+    character = value;
+    return true;
+}
+
+bool is_utf8(std::string_view text) {
+    char32_t character = 0;
+    for (size_t at = 0; at < text.size();) {
+        if (!next_character(text, at, character)) return false;
+    }
+    return true;
+}
+
+std::optional<svc_sockaddr> parse_address(std::string_view text) {
+    uint32_t address = 0;
+    for (int part = 0; part < 4; ++part) {
+        uint8_t number = 0;
+        const size_t length = std::min(text.find_first_not_of("0123456789"), text.size());
+        if (!parse_whole(text.substr(0, length), number, 10)) return std::nullopt;
+        text.remove_prefix(length);
+        address = address << 8 | number;
+        if (part == 3) break;
+        if (!text.starts_with('.')) return std::nullopt;
+        text.remove_prefix(1);
+    }
+    uint16_t port = 0;
+    if (!text.empty() && (text.front() != ':' || !parse_whole(text.substr(1), port, 10))) return std::nullopt;
+    svc_sockaddr result{};
+    result.family = SVC_FAMILY_INET;
+    result.port = htons(port);
+    result.address = htonl(address);
+    return result;
+}
+
+}  // namespace hosted::described
