@@ -20,6 +20,8 @@
 
 namespace hosted::live {
 
+uint64_t page_size();  // bytes
+
 // ---- memory ---------------------------------------------------------------------------------------------------------
 
 // Handles of the chunks and spaces: their kind's first handle and their place in the list.

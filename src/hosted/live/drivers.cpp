@@ -1,0 +1,53 @@
+// drivers.cpp - the table of device major numbers.
+#include <sys/sysmacros.h>
+
+#include "hosted/live/system.h"
+#include "platform/protocol/device.h"
+
+namespace hosted::live {
+
+namespace {
+constexpr uint64_t HIGHEST_MAJOR = 4095;  // device numbers have 12 bits for it
+}
+
+std::map<uint32_t, std::string> parse_drivers(std::string_view text) {
+    std::map<uint32_t, std::string> characters, blocks;
+    std::map<uint32_t, std::string> *section = nullptr;
+    while (!text.empty()) {
+        std::string_view line = next_line(text);
+        if (line == "Character devices:") section = &characters;
+        if (line == "Block devices:") section = &blocks;
+        const auto major = next_number(line);
+        std::string name(trimmed(line));
+        if (!section || !major || *major > HIGHEST_MAJOR || name.empty()) continue;
+        clean(name);
+        section->emplace(static_cast<uint32_t>(*major), std::move(name));
+    }
+    characters.merge(blocks);
+    return characters;
+}
+
+const std::map<uint32_t, std::string> &driver_table::drivers() {
+    if (!drivers_) {
+        std::string text;
+        read_file(roots_.proc + "/devices", text);
+        drivers_ = parse_drivers(text);
+    }
+    return *drivers_;
+}
+
+uint32_t driver_table::driver(uint64_t device_number, uint32_t &number, std::string &name) {
+    const auto found = drivers().find(major(device_number));
+    if (found == drivers().end()) return IOERROR_NOT_FOUND;
+    number = minor(device_number);
+    name = found->second;
+    return 0;
+}
+
+uint32_t driver_table::max_major(uint32_t &major) {
+    if (drivers().empty()) return IOERROR_NOT_FOUND;
+    major = drivers().rbegin()->first;
+    return 0;
+}
+
+}  // namespace hosted::live
