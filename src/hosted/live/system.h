@@ -173,6 +173,8 @@ private:
 
 // ---- registry -------------------------------------------------------------------------------------------------------
 
+struct registry_node;  // a key or directory
+
 // The directories hardware/ and kernel/, with paths from the root; it is for another store to add what stands beside
 // them. Everything in them is read-only: writing is refused with RESULT_NOT_PERMITTED.
 class system_registry : public registry_store {
@@ -189,11 +191,9 @@ public:
     uint32_t create_guard(std::string_view path, uint64_t value) override;
 
 private:
-    struct node;
-    node *find(std::string_view path);
+    registry_node *find(std::string_view path);
 
-    const file_roots &roots_;
-    std::unique_ptr<node> root_;
+    std::unique_ptr<registry_node> root_;
 };
 
 // ---- terminals ------------------------------------------------------------------------------------------------------

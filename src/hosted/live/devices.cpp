@@ -1,0 +1,105 @@
+// devices.cpp - the devices of the live machine and their servers.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <unordered_set>
+
+#include "hosted/live/devices.h"
+#include "hosted/live/system.h"
+#include "hosted/servers/protocols.h"
+#include "platform/kernel.h"
+#include "platform/protocol/sysvc.h"
+
+namespace hosted::live {
+
+namespace {
+
+constexpr std::string_view LOG_NAME = "syslog", CLOCK_NAME = "rtc0", PROCESSOR_NAME = "cpu", VM_NAME = "vm",
+                           HOST_NAME = "host";
+constexpr std::array FIXED_NAMES = {LOG_NAME, CLOCK_NAME, PROCESSOR_NAME, VM_NAME, HOST_NAME};
+
+bool contains(const std::vector<std::string> &names, std::string_view name) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+}  // namespace
+
+uint32_t error_word(int error) {
+    switch (error) {
+    case EPERM:
+    case EACCES: return static_cast<uint32_t>(RESULT_NOT_PERMITTED);
+    case ENOENT:
+    case ENODEV:
+    case ENXIO:
+    case EADDRNOTAVAIL: return IOERROR_NOT_FOUND;
+    default: return SYSVCERR_SYSTEM + static_cast<uint32_t>(error);
+    }
+}
+
+struct device_table::sources {
+    explicit sources(const file_roots &roots) : log(roots), clock(roots), host(roots) {}
+
+    system_log log;
+    hardware_clock clock;
+    host_services host;
+    std::vector<std::unique_ptr<file_counters>> counters;
+};
+
+device_table::device_table(const file_roots &roots) : roots_(roots), sources_(std::make_unique<sources>(roots)) {}
+
+device_table::~device_table() = default;
+
+std::vector<std::string> device_table::names() {
+    std::vector<std::string> names;
+    std::unordered_set<std::string> taken = {std::string(SYSTEM_SERVICE_NAME)};
+    for (const std::string_view name : FIXED_NAMES) {
+        taken.emplace(name);
+        if (name != CLOCK_NAME || sources_->clock.exists()) names.emplace_back(name);
+    }
+    for (const auto list : {interface_names, block_device_names}) {
+        for (std::string &name : list(roots_)) {
+            if (taken.insert(name).second) names.push_back(std::move(name));
+        }
+    }
+    return names;
+}
+
+bool device_table::has(std::string_view name) {
+    if (name == SYSTEM_SERVICE_NAME) return false;
+    if (name == CLOCK_NAME) return sources_->clock.exists();
+    if (std::find(FIXED_NAMES.begin(), FIXED_NAMES.end(), name) != FIXED_NAMES.end()) return true;
+    return contains(interface_names(roots_), name) || contains(block_device_names(roots_), name);
+}
+
+std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name) {
+    const auto counters = [this, name](file_counters::kind kind) {
+        sources_->counters.push_back(std::make_unique<file_counters>(roots_, kind, name));
+        return make_counter_protocol(*sources_->counters.back());
+    };
+    device_behaviour behaviour;
+    std::unique_ptr<device_protocol> protocol;
+    if (name == LOG_NAME) {
+        protocol = make_log_protocol(sources_->log);
+    } else if (name == CLOCK_NAME) {
+        if (sources_->clock.exists()) protocol = make_clock_protocol(sources_->clock);
+    } else if (name == PROCESSOR_NAME) {
+        protocol = counters(file_counters::kind::processors);
+    } else if (name == VM_NAME) {
+        protocol = counters(file_counters::kind::virtual_memory);
+    } else if (name == HOST_NAME) {
+        behaviour.classes.push_back(SERVICE_CLASS);
+        protocol = make_service_protocol(sources_->host);
+    } else if (name == SYSTEM_SERVICE_NAME) {
+        return nullptr;
+    } else if (contains(interface_names(roots_), name)) {
+        protocol = counters(file_counters::kind::interface);
+    } else if (contains(block_device_names(roots_), name)) {
+        protocol = counters(file_counters::kind::block_device);
+    }
+    if (!protocol) return nullptr;
+    auto made = std::make_unique<device_server>(owner, std::move(behaviour));
+    made->add(std::move(protocol));
+    return made;
+}
+
+}  // namespace hosted::live
