@@ -1,0 +1,217 @@
+// The device server: what it answers to each message, healthy or misbehaving, and what becomes of what it owes.
+#include "hosted/servers/device_server.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "hosted/test_machine.h"
+
+namespace {
+
+using hosted::device_behaviour;
+using answers = std::vector<std::pair<uint64_t, uint64_t>>;  // code and second word, in the order of arrival
+
+constexpr uint32_t COMMAND = 0x77;
+
+// Performs one command, unless its argument block says otherwise, and remembers what it was told.
+class one_command : public hosted::device_protocol {
+public:
+    explicit one_command(std::vector<uint64_t> &told) : told_(told) {}
+    std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
+        if (command != COMMAND) return std::nullopt;
+        told_.push_back(request.address);
+        return request.header.unit;
+    }
+    bool direct(const kernel_message &message) override { return message.code == 0xD0510001; }
+    void forget(hosted::arena &, uint64_t request) override { told_.push_back(~request); }
+
+private:
+    std::vector<uint64_t> &told_;
+};
+
+class DeviceServer : public testing::Test {
+protected:
+    void start(const device_behaviour &behaviour = {}, uint64_t buffer = 0) {
+        running_.emplace([&](test_machine &m) {
+            m.makers["dev"] = [this, behaviour, buffer](hosted::kernel &owner) {
+                auto made = std::make_unique<hosted::device_server>(owner, behaviour);
+                made->make_context(buffer);
+                made->add(std::make_unique<one_command>(told_));
+                return made;
+            };
+        });
+        port_ = running_->kernel().device_port("dev");
+        reply_ = _SL_CreateMsgPort(0, 0);
+        device_ = OpenDeviceFromMsgPort(port_);
+    }
+
+    IOreq *request(uint32_t command = COMMAND) {
+        IOreq *made = CreateIOreq(device_, 0, 0, sizeof(IOreq) + 8, reply_);
+        made->command = command;
+        return made;
+    }
+
+    // Everything that arrives on the reply port until so many milliseconds have passed.
+    answers arriving(int64_t timeout = 0) {
+        answers found;
+        const auto until = static_cast<int64_t>(TickGetCount()) + timeout;
+        for (kernel_message message{};;) {
+            const int64_t left = until - static_cast<int64_t>(TickGetCount());
+            if (_SL_RecvMsgPtr(reply_, &message, left) != RESULT_SUCCESS) return found;
+            found.emplace_back(message.code, message.word2);
+        }
+    }
+
+    answers sent(uint32_t code, uint64_t word2, std::optional<uint64_t> port = {}, std::optional<uint64_t> word1 = {}) {
+        EXPECT_EQ(_SL_SendMsg(port.value_or(port_), word1.value_or(reply_), code, word2, 0), RESULT_SUCCESS);
+        return arriving();
+    }
+
+    std::vector<uint64_t> told_;  // requests performed, and the complements of those forgotten
+    std::optional<test_kernel> running_;
+    uint64_t port_ = 0, reply_ = 0;
+    device_record *device_ = nullptr;
+};
+
+TEST_F(DeviceServer, AnswersABegunRequestOnce) {
+    device_behaviour behaviour;
+    behaviour.requests[1] = {.silent = true, .error = {}};
+    behaviour.requests[2] = {.abort = true, .error = {}};
+    behaviour.requests[3] = {.error = 9, .delay = 30};
+    behaviour.requests[COMMAND + 1] = {.error = {}, .delay = 50};
+    start(behaviour);
+    IOreq *io = request();
+    const uint64_t id = io->id;
+    const auto begin = [&](uint32_t command) {
+        io->command = command;
+        io->error = 0x55;
+        return sent(IOMSG_BEGIN, id);
+    };
+
+    EXPECT_EQ(begin(COMMAND), (answers{{IOMSG_DONE, id}}));
+    EXPECT_EQ(io->error, 0x55u);
+    io->unit = 6;
+    EXPECT_EQ(begin(COMMAND), (answers{{IOMSG_FAILED, id}}));
+    EXPECT_EQ(io->error, 6u);
+    EXPECT_EQ(begin(0x99), (answers{{IOMSG_FAILED, id}}));
+    EXPECT_EQ(io->error, uint32_t{IOERROR_BAD_COMMAND});
+    EXPECT_EQ(begin(2), (answers{{IOMSG_ABORTED, id}}));
+    EXPECT_EQ(io->error, 0x55u) << "an abort leaves it alone";
+    EXPECT_EQ(sent(IOMSG_ABORT, id), (answers{{IOMSG_ABORT_ACKNOWLEDGED, id}})) << "finished";
+
+    EXPECT_EQ(begin(3), answers{});
+    EXPECT_EQ(begin(COMMAND), answers{}) << "begun twice: its one answer is under way";
+    EXPECT_EQ(arriving(30), (answers{{IOMSG_FAILED, id}}));
+    EXPECT_EQ(io->error, 9u);
+
+    const answers aborted = {{IOMSG_ABORTED, id}, {IOMSG_ABORT_ACKNOWLEDGED, id}};
+    EXPECT_EQ(begin(1), answers{});
+    EXPECT_EQ(sent(IOMSG_ABORT, id), aborted);
+    EXPECT_EQ(begin(3), answers{});
+    EXPECT_EQ(sent(IOMSG_ABORT, id), aborted);
+    EXPECT_EQ(begin(COMMAND + 1), answers{}) << "the late answer of the aborted run is not this one's";
+    EXPECT_EQ(arriving(100), (answers{{IOMSG_FAILED, id}}));
+    EXPECT_EQ(io->error, uint32_t{IOERROR_BAD_COMMAND});
+    EXPECT_EQ(told_, (std::vector<uint64_t>(2, reinterpret_cast<uint64_t>(io))));
+}
+
+TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
+    start();
+    IOreq *io = request();
+    EXPECT_EQ(sent(IOMSG_BEGIN, 999), (answers{{IOMSG_FAILED, 999}}));
+    EXPECT_EQ(sent(IOMSG_ABORT, 999), (answers{{IOMSG_ABORT_ACKNOWLEDGED, 999}}));
+    EXPECT_EQ(sent(DEVMSG_CLOSE, reply_, port_, 0), (answers{{DEVMSG_CLOSED, 0}})) << "the device's port, no record's";
+    EXPECT_EQ(sent(DEVMSG_CREATE_REQUEST, 200, {}, 0x1000), answers{});
+    EXPECT_EQ(sent(DEVMSG_DELETE_REQUEST, io->id, {}, 0x1000), answers{});
+    IOreq unknown{};
+    unknown.id = 999;
+    unknown.device = reinterpret_cast<uint64_t>(device_);
+    EXPECT_EQ(DeleteIOreq(&unknown), IO_SUCCESS);
+    EXPECT_EQ(sent(0x12345, 5), (answers{{hosted::QUERY_UNKNOWN_ANSWER, 0}}));
+    EXPECT_EQ(sent(0xD0510001, 5), answers{}) << "a protocol's own";
+    EXPECT_EQ(sent(0x12345, 5, {}, port_), answers{}) << "an answer to the server itself goes nowhere";
+    EXPECT_EQ(told_, std::vector<uint64_t>{});
+    EXPECT_EQ(SyncIO(io), IO_SUCCESS);
+}
+
+TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
+    start();
+    for (const uint64_t size : {uint64_t{0}, sizeof(IOreq) - 1, uint64_t{1} << 60, ~uint64_t{0}}) {
+        EXPECT_EQ(CreateIOreq(device_, 0, 0, size, reply_), nullptr) << size;
+    }
+    for (int round = 0; round < 2; round++) {
+        IOreq *io = CreateIOreq(device_, 3, 5, sizeof(IOreq) + 1000, reply_);
+        ASSERT_NE(io, nullptr);
+        EXPECT_EQ(std::tuple(io->unit, io->status, io->flags, io->command), std::tuple(3u, IOREQ_STATUS_NEW, 5, 0u));
+        auto *bytes = reinterpret_cast<unsigned char *>(io + 1);
+        for (int i = 0; i < 1000; i++) ASSERT_EQ(std::exchange(bytes[i], 0xFF), 0) << i;
+        EXPECT_EQ(round == 0 ? DeleteIOreq(io) : DeleteIOreqAsync(io), IO_SUCCESS);
+    }
+    EXPECT_EQ(told_.size(), 2u) << "both forgotten";
+}
+
+// A close names its record by the port it is sent to, and drops what is owed to that record only.
+TEST_F(DeviceServer, ClosesOneRecordAndWhatItOwes) {
+    device_behaviour behaviour;
+    behaviour.requests[COMMAND] = {.error = {}, .delay = 10};
+    start(behaviour, 64);
+    const auto before = running_->handles();
+    device_record *kept = device_;
+    IOreq *io = request();
+    const uint64_t id = io->id;
+    device_ = OpenDeviceFromMsgPort(port_);
+    const auto *context = reinterpret_cast<const client_context *>(device_->context);
+    EXPECT_EQ(context->buffer_size, 64u);
+    const uint64_t dropped = request()->id;
+    EXPECT_EQ(sent(IOMSG_BEGIN, id), answers{});
+    EXPECT_EQ(sent(IOMSG_BEGIN, dropped), answers{});
+    EXPECT_EQ(sent(DEVMSG_DELETE_REQUEST, id, {}, reinterpret_cast<uint64_t>(device_)), answers{}) << "not its own";
+    EXPECT_EQ(CloseDevice(device_), 0);
+    EXPECT_EQ(arriving(50), (answers{{IOMSG_DONE, id}}));
+    EXPECT_EQ(sent(IOMSG_BEGIN, dropped), (answers{{IOMSG_FAILED, dropped}})) << "gone";
+    EXPECT_EQ(running_->handles(), before);
+    EXPECT_TRUE(running_->kernel().memory().contains(kept->context));
+
+    EXPECT_EQ(sent(IOMSG_BEGIN, id), answers{});
+    EXPECT_EQ(DeleteIOreq(io), IO_SUCCESS);
+    EXPECT_EQ(arriving(50), answers{}) << "a deleted request owes nothing";
+}
+
+TEST_F(DeviceServer, RefusesAsItsBehaviourSays) {
+    device_behaviour behaviour;
+    behaviour.null_requests = true;
+    behaviour.classes = {0xA, 0xB};
+    behaviour.queries = {{DEVQUERY_POWER_LEVEL, 3}, {DEVQUERY_PING, 4}};
+    behaviour.answers[0x2DB60] = {.code = {}, .value = 5, .delay = 40};
+    behaviour.answers[0x2DB61] = {.silent = true, .code = {}};
+    behaviour.answers[0x2DB62] = {.code = 0x9, .value = 6};
+    start(behaviour, 64);
+    EXPECT_EQ(reinterpret_cast<const client_context *>(device_->context)->request, 0u);
+    EXPECT_EQ(CreateIOreq(device_, 0, 0, 500, reply_), nullptr);
+    EXPECT_EQ(sent(DEVQUERY_PING, 0), (answers{{DEVQUERY_PING + 1, 4}}));
+    EXPECT_EQ(sent(DEVQUERY_GET_CLASS, 1), (answers{{DEVQUERY_GET_CLASS + 1, 0xB}}));
+    EXPECT_EQ(sent(DEVQUERY_GET_CLASS, 2), (answers{{hosted::QUERY_UNKNOWN_ANSWER, 0}}));
+    EXPECT_EQ(sent(DEVQUERY_POWER_LEVEL, 0), (answers{{DEVQUERY_POWER_LEVEL + 1, 3}}));
+    EXPECT_EQ(sent(0x2DB60, 0), answers{});
+    EXPECT_EQ(sent(0x2DB61, 0), answers{});
+    EXPECT_EQ(sent(0x2DB62, 0), (answers{{0x9, 6}}));
+    EXPECT_EQ(arriving(40), (answers{{0x2DB61, 5}}));
+
+    using opening = device_behaviour::opening;
+    for (const auto open : {opening::silent, opening::null}) {
+        running_.reset();
+        running_.emplace([&](test_machine &m) {
+            m.makers["dev"] = [open](hosted::kernel &owner) {
+                device_behaviour closed;
+                closed.open = open;
+                return std::make_unique<hosted::device_server>(owner, closed);
+            };
+        });
+        port_ = running_->kernel().device_port("dev");
+        reply_ = _SL_CreateMsgPort(0, 0);
+        EXPECT_EQ(sent(DEVMSG_OPEN, 0), open == opening::silent ? answers{} : (answers{{DEVMSG_OPENED, 0}}));
+    }
+}
+
+}  // namespace

@@ -1,0 +1,216 @@
+// What the protocols make of argument blocks: nothing is read or written outside the request, whatever it says.
+#include "hosted/servers/protocols.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "hosted/test_machine.h"
+#include "platform/protocol/counters.h"
+#include "platform/protocol/log.h"
+
+namespace {
+
+// A device that speaks one protocol, with one request on it.
+class spoken {
+public:
+    spoken(std::function<std::unique_ptr<hosted::device_protocol>(test_machine &)> make, uint64_t size)
+        : running_([&](test_machine &m) {
+              m.makers["dev"] = [&m, make](hosted::kernel &owner) {
+                  auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
+                  made->add(make(m));
+                  return made;
+              };
+          }),
+          device(OpenDeviceFromMsgPort(running_.kernel().device_port("dev"))),
+          request(CreateIOreq(device, 1, 0, size, CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY))) {
+        request->payload = at(IOREQ_INLINE);
+    }
+    uint64_t at(uint64_t offset) const { return reinterpret_cast<uint64_t>(request) + offset; }
+    template <class T> T &in_line(uint64_t offset = IOREQ_INLINE) { return *reinterpret_cast<T *>(at(offset)); }
+    std::string text(uint64_t offset, uint64_t length) { return {&in_line<char>(offset), length}; }
+    bool contains(uint64_t address) { return running_.kernel().memory().contains(address); }
+
+    // The error word of a command; 0 when it is done.
+    uint32_t error(uint32_t command) {
+        request->command = command;
+        request->error = 0;
+        return SyncIO(request) == IO_SUCCESS ? 0 : request->error;
+    }
+
+private:
+    test_kernel running_;
+
+public:
+    device_record *device;
+    IOreq *request;
+};
+
+TEST(RegistryProtocol, ReachesNoFurtherThanTheRequest) {
+    spoken to([](test_machine &m) { return hosted::make_registry_protocol(m.store); }, 256);
+    IOreq *other = CreateIOreq(to.device, 0, 0, 256, 0);
+    auto &block = to.in_line<reg_bin_block>();
+    const auto set = [&](uint64_t path, uint64_t data, uint64_t length) { block = {path, data, length}; };
+    constexpr uint32_t BAD = IOERROR_BAD_COMMAND;
+    std::memset(&to.in_line<char>(160), 'k', 96);  // a path without an end
+    to.in_line<char>(159) = '\0';
+    const struct {
+        uint64_t path, data, length;
+        uint32_t error;
+    } cases[] = {
+        {to.at(159), to.at(200), 56, 0},
+        {to.at(159), to.at(200), 57, BAD},
+        {to.at(159), to.at(200), ~0ull, BAD},
+        {to.at(159), 0, 0, 0},
+        {to.at(159), 0, 1, BAD},
+        {to.at(160), to.at(200), 1, BAD},
+        {to.at(256), to.at(200), 1, BAD},
+        {to.at(0) - 1, to.at(200), 1, BAD},
+        {reinterpret_cast<uint64_t>(other), to.at(200), 1, BAD},
+    };
+    for (const auto &[path, data, length, error] : cases) {
+        set(path, data, length);
+        EXPECT_EQ(to.error(REGCMD_SET_BIN), error) << std::hex << path - to.at(0) << " " << length;
+    }
+    set(to.at(159), to.at(250), 7);
+    EXPECT_EQ(to.error(REGCMD_GET_BIN), 0u) << "holds nothing, so that it fits";
+    for (const uint64_t payload : {to.at(121), to.at(250), uint64_t{0}, ~uint64_t{7}}) {
+        to.request->payload = payload;
+        for (const uint32_t command : {REGCMD_CAPS, REGCMD_GET_INT, REGCMD_ITERATOR_BEGIN, REGCMD_ITERATOR_END}) {
+            EXPECT_EQ(to.error(command), BAD);
+        }
+    }
+    to.request->payload = to.at(IOREQ_INLINE);
+    to.in_line<reg_step_block>() = {to.at(200), {}};
+    EXPECT_EQ(to.error(REGCMD_ITERATOR_NEXT), BAD) << "a record past the end";
+    to.in_line<reg_step_block>().record = to.at(128);
+    EXPECT_EQ(to.error(REGCMD_ITERATOR_NEXT), uint32_t{IOERROR_NOT_FOUND}) << "never begun";
+}
+
+struct memory_log : hosted::log_source {
+    std::string kept = "0123456789";
+    uint32_t length(uint64_t &characters) override { return characters = kept.size() << 33, 0; }
+    uint32_t read(uint64_t offset, uint64_t, std::string_view &text) override {
+        return text = std::string_view(kept).substr(std::min<uint64_t>(offset, kept.size())), 0;
+    }
+    uint32_t write(std::string_view message) override { return kept = message, 0; }
+    void emergency(uint64_t, uint64_t, uint64_t) override {}
+};
+
+TEST(LogProtocol, CutsToTheRoom) {
+    memory_log log;
+    spoken to([&](auto &) { return hosted::make_log_protocol(log); }, 136 + 8);
+    auto &block = to.in_line<log_read_request>(0);
+    EXPECT_EQ(to.error(LOGCMD_LENGTH), 0u);
+    EXPECT_EQ(block.offset, ~0u);
+    for (const auto &[offset, count, text] : {std::tuple(0u, ~0u, "01234567"), {3u, 4u, "3456"}, {11u, 5u, ""}}) {
+        block.offset = offset, block.count = count, block.buffer = to.at(136);
+        EXPECT_EQ(to.error(LOGCMD_READ), 0u);
+        EXPECT_EQ(to.text(136, block.count), text);
+    }
+    block.buffer = to.at(144);
+    EXPECT_EQ(to.error(LOGCMD_READ), uint32_t{IOERROR_BAD_COMMAND});
+    auto &written = to.in_line<log_write_request>(0);
+    for (const auto &[length, error] : {std::pair(8u, 0u), {9u, 4u}, {0u, 0u}, {65535u, 4u}}) {
+        written.length = static_cast<uint16_t>(length), written.buffer = to.at(136);
+        EXPECT_EQ(to.error(LOGCMD_WRITE), error) << length;
+    }
+    EXPECT_EQ(log.kept, "");
+}
+
+TEST(CounterProtocol, WritesWholeRecordsInTheRoom) {
+    std::string bytes;
+    EXPECT_FALSE(hosted::append_counter(bytes, 11, "rx", 1));
+    EXPECT_TRUE(hosted::append_counter(bytes, 12, "rx", 0x0102030405060708));
+    EXPECT_EQ(bytes, std::string("\3rx\0\x8\7\6\5\4\3\2\1", 12));
+    EXPECT_TRUE(hosted::append_counter(bytes, 1000, std::string(300, 'n'), 0));
+    EXPECT_EQ(bytes.size(), 12u + 1 + 255 + 8);
+    EXPECT_EQ(static_cast<uint8_t>(bytes[12]), 255);
+
+    struct liar : hosted::counter_source {
+        uint32_t read(uint32_t unit, uint64_t room, std::string &out, uint64_t &returned) override {
+            return out.assign(100, 'x'), returned = room * 1000, unit - 1;
+        }
+    } source;
+    spoken to([&](auto &) { return hosted::make_counter_protocol(source); }, IOREQ_INLINE + 50);
+    for (const uint64_t room : {uint64_t{50}, uint64_t{51}, uint64_t{7}, ~uint64_t{0}}) {
+        to.request->transfer.buffer_size = room;
+        EXPECT_EQ(to.error(CNTCMD_GET), 0u);
+        EXPECT_EQ(to.request->transfer.returned_size, 1000 * std::min<uint64_t>(room, 50));
+    }
+}
+
+struct one_service : hosted::service_source {
+    hosted::service_description described;
+    size_t count() const override { return 1; }
+    uint64_t total() const override { return 300; }
+    const hosted::service_description &describe(size_t) const override { return described; }
+    uint32_t call(size_t, hosted::service_call &call) override {
+        call.set_text(0, call.text(0).value_or("none"));
+        call.set_wide(1, U"wide");
+        call.set_word(2, call.word(0) + call.word(8));
+        if (const auto address = call.address(1)) call.set_address(3, *address);
+        call.set_word(4, 1);
+        return 0;
+    }
+};
+
+TEST(ServiceProtocol, TellsCountsAsTheyAreAndWritesWhatFits) {
+    one_service source;
+    source.described = {std::string(31, 's'),
+                        std::vector(9, hosted::service_description::item{"argument_key_of_17", 2}),
+                        std::vector(5, hosted::service_description::item{"result", 1})};
+    constexpr uint64_t size = IOREQ_INLINE + sizeof(svc_info_block) + 2 * sizeof(svc_descriptor) + 23;
+    spoken to([&](auto &) { return hosted::make_service_protocol(source); }, size);
+    auto &info = to.in_line<svc_info_block>();
+    std::fill_n(info.name, 31, 's');
+    EXPECT_EQ(to.error(SVCCMD_INFO), 0u);
+    EXPECT_EQ(std::pair(info.arg_count, info.result_count), std::pair(uint64_t{9}, uint64_t{5}));
+    EXPECT_EQ(std::string(info.args[7].name, 16), "argument_key_of_");
+    EXPECT_EQ(to.text(IOREQ_INLINE + sizeof info + 24, 7), std::string("result\0", 7));
+    EXPECT_EQ(to.text(size - 23, 23), std::string(23, '\0')) << "no part of a third";
+    source.described.results.clear();
+    std::memset(&info.result_count, 0, 32);
+    EXPECT_EQ(to.error(SVCCMD_INFO), 0u);
+    EXPECT_EQ(to.text(IOREQ_INLINE + 264, 32), std::string(32, '\0')) << "no part of a ninth";
+    std::fill_n(info.name, 64, 's');
+    EXPECT_EQ(to.error(SVCCMD_INFO), uint32_t{IOERROR_BAD_COMMAND}) << "a name without an end";
+    info.name[32] = '\0';
+    EXPECT_EQ(to.error(SVCCMD_INFO), uint32_t{IOERROR_NOT_FOUND});
+
+    source.described.name = std::string(40, 'l');
+    auto &list = to.in_line<svc_list_block>();
+    for (const uint64_t capacity : {~uint64_t{0}, uint64_t{0}}) {
+        list.capacity = capacity;
+        EXPECT_EQ(to.error(SVCCMD_LIST), 0u);
+        EXPECT_EQ(std::pair(list.total, list.returned), std::pair(uint64_t{300}, std::min<uint64_t>(capacity, 1)));
+    }
+    EXPECT_EQ(std::string(list.names[0], 32), std::string(32, 'l')) << "it fills its field";
+}
+
+TEST(ServiceProtocol, KeepsResultsAsLongAsTheRequest) {
+    one_service source;
+    source.described.name = "echo";
+    spoken to([&](auto &) { return hosted::make_service_protocol(source); },
+              IOREQ_INLINE + sizeof(svc_call_block) + 16);
+    auto &call = to.in_line<svc_call_block>();
+    std::strcpy(call.name, "echo");
+    std::strcpy(&to.in_line<char>(376), "text");
+    call.args[0].value = to.at(376);
+    call.args[1].value = to.at(377);  // its 16 bytes run past the end
+    call.results[3].value = 7;
+    EXPECT_EQ(to.error(SVCCMD_CALL), 0u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(call.results[0].value), "text");
+    EXPECT_EQ(std::u32string_view(reinterpret_cast<const char32_t *>(call.results[1].value)), U"wide");
+    EXPECT_EQ(call.results[2].value, to.at(376));
+    EXPECT_EQ(std::pair(call.results[3].value, call.pool_cursor), std::pair(uint64_t{7}, uint64_t{0}));
+    const uint64_t text = call.results[0].value;
+    call.args[0].value = text;  // not the request's own
+    EXPECT_EQ(to.error(SVCCMD_CALL), 0u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(call.results[0].value), "none");
+    DeleteIOreq(to.request);
+    EXPECT_FALSE(to.contains(text));
+}
+
+}  // namespace

@@ -1,0 +1,180 @@
+// test_machine.h - a kernel of the test's own in this process: a machine whose servers and registry the test brings, on
+// a virtual clock that starts at 1000.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "hosted/kernel/entry.h"
+#include "hosted/servers/protocols.h"
+#include "platform/protocol/registry.h"
+#include "platform/registry.h"
+#include "platform/sysvc.h"
+
+// Keys by their path, and the ports of the devices.
+class memory_registry : public hosted::registry_store {
+public:
+    struct key {
+        uint16_t type = REGTYPE_INT;
+        uint64_t number = 0;
+        std::string bytes = "12345678";  // as many as its length says
+    };
+    std::map<std::string, key, std::less<>> keys;
+    hosted::registry_limits limit;
+    hosted::kernel *kernel = nullptr;
+
+    hosted::registry_limits limits() const override { return limit; }
+    std::unique_ptr<hosted::registry_cursor> list(std::string_view path) override {
+        struct cursor : hosted::registry_cursor {
+            std::vector<hosted::registry_entry> entries;
+            size_t position = 0;
+            bool next(hosted::registry_entry &entry) override {
+                if (position < entries.size()) entry = entries[position];
+                return position++ < entries.size();
+            }
+        };
+        if (!path.ends_with('/')) return nullptr;
+        auto made = std::make_unique<cursor>();
+        for (const auto &[name, held] : keys) {
+            if (!name.starts_with(path)) continue;
+            made->entries.push_back({name.substr(path.size()), held.type, static_cast<uint32_t>(held.bytes.size())});
+        }
+        return made;
+    }
+    uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) override {
+        return with(path, [&](const key &k) { type = k.type, length = static_cast<uint32_t>(k.bytes.size()); });
+    }
+    uint32_t read_int(std::string_view path, uint64_t &value) override {
+        if (!path.starts_with(DEVICE_DIRECTORY)) return with(path, [&](const key &k) { value = k.number; });
+        value = kernel->device_port(path.substr(sizeof DEVICE_DIRECTORY - 1));
+        return value == NO_OBJECT ? uint32_t{IOERROR_NOT_FOUND} : 0;
+    }
+    uint32_t read_binary(std::string_view path, std::string &value) override {
+        return with(path, [&](const key &k) { value = k.bytes; });
+    }
+    uint32_t write_binary(std::string_view path, std::string_view value) override {
+        return keys[std::string(path)] = {REGTYPE_BIN, 0, std::string(value)}, 0;
+    }
+    uint32_t create_temporary(std::string_view path) override {
+        return keys[std::string(path)] = {REGTYPE_TMP, 0, ""}, 0;
+    }
+    uint32_t create_guard(std::string_view path, uint64_t value) override {
+        return keys[std::string(path)] = {REGTYPE_INT, value}, 0;
+    }
+
+private:
+    template <class Use> uint32_t with(std::string_view path, Use use) const {
+        const auto found = keys.find(path);
+        if (found == keys.end()) return IOERROR_NOT_FOUND;
+        use(found->second);
+        return 0;
+    }
+};
+
+class test_machine : public hosted::machine {
+public:
+    using maker = std::function<std::unique_ptr<hosted::server>(hosted::kernel &)>;
+    static constexpr uint64_t TASK = 0x10, THREAD = 0x11;
+
+    std::map<std::string, maker, std::less<>> makers;  // of the devices' servers, by name
+    maker registry_maker;                              // none: a healthy registry over store
+    memory_registry store;
+    std::map<uint64_t, uint64_t> states;
+    std::map<std::pair<uint64_t, uint64_t>, uint64_t> infos;  // by handle and item
+    std::vector<uint64_t> destroyed;                          // what was asked to be ended; nothing ever is
+
+    void attach(hosted::kernel &owner) override { store.kernel = &owner; }
+    uint64_t task() override { return TASK; }
+    uint64_t thread(bool first) override { return first ? THREAD : 0; }
+    bool knows(uint64_t handle) override { return handle == TASK || handle == THREAD; }
+    uint64_t first_handle() override { return 0x20; }
+    bool reserves(uint64_t) override { return false; }
+    std::optional<uint64_t> virtual_tick() override { return 1000; }
+    bool state(uint64_t item, uint64_t &value) override { return read(states, item, value); }
+    uint64_t system_data(uint64_t, uint64_t, uint64_t &) override { return RESULT_NO_ITEM; }
+    bool traces_calls() override { return false; }
+    uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override {
+        return read(infos, {handle, item}, value) ? uint64_t{RESULT_SUCCESS} : RESULT_NO_ITEM;
+    }
+    uint64_t begin(uint64_t, uint64_t, std::unique_ptr<hosted::walk> &) override { return RESULT_BAD_ARGUMENT; }
+    uint64_t set_property(uint64_t, uint64_t, uint64_t) override { return RESULT_NOT_PERMITTED; }
+    uint64_t fetch_register(uint64_t, uint64_t, uint64_t, uint64_t &) override { return RESULT_NO_ITEM; }
+    uint64_t raise(uint64_t, uint64_t, uint64_t) override { return RESULT_NOT_PERMITTED; }
+    uint64_t destroy(uint64_t handle) override { return destroyed.push_back(handle), RESULT_NOT_PERMITTED; }
+    void exit_notice(uint64_t, uint64_t) override {}
+    std::unique_ptr<hosted::server> make_registry(hosted::kernel &owner) override {
+        if (registry_maker) return registry_maker(owner);
+        auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
+        made->make_context(store.limit.buffer);
+        made->add(hosted::make_registry_protocol(store));
+        return made;
+    }
+    std::vector<std::string> devices() override { return {}; }
+    bool has_device(std::string_view name) override { return makers.contains(name); }
+    std::unique_ptr<hosted::server> make_device(hosted::kernel &owner, std::string_view name) override {
+        const auto found = makers.find(name);
+        return found == makers.end() ? nullptr : found->second(owner);
+    }
+    int open_terminal(const char *, int) override { return -1; }
+    int control_terminal(int, unsigned long, char *) override { return -1; }
+    void close_terminal(int) override {}
+    bool save(std::string &) override { return true; }
+
+private:
+    template <class Map> static bool read(const Map &from, const typename Map::key_type &key, uint64_t &value) {
+        const auto found = from.find(key);
+        if (found != from.end()) value = found->second;
+        return found != from.end();
+    }
+};
+
+// The running kernel over a test machine, from here to the end of the scope.
+class test_kernel {
+public:
+    explicit test_kernel(const std::function<void(test_machine &)> &set_up = {}, hosted::fault_list faults = {}) {
+        auto made = std::make_unique<test_machine>();
+        machine_ = made.get();
+        if (set_up) set_up(*made);
+        hosted::install(std::move(made), std::move(faults));
+    }
+    ~test_kernel() {
+        g_registry_device = g_sysvc_device = nullptr;
+        hosted::shut_down();
+    }
+    test_kernel(const test_kernel &) = delete;
+    test_kernel &operator=(const test_kernel &) = delete;
+
+    test_machine *operator->() { return machine_; }
+    hosted::kernel &kernel() { return hosted::running(); }
+
+    // The handles that stand for an object: what is left behind shows as a difference.
+    std::set<uint64_t> handles() {
+        const uint64_t block = kernel().memory().allocate(1);
+        _SL_GetAddressMemo(0, block, ADDRESS_MEMO_ANY);  // makes the arena's memo, if it was not there yet
+        kernel().memory().release(block);
+        std::set<uint64_t> found;
+        for (uint64_t end = kernel().new_handle(), handle = machine_->first_handle(), master; handle < end; handle++) {
+            if (_SL_GetObjectInfo(handle, OBJINFO_HANDLE, &master) == RESULT_SUCCESS) found.insert(handle);
+        }
+        return found;
+    }
+
+private:
+    test_machine *machine_;
+};
+
+// A list of one fault; sends may be told apart by their code.
+inline hosted::fault_list fault(hosted::call which, uint64_t result, uint64_t nth = 1, uint64_t times = 1,
+                                std::optional<uint32_t> code = {}) {
+    hosted::fault_list list;
+    list.add({.which = which, .code = code, .nth = nth, .times = times, .result = result});
+    return list;
+}
+inline hosted::fault_list send_fault(uint32_t code, uint64_t result, uint64_t nth = 1, uint64_t times = 1) {
+    return fault(hosted::call::send_msg, result, nth, times, code);
+}

@@ -1,0 +1,342 @@
+// Message sequences of the device library against servers that answer as a script says.
+#include "platform/device.h"
+
+#include <gtest/gtest.h>
+
+#include "hosted/test_machine.h"
+
+namespace {
+
+using hosted::call;
+using hosted::device_behaviour;
+
+struct step {
+    int64_t delay;  // milliseconds
+    uint32_t code;
+};
+using script = std::vector<step>;
+
+// Answers every begin and every abort with the messages of a script.
+class scripted_server : public hosted::device_server {
+public:
+    scripted_server(hosted::kernel &owner, script begun, script aborted)
+        : device_server(owner, {}), begun_(std::move(begun)), aborted_(std::move(aborted)) {}
+
+protected:
+    void begin(uint64_t reply_port, uint64_t id) override { play(begun_, reply_port, id); }
+    void abort(uint64_t reply_port, uint64_t id) override { play(aborted_, reply_port, id); }
+
+private:
+    void play(const script &steps, uint64_t reply_port, uint64_t id) {
+        for (const step &one : steps) {
+            kernel_.after(one.delay, [this, reply_port, code = one.code, id] { kernel_.post(reply_port, code, id); });
+        }
+    }
+    script begun_, aborted_;
+};
+
+test_machine::maker scripted(script begun, script aborted = {}) {
+    return [=](hosted::kernel &owner) { return std::make_unique<scripted_server>(owner, begun, aborted); };
+}
+
+test_machine::maker behaving(device_behaviour behaviour) {
+    return [=](hosted::kernel &owner) { return std::make_unique<hosted::device_server>(owner, behaviour); };
+}
+
+// An opened device "dev" with one request on it.
+struct opened {
+    uint64_t port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
+    device_record *device = OpenDeviceFromMsgPort(hosted::running().device_port("dev"));
+    IOreq *request = device != nullptr ? CreateIOreq(device, 7, IOREQ_FLAGS_DEFAULT, 200, port) : nullptr;
+
+    bool nothing_comes() const {
+        kernel_message message{};
+        return _SL_RecvMsgPtr(port, &message, 500) == RESULT_TIMEOUT;
+    }
+};
+constexpr uint64_t FIRST = 3;  // receive of the request; opening and creating took one each
+
+constexpr uint32_t DONE = IOMSG_DONE, FAILED = IOMSG_FAILED, ABORTED = IOMSG_ABORTED, ACK = IOMSG_ABORT_ACKNOWLEDGED;
+constexpr uint64_t INTERRUPTED = RESULT_INTERRUPTED, BROKEN = RESULT_BAD_ARGUMENT;
+
+hosted::fault_list receive(uint64_t result, uint64_t nth, uint64_t times = 1) {
+    return fault(call::recv_msg_ptr, result, nth, times);
+}
+
+TEST(Device, SyncIOExShakesHandsOverAnAbort) {
+    constexpr bool AB = true, NO = false, RE = true;
+    const auto begins = [](uint64_t result) { return send_fault(IOMSG_BEGIN, result, 1, 4); };
+    const auto aborts = [](uint64_t result) { return send_fault(IOMSG_ABORT, result, 1, 4); };
+    const struct {
+        const char *title;
+        script begun, aborted;
+        bool abort, restart;
+        hosted::fault_list faults;
+        int result;
+        uint32_t error = 0;
+    } cases[] = {
+        {"done at the very deadline", {{50, DONE}}, {}, AB, NO, {}, IO_SUCCESS},
+        {"error", {{0, FAILED}}, {}, AB, NO, {}, IO_FAILED},
+        {"aborted", {{0, ABORTED}}, {}, AB, NO, {}, IO_CANCELED},
+        {"stray reply", {{0, ACK}}, {}, AB, NO, {}, IO_NO_REPLY},
+        {"time-out without abort", {}, {}, NO, NO, {}, IO_UNAVAILABLE, IOERROR_LOCAL},
+        {"aborted in time", {}, {{0, ABORTED}, {0, ACK}}, AB, NO, {}, IO_TIME_EXPIRED},
+        {"done, then acknowledged", {{60, DONE}}, {{20, ACK}}, AB, NO, {}, IO_SUCCESS},
+        {"acknowledged, then done", {{80, DONE}}, {{10, ACK}}, AB, NO, {}, IO_SUCCESS},
+        {"acknowledged twice, then done", {{80, DONE}}, {{10, ACK}, {11, ACK}}, AB, NO, {}, IO_SUCCESS},
+        {"done twice, then aborted", {{60, DONE}, {61, DONE}}, {{30, ABORTED}}, AB, NO, {}, IO_TIME_EXPIRED},
+        {"other codes on the way", {{60, 0x99}, {61, FAILED}, {80, DONE}}, {{5, ACK}}, AB, NO, {}, IO_SUCCESS},
+        {"late messages are drained", {}, {{0, ABORTED}, {1, DONE}, {2, ACK}, {3, 0x99}}, AB, NO, {}, IO_TIME_EXPIRED},
+        {"wait cut", {}, {{0, ABORTED}, {0, ACK}}, AB, NO, receive(INTERRUPTED, FIRST), IO_INTERRUPTED},
+        {"wait cut, no abort", {}, {}, NO, NO, receive(INTERRUPTED, FIRST), IO_UNAVAILABLE, IOERROR_LOCAL},
+        {"wait cut, restarted", {{50, DONE}}, {}, NO, RE, receive(INTERRUPTED, FIRST, 3), IO_SUCCESS},
+        {"handshake cut", {{60, DONE}}, {{20, ACK}}, AB, NO, receive(INTERRUPTED, FIRST + 1, 5), IO_SUCCESS},
+        {"wait broken", {}, {}, AB, NO, receive(BROKEN, FIRST), IO_UNAVAILABLE, IOERROR_LOCAL},
+        {"handshake broken", {}, {{0, DONE}, {0, ACK}}, AB, NO, receive(BROKEN, FIRST + 1), IO_TIME_EXPIRED},
+        {"begin cut", {{0, DONE}}, {}, AB, NO, begins(INTERRUPTED), IO_INTERRUPTED, IOERROR_LOCAL},
+        {"begin cut, restarted", {{0, DONE}}, {}, AB, RE, begins(INTERRUPTED), IO_SUCCESS},
+        {"begin broken", {}, {}, AB, RE, begins(BROKEN), IO_UNAVAILABLE, IOERROR_LOCAL},
+        {"abort cut", {}, {{0, ABORTED}}, AB, NO, aborts(INTERRUPTED), IO_TIME_EXPIRED},
+        {"abort broken", {}, {}, AB, NO, aborts(BROKEN), IO_UNAVAILABLE, IOERROR_LOCAL},
+    };
+    for (const auto &[title, begun, aborted, abort, restart, faults, result, error] : cases) {
+        SCOPED_TRACE(title);
+        const auto maker = scripted(begun, aborted);
+        test_kernel running([&](test_machine &m) { m.makers["dev"] = maker; }, faults);
+        opened dev;
+        ASSERT_NE(dev.request, nullptr);
+        EXPECT_EQ(SyncIOEx(dev.request, 50, abort, restart), result);
+        EXPECT_EQ(dev.request->error, error);
+        EXPECT_TRUE(dev.nothing_comes());
+    }
+}
+
+// The one sequence that never ends: a failure is no completion, so that the acknowledgement alone does not do.
+TEST(DeviceDeathTest, SyncIOExWaitsForEverOnAFailureBeforeTheAcknowledgement) {
+    EXPECT_EXIT(
+        {
+            test_kernel running([](test_machine &m) { m.makers["dev"] = scripted({{60, FAILED}}, {{20, ACK}}); });
+            opened dev;
+            SyncIOEx(dev.request, 50, true, true);
+        },
+        testing::ExitedWithCode(124), "deadlock: _SL_RecvMsgPtr");
+}
+
+TEST(Device, SyncIOAndWaitIOReadCompletions) {
+    const struct {
+        const char *title;
+        script begun;
+        hosted::fault_list faults;
+        int synced, waited;
+        uint32_t error = 0;  // after SyncIO
+    } cases[] = {
+        {"done", {{10, DONE}}, {}, IO_SUCCESS, IO_SUCCESS},
+        {"error", {{10, FAILED}}, {}, IO_FAILED, IO_FAILED},
+        {"aborted", {{10, ABORTED}}, {}, IO_CANCELED, IO_CANCELED},
+        {"stray acknowledgement", {{0, ACK}, {10, DONE}}, {}, IO_SUCCESS, IO_NO_REPLY},
+        {"late", {{101, DONE}}, {}, IO_SUCCESS, IO_TIME_EXPIRED},
+        {"wait cut", {{10, DONE}}, receive(INTERRUPTED, FIRST, 4), IO_SUCCESS, IO_SUCCESS},
+        {"wait broken", {{10, DONE}}, receive(BROKEN, FIRST), IO_NO_REPLY, IO_UNAVAILABLE, IOERROR_LOCAL},
+        {"begin broken", {}, send_fault(IOMSG_BEGIN, BROKEN), IO_UNAVAILABLE, IO_TIME_EXPIRED, IOERROR_LOCAL},
+    };
+    for (const auto &[title, begun, faults, synced, waited, error] : cases) {
+        SCOPED_TRACE(title);
+        const auto set_up = [&, &script_of = begun](test_machine &m) { m.makers["dev"] = scripted(script_of); };
+        {
+            test_kernel running(set_up, faults);
+            opened dev;
+            EXPECT_EQ(SyncIO(dev.request), synced);
+            EXPECT_EQ(dev.request->error, error);
+        }
+        test_kernel running(set_up, faults);
+        opened dev;
+        BeginIO(dev.request);
+        EXPECT_EQ(WaitIO(dev.request, 100), waited);
+        EXPECT_EQ(dev.request->error, 0u);
+    }
+}
+
+// What cannot be opened is null, and nothing is left behind.
+TEST(Device, OpeningFailsCleanly) {
+    using opening = device_behaviour::opening;
+    using change = std::function<void(test_machine &)>;
+    constexpr opening OK = opening::accept;
+    const change none = [](test_machine &) {};
+    const change unknown = [](test_machine &m) { m.states[KSTATE_REGISTRY_PORT] = NO_OBJECT; };
+    const change zero = [](test_machine &m) { m.states[KSTATE_REGISTRY_PORT] = 0; };
+    const change fresh = [](test_machine &m) {
+        m.states[KSTATE_HANDLE_MANAGER] = 1;
+        m.infos[{test_machine::TASK, OBJINFO_HANDLE}] = test_machine::TASK;
+    };
+    const struct {
+        const char *title;
+        const char *name;
+        opening open = OK;
+        change set_up = [](test_machine &) {};
+        hosted::fault_list faults = {};
+        size_t left = 0;  // handles; the registry keeps the task's that a look-up opened it with
+        bool opens = false;
+    } cases[] = {
+        {"healthy", "dev", OK, none, {}, 0, true},
+        {"no name", nullptr},
+        {"empty name", ""},
+        {"unknown", "other"},
+        {"refused", "dev", opening::refuse, fresh, {}, 1},
+        {"null", "dev", opening::null, fresh, {}, 1},
+        {"no registry", "dev", OK, unknown},
+        {"registry port 0", "Registry", OK, zero},
+        {"no port", "dev", OK, none, fault(call::create_msg_port, RESULT_NO_MEMORY)},
+        {"no handle", "dev", OK, none, fault(call::create_handle, RESULT_NO_MEMORY)},
+        {"no fresh task handle", "Registry", OK, fresh, fault(call::create_handle, RESULT_NO_MEMORY, 2)},
+        {"registry not sent to", "Registry", OK, fresh, send_fault(DEVMSG_OPEN, BROKEN)},
+        {"device not sent to", "dev", OK, fresh, send_fault(DEVMSG_OPEN, BROKEN, 2), 1},
+        {"no look-up request", "dev", OK, none, send_fault(DEVMSG_CREATE_REQUEST, BROKEN)},
+        {"look-up not begun", "dev", OK, none, send_fault(IOMSG_BEGIN, BROKEN)},
+        {"answer lost: nobody knows its record", "dev", OK, none, receive(BROKEN, 6), 3},
+    };
+    for (const auto &[title, name, open, set_up, faults, left, opens] : cases) {
+        SCOPED_TRACE(title);
+        test_kernel running(
+            [&, open = open, &more = set_up](test_machine &m) {
+                device_behaviour behaviour;
+                behaviour.open = open;
+                m.makers["dev"] = behaving(behaviour);
+                more(m);
+            },
+            faults);
+        if (!running->states.contains(KSTATE_REGISTRY_PORT)) running.kernel().registry_port();
+        running.kernel().device_port("dev");
+        const size_t before = running.handles().size();
+        device_record *device = OpenDevice(name);
+        EXPECT_EQ(device != nullptr, opens);
+        EXPECT_EQ(CloseDevice(device), 0);
+        EXPECT_EQ(running.handles().size(), before + left);
+        EXPECT_EQ(CloseDevice(device), 0) << "null, or not mapped any more";
+    }
+}
+
+// Whatever is interrupted is done again: the same results for every call that an interruption can hit, and for all.
+TEST(Device, RepeatsInterruptedCalls) {
+    const auto work = [](test_kernel &running) {
+        device_record *device = OpenDevice("dev");
+        if (device == nullptr) return false;
+        const uint64_t port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
+        IOreq *request = CreateIOreq(device, 0, 0, IOREQ_INLINE, port);
+        uint64_t value = 0;
+        const bool worked = request != nullptr && SyncIO(request) == IO_SUCCESS && DeleteIOreq(request) == 0 &&
+                            DeviceQuery(GetRegDev(), 0, "dev", DEVQUERY_PING, 0, &value) == QUERY_SUCCESS &&
+                            RegGetKeyInt(GetRegDev(), "number", &value) && value == 5 && CloseDevice(device) == 0;
+        return worked && DeleteMsgPort(port) == 0 && running->destroyed.empty();
+    };
+    for (const call which : {call::send_msg, call::recv_msg_ptr, call::wait_semaphore, call::signal_semaphore}) {
+        for (uint64_t nth = 1; nth <= 20; nth++) {
+            SCOPED_TRACE(std::string(hosted::call_name(which)) + " " + std::to_string(nth));
+            test_kernel running(
+                [](test_machine &m) {
+                    m.makers["dev"] = scripted({{5, DONE}});
+                    m.store.keys["number"] = {REGTYPE_INT, 5};
+                },
+                fault(which, RESULT_INTERRUPTED, nth, 1 + nth % 3));
+            EXPECT_TRUE(work(running));
+        }
+    }
+}
+
+TEST(Device, QueriesNameWhatWentWrong) {
+    constexpr uint32_t PING = DEVQUERY_PING, LEVEL = DEVQUERY_POWER_LEVEL;
+    const auto told = [](uint32_t code, device_behaviour::answer answer) {
+        device_behaviour behaviour;
+        behaviour.answers[code] = answer;
+        return behaviour;
+    };
+    const auto silent = told(PING, {.silent = true, .code = {}}), wrong = told(PING, {.code = 0x99});
+    const auto late = told(PING, {.code = {}, .delay = 3000});
+    const struct {
+        const char *title;
+        const char *name;
+        uint32_t code;
+        device_behaviour behaviour = {};
+        hosted::fault_list faults = {};
+        int result = QUERY_SUCCESS;
+        uint64_t passed = 0;  // milliseconds
+    } cases[] = {
+        {"ping", "dev", PING},
+        {"power level", "dev", LEVEL, told(LEVEL, {})},
+        {"no name", nullptr, PING, {}, {}, QUERY_MISSING},
+        {"the code between the pair", "dev", 0x20C62, {}, {}, QUERY_UNKNOWN},
+        {"debug command", "dev", DEVQUERY_DEBUG_COMMAND, {}, {}, QUERY_UNKNOWN},
+        {"no port", "dev", PING, {}, fault(call::create_msg_port, RESULT_NO_MEMORY, 2), QUERY_NO_PORT},
+        {"no handle", "dev", PING, {}, fault(call::create_handle, RESULT_NO_MEMORY, 2), QUERY_NO_PORT},
+        {"no device", "other", PING, {}, {}, QUERY_NO_DEVICE},
+        {"not sent", "dev", PING, {}, send_fault(PING, RESULT_TIMEOUT), QUERY_NOT_SENT},
+        {"silent", "dev", PING, silent, {}, QUERY_NO_REPLY, 3000},
+        {"just in time", "dev", PING, late, {}, QUERY_SUCCESS, 3000},
+        {"wrong code", "dev", PING, wrong, {}, QUERY_BAD_REPLY},
+        {"past the last class", "dev", DEVQUERY_GET_CLASS, {}, {}, QUERY_BAD_REPLY},
+    };
+    for (const auto &[title, name, code, behaviour, faults, result, passed] : cases) {
+        SCOPED_TRACE(title);
+        test_kernel running([&, &b = behaviour](test_machine &m) { m.makers["dev"] = behaving(b); }, faults);
+        device_record *registry = GetRegDev();
+        running.kernel().device_port("dev");
+        const auto before = running.handles();
+        const uint64_t start = TickGetCount();
+        EXPECT_EQ(DeviceQuery(registry, 0, name, code, 0, nullptr), result);
+        EXPECT_EQ(TickGetCount() - start, passed);
+        EXPECT_EQ(running.handles(), before);
+        EXPECT_EQ(DeviceQuery(nullptr, 0, name, code, 0, nullptr), QUERY_MISSING);
+    }
+}
+
+TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
+    device_behaviour two, endless;
+    two.classes = {0xA, SERVICE_CLASS};
+    endless.answers[DEVQUERY_GET_CLASS] = {.code = {}, .value = 1};
+    const struct {
+        device_behaviour behaviour;
+        uint64_t asked;
+        int result;
+        hosted::fault_list faults = {};
+    } cases[] = {
+        {two, SERVICE_CLASS, 0},
+        {two, 0xB, -1},
+        {endless, 1, 0},
+        {endless, 2, -1},
+        {two, 0xA, 1, fault(call::create_msg_port, RESULT_NO_MEMORY, 2)},
+    };
+    for (const auto &[behaviour, asked, result, faults] : cases) {
+        test_kernel running([&, &b = behaviour](test_machine &m) { m.makers["dev"] = behaving(b); }, faults);
+        device_record *registry = GetRegDev();
+        EXPECT_EQ(CheckDeviceClass(registry, 0, "dev", asked), result) << asked;
+    }
+}
+
+TEST(Device, SmallCalls) {
+    test_kernel running(
+        [](test_machine &m) {
+            m.makers["dev"] = scripted({}, {{0, ABORTED}});
+            m.infos[{test_machine::TASK, TASKINFO_FLAGS}] = TASKFLAG_SUPER | TASKFLAG_KERNEL;
+            m.infos[{test_machine::THREAD, TASKINFO_FLAGS}] = ~uint64_t{TASKFLAG_SUPER};
+        },
+        send_fault(IOMSG_ABORT, RESULT_TIMEOUT, 3));
+    EXPECT_TRUE(IsCurrentTaskSuper() && !IsTaskSuper(test_machine::THREAD) && !IsTaskSuper(0x999));
+    EXPECT_EQ(TickSleep(25), RESULT_SUCCESS);
+    EXPECT_EQ(TickGetCount(), 1025u);
+    EXPECT_EQ(GetDeviceMsgPort("Registry"), _SL_GetState(KSTATE_REGISTRY_PORT));
+    EXPECT_EQ(GetDeviceMsgPort("none"), NO_OBJECT);
+    opened dev;
+    EXPECT_EQ(AbortIO(dev.request), IO_SUCCESS);
+    EXPECT_EQ(AbortIOEx(dev.request, -1), IO_SUCCESS);
+    EXPECT_EQ(AbortIOEx(dev.request, int64_t{1} << 40), IO_UNAVAILABLE);
+    EXPECT_EQ(DeleteTask(0), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(running->destroyed, std::vector<uint64_t>{test_machine::TASK});
+}
+
+TEST(Device, ASharedPortWithoutItsHandleIsDeleted) {
+    test_kernel running({}, fault(call::create_handle, RESULT_NO_MEMORY));
+    const auto before = running.handles();
+    EXPECT_EQ(CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY), NO_OBJECT);
+    EXPECT_EQ(running.handles(), before);
+}
+
+}  // namespace
