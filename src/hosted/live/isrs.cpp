@@ -1,0 +1,102 @@
+// isrs.cpp - who serves which interrupt line.
+#include "hosted/live/isrs.h"
+
+#include <algorithm>
+#include <optional>
+#include <string>
+
+#include "platform/kernel.h"
+
+namespace hosted::live {
+
+namespace {
+
+constexpr int KERNEL_THREAD_PARENT = 2;
+constexpr int FIRST_PROCESS = 1;
+
+// "irq/NUMBER-HANDLER", the name of a thread that serves a line.
+std::optional<uint64_t> served_line(std::string_view name) {
+    constexpr std::string_view prefix = "irq/";
+    uint64_t number = 0;
+    if (!name.starts_with(prefix)) return std::nullopt;
+    scanner scan(name.substr(prefix.size()));
+    if (!scan.decimal(number) || !scan.take('-')) return std::nullopt;
+    return number;
+}
+
+}  // namespace
+
+uint64_t isr::item(uint64_t item, uint64_t &value) const {
+    switch (item) {
+    case OBJINFO_HANDLE: value = HANDLE + number; break;
+    case OBJINFO_OWNER: value = static_cast<uint64_t>(owner); break;
+    case ISRINFO_NUMBER: value = number; break;
+    case ISRINFO_SCHEDULED_HI: value = count >> 32; break;
+    case ISRINFO_SCHEDULED_LO: value = count & 0xFFFFFFFF; break;
+    case ISRINFO_PRIORITY:
+    case ISRINFO_SYSCALLS_HI:
+    case ISRINFO_SYSCALLS_LO:
+    case ISRINFO_PAGEFAULTS_HI:
+    case ISRINFO_PAGEFAULTS_LO:
+    case ISRINFO_ISRTIME_HI:
+    case ISRINFO_ISRTIME_LO: value = 0; break;
+    default: return RESULT_NO_ITEM;
+    }
+    return RESULT_SUCCESS;
+}
+
+// A line that a thread of its own serves belongs to that thread, all others to the parent of the kernel's threads.
+// Where none of those can be seen, in a container, the first process stands for the system.
+void isr_table::read() {
+    if (read_) return;
+    read_ = true;
+    process parent(root_);
+    const bool visible =
+        parent.open(KERNEL_THREAD_PARENT) && parent.stat() != nullptr && parent.stat()->is_kernel_thread();
+    const int owner = visible ? KERNEL_THREAD_PARENT : FIRST_PROCESS;
+    for (const interrupt_line &line : interrupts_.lines()) {
+        if (line.handled && line.number < UINT32_MAX) routines_.push_back({line.number, line.count, owner});
+    }
+    std::sort(routines_.begin(), routines_.end(), [](const isr &a, const isr &b) { return a.number < b.number; });
+    if (visible && !routines_.empty()) find_threads(parent);
+    for (size_t i = 0; i < routines_.size(); i++) owned_[routines_[i].owner].push_back(i);
+}
+
+// Of two threads on one line, the first is the one that all its handlers share.
+void isr_table::find_threads(process &parent) {
+    const auto consider = [this](int id) {
+        std::string_view name;
+        if (root_.reader.read(root_.directory(), numbered_path(id, "/comm").c_str(), name) != 0) return;
+        const auto number = served_line(name);
+        if (!number) return;
+        const auto served = std::lower_bound(routines_.begin(), routines_.end(), *number,
+                                             [](const isr &one, uint64_t wanted) { return one.number < wanted; });
+        const bool listed = served != routines_.end() && served->number == *number;
+        if (listed && served->owner == KERNEL_THREAD_PARENT) served->owner = id;
+    };
+    std::string_view text;
+    if (root_.reader.read(parent.directory(), "task/2/children", text) == 0 && !text.empty()) {
+        const std::string children(text);  // the reader's buffer is about to be used again
+        scanner scan(children);
+        for (uint64_t id = 0; scan.decimal(id) && id <= INT32_MAX;) consider(static_cast<int>(id));
+        return;
+    }
+    number_scan everyone(open_directory(root_.directory(), "."));
+    while (const int id = everyone.next()) consider(id);
+}
+
+const std::vector<size_t> *isr_table::owned_by(int process) {
+    read();
+    const auto found = owned_.find(process);
+    return found == owned_.end() ? nullptr : &found->second;
+}
+
+const isr *isr_table::find(uint64_t handle) {
+    read();
+    const auto found =
+        std::lower_bound(routines_.begin(), routines_.end(), handle,
+                         [](const isr &one, uint64_t wanted) { return isr::HANDLE + one.number < wanted; });
+    return found == routines_.end() || isr::HANDLE + found->number != handle ? nullptr : &*found;
+}
+
+}  // namespace hosted::live

@@ -1,0 +1,101 @@
+// live/maps.h - what a process maps: its views, and the memory objects behind them as memos.
+//
+// Each mapping is a view. Mappings of one file (device and inode) show one memo, every other mapping has a memo of its
+// own, and all of them belong to the process: the same file mapped by two processes makes two memos.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "hosted/kernel/machine.h"
+#include "hosted/live/process.h"
+
+namespace hosted::live {
+
+// One line of a process's "maps".
+struct mapping_line {
+    uint64_t begin, end;  // addresses
+    bool readable, writable, executable, shared;
+    uint64_t offset;         // into the file, bytes
+    uint64_t device, inode;  // inode 0: no file
+    std::string_view name;   // path, or a name in brackets; may be empty
+};
+bool parse_mapping(std::string_view line, mapping_line &out);
+
+// How many distinct objects a process maps; 0 where the caller may not look.
+//   directory  of the process
+uint64_t count_memos(proc_root &root, int directory);
+
+// What one process maps, as it was when first asked. Handles: the views have first_handle and the following, in order
+// of address, the memos those behind them.
+class process_map {
+public:
+    struct view {
+        uint64_t begin, pages, offset;  // offset in pages
+        uint32_t memo;                  // index
+        uint32_t flags;                 // VIEWFLAG_
+    };
+    struct memo {
+        uint64_t address = 0;   // of a fixed one; of hardware: the lowest offset mapped
+        uint64_t size = 0;      // bytes mapped
+        uint64_t resident = 0;  // bytes, known after read_resident()
+        uint32_t views = 0;
+        uint32_t type = 0;     // MEMO_HW, MEMO_FIX
+        bool deleted = false;  // the file has no name any more
+    };
+
+    process_map(int task, uint64_t first_handle) : task_(task), first_handle_(first_handle) {}
+
+    // Reads the mappings below a process's directory. Returns 0, or the error number.
+    int read(proc_root &root, int directory);
+
+    // Adds up what is resident, unless that is done: only a far longer file says it. Unreadable, all stay 0.
+    void read_resident(proc_root &root, int directory);
+    bool resident_known() const { return resident_known_; }
+
+    int task() const { return task_; }
+    uint64_t first_handle() const { return first_handle_; }
+    uint64_t end_handle() const { return first_handle_ + views_.size() + memos_.size(); }
+    size_t view_count() const { return views_.size(); }
+    size_t memo_count() const { return memos_.size(); }
+
+    // Both: RESULT_NO_ITEM past the last.
+    uint64_t view_item(size_t index, uint64_t item, uint64_t &value) const;
+    uint64_t memo_item(size_t index, uint64_t item, uint64_t &value) const;
+
+private:
+    int task_;
+    uint64_t first_handle_;
+    bool resident_known_ = false;
+    std::vector<view> views_;
+    std::vector<memo> memos_;
+};
+
+// What processes map, read once of each in a run.
+class map_table {
+public:
+    explicit map_table(proc_root &root) : root_(root) {}
+
+    // Walks over a process's views and memos; null where the caller may not look (result says so).
+    std::unique_ptr<walk> walk_views(process &owner, uint64_t &result);
+    std::unique_ptr<walk> walk_memos(process &owner, uint64_t &result);
+
+    bool knows(uint64_t handle) const { return find(handle) != nullptr; }
+    uint64_t info(uint64_t handle, uint64_t item, uint64_t &value);
+
+private:
+    static constexpr uint64_t FIRST_HANDLE = 0x1000000000;
+
+    process_map *map_of(process &owner, uint64_t &result);
+    process_map *find(uint64_t handle) const;
+
+    proc_root &root_;
+    uint64_t next_handle_ = FIRST_HANDLE;
+    std::vector<std::unique_ptr<process_map>> maps_;  // in order of their handles
+    std::unordered_map<int, process_map *> by_process_;
+};
+
+}  // namespace hosted::live

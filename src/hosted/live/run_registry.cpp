@@ -1,0 +1,160 @@
+// run_registry.cpp - the directories of running processes and devices.
+#include "hosted/live/run_registry.h"
+
+#include <utility>
+#include <vector>
+
+#include "platform/kernel.h"
+#include "platform/protocol/device.h"
+#include "platform/protocol/registry.h"
+
+namespace hosted::live {
+
+namespace {
+
+constexpr size_t HANDLE_DIGITS = 16;
+
+// A path in the terms of this store.
+struct place {
+    enum kind { root, run, processes, process, devices, device, system, nowhere } kind = root;
+    std::string_view name;  // of a process's key or a device
+};
+
+std::string_view next_component(std::string_view &path) {
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    const std::string_view component = path.substr(0, path.find('/'));
+    path.remove_prefix(component.size());
+    return component;
+}
+
+place locate(std::string_view path) {
+    const std::string_view first = next_component(path);
+    if (first.empty()) return {place::root, {}};
+    if (first != "run") return {place::system, {}};
+    const std::string_view second = next_component(path);
+    if (second.empty()) return {place::run, {}};
+    const bool processes = second == "proc";
+    if (!processes && second != "dev") return {place::nowhere, {}};
+    const std::string_view name = next_component(path);
+    if (!next_component(path).empty()) return {place::nowhere, {}};
+    if (name.empty()) return {processes ? place::processes : place::devices, {}};
+    return {processes ? place::process : place::device, name};
+}
+
+std::string handle_key(uint64_t handle) {
+    std::string key(HANDLE_DIGITS, '0');
+    for (size_t i = HANDLE_DIGITS; i-- > 0; handle >>= 4) key[i] = "0123456789ABCDEF"[handle & 0xF];
+    return key;
+}
+
+class process_cursor : public registry_cursor {
+public:
+    explicit process_cursor(process_table &table) : listing_(table) {}
+    bool next(registry_entry &entry) override {
+        const std::string *name = nullptr;
+        const int id = listing_.next(name);
+        if (id == 0) return false;
+        entry = {handle_key(static_cast<uint64_t>(id)), REGTYPE_BIN, static_cast<uint32_t>(name->size())};
+        return true;
+    }
+
+private:
+    process_table::listing listing_;
+};
+
+// Over entries of one type: directories, or the integer keys of devices. Another directory's entries may follow.
+class fixed_cursor : public registry_cursor {
+public:
+    fixed_cursor(std::vector<std::string> names, uint16_t type, uint32_t length,
+                 std::unique_ptr<registry_cursor> behind = nullptr)
+        : names_(std::move(names)), type_(type), length_(length), behind_(std::move(behind)) {}
+    bool next(registry_entry &entry) override {
+        if (at_ == names_.size()) return behind_ && behind_->next(entry);
+        entry = {names_[at_++], type_, length_};
+        return true;
+    }
+
+private:
+    std::vector<std::string> names_;
+    uint16_t type_;
+    uint32_t length_;
+    std::unique_ptr<registry_cursor> behind_;
+    size_t at_ = 0;
+};
+
+}  // namespace
+
+// The key's digits are exactly those that a listing shows.
+const std::string *run_registry::process_name(std::string_view key) {
+    uint64_t handle = 0;
+    if (key.size() != HANDLE_DIGITS) return nullptr;
+    for (const char c : key) {
+        const bool digit = c >= '0' && c <= '9';
+        if (!digit && (c < 'A' || c > 'F')) return nullptr;
+        handle = handle << 4 | static_cast<uint64_t>(digit ? c - '0' : c - 'A' + 10);
+    }
+    const std::string *name = nullptr;
+    return processes_.name(handle, name) == RESULT_SUCCESS ? name : nullptr;
+}
+
+std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
+    switch (locate(path).kind) {
+    case place::root:
+        return std::make_unique<fixed_cursor>(std::vector<std::string>{"run"}, REGTYPE_DIR, 0, system_.list({}));
+    case place::run: return std::make_unique<fixed_cursor>(std::vector<std::string>{"proc", "dev"}, REGTYPE_DIR, 0);
+    case place::processes: return std::make_unique<process_cursor>(processes_);
+    case place::devices:
+        return std::make_unique<fixed_cursor>(owner_.machine().devices(), REGTYPE_INT, sizeof(uint64_t));
+    case place::system: return system_.list(path);
+    default: return nullptr;
+    }
+}
+
+uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t &length) {
+    const place asked = locate(path);
+    switch (asked.kind) {
+    case place::process: {
+        const std::string *name = process_name(asked.name);
+        if (name == nullptr) return IOERROR_NOT_FOUND;
+        type = REGTYPE_BIN;
+        length = static_cast<uint32_t>(name->size());
+        return 0;
+    }
+    case place::device:
+        if (!owner_.machine().has_device(asked.name)) return IOERROR_NOT_FOUND;
+        type = REGTYPE_INT;
+        length = sizeof(uint64_t);
+        return 0;
+    case place::system: return system_.describe(path, type, length);
+    case place::nowhere: return IOERROR_NOT_FOUND;
+    default:
+        type = REGTYPE_DIR;
+        length = 0;
+        return 0;
+    }
+}
+
+uint32_t run_registry::read_int(std::string_view path, uint64_t &value) {
+    const place asked = locate(path);
+    if (asked.kind == place::system) return system_.read_int(path, value);
+    if (asked.kind != place::device) return IOERROR_NOT_FOUND;
+    const uint64_t port = owner_.device_port(asked.name);
+    if (port == NO_OBJECT) return IOERROR_NOT_FOUND;
+    value = port;
+    return 0;
+}
+
+uint32_t run_registry::read_binary(std::string_view path, std::string &value) {
+    const place asked = locate(path);
+    if (asked.kind == place::system) return system_.read_binary(path, value);
+    const std::string *name = asked.kind == place::process ? process_name(asked.name) : nullptr;
+    if (name == nullptr) return IOERROR_NOT_FOUND;
+    value = *name;
+    return 0;
+}
+
+uint32_t run_registry::write_binary(std::string_view, std::string_view) { return RESULT_NOT_PERMITTED; }
+uint32_t run_registry::create_temporary(std::string_view) { return RESULT_NOT_PERMITTED; }
+uint32_t run_registry::create_guard(std::string_view, uint64_t) { return RESULT_NOT_PERMITTED; }
+
+}  // namespace hosted::live

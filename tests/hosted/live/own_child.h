@@ -1,0 +1,74 @@
+// own_child.h - a child process of a test, standing where the test wants it.
+#pragma once
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+
+// Forked at once; it runs the body and then waits for its end, which comes with the object's scope.
+class own_child {
+public:
+    template <class Body> explicit own_child(Body body) {
+        if (pipe(says_) != 0 || pipe(hears_) != 0) return;
+        id_ = fork();
+        if (id_ != 0) {
+            close(says_[1]);
+            close(hears_[0]);
+            return;
+        }
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        close(says_[0]);
+        close(hears_[1]);
+        body(*this);
+        while (true) pause();
+    }
+    own_child(const own_child &) = delete;
+    own_child &operator=(const own_child &) = delete;
+    ~own_child() {
+        if (id_ > 0 && !reaped_) {
+            kill(id_, SIGKILL);
+            waitpid(id_, nullptr, 0);
+        }
+        close(says_[0]);
+        close(hears_[1]);
+    }
+
+    int id() const { return id_; }
+    uint64_t handle() const { return static_cast<uint64_t>(id_); }
+
+    // In the child: tells the test a number. In the test: waits for it; -1 where the child has ended or is stuck.
+    void say(int64_t word) const { static_cast<void>(!write(says_[1], &word, sizeof word)); }
+    int64_t heard() const {
+        int64_t word = -1;
+        pollfd ready{says_[0], POLLIN, 0};
+        if (poll(&ready, 1, 20000) <= 0) return -1;
+        return read(says_[0], &word, sizeof word) == sizeof word ? word : -1;
+    }
+
+    // In the test: lets the child go on, where it waits.
+    void go_on() const { static_cast<void>(!write(hears_[1], "g", 1)); }
+    void wait() const {
+        char byte;
+        static_cast<void>(!read(hears_[0], &byte, 1));
+    }
+
+    // Whether it runs still, so that whatever was done to others has not hit it.
+    bool is_alive() const { return waitpid(id_, nullptr, WNOHANG) == 0; }
+
+    int reap() {
+        int status = -1;
+        waitpid(id_, &status, 0);
+        reaped_ = true;
+        return status;
+    }
+
+private:
+    int says_[2] = {-1, -1}, hears_[2] = {-1, -1};
+    int id_ = -1;
+    bool reaped_ = false;
+};

@@ -1,0 +1,161 @@
+// registers_test.cpp - reading the registers of threads of the test's own children, and leaving them as they were.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
+
+#include <atomic>
+#include <fstream>
+#include <thread>
+
+#include "hosted/live/cpu_registers.h"
+#include "hosted/live/registers.h"
+#include "own_child.h"
+#include "platform/kernel.h"
+
+using namespace hosted;
+
+namespace {
+
+uint64_t value_of(const live::register_block &block, std::string_view name) {
+    for (const live::cpu_register &one : live::cpu_registers()) {
+        uint64_t value = 0;
+        if (one.name == name && live::cpu_register_value(one, {block.bytes.data(), block.size}, value)) return value;
+    }
+    return 0;
+}
+
+char state_of(int id) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/status");
+    for (std::string word; file >> word;) {
+        if (word == "State:" && file >> word) return word[0];
+    }
+    return '\0';
+}
+
+bool is_traced(int id) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/status");
+    for (std::string word; file >> word;) {
+        if (word == "TracerPid:" && file >> word) return word != "0";
+    }
+    return false;
+}
+
+// A number that test and child share, 0 at first.
+class shared_number {
+public:
+    shared_number()
+        : at_(static_cast<std::atomic<int> *>(
+              mmap(nullptr, sizeof *at_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
+    shared_number(const shared_number &) = delete;
+    shared_number &operator=(const shared_number &) = delete;
+    ~shared_number() { munmap(at_, sizeof *at_); }
+    std::atomic<int> &operator*() const { return *at_; }
+
+private:
+    std::atomic<int> *at_;
+};
+
+// Keeps a known value in a register until the flag is set.
+constexpr uint64_t MARK = 0x123456789ABCDEF1;
+#if defined(__x86_64__)
+constexpr std::string_view marked = "r12";
+void hold_mark(std::atomic<int> *flag) {
+    asm volatile("mov %0, %%r12\n1: pause\n cmpl $0, (%1)\n je 1b" : : "r"(MARK), "r"(flag) : "r12", "memory", "cc");
+}
+#elif defined(__aarch64__)
+constexpr std::string_view marked = "x20";
+void hold_mark(std::atomic<int> *flag) {
+    asm volatile("mov x20, %0\n1: ldr w21, [%1]\n cbz w21, 1b" : : "r"(MARK), "r"(flag) : "x20", "x21", "memory");
+}
+#endif
+
+TEST(LiveRegisters, OfARunningThreadThatGoesOn) {
+    auto *flag =
+        static_cast<std::atomic<int> *>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    own_child child([flag](own_child &self) {
+        std::thread([&] {
+            self.say(gettid());
+            hold_mark(flag);
+            self.say(2);
+        }).detach();
+    });
+    const int id = static_cast<int>(child.heard());
+    live::register_block block;
+    for (int i = 0; i < 50; i++) {  // it may be just before the mark
+        ASSERT_EQ(live::read_registers(id, block), RESULT_SUCCESS);
+        if (value_of(block, marked) == MARK) break;
+    }
+    EXPECT_EQ(block.size, sizeof(user_regs_struct));
+    EXPECT_EQ(value_of(block, marked), MARK);
+    EXPECT_FALSE(is_traced(id));
+    *flag = 1;
+    EXPECT_EQ(child.heard(), 2);
+}
+
+TEST(LiveRegisters, OfAStoppedProcessThatStaysSo) {
+    own_child child([](own_child &self) {
+        raise(SIGSTOP);
+        self.say(3);
+    });
+    while (state_of(child.id()) != 'T') usleep(1000);
+    live::register_block block;
+    ASSERT_EQ(live::read_registers(child.id(), block), RESULT_SUCCESS);
+    usleep(20000);
+    EXPECT_EQ(state_of(child.id()), 'T');
+    EXPECT_FALSE(is_traced(child.id()));
+    kill(child.id(), SIGCONT);
+    EXPECT_EQ(child.heard(), 3);
+}
+
+// Signals that come while it is being read are neither lost nor taken for anything else.
+TEST(LiveRegisters, OfAProcessUnderSignals) {
+    const shared_number taken;
+    static std::atomic<int> *taken_here = nullptr;
+    own_child child([&](own_child &self) {
+        taken_here = &*taken;
+        signal(SIGRTMIN, [](int) { ++*taken_here; });  // of this kind each one is kept
+        self.say(1);
+    });
+    child.heard();
+    std::atomic<bool> done = false;
+    int sent = 0;
+    std::thread sender([&] {
+        while (!done) sent += sigqueue(child.id(), SIGRTMIN, {}) == 0 ? 1 : 0;
+    });
+    live::register_block block;
+    for (int i = 0; i < 400; i++) EXPECT_EQ(live::read_registers(child.id(), block), RESULT_SUCCESS);
+    done = true;
+    sender.join();
+    for (int i = 0; i < 5000 && *taken < sent; i++) usleep(1000);
+    EXPECT_EQ(*taken, sent);
+}
+
+TEST(LiveRegisters, WhatCannotBeRead) {
+    own_child ended([](own_child &) { _exit(7); });
+    own_child waiting([](own_child &self) {  // a parent that lent its memory to a child cannot be stopped
+        if (vfork() == 0) {
+            self.say(getpid());
+            char byte;
+            static_cast<void>(!read(-1, &byte, 1));
+            usleep(300000);
+            _exit(0);
+        }
+        self.say(4);
+    });
+    live::register_block block;
+    waiting.heard();
+    while (state_of(waiting.id()) != 'D') usleep(1000);
+    while (waitid(P_PID, static_cast<id_t>(ended.id()), nullptr, WEXITED | WNOWAIT) != 0) {
+    }
+    for (const int id : {0, -1, -waiting.id(), ended.id()}) {
+        EXPECT_NE(live::read_registers(id, block), RESULT_SUCCESS) << id;
+    }
+    EXPECT_EQ(WEXITSTATUS(ended.reap()), 7);
+    EXPECT_EQ(live::read_registers(getpid(), block), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(live::read_registers(waiting.id(), block), RESULT_TIMEOUT);
+    EXPECT_EQ(waiting.heard(), 4);  // it goes on all the same
+    EXPECT_FALSE(is_traced(waiting.id()));
+}
+
+}  // namespace
