@@ -1,14 +1,253 @@
-// machine.cpp - the live machine.
-#include <cstdio>
-#include <cstdlib>
+// machine.cpp - the live machine: the Linux system that the program runs on, as the objects of the kernel calls.
+#include <unistd.h>
+
+#include <sys/user.h>
+
+#include <memory>
+#include <string>
+#include <utility>
 
 #include "hosted/boot.h"
+#include "hosted/kernel/kernel.h"
+#include "hosted/live/cpu_registers.h"
+#include "hosted/live/isrs.h"
+#include "hosted/live/maps.h"
+#include "hosted/live/processes.h"
+#include "hosted/live/registers.h"
+#include "hosted/live/run_registry.h"
+#include "hosted/live/system.h"
+#include "hosted/servers/device_server.h"
+#include "hosted/servers/protocols.h"
+#include "platform/protocol/sysvc.h"
 
 namespace hosted {
 
-std::unique_ptr<machine> make_live_machine() {
-    std::fputs("ventix: the live machine is not built yet\n", stderr);
-    std::exit(70);
+namespace live {
+
+namespace {
+
+// Handles of this machine, from below: processes by their numbers, threads, interrupt routines, memory chunks and
+// spaces, views and memos; then the kernel's own.
+constexpr uint64_t FIRST_KERNEL_HANDLE = uint64_t{1} << 48;
+
+class isr_walk : public walk {
+public:
+    isr_walk(isr_table &table, const std::vector<size_t> *routines) : table_(table), routines_(routines) {}
+
+    uint64_t step() override {
+        const size_t count = routines_ == nullptr ? 0 : routines_->size();
+        at_ = std::min(at_ + 1, count);
+        return at_ < count ? RESULT_SUCCESS : RESULT_NO_ITEM;
+    }
+
+    uint64_t info(uint64_t item, uint64_t &value) override {
+        if (routines_ == nullptr || at_ >= routines_->size()) return RESULT_NO_ITEM;
+        return table_.at((*routines_)[at_]).item(item, value);
+    }
+
+private:
+    isr_table &table_;
+    const std::vector<size_t> *routines_;  // null: none
+    size_t at_ = SIZE_MAX;                 // before the first
+};
+
+// The system service: ids from the processes, drivers from the system.
+class id_source : public process_source {
+public:
+    id_source(process_table &processes, driver_table &drivers) : processes_(processes), drivers_(drivers) {}
+
+    // A process's handle is its id, so that either names it.
+    uint32_t id(uint32_t command, uint64_t key, uint64_t &value) override {
+        process *asked = nullptr;
+        if (processes_.find(key, asked) != RESULT_SUCCESS) return SYSVCERR_NO_PROCESS;
+        if (command == SYSVCCMD_GET_PID) {
+            value = key;
+            return 0;
+        }
+        const stat_record *record = asked->stat();
+        if (record == nullptr) return asked->has_gone() ? SYSVCERR_NO_PROCESS : SYSVCERR_NOT_PERMITTED;
+        switch (command) {
+        case SYSVCCMD_GET_PPID: value = record->parent; return 0;
+        case SYSVCCMD_GET_PGID: value = record->group; return 0;
+        default: value = record->session; return 0;
+        }
+    }
+
+    uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) override {
+        return drivers_.driver(device_number, number, name);
+    }
+    uint32_t max_major(uint32_t &major) override { return drivers_.max_major(major); }
+
+private:
+    process_table &processes_;
+    driver_table &drivers_;
+};
+
+class live_machine : public machine {
+public:
+    void attach(kernel &) override {}
+
+    uint64_t task() override { return static_cast<uint64_t>(processes_.root().self); }
+    uint64_t thread(bool) override { return live::thread::HANDLE + static_cast<uint64_t>(gettid()); }
+    bool knows(uint64_t handle) override;
+    uint64_t first_handle() override { return FIRST_KERNEL_HANDLE; }
+    bool reserves(uint64_t handle) override { return handle < FIRST_KERNEL_HANDLE; }
+    std::optional<uint64_t> virtual_tick() override { return std::nullopt; }
+
+    bool state(uint64_t item, uint64_t &value) override { return totals_.state(item, value); }
+    uint64_t system_data(uint64_t group, uint64_t index, uint64_t &value) override {
+        return cpu_register_data(group, index, value);
+    }
+    bool traces_calls() override { return true; }
+
+    uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override;
+    uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) override;
+    uint64_t set_property(uint64_t task, uint64_t property, uint64_t value) override {
+        return property == TASKPROP_PRIORITY ? processes_.set_priority(task, value) : uint64_t{RESULT_BAD_ARGUMENT};
+    }
+    uint64_t fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) override;
+    uint64_t raise(uint64_t task, uint64_t exception, uint64_t parameter) override {
+        return processes_.raise(task, exception, parameter);
+    }
+    uint64_t destroy(uint64_t handle) override;
+    void exit_notice(uint64_t, uint64_t) override {}  // the system tells a process's parent itself
+
+    std::unique_ptr<server> make_registry(kernel &owner) override;
+    std::vector<std::string> devices() override;
+    bool has_device(std::string_view name) override { return name == SYSTEM_SERVICE_NAME || devices_.has(name); }
+    std::unique_ptr<server> make_device(kernel &owner, std::string_view name) override;
+
+    int open_terminal(const char *path, int flags) override { return live::open_terminal(path, flags); }
+    int control_terminal(int descriptor, unsigned long request, char *buffer) override {
+        return live::control_terminal(descriptor, request, buffer);
+    }
+    void close_terminal(int descriptor) override { live::close_terminal(descriptor); }
+
+    bool save(std::string &) override { return true; }
+
+private:
+    // The registers of the thread that was asked for last, all from one stop.
+    struct stopped {
+        uint64_t handle = 0;
+        uint64_t result = 0;
+        register_block block;
+    };
+
+    file_roots roots_;
+    process_table processes_{roots_.proc};
+    map_table maps_{processes_.root()};
+    live::memory_map memory_{roots_};
+    interrupt_table interrupts_{roots_};
+    isr_table isrs_{processes_.root(), interrupts_};
+    totals totals_{roots_, memory_, interrupts_};
+    driver_table drivers_{roots_};
+    device_table devices_{roots_};
+    id_source ids_{processes_, drivers_};
+    system_registry system_registry_{roots_};
+    std::unique_ptr<run_registry> registry_;
+    stopped stopped_;
+};
+
+bool live_machine::knows(uint64_t handle) {
+    process *named = nullptr;
+    live::thread *named_thread = nullptr;
+    return processes_.find(handle, named) == RESULT_SUCCESS ||
+           processes_.find_thread(handle, named_thread) == RESULT_SUCCESS || maps_.knows(handle) ||
+           memory_.knows(handle) || isrs_.find(handle) != nullptr;
 }
+
+uint64_t live_machine::object_info(uint64_t handle, uint64_t item, uint64_t &value) {
+    process *named = nullptr;
+    live::thread *named_thread = nullptr;
+    if (processes_.find(handle, named) == RESULT_SUCCESS) return named->item(item, value);
+    if (processes_.find_thread(handle, named_thread) == RESULT_SUCCESS) return named_thread->item(item, value);
+    if (maps_.knows(handle)) return maps_.info(handle, item, value);
+    if (memory_.knows(handle)) return memory_.info(handle, item, value);
+    if (const isr *routine = isrs_.find(handle)) return routine->item(item, value);
+    return RESULT_NO_OBJECT;
+}
+
+uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) {
+    const auto system_wide = [&](auto make) {
+        if (parent != SYSTEM_WIDE) return uint64_t{RESULT_NO_OBJECT};
+        out = make();
+        return uint64_t{RESULT_SUCCESS};
+    };
+    const auto of_process = [&](auto make) {
+        process *owner = nullptr;
+        uint64_t result = processes_.find(parent, owner);
+        if (result != RESULT_SUCCESS) return result;
+        auto made = make(*owner, result);
+        if (result == RESULT_SUCCESS) out = std::move(made);
+        return result;
+    };
+    switch (kind) {
+    case ITERSEL_TASKS: return system_wide([this] { return processes_.walk_all(); });
+    case ITERSEL_MEMCHUNKS: return system_wide([this] { return memory_.walk_chunks(); });
+    case ITERSEL_VSPACES: return system_wide([this] { return memory_.walk_spaces(); });
+    case ITERSEL_THREADS:
+        stopped_.handle = 0;
+        return of_process([this](process &owner, uint64_t &result) { return processes_.walk_threads(owner, result); });
+    case ITERSEL_MEMOS:
+        return of_process([this](process &owner, uint64_t &result) { return maps_.walk_memos(owner, result); });
+    case ITERSEL_VIEWS:
+        return of_process([this](process &owner, uint64_t &result) { return maps_.walk_views(owner, result); });
+    case ITERSEL_ISRS:
+        return of_process([this](const process &owner, uint64_t &) {
+            return std::make_unique<isr_walk>(isrs_, isrs_.owned_by(owner.number()));
+        });
+    default: return RESULT_BAD_ARGUMENT;
+    }
+}
+
+// Every thread stands on its node 0 alone: exceptions do not nest here.
+uint64_t live_machine::fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) {
+    if (stopped_.handle != thread) {
+        live::thread *named = nullptr;
+        if (const uint64_t result = processes_.find_thread(thread, named); result != RESULT_SUCCESS) return result;
+        stopped_.result = read_registers(named->number(), stopped_.block);
+        stopped_.handle = thread;
+    }
+    if (stopped_.result != RESULT_SUCCESS) return stopped_.result;
+    const cpu_register *asked = find_cpu_register(id);
+    if (node != 0 || asked == nullptr) return RESULT_NO_ITEM;
+    if (stopped_.block.size != sizeof(user_regs_struct)) return RESULT_NO_ITEM;  // of a program for another processor
+    const std::span<const std::byte> set(stopped_.block.bytes.data(), stopped_.block.size);
+    return cpu_register_value(*asked, set, value) ? RESULT_SUCCESS : RESULT_NO_ITEM;
+}
+
+// Processes can be ended. Everything else goes with its process, or with the machine.
+uint64_t live_machine::destroy(uint64_t handle) {
+    const uint64_t result = processes_.end(handle);
+    return result == RESULT_NO_OBJECT && knows(handle) ? uint64_t{RESULT_NOT_PERMITTED} : result;
+}
+
+std::unique_ptr<server> live_machine::make_registry(kernel &owner) {
+    registry_ = std::make_unique<run_registry>(owner, processes_, system_registry_);
+    auto made = std::make_unique<device_server>(owner, device_behaviour{});
+    made->make_context(registry_->limits().buffer);
+    made->add(make_registry_protocol(*registry_));
+    return made;
+}
+
+std::vector<std::string> live_machine::devices() {
+    std::vector<std::string> names = devices_.names();
+    names.insert(names.begin(), std::string(SYSTEM_SERVICE_NAME));
+    return names;
+}
+
+std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_view name) {
+    if (name != SYSTEM_SERVICE_NAME) return devices_.make(owner, name);
+    auto made = std::make_unique<device_server>(owner, device_behaviour{});
+    made->make_context(SYSTEM_SERVICE_BUFFER);
+    made->add(make_system_service_protocol(ids_));
+    return made;
+}
+
+}  // namespace
+
+}  // namespace live
+
+std::unique_ptr<machine> make_live_machine() { return std::make_unique<live::live_machine>(); }
 
 }  // namespace hosted

@@ -124,7 +124,7 @@ TEST(LiveRegisters, OfAProcessUnderSignals) {
         while (!done) sent += sigqueue(child.id(), SIGRTMIN, {}) == 0 ? 1 : 0;
     });
     live::register_block block;
-    for (int i = 0; i < 400; i++) EXPECT_EQ(live::read_registers(child.id(), block), RESULT_SUCCESS);
+    for (int i = 0; i < 200; i++) EXPECT_EQ(live::read_registers(child.id(), block), RESULT_SUCCESS);
     done = true;
     sender.join();
     for (int i = 0; i < 5000 && *taken < sent; i++) usleep(1000);

@@ -1,0 +1,166 @@
+// machine_test.cpp - the live machine as the kernel sees it: which handle names what, what walks and keys agree on.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <map>
+#include <set>
+
+#include "hosted/boot.h"
+#include "hosted/kernel/kernel.h"
+#include "hosted/live/run_registry.h"
+#include "hosted/live/system.h"
+#include "own_child.h"
+#include "platform/protocol/registry.h"
+
+using namespace hosted;
+
+namespace {
+
+class LiveMachine : public testing::Test {
+protected:
+    // The handles of a walk, in its order.
+    std::vector<uint64_t> handles(uint64_t parent, uint64_t kind) {
+        std::vector<uint64_t> out;
+        const uint64_t iterator = owner.create_iterator(who);
+        if (const uint64_t result = owner.begin_iterator(iterator, parent, kind); result != RESULT_SUCCESS)
+            return {result};
+        while (owner.step_iterator(iterator) == RESULT_SUCCESS) {
+            out.push_back(0);
+            EXPECT_EQ(owner.iterator_info(iterator, OBJINFO_HANDLE, out.back()), RESULT_SUCCESS);
+        }
+        owner.delete_object(who, iterator, DELETE_HANDLE);
+        return out;
+    }
+    uint64_t info(uint64_t handle, uint64_t item) {
+        uint64_t value = 0;
+        const uint64_t result = owner.object_info(who, handle, item, value);
+        return result == RESULT_SUCCESS ? value : ~result;
+    }
+
+    kernel owner{make_live_machine()};
+    caller &who = owner.enter();
+};
+
+TEST_F(LiveMachine, EveryHandleNamesItsObject) {
+    const uint64_t self = static_cast<uint64_t>(getpid());
+    EXPECT_EQ(who.task, self);
+    const auto tasks = handles(SYSTEM_WIDE, ITERSEL_TASKS);
+    EXPECT_NE(std::find(tasks.begin(), tasks.end(), self), tasks.end());
+    std::set<uint64_t> seen = {0, NO_OBJECT};
+    size_t objects = 0;
+    const auto check = [&](const std::vector<uint64_t> &listed, uint64_t task) {
+        for (const uint64_t handle : listed) {
+            objects++;
+            EXPECT_TRUE(seen.insert(handle).second) << handle;
+            EXPECT_EQ(info(handle, OBJINFO_HANDLE), handle);
+            EXPECT_TRUE(task == 0 || info(handle, OBJINFO_OWNER) == task) << handle;
+            EXPECT_TRUE(owner.machine().reserves(handle));
+        }
+    };
+    check({self}, 0);
+    check(handles(SYSTEM_WIDE, ITERSEL_MEMCHUNKS), 0);
+    check(handles(SYSTEM_WIDE, ITERSEL_VSPACES), 0);
+    for (const uint64_t kind : {ITERSEL_THREADS, ITERSEL_VIEWS, ITERSEL_MEMOS}) {
+        const auto listed = handles(self, kind);
+        EXPECT_FALSE(listed.empty());
+        EXPECT_EQ(handles(self, kind), listed);  // stable within the run
+        check(listed, self);
+    }
+    size_t routines = 0;
+    for (const uint64_t task : tasks) {
+        if (info(task, OBJINFO_HANDLE) != task) continue;  // ended meanwhile
+        const auto listed = handles(task, ITERSEL_ISRS);
+        routines += listed.size();
+        check(listed, task);
+    }
+    EXPECT_GE(objects, 20u);
+    for (uint64_t handle : {uint64_t{0}, *std::prev(seen.end(), 2) + 1, uint64_t{0x2FFFFFFFF}, uint64_t{0x1FFFFFFFF}}) {
+        EXPECT_EQ(info(handle, OBJINFO_HANDLE), ~uint64_t{RESULT_NO_OBJECT}) << handle;
+        EXPECT_EQ(handles(handle, ITERSEL_THREADS), std::vector<uint64_t>{RESULT_NO_OBJECT}) << handle;
+    }
+    EXPECT_EQ(handles(SYSTEM_WIDE, 0x1234), std::vector<uint64_t>{RESULT_BAD_ARGUMENT});
+    EXPECT_EQ(handles(self, ITERSEL_TASKS), std::vector<uint64_t>{RESULT_NO_OBJECT});
+
+    live::file_roots roots;
+    live::interrupt_table interrupts(roots);
+    size_t handled = 0;
+    for (const auto &line : interrupts.lines()) handled += line.handled ? 1 : 0;
+    EXPECT_EQ(routines, handled);
+}
+
+TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
+    own_child child([](own_child &self) { self.say(1); });
+    child.heard();
+    for (const uint64_t handle :
+         {handles(child.handle(), ITERSEL_THREADS)[0], handles(child.handle(), ITERSEL_VIEWS)[0],
+          handles(SYSTEM_WIDE, ITERSEL_VSPACES)[0]}) {
+        EXPECT_EQ(owner.delete_object(who, handle, DELETE_OBJECT), RESULT_NOT_PERMITTED);
+        EXPECT_EQ(owner.raise(handle, EXC_SIGNAL, SIGKILL), RESULT_NO_OBJECT);
+        EXPECT_EQ(owner.control(who, handle, CTRL_SET_PROPERTY, TASKPROP_PRIORITY, 139, 0), RESULT_NO_OBJECT);
+    }
+    EXPECT_EQ(owner.control(who, child.handle(), CTRL_SET_PROPERTY, 2, 139, 0), RESULT_BAD_ARGUMENT);
+    EXPECT_EQ(owner.control(who, child.handle(), CTRL_SET_PROPERTY, TASKPROP_PRIORITY, 130, 0), RESULT_SUCCESS);
+    EXPECT_EQ(info(child.handle(), TASKINFO_PRIORITY), 130u);
+    EXPECT_TRUE(child.is_alive());
+    EXPECT_EQ(owner.delete_object(who, child.handle(), DELETE_OBJECT), RESULT_SUCCESS);
+    EXPECT_EQ(owner.delete_object(who, child.handle(), DELETE_OBJECT), RESULT_NO_OBJECT);
+    EXPECT_TRUE(WIFSIGNALED(child.reap()));
+}
+
+TEST_F(LiveMachine, RunningProcessesAndDevicesInTheRegistry) {
+    own_child child([](own_child &self) {
+        prctl(PR_SET_NAME, "regis\ttered");
+        self.say(1);
+    });
+    child.heard();
+    live::process_table processes;
+    live::file_roots roots;
+    live::system_registry system(roots);
+    live::run_registry registry(owner, processes, system);
+    const auto list = [&](std::string_view path) {
+        std::map<std::string, registry_entry> out;
+        const auto cursor = registry.list(path);
+        for (registry_entry entry; cursor && cursor->next(entry);) out[entry.name] = entry;
+        return out;
+    };
+    for (const char *path : {"", "/", "//run"}) EXPECT_FALSE(list(path).empty()) << path;
+    EXPECT_TRUE(list("").contains("run") && list("").contains("hardware") && list("").contains("kernel"));
+    EXPECT_EQ(registry.list("run/procs"), nullptr);
+    EXPECT_EQ(registry.list("run/proc/0000000000000001"), nullptr);
+
+    char key[17];
+    std::snprintf(key, sizeof key, "%016X", static_cast<unsigned>(child.id()));
+    const std::string path = std::string("/run//proc/") + key;
+    auto listed = list("run/proc/");
+    ASSERT_TRUE(listed.contains(key));
+    std::string name;
+    uint16_t type = 0;
+    uint32_t length = 0;
+    EXPECT_EQ(registry.read_binary(path, name), 0u);
+    EXPECT_EQ(name, "regis?tered");
+    EXPECT_EQ(registry.describe(path, type, length), 0u);
+    EXPECT_EQ(type, REGTYPE_BIN);
+    EXPECT_EQ(length, name.size());
+    EXPECT_EQ(listed[key].length, name.size());
+    for (const char *none : {"run/proc/1", "run/proc/00000000000000001", "run/proc/000000000000000g",
+                             "run/proc/FFFFFFFFFFFFFFFF", "run/proc/0000000000000000", "run/proc/0000000000000001/x"}) {
+        EXPECT_NE(registry.read_binary(none, name), 0u) << none;
+        EXPECT_NE(registry.describe(none, type, length), 0u) << none;
+    }
+    EXPECT_EQ(processes.end(child.handle()), RESULT_SUCCESS);
+    EXPECT_FALSE(list("run/proc").contains(key));
+    EXPECT_NE(registry.read_binary(path, name), 0u);
+
+    uint64_t port = 0;
+    const auto devices = list("run/dev");
+    for (const char *device : {"sysvc", "host", "cpu", "vm", "syslog"}) {
+        EXPECT_TRUE(devices.contains(device)) << device;
+        EXPECT_EQ(registry.read_int(std::string("run/dev/") + device, port), 0u) << device;
+        EXPECT_EQ(owner.device_port(device), port) << device;
+    }
+    EXPECT_NE(registry.read_int("run/dev/none-such", port), 0u);
+    EXPECT_EQ(registry.write_binary("run/proc/x", "y"), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(registry.write_binary("kernel/x", "y"), RESULT_NOT_PERMITTED);
+}
+
+}  // namespace
