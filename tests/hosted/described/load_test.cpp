@@ -171,4 +171,14 @@ TEST(Save, LoadsAsTheSameMachine) {
     EXPECT_EQ(machine_text(again), saved);
 }
 
+// The demonstration machine is written for people: comments, hexadecimal numbers, several values on a line.
+TEST(Save, WritesTheDemonstrationAnew) {
+    machine_records records, again;
+    std::string message;
+    ASSERT_TRUE(load(read_file(VENTIX_SOURCE_DIR "/machines/demo.json"), records, message)) << message;
+    const std::string saved = machine_text(records);
+    ASSERT_TRUE(load(saved, again, message)) << message;
+    EXPECT_EQ(machine_text(again), saved);
+}
+
 }  // namespace
