@@ -22,18 +22,19 @@ std::string unknown(const std::string &name) { return "Unknown command: \"" + na
 
 TEST(Dispatcher, ChoosesByTheNameItIsStartedAs) {
     const std::string usage = run_ventix({}).output;
-    const ventix_result free = run_ventix({.arguments = {"free", "--help"}});
+    const std::string help = run_ventix({.arguments = {"devping", "--help"}}).output;
+    ASSERT_EQ(help.find("Usage: devping "), 0u) << help;
     const struct {
         const char *link;
         std::vector<std::string> arguments;
         std::string output, diagnostics;
         int status = 1;
     } cases[] = {
-        {"free", {"--help"}, free.output, free.diagnostics, free.status},
-        {"a\\free", {"--help"}, free.output, free.diagnostics, free.status},
-        {"./b\\free", {"--help"}, usage, unknown("b\\free")},  // a backslash behind a slash is a character
-        {"old-ventix", {"free", "--help"}, free.output, free.diagnostics, free.status},
-        {"ventix-free", {"--version"}, "ventix v0.2.2\n", "", 0},
+        {"devping", {"--help"}, help, "", 0},
+        {"a\\devping", {"--help"}, help, "", 0},
+        {"./b\\devping", {"--help"}, usage, unknown("b\\devping")},  // a backslash behind a slash is a character
+        {"old-ventix", {"devping", "--help"}, help, "", 0},
+        {"ventix-devping", {"--version"}, "ventix v0.2.2\n", "", 0},
         {"--list", {}, usage, unknown("--list")},
     };
     const scratch_directory place;
@@ -73,7 +74,7 @@ TEST(Dispatcher, MakesAndRemovesItsLinks) {
     }
     EXPECT_EQ(run({"--install", "--verbose"}), per_command("Create symlink '", "'\n"));
 
-    fs::remove(place.file("free"));
+    fs::remove(place.file("devping"));
     place.write("keep", "");
     EXPECT_EQ(run({"--uninstall", "--verbose"}), per_command("Remove symlink '", "'\n"));
     EXPECT_EQ(count(), 1);
