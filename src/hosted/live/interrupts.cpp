@@ -10,17 +10,14 @@ namespace {
 constexpr uint64_t HIGHEST_NUMBER = 0xFFFFFFFF;  // of a line; interrupt numbers have 32 bits
 
 // Whether handlers' names follow the counts and what says how the line is wired: the controller, its own number of the
-// line ("24", "24-edge", or none) and how the line is triggered.
+// line ("24", "24-edge", or none), how the line is triggered ("Level") and the name of that way ("-edge").
 bool has_handler(std::string_view rest) {
     next_field(rest);
-    std::string_view after = rest;
-    std::string_view field = next_field(after);
-    if (!field.empty() && field[0] >= '0' && field[0] <= '9') {
-        rest = after;
-        field = next_field(after);
-    }
-    if (field.starts_with("Edge") || field.starts_with("Level") || field.starts_with('-')) rest = after;
-    return !trimmed(rest).empty();
+    std::string_view field = next_field(rest);
+    if (!field.empty() && field[0] >= '0' && field[0] <= '9') field = next_field(rest);
+    if (field == "Edge" || field == "Level") field = next_field(rest);
+    if (field.starts_with('-')) field = next_field(rest);
+    return !field.empty();
 }
 
 }  // namespace

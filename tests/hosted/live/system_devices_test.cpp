@@ -1,0 +1,295 @@
+// The devices of the live machine: counters, the host services, the log, the clock and terminals.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <set>
+
+#include "hosted/live/devices.h"
+#include "hosted/live/system.h"
+#include "hosted/live/system_tree.h"
+#include "platform/kernel.h"
+#include "platform/protocol/device.h"
+#include "platform/protocol/log.h"
+#include "platform/protocol/sysvc.h"
+#include "platform/protocol/terminal.h"
+
+namespace hosted::live {
+namespace {
+
+using kind = file_counters::kind;
+
+// Counters as text, "NAME=VALUE " each; the error word where reading failed.
+std::string counters(const file_roots &roots, kind of, std::string_view name, uint32_t unit, uint64_t room = 3840) {
+    file_counters source(roots, of, name);
+    std::string bytes, text;
+    uint64_t returned = 0;
+    if (const uint32_t error = source.read(unit, room, bytes, returned)) return "error " + std::to_string(error);
+    EXPECT_EQ(returned, bytes.size());
+    EXPECT_LE(returned, room);
+    for (size_t at = 0; at < bytes.size();) {
+        const size_t length = static_cast<unsigned char>(bytes[at]);
+        uint64_t value = 0;
+        std::memcpy(&value, bytes.data() + at + 1 + length, sizeof value);
+        text += bytes.c_str() + at + 1 + ('=' + std::to_string(value)) + ' ';
+        at += 1 + length + sizeof value;
+    }
+    return text;
+}
+
+// A call of a host service with one argument.
+class recorded_call : public service_call {
+public:
+    uint64_t number = 0;
+    std::optional<std::string> path;
+    svc_sockaddr at{};
+
+    uint64_t word(size_t) const override { return number; }
+    std::optional<std::string> text(size_t) const override { return path; }
+    std::optional<svc_sockaddr> address(size_t) const override { return at; }
+    void set_word(size_t, uint64_t value) override { results_ += std::to_string(value) + ' '; }
+    void set_text(size_t, std::string_view value) override { results_ += std::string(value) + ' '; }
+    void set_wide(size_t, std::u32string_view) override { results_ += "wide "; }
+    void set_address(size_t, const svc_sockaddr &value) override {
+        results_ += inet_ntoa({value.address}) + (':' + std::to_string(ntohs(value.port))) + ' ';
+    }
+
+    // The results as text, a blank behind each; the error word where the call failed.
+    std::string run(const file_roots &roots, std::string_view name) {
+        host_services host(roots);
+        results_.clear();
+        size_t index = 0;
+        while (host.describe(index).name != name) index++;
+        const uint32_t error = host.call(index, *this);
+        return error == 0 ? results_ : "error " + std::to_string(error);
+    }
+
+private:
+    std::string results_;
+};
+
+const std::string NOT_FOUND = "error " + std::to_string(IOERROR_NOT_FOUND);
+
+TEST(LiveCounters, OfATree) {
+    const system_tree tree;
+    tree.put("proc/net/dev", "Inter-|   Receive |  Transmit\n face |bytes packets|bytes packets\n"
+                             "    lo:  1  2    3    4    5     6  7  8    9 10  11    12    13     14   15    16\n"
+                             "eth0:18446744073709551615 99999999999999999999999\n  cpu: 1\n sysvc: 1\n vda: 5\n");
+    tree.put("proc/diskstats", " 254       0 vda 33468 8358 4427538\n 104 0 cciss/c0d0 1 2\n 1 1 ctl\x01x 1\n");
+    tree.put("proc/stat", "cpu  9 9\ncpu0 607 0 399 121190\ncpu1 3326 0 645\ncpu10 1\nintr 5\n");
+    tree.put("proc/vmstat", "nr_free_pages 37\nbroken\npgfault 4\n");
+    const struct {
+        kind of;
+        const char *name;
+        uint32_t unit;
+        std::string text;
+    } cases[] = {
+        {kind::interface, "lo", 0,
+         "rx_bytes=1 rx_packets=2 rx_errors=3 rx_dropped=4 rx_fifo=5 rx_frame=6 rx_compressed=7 rx_multicast=8 "
+         "tx_bytes=9 tx_packets=10 tx_errors=11 tx_dropped=12 tx_fifo=13 tx_collisions=14 tx_carrier=15 "
+         "tx_compressed=16 "},
+        {kind::interface, "eth0", 0, "rx_bytes=18446744073709551615 "},
+        {kind::interface, "lo", 1, NOT_FOUND},
+        {kind::interface, "gone", 0, NOT_FOUND},
+        {kind::block_device, "vda", 0, "reads=33468 reads_merged=8358 sectors_read=4427538 "},
+        {kind::block_device, "cciss!c0d0", 0, "reads=1 reads_merged=2 "},
+        {kind::processors, "cpu", 1, "user=3326 nice=0 system=645 "},
+        {kind::processors, "cpu", 2, NOT_FOUND},
+        {kind::virtual_memory, "vm", 0, "nr_free_pages=37 pgfault=4 "},
+    };
+    for (const auto &[of, name, unit, text] : cases) EXPECT_EQ(counters(tree.roots, of, name, unit), text) << name;
+    EXPECT_EQ(counters(tree.roots, kind::virtual_memory, "vm", 0, 39), "nr_free_pages=37 ");
+    EXPECT_EQ(counters(tree.roots, kind::virtual_memory, "vm", 0, 22), "");
+
+    device_table devices(tree.roots);
+    const std::vector<std::string> expected = {"syslog", "cpu", "vm", "host", "lo", "eth0", "vda", "cciss!c0d0"};
+    EXPECT_EQ(devices.names(), expected);
+    for (const std::string &name : expected) EXPECT_TRUE(devices.has(name)) << name;
+    for (const char *name : {"sysvc", "rtc0", "face", "", "lo ", "cciss/c0d0"}) EXPECT_FALSE(devices.has(name)) << name;
+}
+
+TEST(LiveCounters, OfThisMachine) {
+    const file_roots roots;
+    const auto names = interface_names(roots);
+    std::set<std::string> expected;
+    if (struct if_nameindex *list = if_nameindex()) {
+        for (const auto *at = list; at->if_index != 0; at++) expected.insert(at->if_name);
+        if_freenameindex(list);
+    }
+    EXPECT_EQ(std::set(names.begin(), names.end()), expected);
+    EXPECT_TRUE(counters(roots, kind::processors, "cpu", 0).starts_with("user="));
+    EXPECT_NE(counters(roots, kind::virtual_memory, "vm", 0, 1 << 20).find("pgfault="), std::string::npos);
+}
+
+TEST(LiveHost, Services) {
+    const system_tree tree;
+    tree.put("proc/loadavg", "0.25 1.50 12.75 1/94 8189\n");
+    tree.put("etc/passwd", "# remark\nroot:x:0:0:root:/root:/bin/sh\nbroken:x\nann:x:1000:100:Ann:/home/ann:/bin/ash\n"
+                           "bob:x:1000:1:Bob:/b:/c\nend:x:7:8");
+    recorded_call call;
+    char name[256] = "";
+    gethostname(name, sizeof name);
+    EXPECT_EQ(call.run(tree.roots, "hostname"), std::string(name) + ' ');
+    EXPECT_TRUE(call.run(tree.roots, "uname").starts_with("Linux "));
+    EXPECT_EQ(call.run(tree.roots, "loadavg"), "0.25 1.50 12.75 ");
+    for (const auto &[user, result] :
+         {std::pair{1000, "ann 100 /home/ann /bin/ash "}, {7, "end 8   "}, {5, "error 3"}}) {
+        call.number = static_cast<uint64_t>(user);
+        EXPECT_EQ(call.run(tree.roots, "user"), result) << user;
+    }
+    for (const char *interface : {"", "no_such_if", "a_name_that_is_far_too_long_for_it"}) {
+        call.path = interface;
+        EXPECT_EQ(call.run(tree.roots, "address"), NOT_FOUND) << interface;
+    }
+    call.path = tree.path("missing");
+    EXPECT_EQ(call.run(tree.roots, "statfs"), NOT_FOUND);
+    call.path = std::nullopt;
+    EXPECT_EQ(call.run(tree.roots, "statfs"), "error " + std::to_string(SYSVCERR_SYSTEM + EINVAL));
+    call.path = tree.path("");
+    EXPECT_NE(call.run(tree.roots, "statfs").find(' '), std::string::npos);
+}
+
+TEST(LiveHost, ListeningSockets) {
+    constexpr std::string_view table =
+        "  sl  local_address rem_address   st tx_queue\n"
+        "   0: 0100007F:07E8 00000000:0000 0A 00000000:00000000\n"
+        "   1: 0100007F:07E8 0100007F:1234 01 00000000:00000000\n"
+        "   2: 00000000:07E8 00000000:0000 0A 00000000:00000000\n"
+        "   3: 0000000000000000FFFF00000100007F:07E8 00000000000000000000000000000000:0000 0A 0:0\n"
+        "   4: 00000000000000000000000000000000:07E8 00000000000000000000000000000000:0000 0A 0:0\n"
+        "   5: 0100007F:7E8 00000000:0000 0A\n   6: 0100007F:07E88 x 0A\n   7: 100007F:07E8 x 0A\n   8: :\n   9:";
+    const uint32_t local = inet_addr("127.0.0.1");
+    EXPECT_EQ(count_listening(table, local, htons(0x7E8)), 2U);
+    EXPECT_EQ(count_listening(table, 0, htons(0x7E8)), 1U);
+    EXPECT_EQ(count_listening(table, local, htons(0x7E9)), 0U);
+
+    const descriptor listening(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    svc_sockaddr at = {SVC_FAMILY_INET, 0, local, {}};  // laid out as the system's own
+    socklen_t size = sizeof at;
+    auto *address = reinterpret_cast<sockaddr *>(&at);
+    ASSERT_EQ(bind(listening.get(), address, size), 0);
+    ASSERT_EQ(listen(listening.get(), 1), 0);
+    ASSERT_EQ(getsockname(listening.get(), address, &size), 0);
+    recorded_call call;
+    call.at = at;
+    EXPECT_EQ(call.run({}, "listening"), "1 ");
+    call.at.address = 0;  // not what it is bound to
+    EXPECT_EQ(call.run({}, "listening"), "0 ");
+}
+
+TEST(LiveLog, Lines) {
+    const struct {
+        const char *record, *line;
+    } cases[] = {
+        {"6,1,0,-;Command line: quiet\n", "[    0.000000] Command line: quiet\n"},
+        {"12,99,5123456,c,caller=T1;text; more\n SUBSYSTEM=x\n DEVICE=y\n", "[    5.123456] text; more\n"},
+        {"4,1,99999999999999999,-;late\n", "[99999999999.999999] late\n"},
+        {"4,1,1,-;caf\\xc3\\xa9 \\x5cx41 \\x0a \\x1b[2J \\x7f\n",
+         "[    0.000001] caf\xc3\xa9 \\x41 \\x0a \\x1b[2J \\x7f\n"},
+        {"4,1,1,-;\\xc2\\x9b2J \\xzz \\x4\n", "[    0.000001] \xc2\\x9b2J \\xzz \\x4\n"},
+        {"4,1,1,-;", "[    0.000001] \n"},
+        {"no record at all\n", ""},
+        {"4,1,x,-;text\n", ""},
+        {"", ""},
+    };
+    for (const auto &[record, line] : cases) {
+        std::string log;
+        append_log_line(log, record);
+        EXPECT_EQ(log, line) << record;
+    }
+}
+
+TEST(LiveLog, ReadingKeepsWhatWasMeasured) {
+    const file_roots roots;
+    system_log log(roots);
+    uint64_t length = 0;
+    if (log.length(length) != 0) GTEST_SKIP() << "the log may not be read";
+    std::string_view whole, part;
+    ASSERT_EQ(log.read(0, length + 100, whole), 0U);
+    EXPECT_EQ(whole.size(), length);
+    EXPECT_TRUE(whole.empty() || whole.back() == '\n');
+    ASSERT_EQ(log.read(length / 2, 10, part), 0U);
+    EXPECT_EQ(part, whole.substr(length / 2, 10));
+    ASSERT_EQ(log.read(length + 5, 10, part), 0U);
+    EXPECT_TRUE(part.empty());
+}
+
+TEST(LiveLog, Writing) {
+    const system_tree tree;
+    system_log log(tree.roots);
+    EXPECT_EQ(log.write("nowhere to go"), IOERROR_NOT_FOUND);
+
+    // Without the kernel's log, the system logger gets it.
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(tree.path("dev/log").copy(address.sun_path, sizeof address.sun_path), sizeof address.sun_path);
+    const descriptor logger(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(bind(logger.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    std::string received(70000, '\0');
+    for (const std::string &message : {std::string("<0>hello"), std::string(65535, 'x')}) {
+        EXPECT_EQ(log.write(message), 0U);
+        const ssize_t got = recv(logger.get(), received.data(), received.size(), MSG_DONTWAIT);
+        ASSERT_GT(got, 0);
+        EXPECT_EQ(received.substr(0, static_cast<size_t>(got)), "<13>ventix: " + message);
+    }
+
+    // The kernel's log comes first; pieces are cut between characters.
+    tree.put("dev/kmsg", "");
+    EXPECT_EQ(log.write("<0>hello"), 0U);
+    EXPECT_EQ(log.write(std::string(898, 'a') + "\xe2\x82\xac" + std::string(900, 'b')), 0U);
+    EXPECT_EQ(text_of(tree.path("dev/kmsg")),
+              "<13><0>hello<13>" + std::string(898, 'a') + "<13>\xe2\x82\xac" + std::string(897, 'b') + "<13>bbb");
+    EXPECT_LT(recv(logger.get(), received.data(), received.size(), MSG_DONTWAIT), 0);
+
+    tree.put("dev/kmsg", "");
+    log.emergency(0x6162202020202020, LOGMSG_LABELLED, 0x68656C6C6F1B2020);
+    log.emergency(0x3132333435363738, LOGMSG_PLAIN, 0x3920202020202020);
+    log.emergency(0x2020202020202020, LOGMSG_PLAIN, 0x2020202020202020);
+    EXPECT_EQ(text_of(tree.path("dev/kmsg")), "<8>ab: hello?<8>123456789<8>");
+}
+
+TEST(LiveClock, AFileIsNoClock) {
+    const system_tree tree;
+    hardware_clock clock(tree.roots);
+    rtc_time time{1899, 2, 31, 0, 0, 0, 0};
+    EXPECT_EQ(clock.read(time), IOERROR_NOT_FOUND);
+    EXPECT_EQ(clock.set(time), SYSVCERR_SYSTEM + EINVAL);
+    tree.put("dev/rtc0", "");
+    EXPECT_EQ(device_table(tree.roots).names()[1], "rtc0");
+    EXPECT_EQ(clock.read(time), SYSVCERR_SYSTEM + ENOTTY);
+}
+
+// A terminal answers the layout requests with its own error and keeps its settings; nothing else gets them.
+TEST(LiveTerminals, OpenControlClose) {
+    const descriptor master(posix_openpt(O_RDWR | O_NOCTTY));
+    ASSERT_TRUE(master && grantpt(master.get()) == 0 && unlockpt(master.get()) == 0);
+    const int terminal = open_terminal(ptsname(master.get()), TERM_OPEN_FLAGS);
+    const int null_device = open_terminal("/dev/null", TERM_OPEN_FLAGS);
+    ASSERT_TRUE(terminal >= 0 && null_device >= 0);
+    char layout[TERM_LAYOUT_SIZE] = "us";
+    termios before{}, after{};
+    ASSERT_EQ(tcgetattr(terminal, &before), 0);
+    for (const unsigned long request : {TERMCTL_GET_LAYOUT, TERMCTL_SET_LAYOUT}) {
+        EXPECT_EQ(control_terminal(terminal, request, layout), -1);
+        EXPECT_TRUE(errno == ENOTTY || errno == EINVAL) << errno;
+        EXPECT_EQ(control_terminal(null_device, request, layout), -1);
+        EXPECT_EQ(errno, ENOTTY);
+    }
+    ASSERT_EQ(tcgetattr(terminal, &after), 0);
+    EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+    close_terminal(terminal);
+    close_terminal(null_device);
+    EXPECT_EQ(control_terminal(terminal, TERMCTL_GET_LAYOUT, layout), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(open_terminal("/dev/null", O_RDWR), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+}  // namespace
+}  // namespace hosted::live

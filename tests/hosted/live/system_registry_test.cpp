@@ -1,0 +1,174 @@
+// The registry's hardware/ and kernel/: over a tree of files, and over the machine that the test runs on.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include "hosted/live/system.h"
+#include "hosted/live/system_tree.h"
+#include "platform/kernel.h"
+#include "platform/protocol/device.h"
+#include "platform/protocol/registry.h"
+
+namespace hosted::live {
+namespace {
+
+std::string names_in(system_registry &registry, std::string_view path) {
+    const auto cursor = registry.list(path);
+    if (!cursor) return "(none)";
+    std::string names;
+    for (registry_entry entry; cursor->next(entry);) names += entry.name + ' ';
+    return names;
+}
+
+// A key as text: its type, and its value.
+std::string key(system_registry &registry, std::string_view path) {
+    uint16_t type = 0;
+    uint32_t length = 0;
+    if (registry.describe(path, type, length) != 0) return "(none)";
+    uint64_t number = 0;
+    std::string text;
+    switch (type) {
+    case REGTYPE_INT:
+        EXPECT_EQ(length, 8U) << path;
+        EXPECT_EQ(registry.read_int(path, number), 0U) << path;
+        EXPECT_NE(registry.read_binary(path, text), 0U) << path;
+        return "int " + std::to_string(static_cast<int64_t>(number));
+    case REGTYPE_BIN:
+        EXPECT_EQ(registry.read_binary(path, text), 0U) << path;
+        EXPECT_EQ(length, text.size()) << path;
+        EXPECT_NE(registry.read_int(path, number), 0U) << path;
+        return "bin " + text;
+    default: EXPECT_EQ(length, 0U) << path; return "dir";
+    }
+}
+
+// Checks and counts every key of a directory and below: the length that is listed, described and read is one.
+size_t check_tree(system_registry &registry, const std::string &path) {
+    size_t keys = 0;
+    const auto cursor = registry.list(path);
+    for (registry_entry entry; cursor->next(entry); keys++) {
+        const std::string below = path + '/' + entry.name;
+        uint16_t type = 0;
+        uint32_t length = 0;
+        EXPECT_NE(key(registry, below), "(none)") << below;
+        EXPECT_EQ(registry.describe(below, type, length), 0U) << below;
+        EXPECT_EQ(std::pair(type, length), std::pair(entry.type, entry.length)) << below;
+        EXPECT_LE(length, registry.limits().binary) << below;
+        if (type == REGTYPE_DIR) keys += check_tree(registry, below);
+    }
+    return keys;
+}
+
+TEST(LiveRegistry, ParametersAreKeys) {
+    const system_tree tree;
+    const std::string longest(51, 'n');
+    const struct {
+        std::string name, text, value;
+    } files[] = {
+        {"swappiness", "60\n", "int 60"},
+        {"negative", "-1\n", "int -1"},
+        {"large", "18446744073692774399\n", "bin 18446744073692774399"},
+        {"zeroes", "0022\n", "bin 0022"},
+        {"several", "4096\t131072\n", "bin 4096\t131072"},
+        {"empty", "", "bin "},
+        {"lines", "one\ntwo\n\n", "bin one\ntwo\n"},
+        {"long", std::string(5000, 'x'), "bin " + std::string(1024, 'x')},
+        {"write_only", "1\n", "(none)"},
+        {"es\x1b[c", "1\n", "(none)"},
+        {longest, "1\n", "int 1"},
+        {longest + 'n', "1\n", "(none)"},
+    };
+    for (const auto &file : files) tree.put("proc/sys/vm/" + file.name, file.text);
+    chmod(tree.path("proc/sys/vm/write_only").c_str(), 0200);
+    ASSERT_EQ(mkfifo(tree.path("proc/sys/vm/fifo").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("swappiness", tree.path("proc/sys/vm/link").c_str()), 0);
+    tree.put("proc/cmdline", "root=/dev/vda quiet\n");
+    tree.put("proc/sys/release", "not the release\n");
+    tree.put("proc/secret", "7\n");
+
+    system_registry registry(tree.roots);
+    for (const auto &file : files) EXPECT_EQ(key(registry, "kernel/vm/" + file.name), file.value) << file.name;
+    for (const char *path : {"run", "kernel/vm/fifo", "kernel/vm/link", "kernel/vm/../../secret",
+                             "kernel/vm/./swappiness", "kernel/vm/swappiness/below"}) {
+        EXPECT_EQ(key(registry, path), "(none)") << path;
+    }
+    EXPECT_EQ(key(registry, "//kernel//vm//swappiness/"), "int 60");
+    EXPECT_EQ(key(registry, "kernel/cmdline"), "bin root=/dev/vda quiet");
+    EXPECT_EQ(names_in(registry, ""), "hardware kernel ");
+    EXPECT_EQ(names_in(registry, "kernel"), "cmdline hostname release version vm ");
+    EXPECT_EQ(names_in(registry, "kernel/vm"),
+              "empty large lines long negative " + longest + " several swappiness zeroes ");
+    EXPECT_EQ(names_in(registry, "kernel/vm/swappiness"), "(none)");
+
+    tree.put("proc/sys/vm/swappiness", "100000\n");  // read once a run
+    EXPECT_EQ(key(registry, "kernel/vm/swappiness"), "int 60");
+    EXPECT_EQ(registry.write_binary("kernel/vm/swappiness", "1"), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(registry.create_temporary("kernel/new"), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(registry.create_guard("kernel/new", 1), RESULT_NOT_PERMITTED);
+}
+
+TEST(LiveRegistry, HardwareOfATree) {
+    const system_tree tree;
+    tree.put("proc/meminfo", "MemTotal: 2048 kB\n");
+    tree.put("proc/cpuinfo",
+             "processor\t: 0\nvendor_id\t: Some Vendor\nmodel name\t: Fast: 3 GHz\nflags\t\t: fpu vme\n\n"
+             "processor\t: 1\nmodel name\t: Other\n");
+    tree.put("proc/net/dev", "Inter-|   Receive\n face |bytes\n  eth0: 1 2\n  ../up: 1 2\n");
+    tree.put("proc/diskstats", " 254 0 vda 1 2\n 104 0 cciss/c0d0 1\n");
+    tree.put("sys/class/net/eth0/address", "02:fc:00:00:00:01\n");
+    tree.put("sys/class/net/eth0/mtu", "1400\n");
+    tree.put("sys/class/net/eth0/speed", "-1\n");
+    tree.put("sys/class/net/hidden/mtu", "1\n");
+    tree.put("sys/class/block/vda/size", "8\n");
+    tree.put("sys/class/block/vda/device/model", "A DISK      \n");
+    tree.put("sys/class/block/cciss!c0d0/size", "18446744073709551615\n");
+    system_registry registry(tree.roots);
+    const struct {
+        const char *path;
+        std::string value;
+    } cases[] = {
+        {"hardware/memory/total", "int 2097152"},
+        {"hardware/memory/page_size", "int " + std::to_string(page_size())},
+        {"hardware/processor/vendor", "bin Some Vendor"},
+        {"hardware/processor/model", "bin Fast: 3 GHz"},
+        {"hardware/processor/flags", "bin fpu vme"},
+        {"hardware/processor/count", "int " + std::to_string(sysconf(_SC_NPROCESSORS_ONLN))},
+        {"hardware/network/eth0/address", "bin 02:fc:00:00:00:01"},
+        {"hardware/network/eth0/mtu", "int 1400"},
+        {"hardware/network/eth0/speed", "(none)"},
+        {"hardware/network/hidden/mtu", "(none)"},
+        {"hardware/block/vda/size", "int 4096"},
+        {"hardware/block/vda/model", "bin A DISK"},
+        {"hardware/block/cciss!c0d0", "dir"},
+        {"hardware/block/cciss!c0d0/size", "(none)"},
+        {"hardware/rtc/rtc0", "(none)"},
+    };
+    for (const auto &[path, value] : cases) EXPECT_EQ(key(registry, path), value) << path;
+    EXPECT_EQ(names_in(registry, "hardware"), "block memory network processor rtc ");
+    EXPECT_EQ(names_in(registry, "hardware/network"), "eth0 ");
+    EXPECT_EQ(names_in(registry, "hardware/network/eth0"), "address mtu ");
+    EXPECT_EQ(names_in(registry, "hardware/rtc"), "");
+
+    tree.put("dev/rtc0", "");
+    system_registry with_clock(tree.roots);
+    EXPECT_EQ(key(with_clock, "hardware/rtc/rtc0/device"), "bin rtc0");
+    EXPECT_EQ(key(with_clock, "hardware/rtc/rtc0/unit"), "int 0");
+}
+
+TEST(LiveRegistry, OfThisMachine) {
+    const file_roots roots;
+    system_registry registry(roots);
+    EXPECT_GT(check_tree(registry, "hardware"), 5U);
+    EXPECT_GT(check_tree(registry, "kernel"), 50U);
+    utsname system{};
+    uname(&system);
+    EXPECT_EQ(key(registry, "kernel/release"), std::string("bin ") + system.release);
+    EXPECT_EQ(key(registry, "kernel/kernel/osrelease"), std::string("bin ") + system.release);
+    EXPECT_EQ(key(registry, "kernel/vm/overcommit_memory"),
+              "int " + std::to_string(std::stoi(text_of("/proc/sys/vm/overcommit_memory"))));
+}
+
+}  // namespace
+}  // namespace hosted::live

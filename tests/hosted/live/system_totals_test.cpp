@@ -1,0 +1,257 @@
+// Totals, memory, interrupts, drivers and registers: fixed texts, hostile ones, and the machine that the test runs on.
+#include <gtest/gtest.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <random>
+
+#include "hosted/live/cpu_registers.h"
+#include "hosted/live/system.h"
+#include "hosted/live/system_tree.h"
+#include "platform/kernel.h"
+#include "platform/protocol/device.h"
+
+namespace hosted::live {
+namespace {
+
+constexpr std::string_view MEMORY = R"(MemTotal:       24684096 kB
+MemFree:        24300756 kB
+Buffers:             840 kB
+Cached:           235740 kB
+Active(anon):       1568 kB
+Active(file):     105128 kB
+Dirty:               976 kB
+SReclaimable:      52288 kB
+VmallocTotal:   34359738367 kB
+VmallocUsed:       14316 kB
+)";
+
+// Of two zones of one size, one without a page, one that claims more free pages than it has, and an absurd one.
+constexpr std::string_view ZONES = R"(Node 0, zone      DMA
+      nr_free_pages 77
+  pages free     3840
+        spanned  4095
+        managed  3841
+              count: 7
+  start_pfn:           1
+Node 0, zone   Normal
+  pages free     166259
+        spanned  5505024
+        managed  262144
+  start_pfn:           1048576
+Node 0, zone  Movable
+  pages free     0
+        spanned  0
+Node 1, zone   Normal
+  pages free     300000
+        spanned  262144
+        managed  262144
+  start_pfn:           9999999
+Node 1, zone   Absurd
+        spanned  18446744073709551615
+        managed  18446744073709551615
+  start_pfn:           2
+)";
+
+constexpr std::string_view INTERRUPTS = R"(           CPU0       CPU1
+  0:         44          1  IO-APIC   2-edge      timer
+ 26:          0         16  IO-APIC   4-edge      ttyS0, other one
+ 27:          3          4     GICv3  27 Level     arch_timer
+ 30:          0          5 PCI-MSIX-0000:00:01.0   2-edge
+ 31:          0          5  dummy
+ 32:          0          5  dummy  Edge  -fasteoi
+NMI:          0          0   Non-maskable interrupts
+99999999999:  1          1   chip 1-edge name
+ 33:          1
+)";
+
+constexpr std::string_view DRIVERS = "Character devices:\n  1 mem\n  4 /dev/vc/0\n  4 tty\n254 ndctl\n4096 too high\n"
+                                     "    nameless\n\nBlock devices:\n  7 loop\n254 virtblk\n259 blk\x1b[ext\n";
+
+TEST(LiveTotals, StateItems) {
+    const system_tree full, empty;
+    full.put("proc/meminfo", MEMORY);
+    full.put("proc/zoneinfo", ZONES);
+    full.put("proc/interrupts", INTERRUPTS);
+    full.put("proc/sys/fs/file-nr", "592\t0\t2466183\n");
+    const uint64_t per_page = page_size() / 1024;  // kilobytes
+    const struct {
+        uint64_t item, value;
+    } cases[] = {
+        {KSTATE_TOTAL_PAGES, 24684096 / per_page},
+        {KSTATE_FREE_PAGES, 24300756 / per_page},
+        {KSTATE_RECLAIM_PAGES, (840 + 235740 + 52288) / per_page},
+        {KSTATE_RECLAIM_USED_PAGES, (105128 + 976) / per_page},
+        {KSTATE_VIRT_TOTAL_PAGES, 34359738367 / per_page},
+        {KSTATE_VIRT_FREE_PAGES, (34359738367 - 14316) / per_page},
+        {KSTATE_MAIN_CHUNK_PAGES, 262144},
+        {KSTATE_MAIN_CHUNK_FREE_PAGES, 166259},
+        {KSTATE_HANDLE_MANAGER, 0},
+        {KSTATE_HANDLE_COUNT, 592},
+        {KSTATE_ISR_NUMBER_LIMIT, 34},
+    };
+    for (const system_tree *tree : {&full, &empty}) {
+        memory_map memory(tree->roots);
+        interrupt_table interrupts(tree->roots);
+        totals all(tree->roots, memory, interrupts);
+        uint64_t value = 0;
+        EXPECT_FALSE(all.state(KSTATE_TICK, value));
+        for (const auto &[item, expected] : cases) {
+            value = ~uint64_t{0};
+            EXPECT_TRUE(all.state(item, value)) << item;
+            EXPECT_EQ(value, tree == &full ? expected : 0) << item;
+        }
+        tree->put("proc/meminfo", "MemTotal: 64 kB\n");  // too late: it is read once a run
+        EXPECT_TRUE(all.state(KSTATE_TOTAL_PAGES, value));
+        EXPECT_EQ(value, tree == &full ? cases[0].value : 0);
+    }
+}
+
+TEST(LiveMemory, ChunksAreZones) {
+    const system_tree tree;
+    tree.put("proc/zoneinfo", ZONES);
+    memory_map memory(tree.roots);
+    const uint64_t page = page_size();
+    constexpr uint64_t items[] = {OBJINFO_HANDLE, MEMINFO_BEGIN,      MEMINFO_BASE, MEMINFO_END,
+                                  MEMINFO_PAGES,  MEMINFO_FREE_PAGES, MEMINFO_FLAGS};
+    const uint64_t expected[][std::size(items)] = {
+        {FIRST_CHUNK_HANDLE, page, page, 4096 * page - 1, 3841, 3840, 0x10000},
+        {FIRST_CHUNK_HANDLE + 1, 1048576 * page, 1048576 * page, 6553600 * page - 1, 262144, 166259, 0x40010000},
+        {FIRST_CHUNK_HANDLE + 2, 9999999 * page, 9999999 * page, 10262143 * page - 1, 262144, 262144, 0x10000},
+    };
+    const auto at = memory.walk_chunks();
+    uint64_t value = 0;
+    EXPECT_EQ(at->info(OBJINFO_HANDLE, value), RESULT_NO_ITEM);
+    for (const auto &zone : expected) {
+        ASSERT_EQ(at->step(), RESULT_SUCCESS);
+        for (size_t i = 0; i < std::size(items); i++) {
+            EXPECT_EQ(at->info(items[i], value), RESULT_SUCCESS);
+            EXPECT_EQ(value, zone[i]) << items[i];
+        }
+    }
+    EXPECT_EQ(at->step(), RESULT_NO_ITEM);
+    EXPECT_EQ(at->step(), RESULT_NO_ITEM);
+    EXPECT_EQ(memory.info(FIRST_CHUNK_HANDLE + 3, MEMINFO_BEGIN, value), RESULT_NO_OBJECT);
+    EXPECT_EQ(memory.info(FIRST_SPACE_HANDLE, MEMINFO_BEGIN, value), RESULT_NO_ITEM);
+}
+
+// The areas lie inside the kernel's half, in order and apart, and that half ends with the last address.
+TEST(LiveMemory, SpacesFillTheAddressSpace) {
+    const struct {
+        std::vector<address_space> spaces;
+        uint64_t page, user_end, kernel_begin;
+    } cases[] = {
+        {x86_64_spaces(false, 4096), 4096, 0x7FFFFFFFEFFF, 0xFFFF800000000000},
+        {x86_64_spaces(true, 4096), 4096, 0xFFFFFFFFFFEFFF, 0xFF00000000000000},
+        {aarch64_spaces(48, 4096), 4096, 0xFFFFFFFFFFFF, 0xFFFF000000000000},
+        {aarch64_spaces(52, 65536), 65536, 0xFFFFFFFFFFFFF, 0xFFF0000000000000},
+    };
+    for (const auto &[spaces, page, user_end, kernel_begin] : cases) {
+        EXPECT_EQ(spaces[0].pages * page - 1, user_end);
+        EXPECT_EQ(spaces[1].begin, kernel_begin);
+        EXPECT_EQ(spaces[1].begin + spaces[1].pages * page, 0U) << kernel_begin;
+        uint64_t free_from = kernel_begin;
+        for (size_t i = 2; i < spaces.size(); i++) {
+            EXPECT_GE(spaces[i].begin, free_from) << kernel_begin << ' ' << i;
+            free_from = spaces[i].begin + spaces[i].pages * page;
+            EXPECT_GT(free_from, spaces[i].begin) << kernel_begin << ' ' << i;
+        }
+    }
+}
+
+TEST(LiveInterrupts, NumberedLines) {
+    std::string found;
+    for (const auto &[number, count, handled] : parse_interrupts(INTERRUPTS)) {
+        found += std::to_string(number) + (handled ? "=" : "-") + std::to_string(count) + ' ';
+    }
+    EXPECT_EQ(found, "0=45 26=16 27=7 30-5 31-5 32-5 33-1 ");
+}
+
+TEST(LiveDrivers, CharacterDriversFirst) {
+    const system_tree tree;
+    tree.put("proc/devices", DRIVERS);
+    driver_table drivers(tree.roots);
+    uint32_t highest = 0, number = 0;
+    std::string name, found;
+    EXPECT_EQ(drivers.max_major(highest), 0U);
+    for (uint32_t i = 0; i <= highest; i++) {
+        if (drivers.driver(makedev(i, 3), number, name) == 0) found += std::to_string(i) + ' ' + name + ',';
+    }
+    EXPECT_EQ(found, "1 mem,4 /dev/vc/0,7 loop,254 ndctl,259 blk?[ext,");
+    EXPECT_EQ(number, 3U);
+}
+
+// Every text cut anywhere, and with bytes changed, is read without harm, and what comes out keeps its bounds.
+TEST(LiveSystem, HostileTexts) {
+    std::mt19937 random(20240229);  // the same bytes at every run
+    for (const std::string_view sample : {MEMORY, ZONES, INTERRUPTS, DRIVERS}) {
+        for (size_t round = 0; round < 2 * sample.size(); round++) {
+            std::string text(sample.substr(0, std::min(round, sample.size())));
+            for (int change = 0; round > sample.size() && change < 8; change++) {
+                text[random() % text.size()] = static_cast<char>(random());
+            }
+            const memory_account account = parse_memory_account(text);
+            EXPECT_LE(account.free, account.total);
+            EXPECT_LE(account.reclaim_used, account.reclaimable);
+            EXPECT_LE(account.virtual_used, account.virtual_total);
+            for (const memory_zone &zone : parse_zones(text)) {
+                EXPECT_LE(zone.free, zone.managed);
+                EXPECT_LE(zone.managed, zone.spanned);
+                EXPECT_LE(zone.spanned, ~uint64_t{0} / page_size() - zone.first_page);
+            }
+            for (const interrupt_line &line : parse_interrupts(text)) EXPECT_LE(line.number, UINT32_MAX);
+            for (const auto &driver : parse_drivers(text)) EXPECT_LE(driver.first, 4095U);
+        }
+    }
+}
+
+TEST(LiveSystem, AgreesWithThisMachine) {
+    const file_roots roots;
+    memory_map memory(roots);
+    interrupt_table interrupts(roots);
+    totals all(roots, memory, interrupts);
+    uint64_t value = 0;
+    EXPECT_TRUE(all.state(KSTATE_TOTAL_PAGES, value));
+    EXPECT_EQ(value, static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)));
+    EXPECT_TRUE(all.state(KSTATE_HANDLE_COUNT, value));
+    EXPECT_GT(value, 0U);
+    for (const address_space &space : memory.spaces()) {  // this stack lies in user space, and in no other
+        EXPECT_EQ(reinterpret_cast<uint64_t>(&value) - space.begin < space.pages * page_size(), !space.global);
+    }
+}
+
+TEST(LiveRegisters, TableAsSystemData) {
+    const auto read = [](uint64_t group, uint64_t index) {
+        uint64_t value = 0;
+        EXPECT_EQ(cpu_register_data(group, index, value), RESULT_SUCCESS) << group << ' ' << index;
+        return value;
+    };
+    const uint64_t stride = read(KSYSIDX_REGISTERINFO, KSYSIDX_REGISTERINFO_STRIDE);
+    const uint64_t longest = read(KSYSIDX_REGISTERINFO, KSYSIDX_REGISTERINFO_MAXNAMELEN);
+    const uint64_t count = read(KSYSIDX_REGISTERINFO, KSYSIDX_REGISTERINFO_COUNT);
+    EXPECT_EQ(count, cpu_registers().size());
+    EXPECT_EQ(stride, 2 + (longest + 7) / 8);
+    const std::vector<std::byte> set(1024, std::byte{0xA5});
+    uint64_t value = 0;
+    for (uint64_t i = 0; i < count; i++) {
+        const cpu_register *which = find_cpu_register(read(KSYSIDX_REGISTERINFO_TABLE, i * stride));
+        ASSERT_NE(which, nullptr);
+        EXPECT_EQ(read(KSYSIDX_REGISTERINFO_TABLE, i * stride + 1), which->width | CPUREG_READABLE);
+        std::string name(8 * (stride - 2) + 1, '\0');
+        for (uint64_t k = 2; k < stride; k++) {
+            value = read(KSYSIDX_REGISTERINFO_TABLE, i * stride + k);
+            std::memcpy(name.data() + 8 * (k - 2), &value, sizeof value);
+        }
+        EXPECT_STREQ(name.c_str(), which->name);
+        EXPECT_TRUE(cpu_register_value(*which, set, value));
+        EXPECT_EQ(value, 0xA5A5A5A5A5A5A5A5 >> (64 - which->width)) << name;
+        EXPECT_FALSE(cpu_register_value(*which, std::span(set).first(which->offset + 7), value)) << name;
+    }
+    EXPECT_EQ(cpu_register_data(KSYSIDX_REGISTERINFO_TABLE, count * stride, value), RESULT_NO_ITEM);
+    EXPECT_EQ(find_cpu_register(0), nullptr);
+    EXPECT_EQ(find_cpu_register(count + 1), nullptr);
+}
+
+}  // namespace
+}  // namespace hosted::live
