@@ -286,7 +286,7 @@ place place::at(std::string_view key) const {
     wrong("\"" + std::string(key) + "\" is missing");
 }
 
-void place::wrong(std::string what) const { throw bad_value{node_, std::move(what)}; }
+void place::wrong(std::string_view what) const { throw bad_value{node_, std::string(what)}; }
 
 place::iterator &place::iterator::operator++() {
     node_ = document_->nodes_[node_].end;

@@ -51,7 +51,7 @@ public:
     bool has(std::string_view key) const;
     place at(std::string_view key) const;  // a member that must be there
 
-    [[noreturn]] void wrong(std::string what) const;
+    [[noreturn]] void wrong(std::string_view what) const;
 
 private:
     const document *document_;

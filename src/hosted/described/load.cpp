@@ -36,8 +36,10 @@ template <class Record, size_t N> void read_fields(place from, Record &into, con
 }
 
 template <class Record, class Read> void read_list(place from, std::vector<Record> &into, Read read) {
-    into.reserve(from.count());
-    for (const place element : from.items()) read(element, into.emplace_back());
+    const auto elements = from.items();
+    into.resize(from.count());
+    auto next = into.begin();
+    for (const place element : elements) read(element, *next++);
 }
 
 void read_number(place from, uint64_t &into) { into = from.number(); }
