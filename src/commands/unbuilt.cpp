@@ -25,12 +25,6 @@ int sb_lsmem(int, char **) { return unbuilt("lsmem"); }
 
 int sb_raiseexc(int, char **) { return unbuilt("raiseexc"); }
 
-int sb_readreg(int, char **) { return unbuilt("readreg"); }
-
-int sb_svccall(int, char **) { return unbuilt("svccall"); }
-
-int sb_svcinfo(int, char **) { return unbuilt("svcinfo"); }
-
 int sb_task(int, char **) { return unbuilt("task"); }
 
 int sb_taskkill(int, char **) { return unbuilt("taskkill"); }
@@ -40,8 +34,6 @@ int sb_threads(int, char **) { return unbuilt("threads"); }
 int sb_tmemo(int, char **) { return unbuilt("tmemo"); }
 
 int sb_tprop(int, char **) { return unbuilt("tprop"); }
-
-int sb_treereg(int, char **) { return unbuilt("treereg"); }
 
 int sb_tview(int, char **) { return unbuilt("tview"); }
 

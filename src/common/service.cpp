@@ -1,0 +1,52 @@
+// service.cpp - opening service devices and asking for descriptions.
+#include "common/service.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "common/helpers.h"
+
+namespace {
+
+bool fail(const sb_service &service, const char *what) {
+    std::fprintf(stderr, "%s: %s: %s\n", service.command, service.name, what);
+    return false;
+}
+
+}  // namespace
+
+bool sb_service_open(sb_service &service) {
+    if (sb_check_class(service.name, SERVICE_CLASS, service.reply_port) != 0)
+        return fail(service, "device not exist or not a service");
+    service.device = OpenDevice(service.name);
+    if (service.device == nullptr) return fail(service, "failed to open device");
+    service.request = CreateIOreq(service.device, 0, IOREQ_FLAGS_DEFAULT, service.size, service.reply_port);
+    if (service.request == nullptr) return fail(service, "failed to create IOreq");
+    return true;
+}
+
+int sb_service_perform(const sb_service &service, uint32_t command, uint64_t offset) {
+    service.request->command = command;
+    service.request->payload = reinterpret_cast<uint64_t>(service.request) + offset;
+    return SyncIO(service.request);
+}
+
+svc_info_block *sb_service_describe(const sb_service &service, const char *called, uint64_t offset, size_t name_room,
+                                    uint64_t max_args) {
+    auto *info = sb_service_block<svc_info_block>(service, offset);
+    const size_t length = std::strlen(called);
+    const bool fits = length < std::min(name_room, sizeof info->name);
+    if (fits) {
+        std::memset(info->name, 0, sizeof info->name);
+        std::memcpy(info->name, called, length);
+    }
+    if (!fits || sb_service_perform(service, SVCCMD_INFO, offset) != IO_SUCCESS || info->arg_count > max_args) {
+        std::fprintf(stderr, "%s: %s: \"%s\": failed to retrieve service info\n", service.command, service.name,
+                     called);
+        return nullptr;
+    }
+    return info;
+}
+
+int sb_service_namelen(const char *name, uint64_t field_size) { return static_cast<int>(strnlen(name, field_size)); }
