@@ -97,30 +97,30 @@ public:
         pieces_[count_++] = {const_cast<char *>(text), length};
     }
 
-    // Writes what was added, repeating what is interrupted or cut short.
+    // Writes what was added, repeating what is interrupted or cut short. What cannot be written is left to the stream,
+    // and all that follows it: whoever checks the stream at the end of the run meets the error.
     void flush() {
         iovec *next = pieces_.data();
-        int left = static_cast<int>(count_);
+        auto left = static_cast<int>(count_);
         count_ = 0;
-        while (left > 0 && !failed_) {
-            const ssize_t written = writev(STDOUT_FILENO, next, left);
-            if (written < 0 && errno == EINTR) continue;
+        while (left > 0) {
+            const ssize_t written = failed_ ? write_to_stream(*next) : writev(STDOUT_FILENO, next, left);
             if (written < 0) {
-                fail(*next);
-                return;
+                failed_ = errno != EINTR;
+                continue;
             }
             auto done = static_cast<size_t>(written);
             for (; left > 0 && done >= next->iov_len; left--) done -= next++->iov_len;
-            if (left > 0) next->iov_len -= done, next->iov_base = static_cast<char *>(next->iov_base) + done;
+            if (left == 0) return;
+            next->iov_base = static_cast<char *>(next->iov_base) + done;
+            next->iov_len -= done;
         }
     }
 
 private:
-    // The stream meets the same error, and whoever checks it at the end of the run sees it.
-    void fail(const iovec &unwritten) {
-        failed_ = true;
-        std::fwrite(unwritten.iov_base, 1, unwritten.iov_len, stdout);
-        std::fflush(stdout);
+    static ssize_t write_to_stream(const iovec &piece) {
+        std::fwrite(piece.iov_base, 1, piece.iov_len, stdout);
+        return static_cast<ssize_t>(piece.iov_len);
     }
 
     std::array<iovec, 1024> pieces_;  // as many as one call takes
