@@ -133,9 +133,9 @@ int colp_setcolumn_hexcase(colp_table *table, int hex_case);  // default lower; 
 // of other types, without an error.
 int colp_setcolumn_leadingzero(colp_table *table, int leading_zero);
 
-int colp_setcolumn_suffix(colp_table *table, const char *suffix);              // follows every number; null for none
-int colp_setcolumn_sortmode(colp_table *table, uint32_t sort_mode);            // COLP_SORTMODE_ flags
-int colp_setcolumn_justchar(colp_table *table, char justification_character);  // default '.'
+int colp_setcolumn_suffix(colp_table *table, const char *suffix);    // follows every number; null for none
+int colp_setcolumn_sortmode(colp_table *table, uint32_t sort_mode);  // COLP_SORTMODE_ flags
+int colp_setcolumn_justchar(colp_table *table, char justchar);       // default '.'
 
 // Gives the id of the column at a position, counted from 0 in declaration order.
 //   1 null table or id; 9 header not ended; 16 no such column
