@@ -24,7 +24,10 @@ namespace {
 constexpr int STATUS_BAD_MACHINE = 125;
 constexpr int STATUS_DEADLOCK = 124;
 
+std::atomic<uint64_t> runtimes_made = 0;
+
 struct runtime {
+    const uint64_t number = ++runtimes_made;  // a later one may stand at the same address
     std::unique_ptr<hosted::kernel> kernel;
     fault_list faults;
     call_log log;
@@ -33,7 +36,7 @@ struct runtime {
     bool finished = false;
 };
 
-std::atomic<runtime *> current = nullptr;  // the only global of the kernel
+std::atomic<runtime *> current = nullptr;  // the running kernel
 std::mutex making;
 
 [[noreturn]] void end_process(int status) {
@@ -89,22 +92,22 @@ public:
     registration &operator=(const registration &) = delete;
     ~registration() {
         runtime *known = current.load(std::memory_order_acquire);
-        if (in_ == nullptr || in_ != known) return;
+        if (known == nullptr || in_ != known->number) return;
         const std::lock_guard lock(known->kernel->mutex());
         known->kernel->leave(*who_);
     }
 
     // Called with the kernel's lock held.
     caller &with(runtime &now) {
-        if (in_ != &now) {
-            in_ = &now;
+        if (in_ != now.number) {
+            in_ = now.number;
             who_ = &now.kernel->enter();
         }
         return *who_;
     }
 
 private:
-    runtime *in_ = nullptr;
+    uint64_t in_ = 0;  // the runtime's number
     caller *who_ = nullptr;
 };
 
