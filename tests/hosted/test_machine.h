@@ -16,64 +16,27 @@
 #include "platform/registry.h"
 #include "platform/sysvc.h"
 
-// Keys by their path, and the ports of the devices.
-class memory_registry : public hosted::registry_store {
+// Integer keys by their path, and the ports of the devices; nothing else.
+class number_registry : public hosted::registry_store {
 public:
-    struct key {
-        uint16_t type = REGTYPE_INT;
-        uint64_t number = 0;
-        std::string bytes = "12345678";  // as many as its length says
-    };
-    std::map<std::string, key, std::less<>> keys;
+    std::map<std::string, uint64_t, std::less<>> keys;
     hosted::registry_limits limit;
     hosted::kernel *kernel = nullptr;
 
     hosted::registry_limits limits() const override { return limit; }
-    std::unique_ptr<hosted::registry_cursor> list(std::string_view path) override {
-        struct cursor : hosted::registry_cursor {
-            std::vector<hosted::registry_entry> entries;
-            size_t position = 0;
-            bool next(hosted::registry_entry &entry) override {
-                if (position < entries.size()) entry = entries[position];
-                return position++ < entries.size();
-            }
-        };
-        if (!path.ends_with('/')) return nullptr;
-        auto made = std::make_unique<cursor>();
-        for (const auto &[name, held] : keys) {
-            if (!name.starts_with(path)) continue;
-            made->entries.push_back({name.substr(path.size()), held.type, static_cast<uint32_t>(held.bytes.size())});
-        }
-        return made;
-    }
-    uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) override {
-        return with(path, [&](const key &k) { type = k.type, length = static_cast<uint32_t>(k.bytes.size()); });
-    }
+    std::unique_ptr<hosted::registry_cursor> list(std::string_view) override { return nullptr; }
+    uint32_t describe(std::string_view, uint16_t &, uint32_t &) override { return IOERROR_NOT_FOUND; }
     uint32_t read_int(std::string_view path, uint64_t &value) override {
-        if (!path.starts_with(DEVICE_DIRECTORY)) return with(path, [&](const key &k) { value = k.number; });
-        value = kernel->device_port(path.substr(sizeof DEVICE_DIRECTORY - 1));
+        const auto found = keys.find(path);
+        value = NO_OBJECT;
+        if (found != keys.end()) value = found->second;
+        if (path.starts_with(DEVICE_DIRECTORY)) value = kernel->device_port(path.substr(sizeof DEVICE_DIRECTORY - 1));
         return value == NO_OBJECT ? uint32_t{IOERROR_NOT_FOUND} : 0;
     }
-    uint32_t read_binary(std::string_view path, std::string &value) override {
-        return with(path, [&](const key &k) { value = k.bytes; });
-    }
-    uint32_t write_binary(std::string_view path, std::string_view value) override {
-        return keys[std::string(path)] = {REGTYPE_BIN, 0, std::string(value)}, 0;
-    }
-    uint32_t create_temporary(std::string_view path) override {
-        return keys[std::string(path)] = {REGTYPE_TMP, 0, ""}, 0;
-    }
-    uint32_t create_guard(std::string_view path, uint64_t value) override {
-        return keys[std::string(path)] = {REGTYPE_INT, value}, 0;
-    }
-
-private:
-    template <class Use> uint32_t with(std::string_view path, Use use) const {
-        const auto found = keys.find(path);
-        if (found == keys.end()) return IOERROR_NOT_FOUND;
-        use(found->second);
-        return 0;
-    }
+    uint32_t read_binary(std::string_view, std::string &value) override { return value.clear(), 0; }
+    uint32_t write_binary(std::string_view, std::string_view) override { return 0; }
+    uint32_t create_temporary(std::string_view) override { return 0; }
+    uint32_t create_guard(std::string_view, uint64_t) override { return 0; }
 };
 
 class test_machine : public hosted::machine {
@@ -83,7 +46,7 @@ public:
 
     std::map<std::string, maker, std::less<>> makers;  // of the devices' servers, by name
     maker registry_maker;                              // none: a healthy registry over store
-    memory_registry store;
+    number_registry store;
     std::map<uint64_t, uint64_t> states;
     std::map<std::pair<uint64_t, uint64_t>, uint64_t> infos;  // by handle and item
     std::vector<uint64_t> destroyed;                          // what was asked to be ended; nothing ever is

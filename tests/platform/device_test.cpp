@@ -48,11 +48,6 @@ struct opened {
     uint64_t port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
     device_record *device = OpenDeviceFromMsgPort(hosted::running().device_port("dev"));
     IOreq *request = device != nullptr ? CreateIOreq(device, 7, IOREQ_FLAGS_DEFAULT, 200, port) : nullptr;
-
-    bool nothing_comes() const {
-        kernel_message message{};
-        return _SL_RecvMsgPtr(port, &message, 500) == RESULT_TIMEOUT;
-    }
 };
 constexpr uint64_t FIRST = 3;  // receive of the request; opening and creating took one each
 
@@ -63,51 +58,72 @@ hosted::fault_list receive(uint64_t result, uint64_t nth, uint64_t times = 1) {
     return fault(call::recv_msg_ptr, result, nth, times);
 }
 
-TEST(Device, SyncIOExShakesHandsOverAnAbort) {
-    constexpr bool AB = true, NO = false, RE = true;
-    const auto begins = [](uint64_t result) { return send_fault(IOMSG_BEGIN, result, 1, 4); };
-    const auto aborts = [](uint64_t result) { return send_fault(IOMSG_ABORT, result, 1, 4); };
+TEST(Device, RequestsEndAsTheirMessagesSay) {
+    using run = int (*)(IOreq *);
+    const run sync = [](IOreq *io) { return SyncIO(io); };
+    const run wait = [](IOreq *io) { return BeginIO(io), WaitIO(io, 100); };
+    const run plain = [](IOreq *io) { return SyncIOEx(io, 50, false, false); };
+    const run restarts = [](IOreq *io) { return SyncIOEx(io, 50, false, true); };
+    const run aborts = [](IOreq *io) { return SyncIOEx(io, 50, true, false); };
+    const run both = [](IOreq *io) { return SyncIOEx(io, 50, true, true); };
+    const auto begin = [](uint64_t result) { return send_fault(IOMSG_BEGIN, result, 1, 4); };
+    const auto abort = [](uint64_t result) { return send_fault(IOMSG_ABORT, result, 1, 4); };
+    constexpr uint32_t LOCAL = IOERROR_LOCAL;
     const struct {
         const char *title;
+        run call;
         script begun, aborted;
-        bool abort, restart;
-        hosted::fault_list faults;
         int result;
+        hosted::fault_list faults = {};
         uint32_t error = 0;
     } cases[] = {
-        {"done at the very deadline", {{50, DONE}}, {}, AB, NO, {}, IO_SUCCESS},
-        {"error", {{0, FAILED}}, {}, AB, NO, {}, IO_FAILED},
-        {"aborted", {{0, ABORTED}}, {}, AB, NO, {}, IO_CANCELED},
-        {"stray reply", {{0, ACK}}, {}, AB, NO, {}, IO_NO_REPLY},
-        {"time-out without abort", {}, {}, NO, NO, {}, IO_UNAVAILABLE, IOERROR_LOCAL},
-        {"aborted in time", {}, {{0, ABORTED}, {0, ACK}}, AB, NO, {}, IO_TIME_EXPIRED},
-        {"done, then acknowledged", {{60, DONE}}, {{20, ACK}}, AB, NO, {}, IO_SUCCESS},
-        {"acknowledged, then done", {{80, DONE}}, {{10, ACK}}, AB, NO, {}, IO_SUCCESS},
-        {"acknowledged twice, then done", {{80, DONE}}, {{10, ACK}, {11, ACK}}, AB, NO, {}, IO_SUCCESS},
-        {"done twice, then aborted", {{60, DONE}, {61, DONE}}, {{30, ABORTED}}, AB, NO, {}, IO_TIME_EXPIRED},
-        {"other codes on the way", {{60, 0x99}, {61, FAILED}, {80, DONE}}, {{5, ACK}}, AB, NO, {}, IO_SUCCESS},
-        {"late messages are drained", {}, {{0, ABORTED}, {1, DONE}, {2, ACK}, {3, 0x99}}, AB, NO, {}, IO_TIME_EXPIRED},
-        {"wait cut", {}, {{0, ABORTED}, {0, ACK}}, AB, NO, receive(INTERRUPTED, FIRST), IO_INTERRUPTED},
-        {"wait cut, no abort", {}, {}, NO, NO, receive(INTERRUPTED, FIRST), IO_UNAVAILABLE, IOERROR_LOCAL},
-        {"wait cut, restarted", {{50, DONE}}, {}, NO, RE, receive(INTERRUPTED, FIRST, 3), IO_SUCCESS},
-        {"handshake cut", {{60, DONE}}, {{20, ACK}}, AB, NO, receive(INTERRUPTED, FIRST + 1, 5), IO_SUCCESS},
-        {"wait broken", {}, {}, AB, NO, receive(BROKEN, FIRST), IO_UNAVAILABLE, IOERROR_LOCAL},
-        {"handshake broken", {}, {{0, DONE}, {0, ACK}}, AB, NO, receive(BROKEN, FIRST + 1), IO_TIME_EXPIRED},
-        {"begin cut", {{0, DONE}}, {}, AB, NO, begins(INTERRUPTED), IO_INTERRUPTED, IOERROR_LOCAL},
-        {"begin cut, restarted", {{0, DONE}}, {}, AB, RE, begins(INTERRUPTED), IO_SUCCESS},
-        {"begin broken", {}, {}, AB, RE, begins(BROKEN), IO_UNAVAILABLE, IOERROR_LOCAL},
-        {"abort cut", {}, {{0, ABORTED}}, AB, NO, aborts(INTERRUPTED), IO_TIME_EXPIRED},
-        {"abort broken", {}, {}, AB, NO, aborts(BROKEN), IO_UNAVAILABLE, IOERROR_LOCAL},
+        {"sync: done", sync, {{10, DONE}}, {}, IO_SUCCESS},
+        {"sync: error", sync, {{10, FAILED}}, {}, IO_FAILED},
+        {"sync: aborted", sync, {{10, ABORTED}}, {}, IO_CANCELED},
+        {"sync: stray acknowledgement", sync, {{0, ACK}, {10, DONE}}, {}, IO_SUCCESS},
+        {"sync: wait cut", sync, {{10, DONE}}, {}, IO_SUCCESS, receive(INTERRUPTED, FIRST, 4)},
+        {"sync: wait broken", sync, {}, {}, IO_NO_REPLY, receive(BROKEN, FIRST), LOCAL},
+        {"sync: begin broken", sync, {}, {}, IO_UNAVAILABLE, begin(BROKEN), LOCAL},
+        {"wait: done", wait, {{100, DONE}}, {}, IO_SUCCESS},
+        {"wait: error", wait, {{10, FAILED}}, {}, IO_FAILED},
+        {"wait: aborted", wait, {{10, ABORTED}}, {}, IO_CANCELED},
+        {"wait: stray acknowledgement", wait, {{0, ACK}}, {}, IO_NO_REPLY},
+        {"wait: time-out", wait, {}, {}, IO_TIME_EXPIRED},
+        {"wait: cut", wait, {{10, DONE}}, {}, IO_SUCCESS, receive(INTERRUPTED, FIRST, 4)},
+        {"wait: broken", wait, {}, {}, IO_UNAVAILABLE, receive(BROKEN, FIRST)},
+
+        {"done at the very deadline", aborts, {{50, DONE}}, {}, IO_SUCCESS},
+        {"error", aborts, {{0, FAILED}}, {}, IO_FAILED},
+        {"aborted", aborts, {{0, ABORTED}}, {}, IO_CANCELED},
+        {"stray reply", aborts, {{0, ACK}}, {}, IO_NO_REPLY},
+        {"time-out without abort", plain, {}, {}, IO_UNAVAILABLE, {}, LOCAL},
+        {"aborted in time", aborts, {}, {{0, ABORTED}, {0, ACK}}, IO_TIME_EXPIRED},
+        {"done, then acknowledged", aborts, {{60, DONE}}, {{20, ACK}}, IO_SUCCESS},
+        {"acknowledged, then done", aborts, {{80, DONE}}, {{10, ACK}}, IO_SUCCESS},
+        {"acknowledged twice, then done", aborts, {{80, DONE}}, {{10, ACK}, {11, ACK}}, IO_SUCCESS},
+        {"done twice, then aborted", aborts, {{60, DONE}, {61, DONE}}, {{30, ABORTED}}, IO_TIME_EXPIRED},
+        {"other codes on the way", aborts, {{60, 0x99}, {61, FAILED}, {80, DONE}}, {{5, ACK}}, IO_SUCCESS},
+        {"late messages are drained", aborts, {}, {{0, ABORTED}, {1, DONE}, {2, ACK}, {3, 0x99}}, IO_TIME_EXPIRED},
+        {"wait cut", aborts, {}, {{0, ABORTED}, {0, ACK}}, IO_INTERRUPTED, receive(INTERRUPTED, FIRST)},
+        {"wait cut, no abort", plain, {}, {}, IO_UNAVAILABLE, receive(INTERRUPTED, FIRST), LOCAL},
+        {"wait cut, restarted", restarts, {{50, DONE}}, {}, IO_SUCCESS, receive(INTERRUPTED, FIRST, 3)},
+        {"handshake cut", aborts, {{60, DONE}}, {{20, ACK}}, IO_SUCCESS, receive(INTERRUPTED, FIRST + 1, 5)},
+        {"wait broken", aborts, {}, {}, IO_UNAVAILABLE, receive(BROKEN, FIRST), LOCAL},
+        {"handshake broken", aborts, {}, {{0, DONE}, {0, ACK}}, IO_TIME_EXPIRED, receive(BROKEN, FIRST + 1)},
+        {"begin cut", aborts, {{0, DONE}}, {}, IO_INTERRUPTED, begin(INTERRUPTED), LOCAL},
+        {"begin cut, restarted", both, {{0, DONE}}, {}, IO_SUCCESS, begin(INTERRUPTED)},
+        {"begin broken", both, {}, {}, IO_UNAVAILABLE, begin(BROKEN), LOCAL},
+        {"abort cut", aborts, {}, {{0, ABORTED}}, IO_TIME_EXPIRED, abort(INTERRUPTED)},
+        {"abort broken", aborts, {}, {}, IO_UNAVAILABLE, abort(BROKEN), LOCAL},
     };
-    for (const auto &[title, begun, aborted, abort, restart, faults, result, error] : cases) {
-        SCOPED_TRACE(title);
-        const auto maker = scripted(begun, aborted);
-        test_kernel running([&](test_machine &m) { m.makers["dev"] = maker; }, faults);
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.title);
+        test_kernel running([&](test_machine &m) { m.makers["dev"] = scripted(one.begun, one.aborted); }, one.faults);
         opened dev;
-        ASSERT_NE(dev.request, nullptr);
-        EXPECT_EQ(SyncIOEx(dev.request, 50, abort, restart), result);
-        EXPECT_EQ(dev.request->error, error);
-        EXPECT_TRUE(dev.nothing_comes());
+        EXPECT_EQ(one.call(dev.request), one.result);
+        EXPECT_EQ(dev.request->error, one.error);
+        kernel_message message{};
+        EXPECT_EQ(_SL_RecvMsgPtr(dev.port, &message, 500), RESULT_TIMEOUT) << "nothing is left on the port";
     }
 }
 
@@ -120,40 +136,6 @@ TEST(DeviceDeathTest, SyncIOExWaitsForEverOnAFailureBeforeTheAcknowledgement) {
             SyncIOEx(dev.request, 50, true, true);
         },
         testing::ExitedWithCode(124), "deadlock: _SL_RecvMsgPtr");
-}
-
-TEST(Device, SyncIOAndWaitIOReadCompletions) {
-    const struct {
-        const char *title;
-        script begun;
-        hosted::fault_list faults;
-        int synced, waited;
-        uint32_t error = 0;  // after SyncIO
-    } cases[] = {
-        {"done", {{10, DONE}}, {}, IO_SUCCESS, IO_SUCCESS},
-        {"error", {{10, FAILED}}, {}, IO_FAILED, IO_FAILED},
-        {"aborted", {{10, ABORTED}}, {}, IO_CANCELED, IO_CANCELED},
-        {"stray acknowledgement", {{0, ACK}, {10, DONE}}, {}, IO_SUCCESS, IO_NO_REPLY},
-        {"late", {{101, DONE}}, {}, IO_SUCCESS, IO_TIME_EXPIRED},
-        {"wait cut", {{10, DONE}}, receive(INTERRUPTED, FIRST, 4), IO_SUCCESS, IO_SUCCESS},
-        {"wait broken", {{10, DONE}}, receive(BROKEN, FIRST), IO_NO_REPLY, IO_UNAVAILABLE, IOERROR_LOCAL},
-        {"begin broken", {}, send_fault(IOMSG_BEGIN, BROKEN), IO_UNAVAILABLE, IO_TIME_EXPIRED, IOERROR_LOCAL},
-    };
-    for (const auto &[title, begun, faults, synced, waited, error] : cases) {
-        SCOPED_TRACE(title);
-        const auto set_up = [&, &script_of = begun](test_machine &m) { m.makers["dev"] = scripted(script_of); };
-        {
-            test_kernel running(set_up, faults);
-            opened dev;
-            EXPECT_EQ(SyncIO(dev.request), synced);
-            EXPECT_EQ(dev.request->error, error);
-        }
-        test_kernel running(set_up, faults);
-        opened dev;
-        BeginIO(dev.request);
-        EXPECT_EQ(WaitIO(dev.request, 100), waited);
-        EXPECT_EQ(dev.request->error, 0u);
-    }
 }
 
 // What cannot be opened is null, and nothing is left behind.
@@ -194,23 +176,22 @@ TEST(Device, OpeningFailsCleanly) {
         {"look-up not begun", "dev", OK, none, send_fault(IOMSG_BEGIN, BROKEN)},
         {"answer lost: nobody knows its record", "dev", OK, none, receive(BROKEN, 6), 3},
     };
-    for (const auto &[title, name, open, set_up, faults, left, opens] : cases) {
-        SCOPED_TRACE(title);
-        test_kernel running(
-            [&, open = open, &more = set_up](test_machine &m) {
-                device_behaviour behaviour;
-                behaviour.open = open;
-                m.makers["dev"] = behaving(behaviour);
-                more(m);
-            },
-            faults);
-        if (!running->states.contains(KSTATE_REGISTRY_PORT)) running.kernel().registry_port();
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.title);
+        const auto set_up = [&](test_machine &m) {
+            device_behaviour behaviour;
+            behaviour.open = one.open;
+            m.makers["dev"] = behaving(behaviour);
+            one.set_up(m);
+        };
+        test_kernel running(set_up, one.faults);
+        running.kernel().registry_port();  // servers are made when they are first asked for
         running.kernel().device_port("dev");
         const size_t before = running.handles().size();
-        device_record *device = OpenDevice(name);
-        EXPECT_EQ(device != nullptr, opens);
+        device_record *device = OpenDevice(one.name);
+        EXPECT_EQ(device != nullptr, one.opens);
         EXPECT_EQ(CloseDevice(device), 0);
-        EXPECT_EQ(running.handles().size(), before + left);
+        EXPECT_EQ(running.handles().size(), before + one.left);
         EXPECT_EQ(CloseDevice(device), 0) << "null, or not mapped any more";
     }
 }
@@ -234,7 +215,7 @@ TEST(Device, RepeatsInterruptedCalls) {
             test_kernel running(
                 [](test_machine &m) {
                     m.makers["dev"] = scripted({{5, DONE}});
-                    m.store.keys["number"] = {REGTYPE_INT, 5};
+                    m.store.keys["number"] = 5;
                 },
                 fault(which, RESULT_INTERRUPTED, nth, 1 + nth % 3));
             EXPECT_TRUE(work(running));
@@ -274,41 +255,33 @@ TEST(Device, QueriesNameWhatWentWrong) {
         {"wrong code", "dev", PING, wrong, {}, QUERY_BAD_REPLY},
         {"past the last class", "dev", DEVQUERY_GET_CLASS, {}, {}, QUERY_BAD_REPLY},
     };
-    for (const auto &[title, name, code, behaviour, faults, result, passed] : cases) {
-        SCOPED_TRACE(title);
-        test_kernel running([&, &b = behaviour](test_machine &m) { m.makers["dev"] = behaving(b); }, faults);
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.title);
+        test_kernel running([&](test_machine &m) { m.makers["dev"] = behaving(one.behaviour); }, one.faults);
         device_record *registry = GetRegDev();
         running.kernel().device_port("dev");
         const auto before = running.handles();
         const uint64_t start = TickGetCount();
-        EXPECT_EQ(DeviceQuery(registry, 0, name, code, 0, nullptr), result);
-        EXPECT_EQ(TickGetCount() - start, passed);
+        EXPECT_EQ(DeviceQuery(registry, 0, one.name, one.code, 0, nullptr), one.result);
+        EXPECT_EQ(TickGetCount() - start, one.passed);
         EXPECT_EQ(running.handles(), before);
-        EXPECT_EQ(DeviceQuery(nullptr, 0, name, code, 0, nullptr), QUERY_MISSING);
     }
+    EXPECT_EQ(DeviceQuery(nullptr, 0, "dev", PING, 0, nullptr), QUERY_MISSING);
 }
 
 TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
-    device_behaviour two, endless;
-    two.classes = {0xA, SERVICE_CLASS};
-    endless.answers[DEVQUERY_GET_CLASS] = {.code = {}, .value = 1};
-    const struct {
-        device_behaviour behaviour;
-        uint64_t asked;
-        int result;
-        hosted::fault_list faults = {};
-    } cases[] = {
-        {two, SERVICE_CLASS, 0},
-        {two, 0xB, -1},
-        {endless, 1, 0},
-        {endless, 2, -1},
-        {two, 0xA, 1, fault(call::create_msg_port, RESULT_NO_MEMORY, 2)},
-    };
-    for (const auto &[behaviour, asked, result, faults] : cases) {
-        test_kernel running([&, &b = behaviour](test_machine &m) { m.makers["dev"] = behaving(b); }, faults);
-        device_record *registry = GetRegDev();
-        EXPECT_EQ(CheckDeviceClass(registry, 0, "dev", asked), result) << asked;
-    }
+    test_kernel running([](test_machine &m) {
+        device_behaviour two, endless;
+        two.classes = {0xA, SERVICE_CLASS};
+        endless.answers[DEVQUERY_GET_CLASS] = {.code = {}, .value = 1};
+        m.makers["two"] = behaving(two);
+        m.makers["endless"] = behaving(endless);
+    });
+    device_record *registry = GetRegDev();
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "two", SERVICE_CLASS), 0);
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "two", 0xB), -1);
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 1), 0);
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 2), -1);
 }
 
 TEST(Device, SmallCalls) {
