@@ -16,7 +16,7 @@
 #include "platform/registry.h"
 #include "platform/sysvc.h"
 
-// Integer keys by their path, and the ports of the devices; nothing else.
+// Integer keys by their path, the ports of the devices, and one value for every binary key.
 class number_registry : public hosted::registry_store {
 public:
     std::map<std::string, uint64_t, std::less<>> keys;
@@ -33,7 +33,7 @@ public:
         if (path.starts_with(DEVICE_DIRECTORY)) value = kernel->device_port(path.substr(sizeof DEVICE_DIRECTORY - 1));
         return value == NO_OBJECT ? uint32_t{IOERROR_NOT_FOUND} : 0;
     }
-    uint32_t read_binary(std::string_view, std::string &value) override { return value.clear(), 0; }
+    uint32_t read_binary(std::string_view, std::string &value) override { return value = "value", 0; }
     uint32_t write_binary(std::string_view, std::string_view) override { return 0; }
     uint32_t create_temporary(std::string_view) override { return 0; }
     uint32_t create_guard(std::string_view, uint64_t) override { return 0; }

@@ -71,6 +71,15 @@ TEST(RegistryProtocol, ReachesNoFurtherThanTheRequest) {
         set(path, data, length);
         EXPECT_EQ(to.error(REGCMD_SET_BIN), error) << std::hex << path - to.at(0) << " " << length;
     }
+    for (const auto &[room, text] : {std::pair(0u, "kkkkkkk"), {3u, "valkkkk"}, {5u, "valuekk"}, {99u, "valuekk"}}) {
+        std::memset(&to.in_line<char>(200), 'k', 56);
+        set(to.at(159), to.at(200), room);
+        EXPECT_EQ(to.error(REGCMD_GET_BIN), 0u);
+        EXPECT_EQ(std::pair(to.text(200, 7), block.length),
+                  std::pair(std::string(text), std::min(uint64_t{5}, uint64_t{room})));
+    }
+    set(to.at(159), to.at(252), 5);
+    EXPECT_EQ(to.error(REGCMD_GET_BIN), BAD);
     for (const uint64_t payload : {to.at(121), to.at(250), uint64_t{0}, ~uint64_t{7}}) {
         to.request->payload = payload;
         for (const uint32_t command : {REGCMD_CAPS, REGCMD_GET_INT, REGCMD_ITERATOR_BEGIN, REGCMD_ITERATOR_END}) {
