@@ -274,7 +274,7 @@ void render_number(output &out, const colp_table *table, const colp_column *colu
 
 // Writes one cell, or the column's sum when there is no cell.
 void render(output &out, const colp_table *table, const colp_column *column, const colp_cell *cell, bool pad_after) {
-    if (column->type != COLP_STRING) {
+    if (!cell || column->type != COLP_STRING) {
         render_number(out, table, column, cell ? cell->number : column->sum, pad_after);
         return;
     }
@@ -318,7 +318,7 @@ void print_row(output &out, const colp_table *table, const colp_row *row) {
     const colp_column *column = table->first_column;
     const colp_cell *cell = row_cells(row);
     const colp_cell *const end = cell + row->cell_count;
-    for (; cell != end; ++cell, column = column->next) {
+    for (; column && cell != end; ++cell, column = column->next) {
         if (column != table->first_column)
             for (const char character : between) out.put(character);
         render(out, table, column, cell, column->next && (table->fancy || cell + 1 != end));

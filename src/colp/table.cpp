@@ -267,7 +267,7 @@ int colp_addcell_string(colp_table *table, const char *text) {
     if (!memory) return COLP_NO_MEMORY;
     *memory = static_cast<char>(std::min<uint64_t>(length, long_text));
     if (length >= long_text) std::memcpy(memory + 1, &length, sizeof length);
-    std::memcpy(memory + prefix, text, length);
+    std::copy_n(text, length, memory + prefix);
     append_cell(table, {.text = memory});
     return COLP_SUCCESS;
 }
