@@ -1,0 +1,184 @@
+// What the calls accept and refuse, and what a table is after they did.
+#include <limits>
+
+#include "colp/colp_fixture.h"
+#include "colp/records.h"
+#include "failing_new.h"
+
+namespace {
+
+enum state { null_table, declaring, column_open, header_ended, row_open, state_count };
+
+// One column of numbers, brought to the state wanted.
+table_owner table_in(state wanted) {
+    if (wanted == null_table) return {nullptr, colp_delete};
+    table_owner table = new_table();
+    if (wanted >= column_open) colp_begincolumn(table.get(), COLP_UINT);
+    if (wanted >= header_ended) {
+        colp_endcolumn(table.get());
+        colp_endheader(table.get());
+    }
+    if (wanted >= row_open) colp_beginrow(table.get());
+    return table;
+}
+
+TEST(ColpTable, CallsAreAcceptedInTheirStatesOnly) {
+    using call = int (*)(colp_table *);
+    static const struct {
+        const char *name;
+        call make;
+        int codes[state_count];
+    } cases[] = {
+        {"begincolumn", [](colp_table *t) { return colp_begincolumn(t, COLP_INT); }, {1, 0, 12, 10, 10}},
+        {"endcolumn", colp_endcolumn, {1, 11, 0, 10, 10}},
+        {"endheader", colp_endheader, {1, 0, 12, 10, 10}},
+        {"title", [](colp_table *t) { return colp_setcolumn_title(t, "x"); }, {1, 11, 0, 10, 10}},
+        {"title of wrong justification",
+         [](colp_table *t) { return colp_setcolumn_titlejust(t, 6); },
+         {1, 11, 7, 10, 10}},
+        {"wrong justification", [](colp_table *t) { return colp_setcolumn_celljust(t, 0); }, {1, 11, 7, 10, 10}},
+        {"wrong hex case", [](colp_table *t) { return colp_setcolumn_hexcase(t, 3); }, {1, 11, 6, 10, 10}},
+        {"hex case of numbers", [](colp_table *t) { return colp_setcolumn_hexcase(t, 2); }, {1, 11, 0, 10, 10}},
+        {"minwidth", [](colp_table *t) { return colp_setcolumn_minwidth(t, -1); }, {1, 11, 0, 10, 10}},
+        {"suffix", [](colp_table *t) { return colp_setcolumn_suffix(t, nullptr); }, {1, 11, 0, 10, 10}},
+        {"beginrow", colp_beginrow, {1, 9, 9, 0, 15}},
+        {"cell", [](colp_table *t) { return colp_addcell_uint(t, 1); }, {1, 13, 13, 13, 0}},
+        {"cell of another type", [](colp_table *t) { return colp_addcell_hex(t, 1); }, {1, 13, 13, 13, 8}},
+        {"null text", [](colp_table *t) { return colp_addcell_string(t, nullptr); }, {1, 1, 1, 1, 1}},
+        {"endrow", colp_endrow, {1, 14, 14, 14, 0}},
+        {"getcolumnid",
+         [](colp_table *t) {
+             uint32_t id;
+             return colp_getcolumnid(t, 0, &id);
+         },
+         {1, 9, 9, 0, 0}},
+        {"id of no column",
+         [](colp_table *t) {
+             uint32_t id;
+             return colp_getcolumnid(t, 1, &id);
+         },
+         {1, 9, 9, 16, 16}},
+        {"print", [](colp_table *t) { return colp_print(t, 0, stderr); }, {1, 9, 9, 0, 15}},
+        {"print to nothing", [](colp_table *t) { return colp_print_all(t, nullptr); }, {1, 1, 1, 1, 1}},
+        {"style", [](colp_table *t) { return colp_setstyle(t, 4); }, {1, 4, 4, 4, 4}},
+        {"style of no name", [](colp_table *t) { return colp_setstylestr(t, "Raw"); }, {1, 3, 3, 3, 3}},
+        {"sum character", [](colp_table *t) { return colp_setsumreplace(t, 4, '-'); }, {1, 4, 4, 4, 4}},
+        {"no sum character", [](colp_table *t) { return colp_setsumreplace(t, 4, '\xE9'); }, {1, 1, 1, 1, 1}},
+    };
+    for (const auto &[name, make, codes] : cases)
+        for (int i = null_table; i < state_count; ++i)
+            EXPECT_EQ(make(table_in(static_cast<state>(i)).get()), codes[i]) << name << " in state " << i;
+    EXPECT_EQ(colp_begincolumn(new_table().get(), 0), COLP_BAD_TYPE);
+    EXPECT_EQ(colp_begincolumn(new_table().get(), 5), COLP_BAD_TYPE);
+    EXPECT_STREQ(colp_strerror(18), "Invalid sort order");
+    for (const int code : {-1, 19, INT_MIN, INT_MAX}) EXPECT_STREQ(colp_strerror(code), "<unknown error>");
+}
+
+TEST(ColpTable, SortIsRefusedInOrderOfItsChecks) {
+    static const struct {
+        state in;
+        uint32_t order;
+        uint32_t id;
+        int code;
+    } cases[] = {{declaring, 1, 1, 9},     {row_open, 1, 1, 15},     {header_ended, 7, 2, 16},
+                 {header_ended, 0, 2, 16}, {header_ended, 3, 1, 18}, {header_ended, 0, 1, 0}};
+    for (const auto &[in, order, id, code] : cases)
+        EXPECT_EQ(colp_sort(table_in(in).get(), order, id), code) << in << ' ' << order << ' ' << id;
+
+    const table_owner table = table_in(header_ended);
+    table->first_column->type = 5;
+    EXPECT_EQ(colp_sort(table.get(), 3, 1), COLP_NOT_COMPARABLE);
+    uint32_t order = 9;
+    EXPECT_EQ(colp_parse_sortorder(&order, "ASC"), COLP_PARSE_ERROR);
+    EXPECT_EQ(order, 9u);
+    EXPECT_EQ(colp_parse_sortorder(nullptr, "asc"), COLP_BAD_ARGUMENT);
+    for (const char *const *name = colp_getsortorderlist(); *name; ++name)
+        EXPECT_EQ(colp_parse_sortorder(&order, *name), COLP_SUCCESS);
+    EXPECT_EQ(order, COLP_SORT_UNORD);
+}
+
+TEST(ColpTable, IdsCountOnAfterCleaning) {
+    const table_owner table = table_in(row_open);
+    colp_clean(table.get());
+    EXPECT_EQ(colp_addcell_uint(table.get(), 1), COLP_NO_MORE_COLUMNS);
+    for (uint32_t expected = 2; expected < 5; ++expected) {
+        uint32_t id = 0;
+        EXPECT_EQ(colp_begincolumn_columnid(table.get(), COLP_STRING, &id), COLP_SUCCESS);
+        EXPECT_EQ(id, expected);
+        colp_endcolumn(table.get());
+    }
+}
+
+TEST(ColpTable, RemovedRowsLeaveWidthsUntilTheNextRow) {
+    const table_owner table = table_in(row_open);
+    colp_setstylestr(table.get(), "fancy");
+    colp_addcell_uint(table.get(), 12345);
+    colp_endrow(table.get());
+    EXPECT_EQ(colp_getrowcount(table.get()), 1u);
+    EXPECT_EQ(printed(table.get(), COLP_PRINT_TITLE_RULE), "-----\n");
+    colp_removerows(table.get());
+    EXPECT_EQ(colp_getrowcount(table.get()), 0u);
+    EXPECT_EQ(printed(table.get(), COLP_PRINT_TITLE_RULE | COLP_PRINT_ROWS), "-----\n");
+    colp_beginrow(table.get());
+    colp_endrow(table.get());
+    EXPECT_EQ(printed(table.get(), COLP_PRINT_TITLE_RULE | COLP_PRINT_ROWS), "\n\n");
+}
+
+TEST(ColpTable, LastBytesAreFoundAsUnsigned) {
+    const char text[] = "a\xE9"
+                        "b\xE9"
+                        "a";
+    EXPECT_EQ(colp_memrchr__(text, 0xE9, 5), text + 3);
+    EXPECT_EQ(colp_memrchr__(text, 'a', 4), text);
+    EXPECT_EQ(colp_memrchr__(text, static_cast<signed char>(0xE9), 5), nullptr);
+    EXPECT_EQ(colp_memrchr__(text, 'a', 0), nullptr);
+}
+
+// Fills, sorts and prints a table, each call once more where memory ran out for it.
+std::string build_in_spite_of_failures() {
+    const auto persist = [](auto call) {
+        int code = call();
+        if (code == COLP_NO_MEMORY) code = call();
+        EXPECT_EQ(code, COLP_SUCCESS);
+    };
+    table_owner table = new_table();
+    if (!table) table = new_table();
+    colp_table *t = table.get();
+    for (const uint32_t type : {COLP_UINT, COLP_STRING}) {
+        persist([&] { return colp_begincolumn(t, type); });
+        colp_endcolumn(t);
+    }
+    colp_endheader(t);
+    const std::string text(40000, 'x');
+    for (uint64_t i = 0; i < 20; ++i) {
+        persist([&] { return colp_beginrow(t); });
+        persist([&] { return colp_addcell_uint(t, i % 7); });
+        persist([&] { return colp_addcell_string(t, text.c_str() + i); });
+        persist([&] { return colp_endrow(t); });
+    }
+    persist([&] { return colp_sort(t, COLP_SORT_DESC, 1); });
+    char *output = nullptr;
+    size_t length = 0;
+    FILE *stream = open_memstream(&output, &length);
+    persist([&] {
+        const int code = colp_print_all(t, stream);
+        EXPECT_TRUE(code == COLP_SUCCESS || std::ftell(stream) == 0);
+        return code;
+    });
+    std::fclose(stream);
+    std::string result(output, length);
+    std::free(output);
+    return result;
+}
+
+TEST(ColpTable, FailedAllocationsChangeNothing) {
+    const std::string expected = build_in_spite_of_failures();
+    uint64_t spared = 0;
+    for (bool happened = true; happened; ++spared) {
+        const failing_new failing(spared);
+        EXPECT_EQ(build_in_spite_of_failures(), expected) << "allocation " << spared;
+        happened = failing_new::happened();
+    }
+    EXPECT_GT(spared, 6u);  // table, columns, scratch and a few blocks
+}
+}  // namespace
