@@ -57,12 +57,19 @@ uint32_t view_flags(const mapping_line &line) {
     return static_cast<uint32_t>(flags);
 }
 
+// What tells the file of a mapping: "MAJOR:MINOR INODE".
+bool parse_file(scanner &scan, mapping_line &out) {
+    uint64_t major = 0, minor = 0;
+    if (!scan.hexadecimal(major) || !scan.take(':') || !scan.hexadecimal(minor)) return false;
+    out.device = major << 32 | (minor & 0xFFFFFFFF);
+    return scan.decimal(out.inode);
+}
+
 }  // namespace
 
 // "BEGIN-END PERMISSIONS OFFSET MAJOR:MINOR INODE    NAME"
 bool parse_mapping(std::string_view line, mapping_line &out) {
     scanner scan(line);
-    uint64_t major = 0, minor = 0;
     if (!scan.hexadecimal(out.begin) || !scan.take('-') || !scan.hexadecimal(out.end)) return false;
     const std::string_view permissions = scan.word();
     if (permissions.size() < 4 || out.end < out.begin) return false;
@@ -73,22 +80,23 @@ bool parse_mapping(std::string_view line, mapping_line &out) {
     scan.skip_blanks();
     if (!scan.hexadecimal(out.offset)) return false;
     scan.skip_blanks();
-    if (!scan.hexadecimal(major) || !scan.take(':') || !scan.hexadecimal(minor)) return false;
-    out.device = major << 32 | (minor & 0xFFFFFFFF);
-    if (!scan.decimal(out.inode)) return false;
+    if (!parse_file(scan, out)) return false;
     scan.skip_blanks();
     out.name = scan.rest();
     return true;
 }
 
-// The mappings of one file mostly stand together, so that few of them get as far as the sort.
+// A listing of all processes asks this of each, so that only the part of a line is read that tells files apart. The
+// mappings of one file mostly stand together, and few of them get as far as the sort.
 uint64_t count_memos(proc_root &root, int directory) {
     auto &files = root.mapped_files;
     files.clear();
     uint64_t unnamed = 0;
     const int error = root.reader.lines(directory, "maps", [&](std::string_view text) {
+        scanner scan(text);
+        for (int word = 0; word < 3; word++) scan.skip_past(' ');  // addresses, permissions, offset
         mapping_line line;
-        if (!parse_mapping(text, line)) return;
+        if (!parse_file(scan, line)) return;
         if (line.inode == 0) {
             unnamed++;
         } else if (const file_key key(line.device, line.inode); files.empty() || files.back() != key) {

@@ -37,6 +37,10 @@ public:
     void skip_blanks() {
         while (!done() && (*at_ == ' ' || *at_ == '\t')) at_++;
     }
+    void skip_past(char wanted) {
+        const auto *found = static_cast<const char *>(std::memchr(at_, wanted, rest().size()));
+        at_ = found == nullptr ? end_ : found + 1;
+    }
     std::string_view word() {
         skip_blanks();
         const char *begin = at_;
