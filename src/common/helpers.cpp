@@ -28,12 +28,6 @@ private:
 
 // The name of the entry, which a server may have left without its NUL.
 std::string_view entry_name(const RegIterator &record) { return {record.name, strnlen(record.name, REG_NAME_ROOM)}; }
-
-std::array<char, SB_HANDLE_DIGITS> handle_digits(uint64_t handle) {
-    std::array<char, SB_HANDLE_DIGITS> digits;
-    for (size_t i = digits.size(); i-- > 0; handle >>= 4) digits[i] = "0123456789ABCDEF"[handle & 0xF];
-    return digits;
-}
 }  // namespace
 
 // ---- tasks ----------------------------------------------------------------------------------------------------------
@@ -65,12 +59,18 @@ uint64_t sb_gettaskhandle(const char *name) {
 
 bool sb_gettaskname(uint64_t handle, char *buffer, size_t size) {
     if (size == 0) return false;
-    const auto digits = handle_digits(handle);
+    std::array<char, SB_HANDLE_DIGITS> digits;
+    sb_handledigits(digits.data(), handle);
     const std::string_view key_name(digits.data(), digits.size());
     auto length = static_cast<uint32_t>(std::min<size_t>(size - 1, UINT32_MAX));
     const bool known = RegGetKeyBin(GetRegDev(), process_key().with(key_name), buffer, &length);
     buffer[known ? length : key_name.copy(buffer, size - 1)] = '\0';
     return known;
+}
+
+char *sb_handledigits(char *out, uint64_t handle) {
+    for (size_t i = SB_HANDLE_DIGITS; i-- > 0; handle >>= 4) out[i] = "0123456789ABCDEF"[handle & 0xF];
+    return out + SB_HANDLE_DIGITS;
 }
 
 uint64_t sb_hexhandle(std::string_view digits) {

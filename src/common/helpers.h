@@ -49,6 +49,10 @@ uint64_t sb_gettaskhandle(const char *name);
 //   returns       true and the name; false and the handle's 16 digits, when the registry has no such task
 bool sb_gettaskname(uint64_t handle, char *buffer, size_t size);
 
+// Writes the SB_HANDLE_DIGITS upper-case digits of a handle, without a NUL.
+//   returns  the place behind them
+char *sb_handledigits(char *out, uint64_t handle);
+
 // The value of hexadecimal digits, wrapping: every character shifts by four bits, then a digit of either case adds its
 // value. Any other character counts as a zero digit, so "0x1F" and "1F" are the same and "" is 0.
 uint64_t sb_hexhandle(std::string_view digits);

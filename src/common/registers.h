@@ -6,9 +6,11 @@
 
 #include <cstdint>
 
+#include "common/helpers.h"
+
 // What a kernel can sensibly say. More is an answer that cannot be right.
 inline constexpr uint64_t SB_MAX_REGISTERS = 16384;
-inline constexpr uint64_t SB_MAX_REGISTER_NAME = 1024;  // bytes
+inline constexpr uint64_t SB_MAX_REGISTER_NAME = 65536;  // bytes
 
 struct sb_registerinfo {
     uint64_t count;     // registers
@@ -18,30 +20,35 @@ struct sb_registerinfo {
 
 struct sb_register {
     uint64_t id;
-    uint64_t type;                        // CPUREG_ bits and the width
-    char name[SB_MAX_REGISTER_NAME + 1];  // NUL-terminated
+    uint64_t type;  // CPUREG_ bits and the width
 };
 
 enum class sb_registerstep {
     done,
-    count,              // could not be read, or exceeds SB_MAX_REGISTERS
-    stride,             // could not be read
-    max_name,           // could not be read
-    max_name_too_long,  // info->max_name, which is filled, exceeds SB_MAX_REGISTER_NAME
-    id,                 // of a register
+    count,
+    stride,
+    max_name,
+    id,  // this and the next two: of a register
     type,
     name,
 };
 
-// Where reading stopped.
+// What could not be read.
 struct sb_registerfault {
     sb_registerstep step = sb_registerstep::done;
-    uint64_t code = 0;    // the kernel's result; RESULT_BAD_ARGUMENT for a value that was read and refused
-    uint64_t offset = 0;  // of the name piece that could not be read, bytes
+    uint64_t code = 0;    // the kernel's result
+    uint64_t offset = 0;  // of the piece of the name, bytes
 };
 
-// Reads count, stride and longest name, in this order.
+// Reads count, stride and longest name, in this order, as the kernel gives them.
 sb_registerfault sb_getregisterinfo(sb_registerinfo *info);
 
-// Reads one register: id, type, then its name in pieces of 8 bytes. The record is unspecified after a fault.
-sb_registerfault sb_getregister(const sb_registerinfo &info, uint64_t number, sb_register *out);
+// Room for one register's name of any length up to the longest; null when out of memory, or when the longest name
+// exceeds SB_MAX_REGISTER_NAME.
+sb_text sb_newregistername(const sb_registerinfo &info);
+
+// Reads one register: id, type, then its name in pieces of 8 bytes. A number of SB_MAX_REGISTERS or more fails at its
+// id with RESULT_BAD_ARGUMENT, unread: a stride of 0 would give registers without end.
+//   room  for its name, from sb_newregistername; NUL-terminated behind the last piece, which may pass the longest name
+// The outputs are unspecified after a fault.
+sb_registerfault sb_getregister(const sb_registerinfo &info, uint64_t number, sb_register *out, char *room);

@@ -1,0 +1,247 @@
+// dumpktrace - the kernel's trace memory, as words or as entries.
+//
+// The trace is a row of buffers of equal size. A buffer's first word is its number of entries, which follow each other
+// from its fourth word on; an entry is a header word (type in bits 0-7, user byte in 8-15, length in words including
+// the header in 16-23) and its parameters.
+#include <algorithm>
+#include <bit>
+#include <cinttypes>
+#include <climits>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "platform/kernel.h"
+
+namespace {
+constexpr unsigned default_columns = 8;
+constexpr unsigned default_limit = 0;
+constexpr int max_columns = 1024;
+constexpr int bad_argument = -1;
+
+constexpr uint64_t buffer_header = 3;               // words
+constexpr uint64_t longest_entry = 0xFF;            // words that an entry header can say
+constexpr uint64_t sane_words = uint64_t{1} << 20;  // no buffer, and no entry, has more
+
+struct options {
+    bool raw = false;
+    bool head = false;
+    bool multi_line = false;
+    uint64_t columns = default_columns;
+    uint64_t limit = default_limit;  // 0: none
+    uint64_t start = 0;
+};
+
+void print_usage() {
+    std::printf(R"(Usage: dumpktrace [OPTION]...
+Dump kernel-trace data.
+
+    -c    set column width in raw mode (default: %u)
+    -h    print head of the trace, not the tail (interpreted mode only)
+    -i    interpret kernel-trace data
+    -n    limit the number of displayed words/entries (0 is unlimited; default: %u)
+    -m    multi-line entries instead of single-line entries (interpreted mode only)
+    -r    dump raw kernel-trace data
+    -s    set start (word index in raw mode, entry index in interpreted mode, ignored in tail mode)
+    -S    single-line entries instead of multi-line entries (interpreted mode only; default)
+    -t    print tail of the trace, not the head (interpreted mode only; default)
+)",
+                default_columns, default_limit);
+}
+
+// Reads the argument of option c; false after a message.
+bool get_number(e_optstate &state, int c, long long min, long long max, uint64_t &value) {
+    long long number = 0;
+    if (e_opt_getrangeint(&state, &number, min, max) != E_OPT_DONE) {
+        std::fprintf(stderr, "dumpktrace: missing or invalid argument of -%c\n", c);
+        return false;
+    }
+    value = static_cast<uint64_t>(number);
+    return true;
+}
+
+std::optional<int> parse(int argc, char **argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        switch (c) {
+        case 'c':
+            if (!get_number(state, c, 1, max_columns, opts.columns)) return bad_argument;
+            break;
+        case 'n':
+            if (!get_number(state, c, 0, LLONG_MAX, opts.limit)) return bad_argument;
+            break;
+        case 's':
+            if (!get_number(state, c, 0, LLONG_MAX, opts.start)) return bad_argument;
+            break;
+        case 'h': opts.head = true; break;
+        case 't': opts.head = false; break;
+        case 'i': opts.raw = false; break;
+        case 'r': opts.raw = true; break;
+        case 'm': opts.multi_line = true; break;
+        case 'S': opts.multi_line = false; break;
+        case E_HELP: print_usage(); return SB_DONE;
+        default: std::fprintf(stderr, "dumpktrace: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
+        }
+    }
+    if (argc > 0) {
+        std::fprintf(stderr, "dumpktrace: unexpected operand \"%s\"\n", argv[0]);
+        return SB_FAILED;
+    }
+    return std::nullopt;
+}
+
+int out_of_memory() {
+    std::fputs("dumpktrace: out of memory\n", stderr);
+    return SB_FAILED;
+}
+
+// The three readers return false after a message.
+bool get_geometry(uint64_t item, const char *what, uint64_t &value) {
+    const uint64_t code = _SL_GetSystemData(KSYSIDX_TRACE, item, &value);
+    if (code)
+        std::fprintf(stderr, "dumpktrace: failed to get the number of %s (error 0x%x)\n", what,
+                     static_cast<unsigned>(code));
+    return code == RESULT_SUCCESS;
+}
+
+bool get_word(uint64_t group, uint64_t index, uint64_t &word) {
+    const uint64_t code = _SL_GetSystemData(group, index, &word);
+    if (code)
+        std::fprintf(stderr, "dumpktrace: failed to get word at 0x%" PRIx64 " (error 0x%x)\n", index,
+                     static_cast<unsigned>(code));
+    return code == RESULT_SUCCESS;
+}
+
+bool get_header_word(uint64_t index, uint64_t &word) {
+    const uint64_t code = _SL_GetSystemData(KSYSIDX_TRACE_RAW_WORDS, index, &word);
+    if (code)
+        std::fprintf(stderr, "dumpktrace: failed to get header word at 0x%" PRIx64 " (error 0x%x)\n", index,
+                     static_cast<unsigned>(code));
+    return code == RESULT_SUCCESS;
+}
+
+// ---- raw ------------------------------------------------------------------------------------------------------------
+
+// Prints words in rows. The limit bounds the index of the last word, not how many follow the start; kept.
+int dump_words(uint64_t total, const options &opts) {
+    const uint64_t end = opts.limit != 0 ? std::min(opts.limit, total) : total;
+    const auto index_width = static_cast<int>((std::bit_width(end) + 3) / 4);
+    const size_t room = (opts.columns + 1) * 19 + 8;
+    const std::unique_ptr<char[]> row(new (std::nothrow) char[room]);
+    if (!row) return out_of_memory();
+
+    int at = 0;  // where the row goes on
+    for (uint64_t index = opts.start, column = 0; index < end; ++index) {
+        if (column == 0) at = std::snprintf(row.get(), room, "%0*" PRIx64 ":", index_width, index);
+        uint64_t word = 0;
+        if (!get_word(KSYSIDX_TRACE_RAW_WORDS, index, word)) return SB_FAILED;
+        at += std::snprintf(row.get() + at, room - static_cast<size_t>(at), " %0*" PRIx64, 16, word);
+        if (++column == opts.columns || index + 1 == end) {
+            std::printf("%s\n", row.get());
+            column = 0;
+        }
+    }
+    return SB_DONE;
+}
+
+// ---- interpreted ----------------------------------------------------------------------------------------------------
+
+struct geometry {
+    uint64_t words_per_buffer;
+    uint64_t buffers;
+};
+
+// The number of entries in a buffer; false after a message. A trace that lies is cut: an entry takes a word at least.
+bool get_entry_count(const geometry &trace, uint64_t buffer, uint64_t &count) {
+    if (!get_header_word(buffer * trace.words_per_buffer, count)) return false;
+    count = std::min({count, trace.words_per_buffer, sane_words});
+    return true;
+}
+
+// Prints one entry whose words end before `end`; false after a message.
+bool print_entry(uint64_t position, uint64_t header, uint64_t end, bool multi_line, char *line, size_t room) {
+    const auto type = static_cast<unsigned>(header & 0xFF), user = static_cast<unsigned>(header >> 8 & 0xFF);
+    const uint64_t words = std::min(header >> 16 & 0xFF, end - position);
+    size_t at = static_cast<size_t>(std::snprintf(line, room, "Entry (type=0x%x, user=0x%x)", type, user));
+    if (multi_line) {
+        std::printf("%s\n", line);
+        at = 0;
+    }
+    for (unsigned i = 1; i < words; ++i) {
+        uint64_t word = 0;
+        if (!get_word(KSYSIDX_TRACE_ENTRY_WORDS, position + i, word)) return false;
+        if (multi_line)
+            std::printf("    param[%u]=0x%0*" PRIx64 "\n", i, 16, word);
+        else
+            at += static_cast<size_t>(std::snprintf(line + at, room - at, ", param[%u]=0x%0*" PRIx64, i, 16, word));
+    }
+    if (!multi_line) std::printf("%s\n", line);
+    return true;
+}
+
+int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, uint64_t limit, bool multi_line) {
+    // An entry may be longer than the largest one that the kernel tells of, but not longer than its length field says.
+    const size_t room = 35 * (std::max(largest_entry, longest_entry) + 1) + 8;
+    const std::unique_ptr<char[]> line(largest_entry <= sane_words ? new (std::nothrow) char[room] : nullptr);
+    if (!line) return out_of_memory();
+
+    uint64_t number = 0;  // of the next entry, over all buffers
+    uint64_t left = limit;
+    for (uint64_t buffer = 0; buffer < trace.buffers; ++buffer) {
+        uint64_t count = 0;
+        if (!get_entry_count(trace, buffer, count)) return SB_FAILED;
+        const uint64_t begin = buffer * trace.words_per_buffer, end = begin + trace.words_per_buffer;
+        uint64_t position = begin + buffer_header;
+        for (uint64_t entry = 0; entry < count && position < end; ++entry, ++number) {
+            uint64_t header = 0;
+            if (!get_word(KSYSIDX_TRACE_ENTRY_WORDS, position, header)) return SB_FAILED;
+            if (number >= start) {
+                if (!print_entry(position, header, end, multi_line, line.get(), room)) return SB_FAILED;
+                if (limit != 0 && --left == 0) return SB_DONE;
+            }
+            position += header >> 16 & 0xFF;  // 0: the walk stays
+        }
+    }
+    return SB_DONE;
+}
+
+int _sb_dumpktrace_interpret(const geometry &trace, uint64_t largest_entry, const options &opts) {
+    if (opts.head || opts.limit == 0) return print_head(trace, largest_entry, opts.start, opts.limit, opts.multi_line);
+    uint64_t total = 0;  // entries
+    for (uint64_t buffer = 0; buffer < trace.buffers; ++buffer) {
+        uint64_t count = 0;
+        if (!get_entry_count(trace, buffer, count)) return SB_FAILED;
+        total += count;
+    }
+    const uint64_t shown = std::min(opts.limit, total);
+    return print_head(trace, largest_entry, total - shown, shown, opts.multi_line);
+}
+
+int dump_entries(const options &opts) {
+    geometry trace = {};
+    uint64_t largest_entry = 0;
+    if (!get_geometry(KSYSIDX_TRACE_WORDS_PER_BUFFER, "words per buffer", trace.words_per_buffer) ||
+        !get_geometry(KSYSIDX_TRACE_BUFFERS, "buffers", trace.buffers) ||
+        !get_geometry(KSYSIDX_TRACE_LARGEST_ENTRY, "max words per entry", largest_entry))
+        return SB_FAILED;
+    // Buffers without words hold nothing, and none begins where word indexes have wrapped.
+    const uint64_t words = trace.words_per_buffer;
+    trace.buffers = words == 0 ? 0 : std::min(trace.buffers, UINT64_MAX / words);
+    return _sb_dumpktrace_interpret(trace, largest_entry, opts);
+}
+}  // namespace
+
+int sb_dumpktrace(int argc, char **argv) {
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+
+    uint64_t total = 0;
+    if (!get_geometry(KSYSIDX_TRACE_WORDS, "words", total)) return SB_FAILED;
+    return opts.raw ? dump_words(total, opts) : dump_entries(opts);
+}

@@ -1,0 +1,133 @@
+// lscpureg - the processor registers that the kernel knows.
+#include <cerrno>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "colp/colp.h"
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "common/registers.h"
+#include "platform/kernel.h"
+
+namespace {
+constexpr char table_name[] = "lsreg";  // of this command in messages about its table; kept
+
+struct options {
+    const char *style = nullptr;
+};
+
+void print_usage() {
+    std::fputs(R"(Usage: lscpureg [OPTION]...
+List registers known by the kernel.
+
+    -S    set output table style
+
+)",
+               stdout);
+    sb_print_colp_styles(stdout);
+}
+
+std::optional<int> parse(int argc, char **argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        switch (c) {
+        case 'S':
+            opts.style = e_opt_getstr(&state);
+            if (!opts.style) {
+                std::fprintf(stderr, "lscpureg: -%c: missing or invalid operand\n", c);
+                return SB_FAILED;
+            }
+            break;
+        case E_HELP: print_usage(); return SB_DONE;
+        default: std::fprintf(stderr, "lscpureg: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
+        }
+    }
+    if (argc > 0) {
+        std::fprintf(stderr, "lscpureg: extra operand: '%s'\n", argv[0]);
+        return SB_FAILED;
+    }
+    return std::nullopt;
+}
+
+constexpr sb_column columns[] = {
+    {COLP_STRING, "Name", COLP_JUST_LEFT, COLP_JUST_LEFT},
+    {COLP_STRING, "Flags", COLP_JUST_LEFT, COLP_JUST_LEFT},
+    {COLP_UINT, "Width", COLP_JUST_RIGHT, COLP_JUST_RIGHT},
+    {COLP_HEX, "Tag", COLP_JUST_LEFT, COLP_JUST_LEFT, SB_COLUMN_HANDLE, nullptr, 16},
+};
+
+int report(const sb_registerfault &fault, uint64_t number) {
+    const auto code = static_cast<unsigned>(fault.code);
+    const auto failed = [code](const char *what) {
+        std::fprintf(stderr, "ERROR (0x%04X): failed to %s\n", code, what);
+    };
+    switch (fault.step) {
+    case sb_registerstep::done: return SB_DONE;
+    case sb_registerstep::count: failed("read KSYSIDX_REGISTERINFO_COUNT"); break;
+    case sb_registerstep::stride: failed("read KSYSIDX_REGISTERINFO_STRIDE"); break;
+    case sb_registerstep::max_name: failed("read KSYSIDX_REGISTERINFO_MAXNAMELEN"); break;
+    case sb_registerstep::id:
+        std::fprintf(stderr, "ERROR (0x%04X): failed to get tag of register #%" PRIu64 "\n", code, number);
+        break;
+    case sb_registerstep::type:
+        std::fprintf(stderr, "ERROR (0x%04X): failed to get type of register #%" PRIu64 "\n", code, number);
+        break;
+    case sb_registerstep::name:
+        std::fprintf(stderr, "ERROR (0x%04X): failed to get name @%" PRIu64 " of register #%" PRIu64 "\n", code,
+                     fault.offset, number);
+        break;
+    }
+    return SB_FAILED;
+}
+
+void add_row(colp_table *table, const sb_register &reg, const char *name) {
+    char flags[24] = {reg.type & CPUREG_READABLE ? 'r' : '-', reg.type & CPUREG_WRITABLE ? 'w' : '-'};
+    const uint64_t unnamed = reg.type & ~uint64_t{CPUREG_WIDTH | CPUREG_READABLE | CPUREG_WRITABLE};
+    if (unnamed != 0) std::snprintf(flags + 2, sizeof flags - 2, " (0x%" PRIx64 ")", unnamed);
+    colp_beginrow(table);
+    colp_addcell_string(table, name);
+    colp_addcell_string(table, flags);
+    colp_addcell_uint(table, reg.type & CPUREG_WIDTH);
+    colp_addcell_hex(table, reg.id);
+    colp_endrow(table);
+}
+
+int add_rows(colp_table *table) {
+    sb_registerinfo info;
+    if (const auto fault = sb_getregisterinfo(&info); fault.step != sb_registerstep::done) return report(fault, 0);
+    if (info.max_name == UINT64_MAX) {
+        std::fprintf(stderr, "The retrieved maximal register name length is too long: %" PRIu64 "\n", info.max_name);
+        return SB_FAILED;
+    }
+    const sb_text name = sb_newregistername(info);
+    if (!name) {
+        std::fprintf(stderr, "Could not allocate %" PRIu64 " character long register name buffer: %s\n", info.max_name,
+                     std::strerror(ENOMEM));
+        return SB_FAILED;
+    }
+    for (uint64_t i = 0; i < info.count; ++i) {
+        sb_register reg;
+        if (const auto fault = sb_getregister(info, i, &reg, name.get()); fault.step != sb_registerstep::done)
+            return report(fault, i);
+        add_row(table, reg, name.get());
+    }
+    return SB_DONE;
+}
+}  // namespace
+
+int sb_lscpureg(int argc, char **argv) {
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+
+    const sb_table table = sb_newtable(table_name, opts.style, columns);
+    if (!table) return SB_FAILED;
+    const int status = add_rows(table.get());
+    if (status == SB_DONE) colp_print(table.get(), COLP_PRINT_TITLE | COLP_PRINT_TITLE_RULE | COLP_PRINT_ROWS, stdout);
+    return status;
+}

@@ -1,0 +1,102 @@
+// lsmaj - the device major numbers that have a driver.
+#include <strings.h>
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "platform/sysvc.h"
+
+namespace {
+constexpr char usage[] = R"(Usage: lsmaj [OPTION]...
+List device major numbers.
+
+    -n    organize by name (case sensitive)
+    -N    organize by name (case insensitive)
+    -m    organize by major (default)
+)";
+
+constexpr uint64_t max_records = uint64_t{1} << 24;  // of majors that a service may name
+
+struct record {
+    uint32_t major;
+    char name[32];
+};
+
+bool _sb_lsmaj_cmp_maj(const record &a, const record &b) { return a.major < b.major; }
+
+bool _sb_lsmaj_cmp_name(const record &a, const record &b) {
+    const int order = std::strcmp(a.name, b.name);
+    return order != 0 ? order < 0 : _sb_lsmaj_cmp_maj(a, b);
+}
+
+bool _sb_lsmaj_cmp_iname(const record &a, const record &b) {
+    const int order = strcasecmp(a.name, b.name);
+    return order != 0 ? order < 0 : _sb_lsmaj_cmp_name(a, b);
+}
+
+struct options {
+    bool (*before)(const record &, const record &) = _sb_lsmaj_cmp_maj;
+};
+
+std::optional<int> parse(int argc, char **argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        switch (c) {
+        case 'm': opts.before = _sb_lsmaj_cmp_maj; break;
+        case 'n': opts.before = _sb_lsmaj_cmp_name; break;
+        case 'N': opts.before = _sb_lsmaj_cmp_iname; break;
+        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
+        default: std::fprintf(stderr, "lsmaj: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
+        }
+    }
+    if (argc > 0) {
+        std::fprintf(stderr, "lsmaj: extra operand: '%s'\n", argv[0]);
+        return SB_FAILED;
+    }
+    return std::nullopt;
+}
+}  // namespace
+
+int sb_lsmaj(int argc, char **argv) {
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+
+    device_record *service = GetSystemService();
+    uint32_t max_major = 0;
+    if (!SysvcGetMaxMajor(service, &max_major)) {
+        std::fputs("lsmaj: failed to get maximal major number\n", stderr);
+        return SB_FAILED;
+    }
+    const uint64_t majors = uint64_t{max_major} + 1;
+    const std::unique_ptr<record[]> records(majors <= max_records ? new (std::nothrow) record[majors] : nullptr);
+    if (!records) {
+        std::fprintf(stderr, "lsmaj: %s\n", std::strerror(EINVAL));
+        return SB_FAILED;
+    }
+
+    // Majors without a driver, or with a nameless one, are never shown, so they are not kept either.
+    record *end = records.get();
+    for (uint64_t major = 0; major < majors; ++major) {
+        uint32_t number = 0;
+        end->major = static_cast<uint32_t>(major);
+        if (SysvcDecomposeDevice(service, makedev(end->major, 0), end->name, sizeof end->name, &number) &&
+            end->name[0] != '\0')
+            ++end;
+    }
+    std::sort(records.get(), end, opts.before);
+    for (const record *row = records.get(); row != end; ++row)
+        std::printf(" %4" PRIu32 "    %s\n", row->major, row->name);
+    return SB_DONE;
+}

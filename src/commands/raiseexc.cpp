@@ -1,0 +1,111 @@
+// raiseexc - raises a user exception in tasks.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "platform/kernel.h"
+
+namespace {
+constexpr struct {
+    const char *name;
+    uint64_t id;
+    const char *description;
+} _sb_raiseexc_exspecs[] = {
+    {"USR1", EXC_USR1, "user exception #1"},
+    {"USR2", EXC_USR2, "user exception #2"},
+    {"USR3", EXC_USR3, "user exception #3"},
+    {"USR4", EXC_USR4, "user exception #4"},
+    {"SIGNAL", EXC_SIGNAL, "signal carrier exception"},
+    {"DEBUGCONSOLE", EXC_DEBUGCONSOLE, "opens debug console in target if enabled"},
+};
+
+void print_usage() {
+    std::printf(R"(Usage: raiseexc [OPTION]... EXID/EXSPEC PROCNAME...
+  or:  raiseexc -P [OPTION]... EXID/EXSPEC TASKHANDLE...
+Raise a user exception to a process/task by handle or name.
+EXID is a number, and must be less than %u
+EXSPECs:
+)",
+                static_cast<unsigned>(EXC_LIMIT));
+    for (const auto &row : _sb_raiseexc_exspecs) std::printf("    %-*s   %s\n", 13, row.name, row.description);
+    std::fputs(R"(
+    -p    specify exception parameter (zero by default)
+    -P    use task IDs instead of task names (use C prefixes)
+)",
+               stdout);
+}
+
+struct options {
+    uint64_t exception = 0;
+    uint64_t parameter = 0;
+    sb_taskoperand operands = sb_taskoperand::name;
+};
+
+// An exception by its name or its number; false after a message.
+bool parse_exception(const char *text, uint64_t &id) {
+    for (const auto &row : _sb_raiseexc_exspecs) {
+        if (std::strcmp(text, row.name) == 0) {
+            id = row.id;
+            return true;
+        }
+    }
+    char *end = nullptr;
+    id = std::strtoul(text, &end, 0);
+    const char *wrong = *end != '\0'      ? "invalid exception ID"
+                        : id >= EXC_LIMIT ? "exception ID number is too high"
+                                          : nullptr;
+    if (wrong) std::fprintf(stderr, "%s: %s: %s\n", "raiseexc", text, wrong);
+    return !wrong;
+}
+
+std::optional<int> parse(int &argc, char **&argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        switch (c) {
+        case 'p': {
+            long long parameter = 0;
+            if (e_opt_getint(&state, &parameter) != E_OPT_DONE) {
+                std::fprintf(stderr, "%s: missing or invalid argument of -%c\n", "raiseexc", c);
+                return SB_FAILED;
+            }
+            opts.parameter = static_cast<uint64_t>(parameter);
+            break;
+        }
+        case 'P': opts.operands = sb_taskoperand::number; break;
+        case E_HELP: print_usage(); return SB_DONE;
+        default: std::fprintf(stderr, "%s: unknown switch: -%c\n", "raiseexc", c); return SB_BAD_SWITCH;
+        }
+    }
+    if (argc == 0) {
+        std::fprintf(stderr, "%s: missing operand\n", "raiseexc");
+        return SB_FAILED;
+    }
+    if (!parse_exception(argv[0], opts.exception)) return SB_FAILED;
+    return std::nullopt;
+}
+}  // namespace
+
+int sb_raiseexc(int argc, char **argv) {
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+
+    int status = SB_DONE;
+    for (int i = 1; i < argc; ++i) {
+        uint64_t task = 0;
+        if (!sb_resolvetask(argv[i], opts.operands, &task)) {
+            std::fprintf(stderr, "%s: %s: process not found\n", "raiseexc", argv[i]);
+            status = SB_FAILED;
+        } else if (const uint64_t code = _SL_RaiseException(task, 0, opts.exception, opts.parameter, 0)) {
+            std::fprintf(stderr, "%s: %s: failed to raise exception (0x%04X).\n", "raiseexc", argv[i],
+                         static_cast<unsigned>(code));
+            status = SB_FAILED;
+        }
+    }
+    return status;
+}

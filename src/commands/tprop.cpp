@@ -1,0 +1,140 @@
+// tprop - shows or sets a property of tasks.
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "commands/commands.h"
+#include "common/helpers.h"
+#include "common/options.h"
+#include "platform/device.h"
+#include "platform/kernel.h"
+
+namespace {
+constexpr struct {
+    const char *name;
+    const char *description;
+    uint64_t item;      // of the task, to read
+    uint64_t property;  // of the task, to write
+} priority = {"prior", "Task priority", TASKINFO_PRIORITY, TASKPROP_PRIORITY};
+
+void print_usage() {
+    std::printf(R"(Usage: tprop PROPERTY [-s VALUE] [OPTION]... TASKNAME...
+  or:  tprop PROPERTY [-s VALUE] -P [OPTION]... TASKHANDLE...
+Get or set property of a task (aka. process) by handle or name.
+
+PROPERTY:
+  %-10s %s
+
+VALUE can be a single value, or a relative change with "+" or "-".
+
+    -d    print property values in decimal (default)
+    -P    use task handles instead of task names (use C prefixes)
+    -s    set task property instead of show them
+    -x    print property values in hexadecimal
+)",
+                priority.name, priority.description);
+}
+
+// Each sets a property from its current value and the user's operand, wrapping, and gives the kernel's result.
+uint64_t _sb_tprop_set_set(uint64_t task, uint64_t property, uint64_t, uint64_t operand) {
+    return _SL_ControlObject(task, CTRL_SET_PROPERTY, property, operand, 0, 0);
+}
+
+uint64_t _sb_tprop_set_add(uint64_t task, uint64_t property, uint64_t current, uint64_t operand) {
+    return _sb_tprop_set_set(task, property, current, current + operand);
+}
+
+uint64_t _sb_tprop_set_sub(uint64_t task, uint64_t property, uint64_t current, uint64_t operand) {
+    return _sb_tprop_set_set(task, property, current, current - operand);
+}
+
+struct options {
+    bool hexadecimal = false;
+    sb_taskoperand operands = sb_taskoperand::name;
+    const char *value = nullptr;  // null: show
+    uint64_t (*setter)(uint64_t, uint64_t, uint64_t, uint64_t) = nullptr;
+    uint64_t operand = 0;  // of the setter
+};
+
+int fail(const char *what) {
+    std::fprintf(stderr, "%s: %s\n", "tprop", what);
+    return SB_FAILED;
+}
+
+// VALUE: a number, or a sign and the number to change the current value by.
+bool parse_value(options &opts) {
+    const char *number = opts.value;
+    opts.setter = *number == '+' ? _sb_tprop_set_add : *number == '-' ? _sb_tprop_set_sub : _sb_tprop_set_set;
+    if (opts.setter != _sb_tprop_set_set) ++number;
+    char *end = nullptr;
+    opts.operand = std::strtoul(number, &end, 0);
+    return *number != '\0' && *end == '\0';
+}
+
+std::optional<int> parse(int &argc, char **&argv, options &opts) {
+    e_optstate state;
+    e_initoption(&state, &argc, &argv, true);
+    for (int c; (c = e_getoption(&state)) != E_END;) {
+        switch (c) {
+        case 'd': opts.hexadecimal = false; break;
+        case 'x': opts.hexadecimal = true; break;
+        case 'P': opts.operands = sb_taskoperand::number; break;
+        case 's':
+            opts.value = e_opt_getstr(&state);
+            if (!opts.value) {
+                std::fprintf(stderr, "%s: missing or invalid argument of -%c\n", "tprop", c);
+                return SB_FAILED;
+            }
+            break;
+        case E_HELP: print_usage(); return SB_DONE;
+        default: std::fprintf(stderr, "%s: unknown switch: -%c\n", "tprop", c); return SB_BAD_SWITCH;
+        }
+    }
+    if (argc < 2) return fail("missing operand");
+    if (std::strcmp(argv[0], priority.name) != 0) {
+        std::fprintf(stderr, "%s: invalid property name: %s\n", "tprop", argv[0]);
+        return SB_FAILED;
+    }
+    if (opts.value && !parse_value(opts)) return fail("invalid set operand");
+    return std::nullopt;
+}
+
+// Shows or sets the property of one task; false after a message.
+bool handle_target(const char *target, const options &opts) {
+    uint64_t task = 0, current = 0;
+    if (!sb_resolvetask(target, opts.operands, &task)) {
+        std::fprintf(stderr, "%s: %s: process not found\n", "tprop", target);
+        return false;
+    }
+    if (const uint64_t code = _SL_GetObjectInfo(task, priority.item, &current)) {
+        std::fprintf(stderr, "%s: %s: failed to get property (result: 0x%" PRIx64 ")\n", "tprop", target, code);
+        return false;
+    }
+    if (!opts.value) {
+        std::printf(opts.hexadecimal ? "%s (0x%" PRIx64 ") -> 0x%" PRIx64 "\n" : "%s (0x%" PRIx64 ") -> %" PRIu64 "\n",
+                    target, task, current);
+        return true;
+    }
+    if (opts.setter(task, priority.property, current, opts.operand) == RESULT_SUCCESS) return true;
+    constexpr uint64_t shown_result = 0;  // never the kernel's code; kept
+    std::fprintf(stderr, "%s: %s: failed to set property (result: 0x%" PRIx64 ")\n", "tprop", target, shown_result);
+    return false;
+}
+}  // namespace
+
+int sb_tprop(int argc, char **argv) {
+    if (!IsCurrentTaskSuper()) return fail("only root can do that");
+
+    options opts;
+    if (const auto status = parse(argc, argv, opts)) return *status;
+
+    if (!opts.value) std::printf("%s:\n", priority.description);
+    int status = SB_DONE;
+    for (int i = 1; i < argc; ++i) {
+        if (!handle_target(argv[i], opts)) status = SB_FAILED;
+    }
+    return status;
+}
