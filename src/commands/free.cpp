@@ -76,10 +76,10 @@ uint64_t power(uint64_t base, unsigned exponent) {
     return result;
 }
 
-using amount_text = std::array<char, 12>;
+using amount_text = std::array<char, 48>;  // two numbers at their longest, a point and a suffix
 
 amount_text _sb_free_compile(uint64_t bytes, const options &opts) {
-    constexpr uint64_t widest = 99'999'999'999;  // fills the text
+    constexpr uint64_t widest = 99'999'999'999;  // fills the column
     amount_text text;
     if (!opts.human) {
         const uint64_t amount = std::min(bytes / power(opts.base, opts.exponent), widest);
