@@ -124,9 +124,12 @@ std::string_view trimmed(std::string_view text) {
 }
 
 void clean(std::string &text) {
-    for (char &c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < ' ' || byte == 0x7F) c = '?';
+    for (size_t i = 0; i < text.size(); i++) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+        const bool wide = byte == 0xC2 && next >= 0x80 && next < 0xA0;  // U+0080 to U+009F, as UTF-8
+        if (wide) text[i++] = '?';
+        if (wide || byte < ' ' || byte == 0x7F) text[i] = '?';
     }
 }
 

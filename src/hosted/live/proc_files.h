@@ -116,7 +116,7 @@ public:
                 take(text.substr(begin, feed - begin));
             }
             if (begin == 0 && (got == 0 || text.size() == capacity_)) begin = text.size();
-            if (begin == text.size() && text.size() != 0 && text.back() != '\n') take(text);
+            if (begin == text.size() && !text.empty() && text.back() != '\n') take(text);
             if (got == 0) return 0;
             kept = text.size() - begin;
             std::memmove(buffer_.get(), text.data() + begin, kept);

@@ -150,6 +150,16 @@ const stat_record *proc_object::stat() {
     return stat_read_ == reading::done ? &stat_ : nullptr;
 }
 
+const stat_record &proc_object::told() {
+    static constexpr stat_record nothing = [] {
+        stat_record record{};
+        record.priority = -static_cast<int64_t>(PRIORITY_BASE);  // reads 0
+        return record;
+    }();
+    const stat_record *record = stat();
+    return record == nullptr ? nothing : *record;
+}
+
 // ---- processes ------------------------------------------------------------------------------------------------------
 
 // The owner of a process's directory is its effective user and group, whatever may be known of it else: far cheaper
@@ -192,7 +202,7 @@ bool process::start(uint64_t &ticks) {
 uint64_t process::state() {
     if (has_gone()) return TASKSTATE_DELETED;
     if (number() == root_.self) return TASKSTATE_RUNNING;
-    switch (stat() == nullptr ? '\0' : stat()->state) {
+    switch (told().state) {
     case 'R': return TASKSTATE_READY;
     case 'Z': return TASKSTATE_ZOMBIE;
     case 'X': return TASKSTATE_DELETED;
@@ -204,14 +214,13 @@ uint64_t process::flags() {
     if (has_gone()) return 0;
     uint64_t flags = 0;
     if (owner_known_ && user_ == 0) flags |= TASKFLAG_SUPER;
-    if (stat() != nullptr && stat()->is_kernel_thread()) flags |= TASKFLAG_KERNEL;
+    if (told().is_kernel_thread()) flags |= TASKFLAG_KERNEL;
     return flags;
 }
 
 uint64_t process::memos() {
     if (memos_read_ == reading::not_yet) {
-        memos_ = 0;
-        if (stat() == nullptr || !stat()->is_kernel_thread()) memos_ = count_memos(root_, directory());
+        memos_ = told().is_kernel_thread() ? 0 : count_memos(root_, directory());
         memos_read_ = reading::done;
     }
     return memos_;
@@ -223,8 +232,7 @@ const switch_counts &process::switches() {
     switches_read_ = reading::done;
     switches_ = {};
     std::string_view text;
-    if (stat() == nullptr) return switches_;
-    if (stat()->threads <= 1) {
+    if (told().threads <= 1) {
         read("status", text);
         return switches_ = parse_switches(text);
     }
@@ -238,74 +246,61 @@ const switch_counts &process::switches() {
     return switches_;
 }
 
-uint64_t process::item(uint64_t item, uint64_t &out) {
-    uint64_t value = 0;
-    const auto from_stat = [this](auto figure) {
-        const stat_record *record = stat();
-        return record == nullptr ? uint64_t{0} : figure(*record);
-    };
-    const auto user_time = [this](const stat_record &record) { return root_.milliseconds(record.user_ticks); };
-    const auto system_time = [this](const stat_record &record) { return root_.milliseconds(record.system_ticks); };
-    const auto start_time = [this](const stat_record &record) { return root_.milliseconds(record.start_ticks); };
-    const auto faults = [](const stat_record &record) { return record.minor_faults + record.major_faults; };
-    const auto private_pages = [this] {
-        if (stat() == nullptr || stat()->is_kernel_thread()) return uint64_t{0};
-        if (private_read_ == reading::not_yet) {
-            std::string_view text;
-            private_read_ = read("statm", text);
-            uint64_t field[6] = {};  // pages: total, resident, shared, text, 0, data and stack
-            scanner scan(text);
-            for (uint64_t &one : field) scan.decimal(one);
-            private_pages_ = field[5];
-        }
-        return private_pages_;
-    };
-    const auto calls = [this] {
-        if (calls_read_ == reading::not_yet) {
-            std::string_view text;
-            calls_read_ = read("io", text);
-            calls_ = value_of(text, "\nsyscr:") + value_of(text, "\nsyscw:");
-        }
-        return calls_;
-    };
+uint64_t process::private_pages() {
+    if (told().is_kernel_thread()) return 0;
+    if (private_read_ == reading::not_yet) {
+        std::string_view text;
+        private_read_ = read("statm", text);
+        uint64_t field[6] = {};  // pages: total, resident, shared, text, 0, data and stack
+        scanner scan(text);
+        for (uint64_t &one : field) scan.decimal(one);
+        private_pages_ = field[5];
+    }
+    return private_pages_;
+}
 
+uint64_t process::system_calls() {
+    if (calls_read_ == reading::not_yet) {
+        std::string_view text;
+        calls_read_ = read("io", text);
+        calls_ = value_of(text, "\nsyscr:") + value_of(text, "\nsyscw:");
+    }
+    return calls_;
+}
+
+uint64_t process::item(uint64_t item, uint64_t &value) {
     switch (item) {
     case OBJINFO_HANDLE:
     case TASKINFO_HWID: value = static_cast<uint64_t>(number()); break;
     case OBJINFO_STATE: value = state(); break;
-    case TASKINFO_PRIORITY: value = from_stat([](const stat_record &s) { return s.task_priority(); }); break;
+    case TASKINFO_PRIORITY: value = told().task_priority(); break;
     case TASKINFO_FLAGS: value = flags(); break;
-    case TASKINFO_ALLOC_PAGES: value = from_stat([](const stat_record &s) { return s.resident_pages; }); break;
+    case TASKINFO_ALLOC_PAGES: value = told().resident_pages; break;
     case TASKINFO_RESERVED_PAGES: value = private_pages(); break;
-    case TASKINFO_VIRT_PAGES:
-        value = from_stat([](const stat_record &s) { return s.virtual_bytes; }) / root_.page_size;
-        break;
-    case TASKINFO_EXETIME_HI: value = high_half(from_stat(user_time)); break;
-    case TASKINFO_EXETIME_LO: value = low_half(from_stat(user_time)); break;
-    case TASKINFO_SYSTIME_HI: value = high_half(from_stat(system_time)); break;
-    case TASKINFO_SYSTIME_LO: value = low_half(from_stat(system_time)); break;
+    case TASKINFO_VIRT_PAGES: value = told().virtual_bytes / root_.page_size; break;
+    case TASKINFO_EXETIME_HI: value = high_half(root_.milliseconds(told().user_ticks)); break;
+    case TASKINFO_EXETIME_LO: value = low_half(root_.milliseconds(told().user_ticks)); break;
+    case TASKINFO_SYSTIME_HI: value = high_half(root_.milliseconds(told().system_ticks)); break;
+    case TASKINFO_SYSTIME_LO: value = low_half(root_.milliseconds(told().system_ticks)); break;
     case TASKINFO_ISRTIME_HI:
-    case TASKINFO_ISRTIME_LO: break;
-    case TASKINFO_THREADS: value = from_stat([](const stat_record &s) { return s.threads; }); break;
+    case TASKINFO_ISRTIME_LO: value = 0; break;
+    case TASKINFO_THREADS: value = told().threads; break;
     case TASKINFO_MEMOS: value = memos(); break;
-    case TASKINFO_PAGEFAULTS_HI: value = high_half(from_stat(faults)); break;
-    case TASKINFO_PAGEFAULTS_LO: value = low_half(from_stat(faults)); break;
-    case TASKINFO_SYSCALLS_HI: value = high_half(calls()); break;
-    case TASKINFO_SYSCALLS_LO: value = low_half(calls()); break;
-    case TASKINFO_CRTICK_HI: value = high_half(from_stat(start_time)); break;
-    case TASKINFO_CRTICK_LO: value = low_half(from_stat(start_time)); break;
+    case TASKINFO_PAGEFAULTS_HI: value = high_half(told().page_faults()); break;
+    case TASKINFO_PAGEFAULTS_LO: value = low_half(told().page_faults()); break;
+    case TASKINFO_SYSCALLS_HI: value = high_half(system_calls()); break;
+    case TASKINFO_SYSCALLS_LO: value = low_half(system_calls()); break;
+    case TASKINFO_CRTICK_HI: value = high_half(root_.milliseconds(told().start_ticks)); break;
+    case TASKINFO_CRTICK_LO: value = low_half(root_.milliseconds(told().start_ticks)); break;
     case TASKINFO_VOLCTXSW_HI: value = high_half(switches().voluntary); break;
     case TASKINFO_VOLCTXSW_LO: value = low_half(switches().voluntary); break;
     case TASKINFO_INVCTXSW_HI: value = high_half(switches().involuntary); break;
     case TASKINFO_INVCTXSW_LO: value = low_half(switches().involuntary); break;
-    case TASKINFO_GROUP: value = from_stat([](const stat_record &s) { return s.group; }); break;
-    case TASKINFO_PARENT: value = from_stat([](const stat_record &s) { return s.parent; }); break;
-    case TASKINFO_IDS:
-        if (owner_known_ && !has_gone()) value = (group_ & 0xFFFFu) << 16 | (user_ & 0xFFFFu);
-        break;
+    case TASKINFO_GROUP: value = told().group; break;
+    case TASKINFO_PARENT: value = told().parent; break;
+    case TASKINFO_IDS: value = has_gone() || !owner_known_ ? 0 : (group_ & 0xFFFFu) << 16 | (user_ & 0xFFFFu); break;
     default: return RESULT_NO_ITEM;
     }
-    out = value;
     return RESULT_SUCCESS;
 }
 
@@ -362,7 +357,7 @@ bool thread::open(int id) {
 uint64_t thread::state() {
     if (has_gone()) return THREADSTATE_NOWHERE;
     if (number() == gettid()) return THREADSTATE_RUNNING;
-    switch (stat() == nullptr ? '\0' : stat()->state) {
+    switch (told().state) {
     case 'R': return THREADSTATE_READY;
     case 'D':
     case 'T':
@@ -382,28 +377,24 @@ const blocked_call &thread::call() {
     return call_;
 }
 
-uint64_t thread::item(uint64_t item, uint64_t &out) {
-    uint64_t value = 0;
-    const auto switches = [this]() -> const switch_counts & {
-        if (switches_read_ == reading::not_yet) {
-            std::string_view text;
-            switches_read_ = read("status", text);
-            switches_ = parse_switches(text);
-        }
-        return switches_;
-    };
+const switch_counts &thread::switches() {
+    if (switches_read_ == reading::not_yet) {
+        std::string_view text;
+        switches_read_ = read("status", text);
+        switches_ = parse_switches(text);
+    }
+    return switches_;
+}
+
+uint64_t thread::item(uint64_t item, uint64_t &value) {
     switch (item) {
     case OBJINFO_HANDLE: value = HANDLE + static_cast<uint64_t>(number()); break;
     case OBJINFO_OWNER: value = static_cast<uint64_t>(owner_); break;
     case OBJINFO_STATE: value = state(); break;
-    case THREADINFO_PRIORITY:
-        if (stat() != nullptr) value = stat()->task_priority();
-        break;
-    case THREADINFO_EXETIME:
-        if (stat() != nullptr) value = root_.milliseconds(stat()->user_ticks + stat()->system_ticks);
-        break;
+    case THREADINFO_PRIORITY: value = told().task_priority(); break;
+    case THREADINFO_EXETIME: value = root_.milliseconds(told().user_ticks + told().system_ticks); break;
     case THREADINFO_ERROR:
-    case THREADINFO_DEPTH: break;
+    case THREADINFO_DEPTH: value = 0; break;
     case THREADINFO_PC: value = call().program_counter; break;
     case THREADINFO_STACKPTR: value = call().stack_pointer; break;
     case THREADINFO_WAITON:
@@ -414,7 +405,6 @@ uint64_t thread::item(uint64_t item, uint64_t &out) {
     case THREADINFO_INVCTXSW_LO: value = low_half(switches().involuntary); break;
     default: return RESULT_NO_ITEM;
     }
-    out = value;
     return RESULT_SUCCESS;
 }
 

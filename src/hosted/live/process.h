@@ -52,6 +52,7 @@ struct stat_record {
     uint64_t virtual_bytes, resident_pages;
 
     std::string_view name() const { return {name_bytes.data(), name_length}; }
+    uint64_t page_faults() const { return minor_faults + major_faults; }
     bool is_kernel_thread() const { return (flags & KERNEL_THREAD) != 0; }
     uint64_t task_priority() const;  // 100 and up: nice levels; below: real-time
 };
@@ -85,6 +86,7 @@ public:
 
     // Its stat; null where it has gone or may not be looked at.
     const stat_record *stat();
+    const stat_record &told();  // the same; in place of null, one of which every item reads 0
     bool has_gone() { return stat() == nullptr && stat_read_ == reading::gone; }
 
 protected:
@@ -136,6 +138,8 @@ private:
     uint64_t flags();
     uint64_t state();
     uint64_t memos();
+    uint64_t private_pages();
+    uint64_t system_calls();
     const switch_counts &switches();
 
     uint32_t user_ = 0, group_ = 0;  // effective ids
@@ -166,6 +170,7 @@ public:
 
 private:
     const blocked_call &call();
+    const switch_counts &switches();
     uint64_t state();
 
     int owner_ = 0;
