@@ -68,7 +68,7 @@ public:
 
     // Where a value stands, as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long one is left
     // out.
-    std::string path(uint32_t node) const;
+    std::string path(uint32_t wanted) const;
 
 private:
     friend class place;

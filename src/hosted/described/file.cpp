@@ -33,6 +33,7 @@ int read_all(int descriptor, std::string &text) {
     struct stat about {};
     if (fstat(descriptor, &about) != 0) return errno;
     if (S_ISDIR(about.st_mode)) return EISDIR;
+    if (about.st_size > static_cast<off_t>(LARGEST_FILE)) return EFBIG;
     size_t filled = 0;
     text.resize(S_ISREG(about.st_mode) && about.st_size > 0 ? static_cast<size_t>(about.st_size) + 1 : PIECE);
     for (;;) {

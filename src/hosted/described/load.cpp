@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <exception>
 #include <limits>
 #include <unordered_set>
 
@@ -299,13 +298,11 @@ std::optional<place> read_key(place from, registry::entry &into) {
             } else if (key == "unreadable" && from.count() == 1) {
                 into.unreadable = true;
                 inner = member;
-            } else if (described) {
-                member.wrong("unknown key");
-            } else if (key == "type") {
+            } else if (key == "type" && !described) {
                 into.type = member.number16();
-            } else if (key == "length") {
+            } else if (key == "length" && !described) {
                 into.length = member.number32();
-            } else if (key == "value") {
+            } else if (key == "value" && !described) {
                 inner = member;
             } else {
                 member.wrong("unknown key");
@@ -668,8 +665,6 @@ bool load(std::string_view text, machine_records &into, std::string &message) {
         message = file.path(bad.node);
         if (!message.empty()) message += ": ";
         message += bad.what;
-    } catch (const std::exception &failed) {
-        message = failed.what();  // no memory for it
     }
     return false;
 }

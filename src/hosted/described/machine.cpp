@@ -200,8 +200,8 @@ bool described_machine::save(std::string &message) {
     try {
         if (kernel_ != nullptr) records_.tick = kernel_->now();
         return replace_file(save_path_, machine_text(records_), message);
-    } catch (const std::exception &failed) {
-        message = save_path_ + ": " + failed.what();
+    } catch (const std::exception &) {
+        message = save_path_ + ": " + std::strerror(ENOMEM);  // nothing else is thrown
         return false;
     }
 }
@@ -467,8 +467,8 @@ std::unique_ptr<machine> make_described_machine(const std::string &path, const s
         if (!made->load(path, save_path, message)) return nullptr;
         for (const fault &listed : made->faults()) faults.add(listed);
         return made;
-    } catch (const std::exception &failed) {
-        message = path + ": " + failed.what();
+    } catch (const std::exception &) {
+        message = path + ": " + std::strerror(ENOMEM);  // nothing else is thrown
         return nullptr;
     }
 }
