@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <functional>
 #include <limits>
 
 #include "hosted/live/devices.h"
@@ -25,36 +24,40 @@ namespace hosted::live {
 using node_pointer = std::unique_ptr<registry_node>;
 
 struct registry_node {
+    virtual ~registry_node() = default;
+
     uint16_t type = REGTYPE_DIR;
+    uint64_t integer = 0;  // of an integer key
+    std::string bytes;     // of a binary key
 
-    // Of a key.
-    uint64_t number = 0;
-    std::string text;
-
-    // Of a directory: the names in it, and the entry of a name; null where there is none.
-    std::function<std::vector<std::string>()> names;
-    std::function<node_pointer(const std::string &name)> make;
-    bool named_by_list = false;  // only the names that names() gives may be made
-    bool listed = false;
-    std::map<std::string, node_pointer, std::less<>> entries;  // those made so far; all, once it is listed
+    // Of a directory, those made so far; all of them, once it is listed.
+    std::map<std::string, node_pointer, std::less<>> entries;
 
     uint32_t length() const {
-        if (type == REGTYPE_INT) return sizeof number;
-        return static_cast<uint32_t>(text.size());
+        if (type == REGTYPE_INT) return sizeof integer;
+        return static_cast<uint32_t>(bytes.size());
     }
 
     void list() {
-        if (listed || type != REGTYPE_DIR) return;
-        listed = true;
+        if (listed_) return;
+        listed_ = true;
         for (const std::string &name : names()) add(name);
     }
 
     registry_node *entry(std::string_view name) {
-        if (type != REGTYPE_DIR) return nullptr;
-        if (named_by_list) list();
-        if (const auto known = entries.find(name); known != entries.end()) return known->second.get();
-        return listed ? nullptr : add(std::string(name));
+        if (only_names()) list();
+        if (!listed_) return add(std::string(name));
+        const auto known = entries.find(name);
+        return known != entries.end() ? known->second.get() : nullptr;
     }
+
+protected:
+    // The names in a directory, and the entry of a name; null where there is none.
+    virtual std::vector<std::string> names() const { return {}; }
+    virtual node_pointer make(const std::string &) const { return nullptr; }
+
+    // Whether make() may be asked for what names() gave alone.
+    virtual bool only_names() const { return false; }
 
 private:
     registry_node *add(const std::string &name) {
@@ -63,6 +66,8 @@ private:
         node_pointer made = make(name);
         return made ? entries.emplace(name, std::move(made)).first->second.get() : nullptr;
     }
+
+    bool listed_ = false;
 };
 
 namespace {
@@ -72,16 +77,50 @@ namespace {
 node_pointer number_key(uint64_t value) {
     auto made = std::make_unique<registry_node>();
     made->type = REGTYPE_INT;
-    made->number = value;
+    made->integer = value;
     return made;
 }
 
 node_pointer text_key(std::string_view text) {
     auto made = std::make_unique<registry_node>();
     made->type = REGTYPE_BIN;
-    made->text = text.substr(0, registry_limits{}.binary);
+    made->bytes = text.substr(0, registry_limits{}.binary);
     return made;
 }
+
+constexpr size_t FILE_ROOM = 4096;  // bytes read of a value's file: more than a value may have
+
+// ---- directories of entries known beforehand ------------------------------------------------------------------------
+
+struct table_entry {
+    const char *name;
+    node_pointer (*make)(const file_roots &roots);  // null where this machine does not have it
+};
+
+class table_directory : public registry_node {
+public:
+    table_directory(const file_roots &roots, std::span<const table_entry> table) : roots_(roots), table_(table) {}
+
+protected:
+    std::vector<std::string> names() const override {
+        std::vector<std::string> names;
+        for (const table_entry &entry : table_) names.emplace_back(entry.name);
+        return names;
+    }
+
+    node_pointer make(const std::string &name) const override {
+        for (const table_entry &entry : table_) {
+            if (name == entry.name) return entry.make(roots_);
+        }
+        return nullptr;
+    }
+
+private:
+    const file_roots &roots_;
+    std::span<const table_entry> table_;
+};
+
+// ---- kernel/ --------------------------------------------------------------------------------------------------------
 
 // A parameter's text: an integer key where it is the plain decimal form of 64 signed bits, so that nothing of it is
 // lost; else its bytes without the last line end.
@@ -94,50 +133,13 @@ node_pointer parameter_key(std::string_view text) {
     return text_key(text);
 }
 
-constexpr size_t FILE_ROOM = 4096;  // bytes read of a value's file: more than a value may have
-
-// ---- directories ----------------------------------------------------------------------------------------------------
-
-node_pointer directory(std::function<std::vector<std::string>()> names,
-                       std::function<node_pointer(const std::string &)> make, bool named_by_list = false) {
-    auto made = std::make_unique<registry_node>();
-    made->names = std::move(names);
-    made->make = std::move(make);
-    made->named_by_list = named_by_list;
-    return made;
-}
-
-struct fixed_entry {
-    const char *name;
-    std::function<node_pointer()> make;
-};
-
-// A directory of entries known beforehand; one that makes null is not there.
-node_pointer fixed_directory(std::vector<fixed_entry> entries) {
-    const auto shared = std::make_shared<const std::vector<fixed_entry>>(std::move(entries));
-    return directory(
-        [shared] {
-            std::vector<std::string> names;
-            for (const fixed_entry &entry : *shared) names.emplace_back(entry.name);
-            return names;
-        },
-        [shared](const std::string &name) -> node_pointer {
-            for (const fixed_entry &entry : *shared) {
-                if (name == entry.name) return entry.make();
-            }
-            return nullptr;
-        });
-}
-
-// ---- kernel/ --------------------------------------------------------------------------------------------------------
-
-// A directory of kernel parameters. What is on another file system than its root, or not readable, is passed over;
+// A directory of kernel parameters. What is on another file system than their root, or not readable, is passed over;
 // nothing here mounts anything or waits for a file.
-class parameters {
+class parameter_directory : public registry_node {
 public:
-    parameters(std::string path, dev_t device) : path_(std::move(path)), device_(device) {}
+    parameter_directory(std::string path, dev_t device) : path_(std::move(path)), device_(device) {}
 
-    std::vector<std::string> names() const {
+    std::vector<std::string> names() const override {
         std::vector<std::string> names;
         const int file = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         DIR *listing = file >= 0 ? fdopendir(file) : nullptr;
@@ -147,23 +149,18 @@ public:
         return names;
     }
 
-    node_pointer make(const std::string &name) const {
+    node_pointer make(const std::string &name) const override {
         const std::string path = path_ + '/' + name;
         struct stat status {};
         if (fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) return nullptr;
         if (status.st_dev != device_) return nullptr;
-        if (S_ISDIR(status.st_mode)) return open_directory(path, device_);
+        if (S_ISDIR(status.st_mode)) return std::make_unique<parameter_directory>(path, device_);
         constexpr mode_t readable = S_IRUSR | S_IRGRP | S_IROTH;
         if (!S_ISREG(status.st_mode) || (status.st_mode & readable) == 0) return nullptr;
         std::array<char, FILE_ROOM> buffer;
         const auto text = read_file(path, buffer);
-        return text ? parameter_key(*text) : nullptr;
-    }
-
-    static node_pointer open_directory(const std::string &path, dev_t device) {
-        const parameters below(path, device);
-        return directory([below] { return below.names(); },
-                         [below](const std::string &name) { return below.make(name); });
+        if (!text) return nullptr;
+        return parameter_key(*text);
     }
 
 private:
@@ -171,90 +168,93 @@ private:
     dev_t device_;
 };
 
-node_pointer kernel_directory(const file_roots &roots) {
-    node_pointer known = fixed_directory({
-        {"release", [] { return text_key(system_names().release); }},
-        {"version", [] { return text_key(system_names().version); }},
-        {"hostname", [] { return text_key(system_names().nodename); }},
-        {"cmdline",
-         [&roots]() -> node_pointer {
-             std::array<char, FILE_ROOM> buffer;
-             const auto text = read_file(roots.proc + "/cmdline", buffer);
-             return text ? text_key(trimmed(*text)) : nullptr;
-         }},
-    });
-    const std::string root = roots.proc + "/sys";
-    struct stat status {};
-    if (stat(root.c_str(), &status) != 0) return known;
-    const parameters all(root, status.st_dev);
-    auto known_names = std::move(known->names);
-    auto make_known = std::move(known->make);
-    return directory(
-        [all, known_names] {
-            std::vector<std::string> names = known_names();
-            for (std::string &name : all.names()) names.push_back(std::move(name));
-            return names;
-        },
-        [all, make_known](const std::string &name) {
-            node_pointer made = make_known(name);
-            return made ? std::move(made) : all.make(name);
-        });
-}
+constexpr table_entry KERNEL[] = {
+    {"release", [](const file_roots &) { return text_key(system_names().release); }},
+    {"version", [](const file_roots &) { return text_key(system_names().version); }},
+    {"hostname", [](const file_roots &) { return text_key(system_names().nodename); }},
+    {"cmdline",
+     [](const file_roots &roots) {
+         std::array<char, FILE_ROOM> buffer;
+         const auto text = read_file(roots.proc + "/cmdline", buffer);
+         return text ? text_key(trimmed(*text)) : node_pointer();
+     }},
+};
+
+// The entries of the table, and beside them the kernel's parameters.
+class kernel_directory : public table_directory {
+public:
+    explicit kernel_directory(const file_roots &roots)
+        : table_directory(roots, KERNEL), parameters_(roots.proc + "/sys", device_of(roots.proc + "/sys")) {}
+
+protected:
+    std::vector<std::string> names() const override {
+        std::vector<std::string> names = table_directory::names();
+        for (std::string &name : parameters_.names()) names.push_back(std::move(name));
+        return names;
+    }
+
+    node_pointer make(const std::string &name) const override {
+        if (node_pointer made = table_directory::make(name)) return made;
+        return parameters_.make(name);
+    }
+
+private:
+    static dev_t device_of(const std::string &path) {
+        struct stat status {};
+        stat(path.c_str(), &status);  // where it fails there are no parameters either
+        return status.st_dev;
+    }
+
+    parameter_directory parameters_;
+};
 
 // ---- hardware/ ------------------------------------------------------------------------------------------------------
 
-// The value of the first of these labels in a text like /proc/cpuinfo; null where none stands there.
-node_pointer processor_key(const file_roots &roots, std::initializer_list<std::string_view> labels) {
+// The value of the first of two labels in a text like /proc/cpuinfo; null where none stands there.
+node_pointer processor_key(const file_roots &roots, std::string_view label, std::string_view other_label) {
     std::array<char, 16384> buffer;  // several processors' worth; the first one's is taken
     std::string_view text = read_file(roots.proc + "/cpuinfo", buffer).value_or("");
     while (!text.empty()) {
         const std::string_view line = next_line(text);
         const size_t colon = line.find(':');
-        const std::string_view label = trimmed(line.substr(0, colon));
-        if (colon == line.npos || std::find(labels.begin(), labels.end(), label) == labels.end()) continue;
+        const std::string_view found = trimmed(line.substr(0, colon));
+        if (colon == line.npos || (found != label && found != other_label)) continue;
         return text_key(trimmed(line.substr(colon + 1)));
     }
     return nullptr;
 }
 
-node_pointer processor_directory(const file_roots &roots) {
-    return fixed_directory({
-        {"architecture", [] { return text_key(system_names().machine); }},
-        {"count", [] { return number_key(static_cast<uint64_t>(sysconf(_SC_NPROCESSORS_ONLN))); }},
-        {"vendor",
-         [&roots] {
-             return processor_key(roots, {"vendor_id", "CPU implementer"});
-         }},
-        {"model",
-         [&roots] {
-             return processor_key(roots, {"model name", "CPU part"});
-         }},
-        {"flags",
-         [&roots] {
-             return processor_key(roots, {"flags", "Features"});
-         }},
-    });
-}
+// Processors of different makers name the same thing differently.
+constexpr table_entry PROCESSOR[] = {
+    {"architecture", [](const file_roots &) { return text_key(system_names().machine); }},
+    {"count", [](const file_roots &) { return number_key(static_cast<uint64_t>(sysconf(_SC_NPROCESSORS_ONLN))); }},
+    {"vendor", [](const file_roots &roots) { return processor_key(roots, "vendor_id", "CPU implementer"); }},
+    {"model", [](const file_roots &roots) { return processor_key(roots, "model name", "CPU part"); }},
+    {"flags", [](const file_roots &roots) { return processor_key(roots, "flags", "Features"); }},
+};
 
-node_pointer memory_directory(const file_roots &roots) {
-    return fixed_directory({
-        {"page_size", [] { return number_key(page_size()); }},
-        {"total",
-         [&roots] {
-             std::array<char, 8192> buffer;
-             return number_key(parse_memory_account(read_file(roots.proc + "/meminfo", buffer).value_or("")).total);
-         }},
-    });
-}
+constexpr table_entry MEMORY[] = {
+    {"page_size", [](const file_roots &) { return number_key(page_size()); }},
+    {"total",
+     [](const file_roots &roots) {
+         std::array<char, 8192> buffer;
+         return number_key(parse_memory_account(read_file(roots.proc + "/meminfo", buffer).value_or("")).total);
+     }},
+};
 
-// The keys by which a clock is found, named after the device that serves it.
-node_pointer clock_directory(const file_roots &roots) {
-    return fixed_directory({{"rtc0", [&roots]() -> node_pointer {
-                                 if (!hardware_clock(roots).exists()) return nullptr;
-                                 return fixed_directory({{"device", [] { return text_key("rtc0"); }},
-                                                         {"unit", [] { return number_key(0); }}});
-                             }}});
-}
+// The keys by which a clock is found: the device that serves it, and its unit there.
+constexpr table_entry CLOCK[] = {
+    {"device", [](const file_roots &) { return text_key("rtc0"); }},
+    {"unit", [](const file_roots &) { return number_key(0); }},
+};
+
+constexpr table_entry CLOCKS[] = {
+    {"rtc0",
+     [](const file_roots &roots) -> node_pointer {
+         if (!hardware_clock(roots).exists()) return nullptr;
+         return std::make_unique<table_directory>(roots, CLOCK);
+     }},
+};
 
 // A key over a file that describes a device.
 struct attribute {
@@ -263,30 +263,62 @@ struct attribute {
     uint64_t unit;  // what one of the file's number counts for; 0 for a text
 };
 
-node_pointer attribute_key(const std::string &path, uint64_t unit) {
-    std::array<char, FILE_ROOM> buffer;
-    const auto text = read_file(path, buffer);
-    if (!text) return nullptr;
-    if (unit == 0) return text_key(trimmed(*text));
-    const auto number = whole_number(trimmed(*text));
-    if (!number || *number > std::numeric_limits<uint64_t>::max() / unit) return nullptr;
-    return number_key(*number * unit);
-}
+class attribute_directory : public registry_node {
+public:
+    attribute_directory(std::string folder, std::span<const attribute> attributes)
+        : folder_(std::move(folder)), attributes_(attributes) {}
 
-// The devices of a list, each a directory of attributes.
-node_pointer device_directory(const file_roots &roots, std::vector<std::string> (*names)(const file_roots &),
-                              std::string folder, std::span<const attribute> attributes) {
-    const auto make = [&roots, folder = std::move(folder), attributes](const std::string &device) {
-        std::vector<fixed_entry> keys;
-        for (const attribute &key : attributes) {
-            keys.push_back({key.name, [path = roots.sys + folder + device + key.file, unit = key.unit] {
-                                return attribute_key(path, unit);
-                            }});
+protected:
+    std::vector<std::string> names() const override {
+        std::vector<std::string> names;
+        for (const attribute &one : attributes_) names.emplace_back(one.name);
+        return names;
+    }
+
+    node_pointer make(const std::string &name) const override {
+        for (const attribute &one : attributes_) {
+            if (name != one.name) continue;
+            std::array<char, FILE_ROOM> buffer;
+            const auto text = read_file(folder_ + one.file, buffer);
+            if (!text) return nullptr;
+            if (one.unit == 0) return text_key(trimmed(*text));
+            const auto number = whole_number(trimmed(*text));
+            if (!number || *number > std::numeric_limits<uint64_t>::max() / one.unit) return nullptr;
+            return number_key(*number * one.unit);
         }
-        return fixed_directory(std::move(keys));
-    };
-    return directory([&roots, names] { return names(roots); }, make, true);
-}
+        return nullptr;
+    }
+
+private:
+    std::string folder_;
+    std::span<const attribute> attributes_;
+};
+
+// A kind of devices: where their names come from, and what describes each.
+struct device_kind {
+    std::vector<std::string> (*names)(const file_roots &roots);
+    const char *folder;
+    std::span<const attribute> attributes;
+};
+
+class kind_directory : public registry_node {
+public:
+    kind_directory(const file_roots &roots, const device_kind &kind) : roots_(roots), kind_(kind) {}
+
+protected:
+    std::vector<std::string> names() const override { return kind_.names(roots_); }
+    node_pointer make(const std::string &device) const override {
+        std::string folder = roots_.sys;
+        folder += kind_.folder;
+        folder += device;
+        return std::make_unique<attribute_directory>(std::move(folder), kind_.attributes);
+    }
+    bool only_names() const override { return true; }
+
+private:
+    const file_roots &roots_;
+    const device_kind &kind_;
+};
 
 constexpr attribute NETWORK_ATTRIBUTES[] = {
     {"address", "/address", 0}, {"mtu", "/mtu", 1}, {"speed", "/speed", 1}, {"state", "/operstate", 0}};
@@ -295,16 +327,25 @@ constexpr attribute BLOCK_ATTRIBUTES[] = {{"model", "/device/model", 0},
                                           {"read_only", "/ro", 1},
                                           {"removable", "/removable", 1},
                                           {"size", "/size", 512}};
+constexpr device_kind NETWORK = {interface_names, "/class/net/", NETWORK_ATTRIBUTES};
+constexpr device_kind BLOCK = {block_device_names, "/class/block/", BLOCK_ATTRIBUTES};
 
-node_pointer hardware_directory(const file_roots &roots) {
-    return fixed_directory({
-        {"processor", [&roots] { return processor_directory(roots); }},
-        {"memory", [&roots] { return memory_directory(roots); }},
-        {"rtc", [&roots] { return clock_directory(roots); }},
-        {"network", [&roots] { return device_directory(roots, interface_names, "/class/net/", NETWORK_ATTRIBUTES); }},
-        {"block", [&roots] { return device_directory(roots, block_device_names, "/class/block/", BLOCK_ATTRIBUTES); }},
-    });
+template <const auto &table> node_pointer make_table(const file_roots &roots) {
+    return std::make_unique<table_directory>(roots, table);
 }
+template <const device_kind &kind> node_pointer make_kind(const file_roots &roots) {
+    return std::make_unique<kind_directory>(roots, kind);
+}
+
+constexpr table_entry HARDWARE[] = {
+    {"processor", make_table<PROCESSOR>}, {"memory", make_table<MEMORY>}, {"rtc", make_table<CLOCKS>},
+    {"network", make_kind<NETWORK>},      {"block", make_kind<BLOCK>},
+};
+
+constexpr table_entry ROOT[] = {
+    {"hardware", make_table<HARDWARE>},
+    {"kernel", [](const file_roots &roots) -> node_pointer { return std::make_unique<kernel_directory>(roots); }},
+};
 
 class node_cursor : public registry_cursor {
 public:
@@ -326,9 +367,7 @@ private:
 
 // ---- the store ------------------------------------------------------------------------------------------------------
 
-system_registry::system_registry(const file_roots &roots)
-    : root_(fixed_directory({{"hardware", [&roots] { return hardware_directory(roots); }},
-                             {"kernel", [&roots] { return kernel_directory(roots); }}})) {}
+system_registry::system_registry(const file_roots &roots) : root_(make_table<ROOT>(roots)) {}
 
 system_registry::~system_registry() = default;
 
@@ -360,14 +399,14 @@ uint32_t system_registry::describe(std::string_view path, uint16_t &type, uint32
 uint32_t system_registry::read_int(std::string_view path, uint64_t &value) {
     const registry_node *found = find(path);
     if (!found || found->type != REGTYPE_INT) return IOERROR_NOT_FOUND;
-    value = found->number;
+    value = found->integer;
     return 0;
 }
 
 uint32_t system_registry::read_binary(std::string_view path, std::string &value) {
     const registry_node *found = find(path);
     if (!found || found->type != REGTYPE_BIN) return IOERROR_NOT_FOUND;
-    value = found->text;
+    value = found->bytes;
     return 0;
 }
 
