@@ -23,9 +23,6 @@ constexpr std::string_view BLOCK_COUNTERS[] = {
 constexpr std::string_view PROCESSOR_COUNTERS[] = {"user", "nice",    "system", "idle",  "iowait",
                                                    "irq",  "softirq", "steal",  "guest", "guest_nice"};
 
-constexpr std::string_view INTERFACE_FILE = "/net/dev", BLOCK_FILE = "/diskstats", PROCESSOR_FILE = "/stat",
-                           VM_FILE = "/vmstat";
-
 // One line of a table: whose it is, and the rest with the figures. An empty name for a line that is no one's.
 struct row {
     std::string name;
@@ -51,18 +48,31 @@ row plain_row(std::string_view line) {
     return {std::string(name), line};
 }
 
-std::vector<std::string> names_in(const std::string &path, row (*parse)(std::string_view)) {
+// Where the statistics of a kind stand.
+struct table {
+    std::string_view file;
+    row (*parse)(std::string_view line);
+    std::span<const std::string_view> counters;  // the names of the figures in a row, in their order
+};
+constexpr table TABLES[] = {  // by file_counters::kind
+    {"/net/dev", interface_row, INTERFACE_COUNTERS},
+    {"/diskstats", block_device_row, BLOCK_COUNTERS},
+    {"/stat", plain_row, PROCESSOR_COUNTERS},
+    {"/vmstat", plain_row, {}}};
+
+std::vector<std::string> names_in(const file_roots &roots, file_counters::kind kind) {
+    const table &from = TABLES[static_cast<size_t>(kind)];
     std::string text;
-    read_file(path, text);
+    read_file(roots.proc + std::string(from.file), text);
     std::vector<std::string> names;
     for (std::string_view rest = text; !rest.empty();) {
-        row found = parse(next_line(rest));
+        row found = from.parse(next_line(rest));
         if (can_be_key(found.name)) names.push_back(std::move(found.name));
     }
     return names;
 }
 
-// The figures of the row of that name, as far as there are; nothing where there is no such row.
+// The figures of the row of a name; nothing where there is none.
 std::optional<std::string_view> figures_of(std::string_view text, row (*parse)(std::string_view),
                                            std::string_view name) {
     while (!text.empty()) {
@@ -83,40 +93,42 @@ bool can_be_key(std::string_view name) {
 }
 
 std::vector<std::string> interface_names(const file_roots &roots) {
-    return names_in(roots.proc + std::string(INTERFACE_FILE), interface_row);
+    return names_in(roots, file_counters::kind::interface);
 }
 
 std::vector<std::string> block_device_names(const file_roots &roots) {
-    return names_in(roots.proc + std::string(BLOCK_FILE), block_device_row);
+    return names_in(roots, file_counters::kind::block_device);
+}
+
+bool file_counters::load() {
+    return read_file(roots_.proc + std::string(TABLES[static_cast<size_t>(kind_)].file), text_);
+}
+
+bool file_counters::exists() {
+    if (kind_ == kind::processors || kind_ == kind::virtual_memory) return true;
+    fresh_ = load();
+    return can_be_key(name_) && figures_of(text_, TABLES[static_cast<size_t>(kind_)].parse, name_).has_value();
 }
 
 uint32_t file_counters::read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) {
-    struct source {
-        std::string_view file;
-        row (*parse)(std::string_view);
-        std::span<const std::string_view> names;  // of the figures in a row
-    };
-    constexpr source sources[] = {{INTERFACE_FILE, interface_row, INTERFACE_COUNTERS},
-                                  {BLOCK_FILE, block_device_row, BLOCK_COUNTERS},
-                                  {PROCESSOR_FILE, plain_row, PROCESSOR_COUNTERS},
-                                  {VM_FILE, plain_row, {}}};
-    const auto &[file, parse, names] = sources[static_cast<size_t>(kind_)];
     const bool by_processor = kind_ == kind::processors;
     if (unit != 0 && !by_processor) return IOERROR_NOT_FOUND;
-    if (!read_file(roots_.proc + std::string(file), text_)) return IOERROR_NOT_FOUND;
+    if (!fresh_ && !load()) return IOERROR_NOT_FOUND;
+    fresh_ = false;
 
+    const table &from = TABLES[static_cast<size_t>(kind_)];
     bytes.clear();
     if (kind_ == kind::virtual_memory) {  // a counter in each row
         for (std::string_view rest = text_; !rest.empty();) {
-            row found = parse(next_line(rest));
+            row found = from.parse(next_line(rest));
             const auto value = next_number(found.figures);
             if (value && !append_counter(bytes, room, found.name, *value)) break;
         }
     } else {
-        const auto figures = figures_of(text_, parse, by_processor ? name_ + std::to_string(unit) : name_);
+        const auto figures = figures_of(text_, from.parse, by_processor ? name_ + std::to_string(unit) : name_);
         if (!figures) return IOERROR_NOT_FOUND;
         std::string_view rest = *figures;
-        for (const std::string_view name : names) {
+        for (const std::string_view name : from.counters) {
             const auto value = next_number(rest);
             if (!value || !append_counter(bytes, room, name, *value)) break;
         }

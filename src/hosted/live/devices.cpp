@@ -1,5 +1,4 @@
 // devices.cpp - the devices of the live machine and their servers.
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <unordered_set>
@@ -17,10 +16,6 @@ namespace {
 constexpr std::string_view LOG_NAME = "syslog", CLOCK_NAME = "rtc0", PROCESSOR_NAME = "cpu", VM_NAME = "vm",
                            HOST_NAME = "host";
 constexpr std::array FIXED_NAMES = {LOG_NAME, CLOCK_NAME, PROCESSOR_NAME, VM_NAME, HOST_NAME};
-
-bool contains(const std::vector<std::string> &names, std::string_view name) {
-    return std::find(names.begin(), names.end(), name) != names.end();
-}
 
 }  // namespace
 
@@ -42,8 +37,24 @@ struct device_table::sources {
     system_log log;
     hardware_clock clock;
     host_services host;
-    std::vector<std::unique_ptr<file_counters>> counters;
+    std::map<std::string, std::unique_ptr<file_counters>, std::less<>> counters;  // those asked for so far, by name
+
+    // The counters of a device; null where there is none of that name.
+    file_counters *counters_of(const file_roots &roots, std::string_view name);
 };
+
+file_counters *device_table::sources::counters_of(const file_roots &roots, std::string_view name) {
+    using kind = file_counters::kind;
+    if (const auto known = counters.find(name); known != counters.end()) return known->second.get();
+    std::vector<kind> kinds = {kind::interface, kind::block_device};
+    if (name == PROCESSOR_NAME) kinds = {kind::processors};
+    if (name == VM_NAME) kinds = {kind::virtual_memory};
+    for (const kind one : kinds) {
+        auto made = std::make_unique<file_counters>(roots, one, name);
+        if (made->exists()) return counters.emplace(name, std::move(made)).first->second.get();
+    }
+    return nullptr;
+}
 
 device_table::device_table(const file_roots &roots) : roots_(roots), sources_(std::make_unique<sources>(roots)) {}
 
@@ -67,36 +78,23 @@ std::vector<std::string> device_table::names() {
 bool device_table::has(std::string_view name) {
     if (name == SYSTEM_SERVICE_NAME) return false;
     if (name == CLOCK_NAME) return sources_->clock.exists();
-    if (std::find(FIXED_NAMES.begin(), FIXED_NAMES.end(), name) != FIXED_NAMES.end()) return true;
-    return contains(interface_names(roots_), name) || contains(block_device_names(roots_), name);
+    return name == LOG_NAME || name == HOST_NAME || sources_->counters_of(roots_, name) != nullptr;
 }
 
 std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name) {
-    const auto counters = [this, name](file_counters::kind kind) {
-        sources_->counters.push_back(std::make_unique<file_counters>(roots_, kind, name));
-        return make_counter_protocol(*sources_->counters.back());
-    };
+    if (!has(name)) return nullptr;
     device_behaviour behaviour;
     std::unique_ptr<device_protocol> protocol;
     if (name == LOG_NAME) {
         protocol = make_log_protocol(sources_->log);
     } else if (name == CLOCK_NAME) {
-        if (sources_->clock.exists()) protocol = make_clock_protocol(sources_->clock);
-    } else if (name == PROCESSOR_NAME) {
-        protocol = counters(file_counters::kind::processors);
-    } else if (name == VM_NAME) {
-        protocol = counters(file_counters::kind::virtual_memory);
+        protocol = make_clock_protocol(sources_->clock);
     } else if (name == HOST_NAME) {
         behaviour.classes.push_back(SERVICE_CLASS);
         protocol = make_service_protocol(sources_->host);
-    } else if (name == SYSTEM_SERVICE_NAME) {
-        return nullptr;
-    } else if (contains(interface_names(roots_), name)) {
-        protocol = counters(file_counters::kind::interface);
-    } else if (contains(block_device_names(roots_), name)) {
-        protocol = counters(file_counters::kind::block_device);
+    } else {
+        protocol = make_counter_protocol(*sources_->counters_of(roots_, name));
     }
-    if (!protocol) return nullptr;
     auto made = std::make_unique<device_server>(owner, std::move(behaviour));
     made->add(std::move(protocol));
     return made;

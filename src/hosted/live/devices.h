@@ -37,13 +37,19 @@ public:
 
     file_counters(const file_roots &roots, kind of, std::string_view name) : roots_(roots), kind_(of), name_(name) {}
 
+    // Whether there is such a device. What was read to tell it serves the next request.
+    bool exists();
+
     uint32_t read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) override;
 
 private:
+    bool load();
+
     const file_roots &roots_;
     kind kind_;
     std::string name_;
-    std::string text_;  // of the file, its memory kept
+    std::string text_;  // of the file
+    bool fresh_ = false;
 };
 
 // ---- the service device "host" --------------------------------------------------------------------------------------

@@ -104,13 +104,14 @@ std::string_view next_piece(std::string_view &message) {
 }
 
 // Each piece goes through an open of its own: of what comes through one, the kernel drops in silence all but the first
-// few within some seconds.
+// few within some seconds. A line end closes the record: without it readers do not see it before the next one is begun.
 bool write_records(const std::string &path, const std::string &mark, std::string_view message, bool &begun) {
     do {
         const descriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         if (!file) return false;
         std::string record = mark;
         record += next_piece(message);
+        record += '\n';
         if (::write(file.get(), record.data(), record.size()) != static_cast<ssize_t>(record.size())) return false;
         begun = true;
     } while (!message.empty());
@@ -209,6 +210,7 @@ uint32_t system_log::read(uint64_t offset, uint64_t room, std::string_view &text
 }
 
 uint32_t system_log::send(int priority, std::string_view message) {
+    if (message.ends_with('\n')) message.remove_suffix(1);
     const std::string mark = '<' + std::to_string(priority) + '>';  // ahead of every text, which cannot bring its own
     bool begun = false;
     if (write_records(roots_.dev + "/kmsg", mark, message, begun)) return 0;
