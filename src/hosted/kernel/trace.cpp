@@ -15,6 +15,7 @@ constexpr uint64_t HEADER_WORDS = 3;  // of a buffer, in front of its entries
 
 void trace_ring::record(call which, uint8_t result_class, std::span<const uint64_t> arguments) {
     if (frozen_) return;
+    frozen_ = read_;
     const uint64_t count = std::min<uint64_t>(arguments.size(), LARGEST_ENTRY - 1);
     if (position_ + 1 + count > WORDS_PER_BUFFER) {
         filling_ = (filling_ + 1) % BUFFERS;
@@ -29,7 +30,7 @@ void trace_ring::record(call which, uint8_t result_class, std::span<const uint64
 }
 
 uint64_t trace_ring::read(uint64_t group, uint64_t index, uint64_t &value) {
-    frozen_ = true;
+    read_ = true;
     switch (group) {
     case KSYSIDX_TRACE:
         switch (index) {

@@ -23,16 +23,17 @@ public:
     // Classes of results, the user byte of an entry.
     enum : uint8_t { SUCCEEDED = 0, FAILED = 1, GAVE_VALUE = 2 };
 
-    // Adds a call, unless the trace is frozen.
+    // Adds a call, unless the trace is frozen. The last one is the call that first read it.
     void record(call which, uint8_t result_class, std::span<const uint64_t> arguments);
 
-    // Reads the trace, oldest buffer first; the first read freezes it. RESULT_ codes.
+    // Reads the trace, oldest buffer first; the first read freezes it, once that call itself is added. RESULT_ codes.
     uint64_t read(uint64_t group, uint64_t index, uint64_t &value);
 
 private:
     std::array<uint64_t, BUFFERS * WORDS_PER_BUFFER> words_{};
     uint64_t filling_ = 0;   // the buffer being filled
     uint64_t position_ = 3;  // next free word in it
+    bool read_ = false;
     bool frozen_ = false;
 };
 
