@@ -214,8 +214,10 @@ uint32_t system_log::send(int priority, std::string_view message) {
     const std::string mark = '<' + std::to_string(priority) + '>';  // ahead of every text, which cannot bring its own
     bool begun = false;
     if (write_records(roots_.dev + "/kmsg", mark, message, begun)) return 0;
-    if (!begun && send_to_logger(roots_.dev + "/log", mark, message)) return 0;
-    return error_word(errno);
+    const int refusal = errno;
+    if (begun) return error_word(refusal);
+    if (send_to_logger(roots_.dev + "/log", mark, message)) return 0;
+    return error_word(errno == ENOENT ? refusal : errno);  // without a logger, what the kernel's log said counts
 }
 
 uint32_t system_log::write(std::string_view message) { return send(PRIORITY_NOTICE, message); }
