@@ -2,26 +2,10 @@
 
 #include <new>
 
-namespace {
-
-constexpr uint64_t never = ~uint64_t{0};
-uint64_t spared_allocations = never;
-bool failed = false;
-
-bool fails() {
-    if (spared_allocations == never || spared_allocations-- > 0) return false;
-    spared_allocations = never;
-    failed = true;
-    return true;
+static bool fails() {
+    if (allocations_to_failure == no_failure) return false;
+    return allocations_to_failure-- == 0;  // and below 0 is no_failure
 }
-}  // namespace
-
-failing_new::failing_new(uint64_t spared) {
-    spared_allocations = spared;
-    failed = false;
-}
-failing_new::~failing_new() { spared_allocations = never; }
-bool failing_new::happened() { return failed; }
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
     return fails() ? nullptr : ::operator new(size);

@@ -3,13 +3,7 @@
 
 #include <cstdint>
 
-// While it lives, one allocation fails: the one after `spared` others. One at a time.
-class failing_new {
-public:
-    explicit failing_new(uint64_t spared);
-    ~failing_new();
-    failing_new(const failing_new &) = delete;
-    failing_new &operator=(const failing_new &) = delete;
+inline constexpr uint64_t no_failure = ~uint64_t{0};
 
-    static bool happened();  // the allocation that fails has been asked for
-};
+// How many allocations succeed before one fails, which sets this to no_failure again. The one that sets it resets it.
+inline uint64_t allocations_to_failure = no_failure;

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "colp/colp.h"
+#include "colp/colp_fixture.h"
 
 struct model_cell {
     std::string text;
@@ -25,7 +25,7 @@ struct model_column {
     int cell_just = COLP_JUST_LEFT;
     int hex_case = COLP_HEX_LOWER;
     uint32_t sort_mode = 0;
-    std::string suffix;
+    const char *suffix = "";
     bool leading_zero = false;
     bool summarize = false;
     char justchar = '.';
@@ -38,6 +38,29 @@ struct model_row {
     uint64_t id;
     std::vector<model_cell> cells;
 };
+
+// Declares a column of a table like one of the model.
+inline void declare(colp_table *table, const model_column &column) {
+    EXPECT_EQ(colp_begincolumn(table, column.type), COLP_SUCCESS);
+    colp_setcolumn_minwidth(table, static_cast<int>(column.min_width));
+    colp_setcolumn_title(table, column.title);
+    colp_setcolumn_titlejust(table, column.title_just);
+    colp_setcolumn_celljust(table, column.cell_just);
+    colp_setcolumn_hexcase(table, column.hex_case);
+    colp_setcolumn_sortmode(table, column.sort_mode);
+    colp_setcolumn_suffix(table, column.suffix);
+    colp_setcolumn_leadingzero(table, column.leading_zero);
+    colp_setcolumn_summarize(table, column.summarize);
+    colp_setcolumn_justchar(table, column.justchar);
+    EXPECT_EQ(colp_endcolumn(table), COLP_SUCCESS);
+}
+
+// Adds a cell to a table, to a column of the type.
+inline int add_cell(colp_table *table, uint32_t type, const model_cell &cell) {
+    if (type == COLP_STRING) return colp_addcell_string(table, cell.text.c_str());
+    if (type == COLP_INT) return colp_addcell_int(table, static_cast<int64_t>(cell.number));
+    return type == COLP_UINT ? colp_addcell_uint(table, cell.number) : colp_addcell_hex(table, cell.number);
+}
 
 [[gnu::format(printf, 1, 2)]] inline std::string formatted(const char *format, ...) {
     char *text = nullptr;
@@ -169,10 +192,10 @@ private:
                 if (column.type == COLP_STRING)
                     widen(column, cell.text, column.cell_just);
                 else
-                    widen(column, measured(column.type, cell.number).size() + column.suffix.size(), 0);
+                    widen(column, measured(column.type, cell.number).size() + std::strlen(column.suffix), 0);
             }
             if (column.summarize)
-                widen(column, measured(column.type, column.sum).size() + column.suffix.size(), 0);
+                widen(column, measured(column.type, column.sum).size() + std::strlen(column.suffix), 0);
             else if (column.type == COLP_STRING && column.cell_just >= COLP_JUST_FIRSTCHAR)
                 widen(column, 1, 0);
             if (column.title_just >= COLP_JUST_FIRSTCHAR)
@@ -209,22 +232,21 @@ private:
 
     std::string render(size_t i, const model_cell &cell, bool pad_after) {
         const model_column &column = columns[i];
-        const int room = static_cast<int>(column.width()) - static_cast<int>(column.suffix.size());
+        const int room = static_cast<int>(column.width()) - static_cast<int>(std::strlen(column.suffix));
         const bool raw = style == COLP_STYLE_RAW;
         const int field = raw                                   ? 0
                           : column.cell_just == COLP_JUST_LEFT  ? -room
                           : column.cell_just == COLP_JUST_RIGHT ? room
                                                                 : 0;
         const auto number = static_cast<unsigned long long>(cell.number);
-        const char *suffix = column.suffix.c_str();
         const bool upper = column.hex_case == COLP_HEX_UPPER;
         std::string text = cell.text;
-        if (column.type == COLP_INT) text = formatted("%*lli%s", field, static_cast<long long>(number), suffix);
-        if (column.type == COLP_UINT) text = formatted("%*llu%s", field, number, suffix);
+        if (column.type == COLP_INT) text = formatted("%*lli%s", field, static_cast<long long>(number), column.suffix);
+        if (column.type == COLP_UINT) text = formatted("%*llu%s", field, number, column.suffix);
         if (column.type == COLP_HEX && column.leading_zero && !raw)
-            text = formatted(upper ? "0x%0*llX%s" : "0x%0*llx%s", room - 2, number, suffix);
+            text = formatted(upper ? "0x%0*llX%s" : "0x%0*llx%s", room - 2, number, column.suffix);
         else if (column.type == COLP_HEX)
-            text = formatted(upper ? "0x%llX%s" : "0x%llx%s", number, suffix);
+            text = formatted(upper ? "0x%llX%s" : "0x%llx%s", number, column.suffix);
         if (raw || text.size() >= column.width()) return text;
         return justified(column, column.cell_just, text, pad_after);
     }
