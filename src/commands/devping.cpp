@@ -55,6 +55,7 @@ int sb_devping(int argc, char **argv) {
     if (const int status = sb_devasker_open(asker)) return status;
     int status = SB_DONE;
     for (int i = 0; i < argc; i++) {
+        if (asker.reply_port == NO_OBJECT && sb_devasker_newport(asker) != SB_DONE) return SB_SETUP;
         uint64_t result = 0;
         if (!sb_devasker_ask(asker, argv[i], DEVQUERY_PING, 0, &result)) {
             status = SB_FAILED;
