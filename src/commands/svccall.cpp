@@ -96,7 +96,8 @@ void use_encoding() {
     if (named == nullptr) return;
     const char *codeset = std::strchr(named, '.');
     if (codeset == nullptr) return;
-    if (strncasecmp(codeset, ".UTF-8", 6) == 0 || strncasecmp(codeset, ".UTF8", 5) == 0) std::setlocale(LC_CTYPE, "");
+    if (strncasecmp(codeset, ".UTF-8", 6) != 0 && strncasecmp(codeset, ".UTF8", 5) != 0) return;
+    if (std::setlocale(LC_CTYPE, "") == nullptr) std::setlocale(LC_CTYPE, "C.UTF-8");  // named, but not installed
 }
 
 // ---- arguments ------------------------------------------------------------------------------------------------------
