@@ -1,4 +1,5 @@
 // readlog - print a slice of the system log, from its head or its tail, line by line and without blank lines.
+#include <poll.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -97,8 +98,9 @@ public:
         pieces_[count_++] = {const_cast<char *>(text), length};
     }
 
-    // Writes what was added, repeating what is interrupted or cut short. What cannot be written is left to the stream,
-    // and all that follows it: whoever checks the stream at the end of the run meets the error.
+    // Writes what was added, repeating what is interrupted or cut short, and waiting where the descriptor does not
+    // block and takes no more yet. What cannot be written is left to the stream, and all that follows it: whoever
+    // checks the stream at the end of the run meets the error.
     void flush() {
         iovec *next = pieces_.data();
         auto left = static_cast<int>(count_);
@@ -106,7 +108,9 @@ public:
         while (left > 0) {
             const ssize_t written = failed_ ? write_to_stream(*next) : writev(STDOUT_FILENO, next, left);
             if (written < 0) {
-                failed_ = errno != EINTR;
+                pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+                const bool full = errno == EAGAIN && poll(&output, 1, -1) >= 0;
+                failed_ = !full && errno != EINTR;
                 continue;
             }
             auto done = static_cast<size_t>(written);
