@@ -8,7 +8,26 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <fstream>
 #include <string>
+
+// One word of a process's or thread's status, read the slow way; empty where there is none.
+inline std::string status_of(int id, const std::string &key) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/status");
+    for (std::string word; file >> word;) {
+        if (word == key && file >> word) return word;
+    }
+    return {};
+}
+
+inline uint64_t number_of(int id, const std::string &key) {
+    const std::string word = status_of(id, key);
+    return word.empty() ? ~uint64_t{0} : std::stoull(word);
+}
+
+inline void await_state(int id, const std::string &wanted) {
+    for (int i = 0; i < 5000 && status_of(id, "State:") != wanted; i++) usleep(1000);
+}
 
 // Forked at once; it runs the body and then waits for its end, which comes with the object's scope.
 class own_child {

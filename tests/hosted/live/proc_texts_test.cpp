@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <fstream>
-
 #include "hosted/live/maps.h"
 #include "hosted/live/process.h"
 #include "run_ventix.h"
@@ -113,22 +110,6 @@ TEST(LiveTexts, LinesAcrossPieces) {
     }
     std::string_view none;
     EXPECT_EQ(reader.read(directory, "missing", none), ENOENT);
-    close(directory);
-}
-
-TEST(LiveTexts, NumbersOfADirectory) {
-    const scratch_directory scratch;
-    for (const char *name : {"12", "7", "0", "-3", "12x", "x", "99999999999", "2147483647"}) scratch.write(name, "");
-    const int directory = open(scratch.path().c_str(), O_PATH | O_DIRECTORY);
-    number_scan scan(open_directory(directory, "."));
-    for (int round = 0; round < 2; round++) {
-        std::vector<int> found;
-        while (const int number = scan.next()) found.push_back(number);
-        std::sort(found.begin(), found.end());
-        EXPECT_EQ(found, (std::vector<int>{7, 12, 2147483647}));
-        scan.rewind();
-    }
-    EXPECT_EQ(number_scan(open_directory(directory, "missing")).next(), 0);
     close(directory);
 }
 

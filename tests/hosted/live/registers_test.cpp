@@ -5,7 +5,7 @@
 #include <sys/user.h>
 
 #include <atomic>
-#include <fstream>
+#include <new>
 #include <thread>
 
 #include "hosted/live/cpu_registers.h"
@@ -25,36 +25,13 @@ uint64_t value_of(const live::register_block &block, std::string_view name) {
     return 0;
 }
 
-char state_of(int id) {
-    std::ifstream file("/proc/" + std::to_string(id) + "/status");
-    for (std::string word; file >> word;) {
-        if (word == "State:" && file >> word) return word[0];
-    }
-    return '\0';
-}
-
-bool is_traced(int id) {
-    std::ifstream file("/proc/" + std::to_string(id) + "/status");
-    for (std::string word; file >> word;) {
-        if (word == "TracerPid:" && file >> word) return word != "0";
-    }
-    return false;
-}
+bool is_traced(int id) { return status_of(id, "TracerPid:") != "0"; }
 
 // A number that test and child share, 0 at first.
-class shared_number {
-public:
-    shared_number()
-        : at_(static_cast<std::atomic<int> *>(
-              mmap(nullptr, sizeof *at_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
-    shared_number(const shared_number &) = delete;
-    shared_number &operator=(const shared_number &) = delete;
-    ~shared_number() { munmap(at_, sizeof *at_); }
-    std::atomic<int> &operator*() const { return *at_; }
-
-private:
-    std::atomic<int> *at_;
-};
+std::atomic<int> &shared_number() {
+    constexpr int flags = MAP_SHARED | MAP_ANONYMOUS;
+    return *new (mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, flags, -1, 0)) std::atomic<int>(0);
+}
 
 // Keeps a known value in a register until the flag is set.
 constexpr uint64_t MARK = 0x123456789ABCDEF1;
@@ -71,12 +48,11 @@ void hold_mark(std::atomic<int> *flag) {
 #endif
 
 TEST(LiveRegisters, OfARunningThreadThatGoesOn) {
-    auto *flag =
-        static_cast<std::atomic<int> *>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    own_child child([flag](own_child &self) {
+    std::atomic<int> &flag = shared_number();
+    own_child child([&](own_child &self) {
         std::thread([&] {
             self.say(gettid());
-            hold_mark(flag);
+            hold_mark(&flag);
             self.say(2);
         }).detach();
     });
@@ -89,7 +65,7 @@ TEST(LiveRegisters, OfARunningThreadThatGoesOn) {
     EXPECT_EQ(block.size, sizeof(user_regs_struct));
     EXPECT_EQ(value_of(block, marked), MARK);
     EXPECT_FALSE(is_traced(id));
-    *flag = 1;
+    flag = 1;
     EXPECT_EQ(child.heard(), 2);
 }
 
@@ -98,11 +74,11 @@ TEST(LiveRegisters, OfAStoppedProcessThatStaysSo) {
         raise(SIGSTOP);
         self.say(3);
     });
-    while (state_of(child.id()) != 'T') usleep(1000);
+    await_state(child.id(), "T");
     live::register_block block;
     ASSERT_EQ(live::read_registers(child.id(), block), RESULT_SUCCESS);
     usleep(20000);
-    EXPECT_EQ(state_of(child.id()), 'T');
+    EXPECT_EQ(status_of(child.id(), "State:"), "T");
     EXPECT_FALSE(is_traced(child.id()));
     kill(child.id(), SIGCONT);
     EXPECT_EQ(child.heard(), 3);
@@ -110,11 +86,9 @@ TEST(LiveRegisters, OfAStoppedProcessThatStaysSo) {
 
 // Signals that come while it is being read are neither lost nor taken for anything else.
 TEST(LiveRegisters, OfAProcessUnderSignals) {
-    const shared_number taken;
-    static std::atomic<int> *taken_here = nullptr;
+    static std::atomic<int> *taken = &shared_number();
     own_child child([&](own_child &self) {
-        taken_here = &*taken;
-        signal(SIGRTMIN, [](int) { ++*taken_here; });  // of this kind each one is kept
+        signal(SIGRTMIN, [](int) { ++*taken; });  // of this kind each one is kept
         self.say(1);
     });
     child.heard();
@@ -131,6 +105,22 @@ TEST(LiveRegisters, OfAProcessUnderSignals) {
     EXPECT_EQ(*taken, sent);
 }
 
+// Its end is its parent's to be told, whenever it comes.
+TEST(LiveRegisters, OfProcessesThatEnd) {
+    for (int i = 0; i < 300; i++) {
+        own_child ending([i](own_child &self) {
+            self.say(1);
+            for (std::atomic<int> spin = 0; spin < i * 100;) spin++;
+            _exit(7);
+        });
+        ending.heard();
+        live::register_block block;
+        while (live::read_registers(ending.id(), block) == RESULT_SUCCESS) {
+        }
+        EXPECT_EQ(WEXITSTATUS(ending.reap()), 7);
+    }
+}
+
 TEST(LiveRegisters, WhatCannotBeRead) {
     own_child ended([](own_child &) { _exit(7); });
     own_child waiting([](own_child &self) {  // a parent that lent its memory to a child cannot be stopped
@@ -145,7 +135,7 @@ TEST(LiveRegisters, WhatCannotBeRead) {
     });
     live::register_block block;
     waiting.heard();
-    while (state_of(waiting.id()) != 'D') usleep(1000);
+    await_state(waiting.id(), "D");
     while (waitid(P_PID, static_cast<id_t>(ended.id()), nullptr, WEXITED | WNOWAIT) != 0) {
     }
     for (const int id : {0, -1, -waiting.id(), ended.id()}) {
