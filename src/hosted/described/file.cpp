@@ -16,6 +16,7 @@ namespace {
 constexpr size_t LARGEST_FILE = size_t{1} << 30;  // bytes; places in a document are counted in 32 bits
 constexpr size_t PIECE = 65536;                   // bytes read at once, at least
 constexpr mode_t NEW_FILE = 0666;                 // less the user's mask
+constexpr mode_t PERMISSIONS = 0777;
 
 std::string system_text(const std::string &path, int error) { return path + ": " + std::strerror(error); }
 
@@ -96,7 +97,8 @@ bool machine_file::read(const std::string &path, const std::string &save_path, s
 
 bool replace_file(const std::string &path, std::string_view text, std::string &message) {
     struct stat about {};
-    if (stat(path.c_str(), &about) == 0 && !S_ISREG(about.st_mode)) {
+    const bool replaces = stat(path.c_str(), &about) == 0;
+    if (replaces && !S_ISREG(about.st_mode)) {
         message = path + ": " + (S_ISDIR(about.st_mode) ? std::strerror(EISDIR) : "Not a plain file");
         return false;
     }
@@ -113,7 +115,9 @@ bool replace_file(const std::string &path, std::string_view text, std::string &m
             return false;
         }
     }
-    int error = write_all(descriptor, text);
+    // Who may read the file stays as it was.
+    int error = replaces && fchmod(descriptor, about.st_mode & PERMISSIONS) != 0 ? errno : 0;
+    if (error == 0) error = write_all(descriptor, text);
     if (close(descriptor) != 0 && error == 0) error = errno;
     if (error == 0 && rename(beside.c_str(), path.c_str()) != 0) error = errno;
     if (error == 0) return true;

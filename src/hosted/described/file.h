@@ -24,7 +24,8 @@ private:
     int descriptor_ = -1;  // of the locked file
 };
 
-// Writes a file beside path and renames it, never through a symbolic link. What is there and is no plain file stays.
+// Writes a file beside path and renames it, never through a symbolic link. A file that is there leaves its permissions
+// to the new one; what is no plain file stays.
 //   message  out, on failure: "FILE: the system's text"
 bool replace_file(const std::string &path, std::string_view text, std::string &message);
 

@@ -422,6 +422,10 @@ TEST(MachineFile, IsWrittenBesideAndRenamed) {
     struct stat about {};
     ASSERT_EQ(stat(target.c_str(), &about), 0);
     EXPECT_EQ(about.st_mode & 0777, 0640u);
+    ASSERT_EQ(chmod(target.c_str(), 0600), 0);
+    EXPECT_EQ(pass_through(path, target), "saved");
+    ASSERT_EQ(stat(target.c_str(), &about), 0);
+    EXPECT_EQ(about.st_mode & 0777, 0600u);
     EXPECT_EQ(pass_through(path, link), "saved");
     EXPECT_EQ(read_file(scratch.file("victim")), "mine");
     EXPECT_EQ(pass_through(path, fifo), fifo + ": Not a plain file");
