@@ -118,8 +118,8 @@ bool get_word(uint64_t group, uint64_t index, uint64_t &word) {
     return code == RESULT_SUCCESS;
 }
 
-bool get_header_word(uint64_t index, uint64_t &word) {
-    const uint64_t code = _SL_GetSystemData(KSYSIDX_TRACE_RAW_WORDS, index, &word);
+bool get_header_word(uint64_t group, uint64_t index, uint64_t &word) {
+    const uint64_t code = _SL_GetSystemData(group, index, &word);
     if (code)
         std::fprintf(stderr, "dumpktrace: failed to get header word at 0x%" PRIx64 " (error 0x%x)\n", index,
                      static_cast<unsigned>(code));
@@ -158,8 +158,8 @@ struct geometry {
 };
 
 // The number of entries in a buffer; false after a message. A trace that lies is cut: an entry takes a word at least.
-bool get_entry_count(const geometry &trace, uint64_t buffer, uint64_t &count) {
-    if (!get_header_word(buffer * trace.words_per_buffer, count)) return false;
+bool get_entry_count(const geometry &trace, uint64_t group, uint64_t buffer, uint64_t &count) {
+    if (!get_header_word(group, buffer * trace.words_per_buffer, count)) return false;
     count = std::min({count, trace.words_per_buffer, sane_words});
     return true;
 }
@@ -195,7 +195,7 @@ int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, ui
     uint64_t left = limit;
     for (uint64_t buffer = 0; buffer < trace.buffers; ++buffer) {
         uint64_t count = 0;
-        if (!get_entry_count(trace, buffer, count)) return SB_FAILED;
+        if (!get_entry_count(trace, KSYSIDX_TRACE_ENTRY_WORDS, buffer, count)) return SB_FAILED;
         const uint64_t begin = buffer * trace.words_per_buffer, end = begin + trace.words_per_buffer;
         uint64_t position = begin + buffer_header;
         for (uint64_t entry = 0; entry < count && position < end; ++entry, ++number) {
@@ -216,7 +216,7 @@ int _sb_dumpktrace_interpret(const geometry &trace, uint64_t largest_entry, cons
     uint64_t total = 0;  // entries
     for (uint64_t buffer = 0; buffer < trace.buffers; ++buffer) {
         uint64_t count = 0;
-        if (!get_entry_count(trace, buffer, count)) return SB_FAILED;
+        if (!get_entry_count(trace, KSYSIDX_TRACE_RAW_WORDS, buffer, count)) return SB_FAILED;
         total += count;
     }
     const uint64_t shown = std::min(opts.limit, total);
