@@ -74,9 +74,10 @@ void isr_table::find_threads(process &parent) {
         const bool listed = served != routines_.end() && served->number == *number;
         if (listed && served->owner == KERNEL_THREAD_PARENT) served->owner = id;
     };
-    std::string_view text;
-    if (root_.reader.read(parent.directory(), "task/2/children", text) == 0 && !text.empty()) {
-        const std::string children(text);  // the reader's buffer is about to be used again
+    // The system gives this line piece by piece, and the reader's buffer is used again for every child.
+    std::string children;
+    const auto keep = [&children](std::string_view piece) { children += piece; };
+    if (root_.reader.lines(parent.directory(), "task/2/children", keep) == 0 && !children.empty()) {
         scanner scan(children);
         for (uint64_t id = 0; scan.decimal(id) && id <= INT32_MAX;) consider(static_cast<int>(id));
         return;
