@@ -99,6 +99,7 @@ void arena::release(uint64_t address) {
     uint64_t begin = offset;
     uint64_t end = offset + round_up(block->second, ALIGNMENT);
     ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
+    found_ = used_.end();
     used_.erase(block);
 
     auto next = free_.lower_bound(begin);
@@ -119,9 +120,12 @@ void arena::release(uint64_t address) {
 std::span<std::byte> arena::span(uint64_t address, uint64_t length) const {
     const uint64_t offset = address - reinterpret_cast<uint64_t>(base_);
     if (base_ == nullptr || offset >= end_ || length == 0) return {};
-    const auto after = used_.upper_bound(offset);
-    if (after == used_.begin()) return {};
-    const auto &[begin, size] = *std::prev(after);
+    if (found_ == used_.end() || offset - found_->first >= found_->second) {
+        const auto after = used_.upper_bound(offset);
+        if (after == used_.begin()) return {};
+        found_ = std::prev(after);
+    }
+    const auto &[begin, size] = *found_;
     const uint64_t inside = offset - begin;
     if (inside >= size || length > size - inside) return {};
     return {base_ + offset, length};

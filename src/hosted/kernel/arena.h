@@ -50,6 +50,7 @@ private:
     bool refused_ = false;               // the system gave no address space at all
     std::map<uint64_t, uint64_t> used_;  // offset -> size asked for
     std::map<uint64_t, uint64_t> free_;  // offset -> bytes, neighbours joined
+    mutable std::map<uint64_t, uint64_t>::const_iterator found_ = used_.end();  // the block that was reached last
 };
 
 }  // namespace hosted

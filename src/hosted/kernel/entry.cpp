@@ -5,6 +5,7 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -77,11 +78,15 @@ runtime *boot() {
     return made.release();
 }
 
-runtime &present() {
-    if (runtime *known = current.load(std::memory_order_acquire)) return *known;
+runtime &booted() {
     const std::lock_guard lock(making);
     if (current.load(std::memory_order_relaxed) == nullptr) current.store(boot(), std::memory_order_release);
     return *current.load(std::memory_order_relaxed);
+}
+
+runtime &present() {
+    runtime *known = current.load(std::memory_order_acquire);
+    return known != nullptr ? *known : booted();
 }
 
 // The calling thread's place in the kernel, given back when the thread ends.
@@ -130,10 +135,8 @@ thread_local registration place;
 
 void trace_call(kernel &owner, call which, bool succeeded, std::span<const argument> arguments) {
     uint64_t words[trace_ring::LARGEST_ENTRY - 1];
-    size_t count = 0;
-    for (const argument &given : arguments) {
-        if (count < std::size(words)) words[count++] = given.value;
-    }
+    const size_t count = std::min(arguments.size(), std::size(words));
+    for (size_t i = 0; i < count; i++) words[i] = arguments[i].value;
     uint8_t result = succeeded ? trace_ring::SUCCEEDED : trace_ring::FAILED;
     if (which == call::get_state || which == call::get_last_error) result = trace_ring::GAVE_VALUE;
     owner.trace().record(which, result, {words, count});

@@ -45,9 +45,14 @@ private:
 
 }  // namespace
 
+enum class kernel::object_kind : uint8_t { any, port, semaphore, iterator, memo };
+
 // An object of the kernel's own. It lives as long as one of its handles; what still holds it then finds it dead.
 struct kernel::object {
-    virtual ~object() = default;
+    static constexpr object_kind KIND = object_kind::any;
+    explicit object(object_kind made) : is(made) {}
+
+    const object_kind is;  // tells what it is at less cost than the language does: every call asks
     uint64_t master = 0;
     uint64_t owner = 0;             // the task it was made for
     std::vector<uint64_t> handles;  // those that still stand for it
@@ -55,19 +60,28 @@ struct kernel::object {
 };
 
 struct kernel::port_object : object {
+    static constexpr object_kind KIND = object_kind::port;
+    port_object() : object(KIND) {}
     std::deque<kernel_message> queue;
     server *behind = nullptr;  // takes messages at once, in place of the queue
 };
 
 struct kernel::semaphore_object : object {
+    static constexpr object_kind KIND = object_kind::semaphore;
+    semaphore_object() : object(KIND) {}
     int64_t count = 0;
 };
 
 struct kernel::iterator_object : object {
+    static constexpr object_kind KIND = object_kind::iterator;
+    iterator_object() : object(KIND) {}
     std::unique_ptr<hosted::walk> walk;
 };
 
-struct kernel::memo_object : object {};
+struct kernel::memo_object : object {
+    static constexpr object_kind KIND = object_kind::memo;
+    memo_object() : object(KIND) {}
+};
 
 kernel::kernel(std::unique_ptr<hosted::machine> machine)
     : machine_(std::move(machine)), next_handle_(machine_->first_handle()) {
@@ -105,9 +119,20 @@ uint64_t kernel::new_handle() {
     return next_handle_++;
 }
 
-template <class T> std::shared_ptr<T> kernel::find(uint64_t handle) {
+template <class T> const std::shared_ptr<kernel::object> *kernel::entry(uint64_t handle) const {
     const auto found = handles_.find(handle);
-    return found == handles_.end() ? nullptr : std::dynamic_pointer_cast<T>(found->second);
+    const bool fits = found != handles_.end() && (T::KIND == object_kind::any || found->second->is == T::KIND);
+    return fits ? &found->second : nullptr;
+}
+
+template <class T> T *kernel::find(uint64_t handle) const {
+    const auto *found = entry<T>(handle);
+    return found == nullptr ? nullptr : static_cast<T *>(found->get());
+}
+
+template <class T> std::shared_ptr<T> kernel::hold(uint64_t handle) const {
+    const auto *found = entry<T>(handle);
+    return found == nullptr ? nullptr : std::static_pointer_cast<T>(*found);
 }
 
 uint64_t kernel::master(uint64_t handle) const {
@@ -131,7 +156,7 @@ void kernel::drop(object &gone) {
 }
 
 uint64_t kernel::create_handle(caller &who, uint64_t named) {
-    if (const auto own = find<object>(named)) {
+    if (const auto own = hold<object>(named)) {
         const uint64_t handle = new_handle();
         own->handles.push_back(handle);
         handles_.emplace(handle, own);
@@ -146,7 +171,7 @@ uint64_t kernel::create_handle(caller &who, uint64_t named) {
 
 uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
     const bool whole = (flags & DELETE_OBJECT) != 0;
-    if (const auto own = find<object>(handle)) {
+    if (const auto own = hold<object>(handle)) {  // it goes with its last handle, and drop() is still at it then
         if (whole || own->handles.size() == 1) {
             drop(*own);
         } else {
@@ -193,8 +218,8 @@ uint64_t kernel::device_port(std::string_view name) {
 }
 
 uint64_t kernel::send(uint64_t port, const kernel_message &message) {
-    const auto to = find<port_object>(port);
-    if (!to) return RESULT_NO_OBJECT;
+    auto *const to = find<port_object>(port);
+    if (to == nullptr) return RESULT_NO_OBJECT;
     const kernel_message sent = {message.word1, message.code & 0xFFFFFFFF, message.word2};
     if (to->behind != nullptr) {
         to->behind->deliver(sent, port);
@@ -211,7 +236,7 @@ void kernel::post(uint64_t port, uint64_t code, uint64_t word2) {
 
 uint64_t kernel::receive(std::unique_lock<std::mutex> &lock, caller &who, uint64_t port, kernel_message &message,
                          int64_t timeout) {
-    const auto from = find<port_object>(port);
+    const auto from = hold<port_object>(port);
     if (!from || from->behind != nullptr) return RESULT_NO_OBJECT;
     const auto ready = [&from = *from] { return from.dead || !from.queue.empty(); };
     if (const uint64_t result = wait(lock, who, timeout, ready); result != RESULT_SUCCESS) return result;
@@ -235,7 +260,7 @@ uint64_t kernel::create_semaphore(caller &who, int64_t count) {
 
 uint64_t kernel::wait_semaphore(std::unique_lock<std::mutex> &lock, caller &who, uint64_t semaphore, int64_t count,
                                 int64_t timeout) {
-    const auto awaited = find<semaphore_object>(semaphore);
+    const auto awaited = hold<semaphore_object>(semaphore);
     if (!awaited) return RESULT_NO_OBJECT;
     if (count < 0) return RESULT_BAD_ARGUMENT;
     const auto ready = [&on = *awaited, count] { return on.dead || on.count >= count; };
@@ -246,8 +271,8 @@ uint64_t kernel::wait_semaphore(std::unique_lock<std::mutex> &lock, caller &who,
 }
 
 uint64_t kernel::signal_semaphore(uint64_t semaphore, int64_t count) {
-    const auto signalled = find<semaphore_object>(semaphore);
-    if (!signalled) return RESULT_NO_OBJECT;
+    auto *const signalled = find<semaphore_object>(semaphore);
+    if (signalled == nullptr) return RESULT_NO_OBJECT;
     if (count < 0 || count > std::numeric_limits<int64_t>::max() - signalled->count) return RESULT_BAD_ARGUMENT;
     signalled->count += count;
     wake_.notify_all();
@@ -255,7 +280,7 @@ uint64_t kernel::signal_semaphore(uint64_t semaphore, int64_t count) {
 }
 
 void kernel::destroy(uint64_t handle) {
-    if (const auto own = find<object>(handle)) drop(*own);
+    if (const auto own = hold<object>(handle)) drop(*own);
 }
 
 // ---- time and waiting -----------------------------------------------------------------------------------------------
@@ -271,8 +296,8 @@ void kernel::after(int64_t milliseconds, std::function<void()> event) {
     wake_.notify_all();
 }
 
-uint64_t kernel::wait(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, std::function<bool()> ready) {
-    if (ready()) return RESULT_SUCCESS;
+uint64_t kernel::wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout,
+                            std::function<bool()> ready) {
     const waiter self = {std::move(ready), timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
     waiters_.push_back(&self);
     uint64_t result = RESULT_TIMEOUT;
@@ -348,7 +373,7 @@ uint64_t kernel::state(const caller &who, uint64_t item) {
 }
 
 uint64_t kernel::object_info(const caller &who, uint64_t handle, uint64_t item, uint64_t &value) {
-    if (const auto own = find<object>(handle)) {
+    if (const auto *own = find<object>(handle)) {
         if (item == OBJINFO_OWNER) {
             value = own->owner;
         } else if (item == OBJINFO_HANDLE) {
@@ -408,20 +433,20 @@ uint64_t kernel::system_data(uint64_t group, uint64_t index, uint64_t &value) {
 uint64_t kernel::create_iterator(const caller &who) { return add<iterator_object>(who.task)->master; }
 
 uint64_t kernel::begin_iterator(uint64_t iterator, uint64_t parent, uint64_t kind) {
-    const auto begun = find<iterator_object>(iterator);
-    if (!begun) return RESULT_NO_OBJECT;
+    auto *const begun = find<iterator_object>(iterator);
+    if (begun == nullptr) return RESULT_NO_OBJECT;
     return machine_->begin(master(parent), kind, begun->walk);
 }
 
 uint64_t kernel::step_iterator(uint64_t iterator) {
-    const auto stepped = find<iterator_object>(iterator);
-    if (!stepped) return RESULT_NO_OBJECT;
+    auto *const stepped = find<iterator_object>(iterator);
+    if (stepped == nullptr) return RESULT_NO_OBJECT;
     return stepped->walk ? stepped->walk->step() : uint64_t{RESULT_NO_ITEM};
 }
 
 uint64_t kernel::iterator_info(uint64_t iterator, uint64_t item, uint64_t &value) {
-    const auto asked = find<iterator_object>(iterator);
-    if (!asked) return RESULT_NO_OBJECT;
+    auto *const asked = find<iterator_object>(iterator);
+    if (asked == nullptr) return RESULT_NO_OBJECT;
     return asked->walk ? asked->walk->info(item, value) : uint64_t{RESULT_NO_ITEM};
 }
 

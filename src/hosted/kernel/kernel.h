@@ -96,6 +96,7 @@ public:
     uint64_t device_port(std::string_view name);
 
 private:
+    enum class object_kind : uint8_t;
     struct object;
     struct port_object;
     struct semaphore_object;
@@ -108,13 +109,21 @@ private:
         uint64_t deadline;  // of the kernel's clock; NEVER: none
     };
 
-    template <class T> std::shared_ptr<T> find(uint64_t handle);
+    // The kernel's own object of a handle and kind, or null: to look at within the call, and to keep over a wait or an
+    // end of handles.
+    template <class T> T *find(uint64_t handle) const;
+    template <class T> std::shared_ptr<T> hold(uint64_t handle) const;
+    template <class T> const std::shared_ptr<object> *entry(uint64_t handle) const;
     uint64_t master(uint64_t handle) const;  // of an object of the machine, through the handles made to it
     template <class T> std::shared_ptr<T> add(uint64_t owner);
     void drop(object &gone);
     uint64_t serve(std::unique_ptr<server> made);
     uint64_t clock() const;  // milliseconds of the clock that waits and events go by
-    uint64_t wait(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, std::function<bool()> ready);
+    template <class Ready>
+    uint64_t wait(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, Ready ready) {
+        return ready() ? uint64_t{RESULT_SUCCESS} : wait_until(lock, who, timeout, ready);
+    }
+    uint64_t wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, std::function<bool()> ready);
     void move_virtual_clock(std::unique_lock<std::mutex> &lock, const waiter &self, caller &who);
 
     std::mutex mutex_;

@@ -25,7 +25,9 @@ reading outcome(int error) {
     return means_gone(error) ? reading::gone : reading::refused;
 }
 
+// Both are the last lines of a long text.
 switch_counts parse_switches(std::string_view status) {
+    status.remove_prefix(std::min(status.rfind("\nvoluntary_ctxt_switches:"), status.size()));
     return {value_of(status, "\nvoluntary_ctxt_switches:"), value_of(status, "\nnonvoluntary_ctxt_switches:")};
 }
 

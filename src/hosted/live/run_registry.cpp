@@ -41,10 +41,9 @@ place locate(std::string_view path) {
     return {processes ? place::process : place::device, name};
 }
 
-std::string handle_key(uint64_t handle) {
-    std::string key(HANDLE_DIGITS, '0');
+void write_handle_key(std::string &key, uint64_t handle) {
+    key.resize(HANDLE_DIGITS);
     for (size_t i = HANDLE_DIGITS; i-- > 0; handle >>= 4) key[i] = "0123456789ABCDEF"[handle & 0xF];
-    return key;
 }
 
 class process_cursor : public registry_cursor {
@@ -54,7 +53,9 @@ public:
         const std::string *name = nullptr;
         const int id = listing_.next(name);
         if (id == 0) return false;
-        entry = {handle_key(static_cast<uint64_t>(id)), REGTYPE_BIN, static_cast<uint32_t>(name->size())};
+        write_handle_key(entry.name, static_cast<uint64_t>(id));
+        entry.type = REGTYPE_BIN;
+        entry.length = static_cast<uint32_t>(name->size());
         return true;
     }
 
