@@ -87,6 +87,9 @@ std::optional<int> parse(int &argc, char **&argv, options &opts) {
 class piece_writer {
 public:
     void add(const char *text, size_t length) {
+        // Written while the processor still has it at hand from looking at it.
+        if (pending_ >= NEAR || count_ == pieces_.size()) flush();
+        pending_ += length;
         if (count_ > 0) {
             iovec &last = pieces_[count_ - 1];
             if (static_cast<const char *>(last.iov_base) + last.iov_len == text) {
@@ -94,7 +97,6 @@ public:
                 return;
             }
         }
-        if (count_ == pieces_.size()) flush();
         pieces_[count_++] = {const_cast<char *>(text), length};
     }
 
@@ -105,6 +107,7 @@ public:
         iovec *next = pieces_.data();
         auto left = static_cast<int>(count_);
         count_ = 0;
+        pending_ = 0;
         while (left > 0) {
             const ssize_t written = failed_ ? write_to_stream(*next) : writev(STDOUT_FILENO, next, left);
             if (written < 0) {
@@ -127,8 +130,11 @@ private:
         return static_cast<ssize_t>(piece.iov_len);
     }
 
+    static constexpr size_t NEAR = 128 << 10;  // bytes
+
     std::array<iovec, 1024> pieces_;  // as many as one call takes
     size_t count_ = 0;
+    size_t pending_ = 0;  // bytes of them
     bool failed_ = false;
 };
 
@@ -139,6 +145,13 @@ bool ends_line(char c) { return c == '\n' || c == '\r'; }
 const char *skip_line_ends(const char *text) {
     while (ends_line(*text)) text++;
     return text;
+}
+
+// Adds a line and its line feed, which is its own where that follows at once.
+void add_line(piece_writer &out, const char *line, const char *behind) {
+    const bool fed = *behind == '\n';
+    out.add(line, static_cast<size_t>(behind - line) + fed);
+    if (!fed) out.add(LINE_FEED, 1);
 }
 
 const char *find(const char *text, const char *end, char wanted) {
@@ -180,35 +193,28 @@ int show_slice(log_read_request &request, const options &opts) {
 
 void sb_readlog_display(const char *text, uint32_t, int mode) {
     const bool half_lines = mode != 0;
-    const char *end = text + std::strlen(text);  // the slice ends at its NUL
     if (!half_lines) {
-        text = find(text, end, '\n');  // what stands in front of the first line feed may be half a line
+        text = std::strchr(text, '\n');  // what stands in front of the first line feed may be half a line
         if (text == nullptr) return;
     }
-    const char *last_feed = static_cast<const char *>(memrchr(text, '\n', static_cast<size_t>(end - text)));
 
     std::fflush(stdout);
     piece_writer out;
     const char *line = skip_line_ends(text);
-    while (line != end) {
-        const bool has_feed = last_feed != nullptr && line < last_feed;
-        const char *line_end = find(line, end, has_feed ? '\n' : '\r');
-        if (line_end == nullptr) {
-            if (half_lines) {
-                out.add(line, static_cast<size_t>(end - line));
-                out.add(LINE_FEED, 1);
-            }
-            break;
-        }
-        const char *behind = line_end;  // the line's last visible character
+    for (const char *feed; *(feed = strchrnul(line, '\n')) != '\0'; line = skip_line_ends(feed)) {
+        const char *behind = feed;  // the line's last visible character
         while (ends_line(behind[-1])) behind--;
-        if (*behind == '\n') {
-            out.add(line, static_cast<size_t>(behind + 1 - line));  // its own line feed will do
-        } else {
-            out.add(line, static_cast<size_t>(behind - line));
-            out.add(LINE_FEED, 1);
-        }
+        add_line(out, line, behind);
+    }
+    // Behind the last line feed, carriage returns end lines, and what is left is half of one.
+    const char *const end = line + std::strlen(line);
+    while (const char *line_end = find(line, end, '\r')) {
+        add_line(out, line, line_end);
         line = skip_line_ends(line_end);
+    }
+    if (half_lines && line != end) {
+        out.add(line, static_cast<size_t>(end - line));
+        out.add(LINE_FEED, 1);
     }
     out.flush();
 }
