@@ -56,16 +56,21 @@ file_counters *device_table::sources::counters_of(const file_roots &roots, std::
     return nullptr;
 }
 
-device_table::device_table(const file_roots &roots) : roots_(roots), sources_(std::make_unique<sources>(roots)) {}
+device_table::device_table(const file_roots &roots) : roots_(roots) {}
 
 device_table::~device_table() = default;
+
+device_table::sources &device_table::drawn_from() {
+    if (!sources_) sources_ = std::make_unique<sources>(roots_);
+    return *sources_;
+}
 
 std::vector<std::string> device_table::names() {
     std::vector<std::string> names;
     std::unordered_set<std::string> taken = {std::string(SYSTEM_SERVICE_NAME)};
     for (const std::string_view name : FIXED_NAMES) {
         taken.emplace(name);
-        if (name != CLOCK_NAME || sources_->clock.exists()) names.emplace_back(name);
+        if (name != CLOCK_NAME || drawn_from().clock.exists()) names.emplace_back(name);
     }
     for (const auto list : {interface_names, block_device_names}) {
         for (std::string &name : list(roots_)) {
@@ -77,8 +82,8 @@ std::vector<std::string> device_table::names() {
 
 bool device_table::has(std::string_view name) {
     if (name == SYSTEM_SERVICE_NAME) return false;
-    if (name == CLOCK_NAME) return sources_->clock.exists();
-    return name == LOG_NAME || name == HOST_NAME || sources_->counters_of(roots_, name) != nullptr;
+    if (name == CLOCK_NAME) return drawn_from().clock.exists();
+    return name == LOG_NAME || name == HOST_NAME || drawn_from().counters_of(roots_, name) != nullptr;
 }
 
 std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name) {
@@ -86,14 +91,14 @@ std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name)
     device_behaviour behaviour;
     std::unique_ptr<device_protocol> protocol;
     if (name == LOG_NAME) {
-        protocol = make_log_protocol(sources_->log);
+        protocol = make_log_protocol(drawn_from().log);
     } else if (name == CLOCK_NAME) {
-        protocol = make_clock_protocol(sources_->clock);
+        protocol = make_clock_protocol(drawn_from().clock);
     } else if (name == HOST_NAME) {
         behaviour.classes.push_back(SERVICE_CLASS);
-        protocol = make_service_protocol(sources_->host);
+        protocol = make_service_protocol(drawn_from().host);
     } else {
-        protocol = make_counter_protocol(*sources_->counters_of(roots_, name));
+        protocol = make_counter_protocol(*drawn_from().counters_of(roots_, name));
     }
     auto made = std::make_unique<device_server>(owner, std::move(behaviour));
     made->add(std::move(protocol));

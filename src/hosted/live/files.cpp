@@ -52,7 +52,7 @@ std::optional<std::string_view> read_text(int file, std::span<char> buffer) {
 }
 
 bool read_text(int file, std::string &text) {
-    constexpr size_t first_room = 16 << 10;
+    constexpr size_t first_room = 8 << 10;
     size_t filled = 0;
     text.resize(std::max(text.capacity(), first_room));
     while (true) {

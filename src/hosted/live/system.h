@@ -166,9 +166,10 @@ public:
 
 private:
     struct sources;
+    sources &drawn_from();
 
     const file_roots &roots_;
-    std::unique_ptr<sources> sources_;  // what the servers made here draw from
+    std::unique_ptr<sources> sources_;  // what the servers made here draw from; made when the first device is asked for
 };
 
 // ---- registry -------------------------------------------------------------------------------------------------------
