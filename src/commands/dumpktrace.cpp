@@ -197,8 +197,9 @@ int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, ui
         uint64_t count = 0;
         if (!get_entry_count(trace, KSYSIDX_TRACE_ENTRY_WORDS, buffer, count)) return SB_FAILED;
         const uint64_t begin = buffer * trace.words_per_buffer, end = begin + trace.words_per_buffer;
+        const uint64_t next_buffer = number + count;  // counted, not walked: the tail is found by the same counts
         uint64_t position = begin + buffer_header;
-        for (uint64_t entry = 0; entry < count && position < end; ++entry, ++number) {
+        for (; number < next_buffer && position < end; ++number) {
             uint64_t header = 0;
             if (!get_word(KSYSIDX_TRACE_ENTRY_WORDS, position, header)) return SB_FAILED;
             if (number >= start) {
@@ -207,6 +208,7 @@ int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, ui
             }
             position += header >> 16 & 0xFF;  // 0: the walk stays
         }
+        number = next_buffer;
     }
     return SB_DONE;
 }
