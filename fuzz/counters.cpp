@@ -1,0 +1,10 @@
+// counters.cpp - the printing of counter records: any bytes, read no further than they go.
+#include "commands/commands.h"
+#include "input.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
+    const std::vector<unsigned char> records(bytes, bytes + size);
+    sb_counters_print(records.data(), records.size(), false);
+    sb_counters_print(records.data(), records.size(), true);
+    return 0;
+}

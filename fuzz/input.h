@@ -1,0 +1,88 @@
+// input.h - the bytes of one fuzz input, taken piece by piece; where none are left they are 0.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "main/tools.h"
+
+class fuzz_input {
+public:
+    fuzz_input(const uint8_t *bytes, size_t size) : left_(bytes, size) {}
+
+    size_t size() const { return left_.size(); }
+
+    uint8_t byte() {
+        uint8_t taken = 0;
+        copy(&taken, 1);
+        return taken;
+    }
+
+    uint64_t word() {
+        uint64_t taken = 0;
+        copy(&taken, sizeof taken);
+        return taken;
+    }
+
+    // As many bytes as there are, up to size; the rest of the room stays.
+    void copy(void *room, size_t size) {
+        const size_t count = std::min(size, left_.size());
+        if (count != 0) std::memcpy(room, left_.data(), count);
+        left_ = left_.subspan(count);
+    }
+
+    std::string_view text(size_t size) {
+        const std::string_view taken(reinterpret_cast<const char *>(left_.data()), std::min(size, left_.size()));
+        left_ = left_.subspan(taken.size());
+        return taken;
+    }
+
+    // Up to a separator, which is passed over.
+    std::string_view text_until(char separator) {
+        const std::string_view all(reinterpret_cast<const char *>(left_.data()), left_.size());
+        const std::string_view taken = all.substr(0, all.find(separator));
+        left_ = left_.subspan(std::min(taken.size() + 1, left_.size()));
+        return taken;
+    }
+
+private:
+    std::span<const uint8_t> left_;
+};
+
+// The command line at the beginning of an input, up to a NUL: the command's name and its arguments, a line each.
+class fuzz_command_line {
+public:
+    explicit fuzz_command_line(fuzz_input &input) {
+        const std::string_view line = input.text_until('\0');
+        size_t at = line.find('\n');
+        const std::string_view name = line.substr(0, at);
+        while (at < line.size()) {
+            const size_t end = std::min(line.find('\n', at + 1), line.size());
+            words_.emplace_back(line.substr(at + 1, end - at - 1));
+            at = end;
+        }
+        for (std::string &word : words_) arguments_.push_back(word.data());
+        arguments_.push_back(nullptr);
+        command_ = std::find_if(s_tools, s_tools + COUNT, [=](const tool &row) { return name == row.name; });
+        if (command_ == s_tools + COUNT) command_ -= 1 + (name.empty() ? 0 : static_cast<uint8_t>(name[0]) % COUNT);
+    }
+
+    std::string_view command() const { return command_->name; }
+
+    int run() { return command_->entry(static_cast<int>(words_.size()), arguments_.data()); }
+
+private:
+    static constexpr size_t COUNT = 25;
+
+    const tool *command_;
+    std::vector<std::string> words_;
+    std::vector<char *> arguments_;
+};
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size);

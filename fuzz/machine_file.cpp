@@ -1,0 +1,22 @@
+// machine_file.cpp - machine files: any text loads or is refused with a message, and what loads is saved as a text that
+// loads and is saved as the same text.
+#include <cstdlib>
+
+#include "hosted/described/load.h"
+#include "hosted/described/save.h"
+#include "input.h"
+
+using namespace hosted::described;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
+    const std::string_view text(reinterpret_cast<const char *>(bytes), size);
+    machine_records loaded, again;
+    std::string message;
+    if (!load(text, loaded, message)) {
+        if (message.empty()) std::abort();
+        return 0;
+    }
+    const std::string saved = machine_text(loaded);
+    if (!load(saved, again, message) || machine_text(again) != saved) std::abort();
+    return 0;
+}
