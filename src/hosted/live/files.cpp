@@ -13,8 +13,6 @@ namespace hosted::live {
 
 namespace {
 
-constexpr std::string_view BLANKS = " \t";
-
 ssize_t read_some(int file, char *into, size_t room) {
     ssize_t got = 0;
     do {
@@ -23,7 +21,12 @@ ssize_t read_some(int file, char *into, size_t room) {
     return got;
 }
 
-void skip_blanks(std::string_view &text) { text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size())); }
+// Fields and the gaps between them are short: a loop is done before a search for any of several characters has begun.
+bool is_blank(char c) { return c == ' ' || c == '\t'; }
+
+void skip_blanks(std::string_view &text) {
+    text.remove_prefix(static_cast<size_t>(std::find_if_not(text.begin(), text.end(), is_blank) - text.begin()));
+}
 
 }  // namespace
 
@@ -93,7 +96,8 @@ std::string_view next_line(std::string_view &text) {
 
 std::string_view next_field(std::string_view &text) {
     skip_blanks(text);
-    const std::string_view field = text.substr(0, text.find_first_of(BLANKS));
+    const auto end = std::find_if(text.begin(), text.end(), is_blank);
+    const std::string_view field = text.substr(0, static_cast<size_t>(end - text.begin()));
     text.remove_prefix(field.size());
     return field;
 }
