@@ -296,6 +296,8 @@ IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t
     if (take_semaphore(semaphore) != RESULT_SUCCESS) return nullptr;
     kernel_message message{};
     const bool answered = exchange(device, DEVMSG_CREATE_REQUEST, size, DEVMSG_REQUEST_CREATED, message);
+    // An answer that comes after all names a request of this size: the next creation must not take it for its own.
+    if (!answered) drain(device->private_port);
     give_semaphore(semaphore);
     auto *request = answered ? record_at<IOreq>(message.word2) : nullptr;
     if (request == nullptr) return nullptr;

@@ -32,6 +32,7 @@ struct runtime {
     std::unique_ptr<hosted::kernel> kernel;
     fault_list faults;
     call_log log;
+    observer *watching = nullptr;
     bool traces = false;
     bool failed = false;  // something that has been told on standard error must show in the status
     bool finished = false;
@@ -147,12 +148,13 @@ void trace_call(kernel &owner, call which, bool succeeded, std::span<const argum
 template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, uint32_t code, Body body) {
     runtime &now = present();
     std::unique_lock lock(now.kernel->mutex());
-    caller &who = place.with(now);
     const std::span<const argument> arguments(given.begin(), given.size());
+    std::optional<uint64_t> fault;
+    if (now.watching != nullptr) fault = now.watching->begins(which, arguments);
+    caller &who = place.with(now);
     const bool gives_value = which == call::get_state || which == call::get_last_error;
 
-    std::optional<uint64_t> fault;
-    if (!now.faults.empty()) fault = now.faults.strike(which, code);
+    if (!fault && !now.faults.empty()) fault = now.faults.strike(which, code);
     uint64_t result = 0;
     bool succeeded = true;
     if (fault) {
@@ -182,6 +184,7 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     }
     if (now.traces) trace_call(*now.kernel, which, succeeded, arguments);
     if (now.log.is_open()) now.log.write(which, arguments, succeeded && !fault, result);
+    if (now.watching != nullptr) now.watching->ended(which, arguments, result, succeeded && !fault);
     return result;
 }
 
@@ -235,6 +238,8 @@ void install(std::unique_ptr<machine> brought, fault_list faults) {
 }
 
 void shut_down() { delete current.exchange(nullptr, std::memory_order_acq_rel); }
+
+void observe(observer *watching) { present().watching = watching; }
 
 }  // namespace hosted
 

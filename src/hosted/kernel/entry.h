@@ -5,7 +5,10 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <span>
 
+#include "hosted/kernel/call_log.h"
 #include "hosted/kernel/faults.h"
 #include "hosted/kernel/kernel.h"
 
@@ -24,5 +27,20 @@ int finish(int status);
 // their own, such as tests. No other thread may be inside a call.
 void install(std::unique_ptr<machine> brought, fault_list faults = {});
 void shut_down();
+
+// Sees every kernel call of the process, with the kernel's lock held: for programs that bring a machine of their own.
+class observer {
+public:
+    virtual ~observer() = default;
+
+    // Before a call does anything. Gives the result that it has to give without acting, as a fault does, or nothing.
+    virtual std::optional<uint64_t> begins(call which, std::span<const argument> arguments) = 0;
+
+    // Behind it; outputs are stored where it succeeded. A call that ends the process does not come here.
+    virtual void ended(call which, std::span<const argument> arguments, uint64_t result, bool succeeded) = 0;
+};
+
+// Lets one watch the kernel that runs, until it is shut down; null: none.
+void observe(observer *watching);
 
 }  // namespace hosted

@@ -1,0 +1,712 @@
+// sweep.cpp - runs every baseline again and again, each time with another kernel call or allocation failing, and checks
+// that the command ends as it promises.
+//
+//   ventix_sweep [--sample SEED] [--jobs N] [BASELINES]
+//   ventix_sweep --only 'MACHINE ARGUMENTS' [--call N --result R | --alloc N] [--persistent]
+//
+// A baseline is one run on a described machine (baselines.txt). Its n-th kernel call fails, for every n, with each
+// result that makes sense for it; its n-th allocation fails, for every n. Either happens once, or from there on: with
+// every later call for which that result makes sense. Allocations inside a kernel call are the kernel's and never fail.
+// Every run is a fork of one process in which the machine stands ready. --sample does a small part of all that, chosen
+// by the seed; --only does the one run that a finding names, with its output and its kernel calls shown.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "failing_allocations.h"
+#include "hosted/boot.h"
+#include "hosted/kernel/entry.h"
+#include "main/tools.h"
+#include "platform/protocol/device.h"
+
+// ---- settings of the sanitizers -------------------------------------------------------------------------------------
+
+extern "C" const char *__asan_default_options();
+extern "C" const char *__asan_default_options() {
+    return "detect_leaks=0:allocator_may_return_null=1:exitcode=99:quarantine_size_mb=1";
+}
+
+namespace {
+
+using hosted::call;
+
+// ---- what a run is, and what came of it -----------------------------------------------------------------------------
+
+struct baseline {
+    std::string line;  // MACHINE ARGUMENTS, as in the file
+    std::string machine;
+    std::vector<std::string> words;
+};
+
+struct failure {
+    uint64_t call = 0;   // number of the kernel call, from 1; 0: none
+    uint64_t alloc = 0;  // of the allocation
+    uint64_t result = 0;
+    bool persistent = false;
+};
+
+enum kind { port, handle, iterator, semaphore, device, request, KINDS };
+constexpr const char *kind_names[] = {"port", "handle", "iterator", "semaphore", "device", "request"};
+using left_open = std::array<uint64_t, KINDS>;
+
+constexpr size_t MOST_CALLS = 1 << 16;
+constexpr size_t NO_INDEX = ~size_t{0};
+
+// Filled by the run, in memory that it shares with the process that started it.
+struct report {
+    uint64_t calls;
+    uint64_t allocations;
+    uint64_t milliseconds;  // of the virtual clock
+    bool over_budget;
+    bool finished;  // the command returned, or left by exit()
+    bool failed;    // a call or an allocation was made to fail
+    left_open left;
+    int64_t taken;      // semaphores taken and not given back
+    char finding[240];  // what the kernel saw that must not be; empty: nothing
+    call made[MOST_CALLS];
+    uint32_t about[MOST_CALLS];  // the code of a message sent, the item of a state asked for
+};
+
+struct outcome {
+    int status = 0;  // 128 + signal
+    std::string output, diagnostics;
+};
+
+// ---- results that make sense ----------------------------------------------------------------------------------------
+
+// For calls that give a handle the code is the last error behind -1; for a state item it is the value.
+std::vector<uint64_t> sensible_results(call which) {
+    switch (which) {
+    case call::create_msg_port:
+    case call::create_handle:
+    case call::create_iterator:
+    case call::get_address_memo: return {RESULT_NO_MEMORY};
+    case call::get_state: return {0, NO_OBJECT};
+    case call::send_msg: return {2, 5, 6, 293, 310};
+    case call::recv_msg:
+    case call::recv_msg_ptr:
+    case call::wait_semaphore: return {2, 293, 310};
+    case call::signal_semaphore: return {2, 310};
+    case call::delay: return {310};
+    case call::get_last_error: return {};
+    default: return {2, 3, 4, 5, 6, 310};
+    }
+}
+
+bool makes_sense(call which, uint64_t result) {
+    const auto results = sensible_results(which);
+    return std::find(results.begin(), results.end(), result) != results.end();
+}
+
+// ---- what the kernel sees -------------------------------------------------------------------------------------------
+
+class watcher : public hosted::observer {
+public:
+    watcher(report &told, const failure &planned, uint64_t budget) : told_(told), planned_(planned), budget_(budget) {}
+
+    std::optional<uint64_t> begins(call which, std::span<const hosted::argument> arguments) override {
+        allocations.counts = false;
+        if (told_.calls < MOST_CALLS) {
+            told_.made[told_.calls] = which;
+            told_.about[told_.calls] = about(which, arguments);
+        }
+        if (++told_.calls > budget_) {
+            told_.over_budget = true;
+            _exit(0);
+        }
+        check(which, arguments);
+        if (planned_.call == 0 || told_.calls < planned_.call) return std::nullopt;
+        if (told_.calls > planned_.call && !(planned_.persistent && makes_sense(which, planned_.result)))
+            return std::nullopt;
+        told_.failed = true;
+        return planned_.result;
+    }
+
+    void ended(call which, std::span<const hosted::argument> arguments, uint64_t result, bool succeeded) override {
+        switch (which) {
+        case call::create_msg_port: made(port, result); break;
+        case call::create_iterator: made(iterator, result); break;
+        case call::create_semaphore: made(semaphore, result); break;
+        case call::create_handle: made(handle, result, arguments[1].value); break;
+        case call::delete_object: deleted(arguments[0].value, arguments[1].value, succeeded); break;
+        case call::wait_semaphore: told_.taken += succeeded; break;
+        case call::signal_semaphore: --told_.taken; break;  // one that failed was tried
+        case call::send_msg: sent(arguments[0].value, arguments[2].value, arguments[3].value); break;
+        case call::recv_msg_ptr:
+            if (succeeded) received(*arguments[1].record);
+            break;
+        default: break;
+        }
+        if (log.is_open()) log.write(which, arguments, succeeded, result);
+        told_.milliseconds = hosted::running().now() - begun_;
+        allocations.counts = true;
+    }
+
+    hosted::call_log log;  // of the run that is shown
+
+    void finish() {
+        allocations.counts = false;
+        told_.finished = true;
+        told_.allocations = allocations.seen;
+        if (allocations.failing != 0 && allocations.seen >= allocations.failing) told_.failed = true;
+        for (const auto &[name, one] : handles_) told_.left[one.what] += one.stands && !one.given_up;
+        told_.left[device] = requests_.size();
+        for (const auto &[server, count] : requests_) told_.left[request] += count;
+    }
+
+private:
+    struct own {
+        kind what;
+        uint64_t object;  // what it stands for
+        bool stands;
+        bool given_up;  // its deletion was tried
+    };
+
+    void made(kind what, uint64_t name, uint64_t object = 0) {
+        if (name == NO_OBJECT) return;
+        const auto stood_for = handles_.find(object);
+        handles_[name] = {what,
+                          object == 0                   ? name
+                          : stood_for == handles_.end() ? object
+                                                        : stood_for->second.object,
+                          true, false};
+    }
+
+    void deleted(uint64_t name, uint64_t flags, bool succeeded) {
+        const auto found = handles_.find(name);
+        if (found == handles_.end()) return;
+        const uint64_t object = found->second.object;
+        for (auto &[other, one] : handles_) {
+            if (other != name && ((flags & DELETE_OBJECT) == 0 || one.object != object)) continue;
+            one.given_up = true;
+            if (succeeded) one.stands = false;
+        }
+    }
+
+    static uint32_t about(call which, std::span<const hosted::argument> arguments) {
+        const size_t index = which == call::send_msg ? 2 : which == call::get_state ? 0 : NO_INDEX;
+        return index == NO_INDEX ? 0 : static_cast<uint32_t>(arguments[index].value);
+    }
+
+    // Deletion of a request, and closing, count when they are asked for: the server may be gone. With a device go its
+    // requests; what is left of the task's handle that an open sent is the server's.
+    void sent(uint64_t to, uint64_t code, uint64_t word2) {
+        switch (code) {
+        case DEVMSG_OPEN: sent_task_ = word2; break;
+        case DEVMSG_CREATE_REQUEST: asked_ = to; break;
+        case DEVMSG_DELETE_REQUEST:
+        case DEVMSG_DELETE_REQUEST_ASYNC:  // sent again where it was interrupted
+            if (const auto open = requests_.find(to); open != requests_.end() && open->second > 0) --open->second;
+            break;
+        case DEVMSG_CLOSE: requests_.erase(to); break;
+        default: break;
+        }
+    }
+
+    void received(const kernel_message &message) {
+        if (message.word2 == 0) return;
+        if (message.code == DEVMSG_REQUEST_CREATED) ++requests_[asked_];
+        if (message.code != DEVMSG_OPENED) return;
+        requests_[reinterpret_cast<const device_record *>(message.word2)->server_port] = 0;
+        if (const auto task = handles_.find(sent_task_); task != handles_.end()) task->second.given_up = true;
+    }
+
+    // No call names an object that is gone, or none.
+    void check(call which, std::span<const hosted::argument> arguments) {
+        const auto value = [&](size_t index) { return arguments[index].value; };
+        switch (which) {
+        case call::create_handle: usable(which, value(1)); break;
+        case call::send_msg:
+            usable(which, value(0));
+            if (value(2) == DEVMSG_OPEN || value(2) == IOMSG_BEGIN || value(2) == IOMSG_ABORT) usable(which, value(1));
+            if (value(2) == DEVMSG_CLOSE) usable(which, value(3));
+            break;
+        case call::delete_object:
+        case call::recv_msg:
+        case call::recv_msg_ptr:
+        case call::wait_semaphore:
+        case call::signal_semaphore:
+        case call::begin_iterator:
+        case call::step_iterator:
+        case call::get_iterator_info: usable(which, value(0)); break;
+        default: break;
+        }
+    }
+
+    void usable(call which, uint64_t name) {
+        const auto found = handles_.find(name);
+        const bool gone = found != handles_.end() && !found->second.stands;
+        const bool none = name == NO_OBJECT && !(planned_.call != 0 && planned_.result == NO_OBJECT);
+        if ((!gone && !none) || told_.finding[0] != '\0') return;
+        std::snprintf(told_.finding, sizeof told_.finding, "call %llu, %s, on 0x%llx, %s",
+                      static_cast<unsigned long long>(told_.calls), hosted::call_name(which).data(),
+                      static_cast<unsigned long long>(name), gone ? "which is deleted" : "no object");
+    }
+
+    report &told_;
+    const failure planned_;
+    const uint64_t budget_;
+    const uint64_t begun_ = hosted::running().now();
+    std::map<uint64_t, own> handles_;
+    std::map<uint64_t, uint64_t> requests_;  // of the open devices, by their servers' ports
+    uint64_t sent_task_ = 0;
+    uint64_t asked_ = 0;
+};
+
+// ---- one run --------------------------------------------------------------------------------------------------------
+
+report *told;  // shared with the runs
+watcher *watching;
+
+[[noreturn]] void be_the_command(const baseline &base, const failure &planned, uint64_t budget, const char *log) {
+    const rlimit seconds = {10, 20};
+    setrlimit(RLIMIT_CPU, &seconds);
+    watching = new watcher(*told, planned, budget);
+    if (log != nullptr) watching->log.open(log);
+    std::atexit([] { watching->finish(); });
+    std::vector<std::string> words = base.words;
+    std::vector<char *> arguments;
+    for (auto &word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    const tool *row = s_tools;
+    while (row->name != nullptr && words[0] != row->name) ++row;
+    if (row->name == nullptr) {
+        std::fprintf(stderr, "sweep: no command %s\n", words[0].c_str());
+        std::exit(98);
+    }
+    hosted::observe(watching);
+    allocations = {true, 0, planned.alloc, planned.persistent};
+    const int status = row->entry(static_cast<int>(words.size()) - 1, arguments.data() + 1);
+    allocations.counts = false;
+    std::exit(status);
+}
+
+int memory_file(const char *name) { return memfd_create(name, MFD_CLOEXEC); }
+
+std::string content(int descriptor) {
+    std::string text(static_cast<size_t>(std::max<off_t>(lseek(descriptor, 0, SEEK_END), 0)), '\0');
+    if (pread(descriptor, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) text.clear();
+    return text;
+}
+
+void empty(int descriptor) {
+    if (ftruncate(descriptor, 0) != 0) std::perror("ftruncate");
+    lseek(descriptor, 0, SEEK_SET);
+}
+
+// One run, in a process of its own.
+//   log  where its kernel calls are told; null: nowhere
+outcome run(const baseline &base, const failure &planned, uint64_t budget, const char *log = nullptr) {
+    static const int output = memory_file("output"), diagnostics = memory_file("diagnostics");
+    empty(output);
+    empty(diagnostics);
+    std::memset(static_cast<void *>(told), 0, offsetof(report, made));
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(output, STDOUT_FILENO);
+        dup2(diagnostics, STDERR_FILENO);
+        be_the_command(base, planned, budget, log);
+    }
+    int ended = 0;
+    while (waitpid(child, &ended, 0) < 0 && errno == EINTR) {
+    }
+    return {WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended), content(output), content(diagnostics)};
+}
+
+// ---- what the commands promise --------------------------------------------------------------------------------------
+
+// What stays open, as KINDS says. The registry's device does in whoever asks it, and so does the system service's.
+constexpr left_open REGISTRY = {0, 0, 0, 0, 1, 0};
+constexpr left_open REGISTRY_AND_SERVICE = {0, 0, 0, 0, 2, 0};
+constexpr left_open REPLY_PORT = {1, 0, 0, 0, 1, 0};  // the port, but not its handle
+constexpr left_open REPLY_PORT_AND_HANDLE = {1, 1, 0, 0, 1, 0};
+
+struct promise {
+    const char *command;
+    std::vector<int> statuses;                   // besides 0 and 100
+    std::vector<const char *> diagnostics = {};  // how its lines on standard error begin, besides its own name
+    left_open left = REGISTRY;                   // where it succeeds
+    bool may_be_silent = false;                  // about what its status tells
+};
+
+const promise promises[] = {
+    {"counters", {1}, {}, REPLY_PORT},
+    {"date", {1, 2}, {}, REPLY_PORT_AND_HANDLE},
+    {"devping", {1, 2}},
+    {"devquery", {1, 2}},
+    {"dumpktrace", {1, 255}},
+    {"free", {1}},
+    {"kblayout", {1}},
+    {"lscpureg", {1}, {"lsreg: ", "ERROR (0x", "The retrieved maximal register name length", "Could not allocate "}},
+    {"lsisr", {1, 101}},
+    {"lsmaj", {1}},
+    {"lsmem", {1, 101}, {"ERROR: "}},
+    {"raiseexc", {1}},
+    {"readlog", {1, 2}, {}, REPLY_PORT_AND_HANDLE},
+    {"readreg", {1, 2, 3, 4, 5, 6, 7, 8, 9}, {}, REGISTRY, true},  // the number of keys that failed
+    {"sendlog", {1, 2}, {}, REPLY_PORT_AND_HANDLE},
+    {"svccall", {1, 2}, {}, REGISTRY, true},  // an argument that finds no room
+    {"svcinfo", {1, 2}},
+    {"task", {1, 101}, {"ERROR: "}, REGISTRY_AND_SERVICE},
+    {"taskkill", {}},
+    {"threads", {1, 101}, {}, REGISTRY, true},  // a thread that cannot be read
+    {"tmemo", {1, 101}, {"ERROR: "}},
+    {"tprop", {1}},
+    {"treereg", {1, 2, 101}, {}, REGISTRY, true},  // its messages stand in the tree, and call it tree
+    {"tview", {1, 101}, {"ERROR: "}},
+    {"uptime", {}},
+};
+
+const promise &promise_of(const std::string &command) {
+    return *std::find_if(std::begin(promises), std::end(promises) - 1,
+                         [&](const promise &one) { return command == one.command; });
+}
+
+constexpr int STATUS_DEADLOCK = 124, STATUS_SANITIZER = 99, STATUS_SELF_DELETED = 128 + SIGKILL;
+constexpr uint64_t MOST_MILLISECONDS = 60000;  // beyond the baseline's
+
+bool starts_as_promised(std::string_view line, const promise &promised) {
+    const std::string own = std::string(promised.command) + ": ";
+    return line.starts_with(own) || std::any_of(promised.diagnostics.begin(), promised.diagnostics.end(),
+                                                [&](const char *start) { return line.starts_with(start); });
+}
+
+// The kernel call that was made to fail.
+struct strike {
+    call which = call::get_last_error;
+    uint32_t about = 0;
+};
+
+strike struck_by(const failure &planned, const report &plain) {
+    if (planned.call == 0 || planned.call > std::min<uint64_t>(plain.calls, MOST_CALLS)) return {};
+    return {plain.made[planned.call - 1], plain.about[planned.call - 1]};
+}
+
+// Where a run that never ends is what the failure has to come to.
+bool repeats_for_ever(const baseline &base, const failure &planned) {
+    // An interrupted call is repeated by the client library, whatever it costs.
+    if (planned.persistent && planned.result == RESULT_INTERRUPTED) return true;
+    // A task that cannot be deleted is tried again for as long as its name is found.
+    return base.words[0] == "taskkill" && base.words[1] == "-a";
+}
+
+bool waits_for_ever(const strike &struck) {
+    // Nobody looks whether the open of a look-up was sent.
+    if (struck.which == call::send_msg && struck.about == DEVMSG_OPEN) return true;
+    // The device's semaphore stays taken; the next request wants it.
+    return struck.which == call::signal_semaphore;
+}
+
+// Whether a failure strikes one of these calls, at once or later.
+bool hits(const failure &planned, const strike &struck, std::initializer_list<call> calls) {
+    return planned.call != 0 && std::any_of(calls.begin(), calls.end(), [&](call which) {
+               return struck.which == which || (planned.persistent && makes_sense(which, planned.result));
+           });
+}
+
+// The shared request's lock cannot be taken or given back: the task deletes itself.
+bool deletes_itself(const failure &planned, const strike &struck) {
+    return hits(planned, struck, {call::wait_semaphore, call::signal_semaphore});
+}
+
+// A device is not closed without a port for the reply, nor where its record counts as gone; a request is not deleted
+// without the device's semaphore.
+bool keeps_open(const failure &planned, const strike &struck) {
+    return hits(planned, struck,
+                {call::create_msg_port, call::create_handle, call::get_address_memo, call::wait_semaphore});
+}
+
+// What is wrong with a run; empty: nothing.
+std::string judge(const baseline &base, const failure &planned, const report &plain, const outcome &expected,
+                  const outcome &got) {
+    const promise &promised = promise_of(base.words[0]);
+    const strike struck = struck_by(planned, plain);
+    if (got.status == STATUS_SANITIZER) return "sanitizer: " + got.diagnostics;
+    if (told->over_budget && planned.call + planned.alloc == 0) return "does not end by itself";
+    if (told->over_budget) return repeats_for_ever(base, planned) ? "" : "does not end";
+    if (told->finding[0] != '\0') return told->finding;
+    if (got.status == STATUS_SELF_DELETED && deletes_itself(planned, struck)) return "";
+    if (got.status == STATUS_DEADLOCK && waits_for_ever(struck)) return "";
+    if (!told->finished) return "ends with status " + std::to_string(got.status) + ": " + got.diagnostics;
+    if (told->milliseconds > plain.milliseconds + MOST_MILLISECONDS)
+        return "takes " + std::to_string(told->milliseconds) + " ms";
+
+    const auto &statuses = promised.statuses;
+    if (got.status != 0 && got.status != 100 &&
+        std::find(statuses.begin(), statuses.end(), got.status) == statuses.end())
+        return "ends with status " + std::to_string(got.status);
+    std::string foreign;
+    for (std::string_view rest = got.diagnostics; !rest.empty();) {
+        const size_t end = std::min(rest.find('\n'), rest.size() - 1);
+        if (!starts_as_promised(rest, promised)) foreign = rest.substr(0, end);
+        rest.remove_prefix(end + 1);
+    }
+    if (!foreign.empty()) return "says: " + foreign;
+    const bool said = !got.diagnostics.empty() || got.output.find(base.words[0] + ": ") != std::string::npos;
+    if (got.status != 0 && got.status != expected.status && !said && !promised.may_be_silent)
+        return "status " + std::to_string(got.status) + " without a word";
+
+    if (told->taken > 0) return "keeps a semaphore";
+    for (size_t i = 0; got.status == 0 && i < KINDS; ++i) {
+        const uint64_t allowed = planned.call == 0 && planned.alloc == 0 ? promised.left[i] : plain.left[i];
+        if (told->left[i] > allowed && !(i >= device && keeps_open(planned, struck)))
+            return "leaves " + std::to_string(told->left[i]) + " " + kind_names[i];
+    }
+    return "";
+}
+
+// ---- the sweep ------------------------------------------------------------------------------------------------------
+
+struct totals {
+    std::atomic<uint64_t> next;  // baseline to take
+    std::atomic<uint64_t> runs, calls, allocs, findings;
+};
+
+std::string arguments_of(const baseline &base, const failure &planned) {
+    std::string text = "--only \"" + base.line + "\"";
+    if (planned.alloc != 0) text += " --alloc " + std::to_string(planned.alloc);
+    if (planned.call != 0)
+        text += " --call " + std::to_string(planned.call) + " --result " +
+                (planned.result == NO_OBJECT ? "-1" : std::to_string(planned.result));
+    return planned.persistent ? text + " --persistent" : text;
+}
+
+std::unique_ptr<hosted::machine> load(const baseline &base, hosted::fault_list &faults) {
+    const std::string folder = VENTIX_SOURCE_DIR;
+    const std::string path =
+        base.machine == "demo" ? folder + "/machines/demo.json" : folder + "/tests/machines/" + base.machine + ".json";
+    std::string message;
+    auto machine = hosted::make_described_machine(path, "", faults, message);
+    if (!machine) {
+        std::fprintf(stderr, "sweep: %s\n", message.c_str());
+        std::exit(1);
+    }
+    return machine;
+}
+
+void prepare(const baseline &base) {
+    hosted::fault_list faults;
+    auto machine = load(base, faults);
+    hosted::install(std::move(machine), std::move(faults));
+}
+
+constexpr uint64_t PLAIN_BUDGET = 100000;  // kernel calls
+constexpr uint64_t SAMPLED_BASELINES = 4;  // a sample takes one baseline of so many,
+constexpr uint64_t SAMPLED_PART = 15;      // and of its runs one of so many
+
+// Kernel calls that a run may make at most: what fails may be tried in another way, but not again and again.
+uint64_t budget_of(const report &plain) { return plain.calls * 2 + 2000; }
+
+class sweep {
+public:
+    sweep(totals &sums, uint64_t seed, uint64_t part) : sums_(sums), seed_(seed), part_(part) {}
+
+    void over(const baseline &base, uint64_t index) {
+        random_.seed(seed_ + index);
+        if (part_ > 1 && random_() % SAMPLED_BASELINES != 0) return;
+        prepare(base);
+        expected_ = run(base, {}, PLAIN_BUDGET);
+        plain_ = std::make_unique<report>(*told);
+        ++sums_.runs;
+        tell(base, {}, judge(base, {}, *plain_, expected_, expected_));
+        for (uint64_t n = 1; n <= std::min<uint64_t>(plain_->calls, MOST_CALLS); ++n) {
+            for (const uint64_t result : sensible_results(plain_->made[n - 1])) {
+                for (const bool persistent : {false, true}) fail(base, {n, 0, result, persistent});
+            }
+        }
+        for (uint64_t n = 1; n <= plain_->allocations; ++n) {
+            for (const bool persistent : {false, true}) fail(base, {0, n, 0, persistent});
+        }
+    }
+
+private:
+    void fail(const baseline &base, const failure &planned) {
+        if (part_ > 1 && random_() % part_ != 0) return;
+        const outcome got = run(base, planned, budget_of(*plain_));
+        ++sums_.runs;
+        ++(planned.call != 0 ? sums_.calls : sums_.allocs);
+        std::string wrong = judge(base, planned, *plain_, expected_, got);
+        if (wrong.empty() && !told->failed && !told->over_budget && told->finished) wrong = "the failure did not come";
+        tell(base, planned, wrong);
+    }
+
+    void tell(const baseline &base, const failure &planned, const std::string &wrong) {
+        if (wrong.empty()) return;
+        ++sums_.findings;
+        std::string text = "FINDING " + arguments_of(base, planned);
+        if (planned.call != 0) text += " (" + std::string(hosted::call_name(struck_by(planned, *plain_).which)) + ")";
+        text += ": " + wrong + "\n";
+        if (write(STDOUT_FILENO, text.data(), text.size()) < 0) std::exit(1);
+    }
+
+    totals &sums_;
+    const uint64_t seed_, part_;
+    std::mt19937_64 random_;
+    std::unique_ptr<report> plain_;
+    outcome expected_;
+};
+
+// ---- the list of baselines ------------------------------------------------------------------------------------------
+
+// Words are split at blanks; '...' holds blanks.
+std::vector<std::string> words_of(const std::string &line) {
+    std::vector<std::string> words;
+    bool quoted = false, inside = false;
+    for (const char c : line) {
+        if (c == '\'') quoted = !quoted;
+        if (!quoted && (c == ' ' || c == '\t')) {
+            inside = false;
+            continue;
+        }
+        if (!inside) words.emplace_back();
+        inside = true;
+        if (c != '\'') words.back() += c;
+    }
+    return words;
+}
+
+baseline baseline_of(const std::string &line) {
+    auto words = words_of(line);
+    baseline base = {line, words.empty() ? "" : words[0], {}};
+    std::replace(base.line.begin(), base.line.end(), '\t', ' ');
+    if (words.size() < 2) {
+        std::fprintf(stderr, "sweep: MACHINE ARGUMENTS expected: %s\n", line.c_str());
+        std::exit(1);
+    }
+    base.words.assign(words.begin() + 1, words.end());
+    return base;
+}
+
+std::vector<baseline> read_baselines(const std::string &path) {
+    std::ifstream file(path);
+    std::vector<baseline> list;
+    for (std::string line; std::getline(file, line);) {
+        if (!line.empty() && line[0] != '#') list.push_back(baseline_of(line));
+    }
+    return list;
+}
+
+// ---- the ways to start it -------------------------------------------------------------------------------------------
+
+int only(const std::string &line, const failure &planned) {
+    const baseline base = baseline_of(line);
+    prepare(base);
+    const outcome plain = run(base, {}, PLAIN_BUDGET);
+    const auto before = std::make_unique<report>(*told);
+    // The parent's standard error: the run's own is kept for the judgement.
+    const std::string log = "/proc/" + std::to_string(getpid()) + "/fd/2";
+    const outcome got = run(base, planned, budget_of(*before), log.c_str());
+    std::printf("%s%s", got.output.c_str(), got.diagnostics.c_str());
+    std::printf("status %d, %llu kernel calls, %llu allocations, %llu ms\n", got.status,
+                static_cast<unsigned long long>(told->calls), static_cast<unsigned long long>(told->allocations),
+                static_cast<unsigned long long>(told->milliseconds));
+    for (size_t i = 0; i < KINDS; ++i) {
+        if (told->left[i] != 0)
+            std::printf("left open: %s %lld\n", kind_names[i], static_cast<long long>(told->left[i]));
+    }
+    const std::string wrong = judge(base, planned, *before, plain, got);
+    std::printf("%s\n", wrong.empty() ? "as promised" : wrong.c_str());
+    return wrong.empty() ? 0 : 1;
+}
+
+int all(const std::vector<baseline> &list, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
+    std::vector<pid_t> workers;
+    for (unsigned i = 0; i < jobs; ++i) {
+        const pid_t worker = fork();
+        if (worker != 0) {
+            workers.push_back(worker);
+            continue;
+        }
+        told = static_cast<report *>(
+            mmap(nullptr, sizeof *told, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        sweep one(sums, seed, part);
+        for (uint64_t index; (index = sums.next++) < list.size();) one.over(list[index], index);
+        _exit(0);
+    }
+    bool complete = true;
+    for (const pid_t worker : workers) {
+        int ended = 0;
+        while (waitpid(worker, &ended, 0) < 0 && errno == EINTR) {
+        }
+        complete = complete && WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
+    }
+    return complete ? 0 : 1;
+}
+
+void *shared(size_t size) {
+    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED) return memory;
+    std::perror("sweep: mmap");
+    std::exit(1);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    setenv("TZ", "UTC", 1);
+    unsetenv("SYSVC_DEVICE_NAME");
+    told = static_cast<report *>(shared(sizeof *told));
+    auto &sums = *new (shared(sizeof(totals))) totals;
+
+    std::string file = VENTIX_SOURCE_DIR "/tests/sweep/baselines.txt", line;
+    failure planned;
+    uint64_t seed = 0, part = 1;
+    unsigned jobs = static_cast<unsigned>(std::max<long>(sysconf(_SC_NPROCESSORS_ONLN), 1));
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view option = argv[i];
+        const auto operand = [&] {
+            if (i + 1 < argc) return argv[++i];
+            std::fprintf(stderr, "sweep: %s: operand missing\n", argv[i]);
+            std::exit(2);
+        };
+        const auto number = [&] { return std::strtoull(operand(), nullptr, 0); };
+        if (option == "--only")
+            line = operand();
+        else if (option == "--call")
+            planned.call = number();
+        else if (option == "--alloc")
+            planned.alloc = number();
+        else if (option == "--result")
+            planned.result = number();
+        else if (option == "--persistent")
+            planned.persistent = true;
+        else if (option == "--sample")
+            seed = number(), part = SAMPLED_PART;
+        else if (option == "--jobs")
+            jobs = static_cast<unsigned>(number());
+        else
+            file = argv[i];
+    }
+    if (!line.empty()) return only(line, planned);
+
+    const auto list = read_baselines(file);
+    if (list.empty()) std::fprintf(stderr, "sweep: %s: no baselines\n", file.c_str());
+    if (part > 1) std::printf("seed %llu: ", static_cast<unsigned long long>(seed));
+    std::fflush(stdout);
+    const int failed = all(list, seed, part, jobs, sums);
+    std::printf("%zu baselines, %llu runs, %llu kernel calls and %llu allocations failed, %llu findings\n", list.size(),
+                static_cast<unsigned long long>(sums.runs), static_cast<unsigned long long>(sums.calls),
+                static_cast<unsigned long long>(sums.allocs), static_cast<unsigned long long>(sums.findings));
+    return failed != 0 || sums.findings != 0 || list.empty() ? 1 : 0;
+}
