@@ -1,0 +1,92 @@
+// The hosted kernel and the system-service client from several threads at once; the thread sanitizer looks on.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "hosted/test_machine.h"
+#include "platform/protocol/sysvc.h"
+
+namespace {
+
+constexpr uint64_t THREADS = 4;
+constexpr uint64_t ROUNDS = 100;
+
+void in_threads(const std::function<void(uint64_t number)> &body) {
+    std::vector<std::thread> threads;
+    for (uint64_t number = 0; number < THREADS; number++) threads.emplace_back(body, number);
+    for (auto &one : threads) one.join();
+}
+
+// Answers each question for an id with the id of the task asked for, or with its complement.
+class id_protocol : public hosted::device_protocol {
+public:
+    std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
+        auto *ids = request.block<sysvc_id_block>();
+        if (ids == nullptr) return IOERROR_BAD_COMMAND;
+        ids->id = command == SYSVCCMD_GET_PID ? ids->task : ~ids->task;
+        return 0;
+    }
+};
+
+TEST(KernelThreads, PassMessagesInOrderAndExcludeOneAnother) {
+    test_kernel running;
+    const uint64_t lock = _SL_CreateSemaphore(0, 1);
+    uint64_t ports[THREADS];
+    for (uint64_t &port : ports) port = _SL_CreateMsgPort(0, 0);
+    uint64_t guarded = 0;
+    in_threads([&](uint64_t number) {
+        const uint64_t next = _SL_CreateHandle(0, ports[(number + 1) % THREADS], RIGHTS_REPLY);
+        for (uint64_t round = 0; round < ROUNDS; round++) {
+            EXPECT_EQ(_SL_SendMsg(next, number, round, ~round, WAIT_FOREVER), RESULT_SUCCESS);
+            kernel_message message{};
+            EXPECT_EQ(_SL_RecvMsgPtr(ports[number], &message, WAIT_FOREVER), RESULT_SUCCESS);
+            EXPECT_EQ(message.word1, (number + THREADS - 1) % THREADS);
+            EXPECT_EQ(message.code, round);
+            EXPECT_EQ(message.word2, ~round);
+            EXPECT_EQ(_SL_WaitSemaphore(lock, 1, WAIT_FOREVER), RESULT_SUCCESS);
+            guarded++;
+            EXPECT_EQ(_SL_SignalSemaphore(lock, 1), RESULT_SUCCESS);
+        }
+        EXPECT_EQ(_SL_DeleteObject(next, DELETE_HANDLE), RESULT_SUCCESS);
+    });
+    EXPECT_EQ(guarded, THREADS * ROUNDS);
+}
+
+TEST(KernelThreads, KeepTheLastErrorOfEach) {
+    test_kernel running;
+    in_threads([](uint64_t number) {
+        for (uint64_t round = 0; round < ROUNDS; round++) {
+            uint64_t value = 0;
+            const uint64_t port = _SL_CreateMsgPort(0, 0);
+            kernel_message message{};
+            const uint64_t failed = number % 2 == 0 ? _SL_RecvMsgPtr(port, &message, 1)
+                                                    : _SL_GetObjectInfo(test_machine::TASK, TASKINFO_PRIORITY, &value);
+            EXPECT_EQ(failed, number % 2 == 0 ? uint64_t{RESULT_TIMEOUT} : RESULT_NO_ITEM);
+            EXPECT_EQ(_SL_GetLastError(), failed);
+            EXPECT_EQ(_SL_DeleteObject(port, DELETE_OBJECT), RESULT_SUCCESS);
+        }
+    });
+}
+
+TEST(KernelThreads, ShareTheSystemService) {
+    test_kernel running([](test_machine &machine) {
+        machine.makers["sysvc"] = [](hosted::kernel &owner) {
+            auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
+            made->make_context(hosted::SYSTEM_SERVICE_BUFFER);
+            made->add(std::make_unique<id_protocol>());
+            return made;
+        };
+    });
+    in_threads([](uint64_t number) {
+        for (uint64_t round = 0; round < ROUNDS; round++) {
+            uint64_t pid = 0, parent = 0;
+            const uint64_t asked = number << 32 | round;
+            EXPECT_EQ(SysvcGetPid(GetSystemService(), asked, &pid), 0);
+            EXPECT_EQ(SysvcGetPPid(GetSystemService(), asked, &parent), 0);
+            EXPECT_EQ(pid, asked);
+            EXPECT_EQ(parent, ~asked);
+        }
+    });
+}
+
+}  // namespace
