@@ -233,12 +233,13 @@ int sb_treereg(int argc, char **argv) {
     }
     const std::unique_ptr<vector, decltype(&vector_release)> levels(vector_new(sizeof(char), USUAL_LEVELS),
                                                                     vector_release);
-    const sb_text buffer(static_cast<char *>(std::malloc(std::max<size_t>(max_binary, 1))));
+    const uint32_t room = std::min(max_binary, SB_MAX_BINARY_VALUE);
+    const sb_text buffer(static_cast<char *>(std::malloc(std::max<size_t>(room, 1))));
     if (!levels || !buffer) {
         std::puts("tree: out of memory");
         return SB_NO_ITERATOR;
     }
-    const long long octets = std::min<long long>(max_binary, opts.octets);
+    const long long octets = std::min<long long>(room, opts.octets);
     const auto list = [&](const char *path) {
         return sb_treereg_list(levels.get(), reinterpret_cast<unsigned char *>(buffer.get()), opts.flags, opts.depth,
                                octets, path);

@@ -36,6 +36,7 @@ uint64_t sb_gettaskhandle(const char *name) {
     device_record *registry = GetRegDev();
     uint32_t max_binary = 0;
     if (!name || !RegCaps(registry, nullptr, &max_binary, nullptr)) return NO_OBJECT;
+    max_binary = std::min(max_binary, SB_MAX_BINARY_VALUE);
     const sb_text content(static_cast<char *>(std::malloc(size_t{max_binary} + 1)));
     RegIterator record;
     if (!content || !RegItBegin(registry, &record, SB_PROCESS_DIRECTORY)) return NO_OBJECT;

@@ -38,6 +38,8 @@ using sb_text = std::unique_ptr<char, sb_freer>;
 // hexadecimal digits, whose content is the task's name.
 
 inline constexpr char SB_PROCESS_DIRECTORY[] = "run/proc/";
+// The longest binary value that room is made for, whatever a registry claims.
+inline constexpr uint32_t SB_MAX_BINARY_VALUE = 1 << 20;
 inline constexpr size_t SB_HANDLE_DIGITS = 16;
 
 // The handle of the first task, in registry order, of exactly this name; NO_OBJECT when there is none and on any

@@ -370,6 +370,18 @@ int64_t read_delay(place from) {
     return static_cast<int64_t>(delay);
 }
 
+// How often an answer comes.
+uint32_t read_times(place from) {
+    const uint64_t times = from.number();
+    if (times > 1000) from.wrong("number out of range");
+    return static_cast<uint32_t>(times);
+}
+
+void read_written(place from, std::map<uint64_t, std::string> &into) {
+    number_keys keys;
+    for (const place member : from.members()) into[keys.take32(member)] = member.text();
+}
+
 void read_requests(place from, device_behaviour &into) {
     using outcome = device_behaviour::outcome;
     constexpr field<outcome> fields[] = {
@@ -377,6 +389,10 @@ void read_requests(place from, device_behaviour &into) {
         {"abort", [](place p, outcome &o) { o.abort = p.flag(); }},
         {"silent", [](place p, outcome &o) { o.silent = p.flag(); }},
         {"delay", [](place p, outcome &o) { o.delay = read_delay(p); }},
+        {"code", [](place p, outcome &o) { o.code = p.number32(); }},
+        {"times", [](place p, outcome &o) { o.times = read_times(p); }},
+        {"request_bytes", [](place p, outcome &o) { read_written(p, o.request_bytes); }},
+        {"payload_bytes", [](place p, outcome &o) { read_written(p, o.payload_bytes); }},
     };
     if (from.is_word("null")) {
         into.null_requests = true;
@@ -396,6 +412,7 @@ void read_answers(place from, device_behaviour &into) {
         {"code", [](place p, answer &a) { a.code = p.number32(); }},
         {"value", [](place p, answer &a) { a.value = p.number(); }},
         {"delay", [](place p, answer &a) { a.delay = read_delay(p); }},
+        {"times", [](place p, answer &a) { a.times = read_times(p); }},
     };
     number_keys keys;
     for (const place member : from.members()) {

@@ -385,6 +385,17 @@ void write_limits(json_writer &out, const given_limits &from) {
 
 // ---- devices --------------------------------------------------------------------------------------------------------
 
+void write_written(json_writer &out, std::string_view key, const std::map<uint64_t, std::string> &from) {
+    if (from.empty()) return;
+    out.key(key);
+    out.begin_object(layout::in_line);
+    for (const auto &[offset, bytes] : from) {
+        out.key(naming::none, offset);
+        out.text(bytes);
+    }
+    out.end();
+}
+
 void write_requests(json_writer &out, std::string_view key, const device_behaviour &from) {
     if (from.null_requests) {
         out.key(key);
@@ -403,6 +414,10 @@ void write_requests(json_writer &out, std::string_view key, const device_behavio
             out.flag(true);
         }
         if (outcome.delay != 0) out.member("delay", static_cast<uint64_t>(outcome.delay));
+        out.member("code", outcome.code);
+        if (outcome.times != 1) out.member("times", outcome.times);
+        write_written(out, "request_bytes", outcome.request_bytes);
+        write_written(out, "payload_bytes", outcome.payload_bytes);
         out.end();
     }
     out.end();
@@ -435,6 +450,7 @@ void write_behaviour(json_writer &out, const device_behaviour &from) {
             out.member("code", answer.code);
             out.member("value", answer.value);
             if (answer.delay != 0) out.member("delay", static_cast<uint64_t>(answer.delay));
+            if (answer.times != 1) out.member("times", answer.times);
             out.end();
         }
         out.end();

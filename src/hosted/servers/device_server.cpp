@@ -63,10 +63,10 @@ void device_server::query(const kernel_message &message) {
         const device_behaviour::answer &told = listed->second;
         if (told.silent) return;
         const uint32_t reply = told.code.value_or(code + 1);
-        if (told.delay <= 0) return kernel_.post(message.word1, reply, told.value);
-        return kernel_.after(told.delay, [&to = kernel_, port = message.word1, reply, value = told.value] {
-            to.post(port, reply, value);
-        });
+        const auto post = [&to = kernel_, port = message.word1, reply, value = told.value, times = told.times] {
+            for (uint32_t i = 0; i < times; i++) to.post(port, reply, value);
+        };
+        return told.delay <= 0 ? post() : kernel_.after(told.delay, post);
     }
     if (const auto value = answer(code, message.word2)) return kernel_.post(message.word1, code + 1, *value);
     for (const auto &protocol : protocols_) {
@@ -233,21 +233,35 @@ void device_server::finish(request &done, const device_behaviour::outcome &outco
         if (failed) kernel_.memory().record<IOreq>(done.address)->error = error;
         code = failed ? IOMSG_FAILED : IOMSG_DONE;
     }
-    kernel_.post(done.reply_port, code, done.id);
+    const request_view view = view_of(done);
+    for (const auto &[base, written] :
+         {std::pair(view.address, &outcome.request_bytes), std::pair(view.payload, &outcome.payload_bytes)}) {
+        for (const auto &[offset, bytes] : *written) {
+            const auto reached = view.bytes(base + offset, bytes.size());
+            if (!reached.empty()) std::memcpy(reached.data(), bytes.data(), reached.size());
+        }
+    }
+    for (uint32_t i = 0; i < outcome.times; i++) {
+        kernel_.post(done.reply_port, outcome.code.value_or(code), done.id);
+    }
+}
+
+request_view device_server::view_of(const request &seen) const {
+    IOreq *header = kernel_.memory().record<IOreq>(seen.address);
+    const auto opened = records_.find(seen.record);
+    const uint64_t buffer = opened == records_.end() ? 0 : opened->second.buffer;
+    return {.memory = kernel_.memory(),
+            .header = *header,
+            .address = seen.address,
+            .size = seen.size,
+            .payload = header->payload,
+            .buffer = buffer,
+            .buffer_size = buffer != 0 ? context_size_ : 0};
 }
 
 uint32_t device_server::perform(const request &performed) {
-    IOreq *header = kernel_.memory().record<IOreq>(performed.address);
-    const auto opened = records_.find(performed.record);
-    const uint64_t buffer = opened == records_.end() ? 0 : opened->second.buffer;
-    const uint32_t command = header->command;
-    const request_view view = {.memory = kernel_.memory(),
-                               .header = *header,
-                               .address = performed.address,
-                               .size = performed.size,
-                               .payload = header->payload,
-                               .buffer = buffer,
-                               .buffer_size = buffer != 0 ? context_size_ : 0};
+    const request_view view = view_of(performed);
+    const uint32_t command = view.header.command;
     for (const auto &protocol : protocols_) {
         if (const auto error = protocol->perform(command, view)) return *error;
     }

@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -31,13 +32,20 @@ struct device_behaviour {
         bool abort = false;             // completes as aborted; its error word is left alone
         std::optional<uint32_t> error;  // completes with this error
         int64_t delay = 0;              // milliseconds until it is performed and completes
+        std::optional<uint32_t> code;   // of the completion, in place of the one that says how it went
+        uint32_t times = 1;             // so often comes the completion
+        // Bytes that are written over the request, and over its argument block, before it completes; by offset. What
+        // no request reaches stays as it is.
+        std::map<uint64_t, std::string> request_bytes;
+        std::map<uint64_t, std::string> payload_bytes;
     };
 
     struct answer {                    // to one query
         bool silent = false;           // never comes
         std::optional<uint32_t> code;  // in place of the query's code + 1
         uint64_t value = 0;
-        int64_t delay = 0;  // milliseconds
+        int64_t delay = 0;   // milliseconds
+        uint32_t times = 1;  // so often it comes
     };
 
     opening open = opening::accept;
@@ -150,6 +158,7 @@ private:
     request *find(uint64_t id);
     void drop(const request &gone);
     void finish(request &done, const device_behaviour::outcome &outcome);
+    request_view view_of(const request &seen) const;
     uint32_t perform(const request &performed);
     std::optional<uint64_t> answer(uint32_t code, uint64_t parameter) const;
 

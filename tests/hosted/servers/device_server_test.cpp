@@ -76,10 +76,11 @@ protected:
 
 TEST_F(DeviceServer, AnswersABegunRequestOnce) {
     device_behaviour behaviour;
-    behaviour.requests[1] = {.silent = true, .error = {}};
-    behaviour.requests[2] = {.abort = true, .error = {}};
-    behaviour.requests[3] = {.error = 9, .delay = 30};
-    behaviour.requests[COMMAND + 1] = {.error = {}, .delay = 50};
+    behaviour.requests[1].silent = true;
+    behaviour.requests[2].abort = true;
+    behaviour.requests[3].error = 9;
+    behaviour.requests[3].delay = 30;
+    behaviour.requests[COMMAND + 1].delay = 50;
     start(behaviour);
     IOreq *io = request();
     const uint64_t id = io->id;
@@ -150,7 +151,7 @@ TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
 // A close names its record by the port it is sent to, and drops what is owed to that record only.
 TEST_F(DeviceServer, ClosesOneRecordAndWhatItOwes) {
     device_behaviour behaviour;
-    behaviour.requests[COMMAND] = {.error = {}, .delay = 10};
+    behaviour.requests[COMMAND].delay = 10;
     start(behaviour, 64);
     const auto before = running_->handles();
     device_record *kept = device_;
