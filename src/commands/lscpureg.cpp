@@ -38,11 +38,8 @@ std::optional<int> parse(int argc, char **argv, options &opts) {
     for (int c; (c = e_getoption(&state)) != E_END;) {
         switch (c) {
         case 'S':
-            opts.style = e_opt_getstr(&state);
-            if (!opts.style) {
-                std::fprintf(stderr, "lscpureg: -%c: missing or invalid operand\n", c);
-                return SB_FAILED;
-            }
+            opts.style = sb_gettableoption("lscpureg", &state, c);
+            if (!opts.style) return SB_FAILED;
             break;
         case E_HELP: print_usage(); return SB_DONE;
         default: std::fprintf(stderr, "lscpureg: unknown switch: -%c\n", c); return SB_BAD_SWITCH;

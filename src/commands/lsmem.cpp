@@ -23,9 +23,8 @@ List system memories or virtual spaces.
     -v, --virtual     Show virtual spaces (overrides -m)
 )";
 
-constexpr int sort_code = 1000;
-constexpr e_longopt long_opts[] = {{"--all", 'a'},   {"--memory", 'm'},     {"--virtual", 'v'},
-                                   {"--style", 'S'}, {"--sort", sort_code}, {nullptr, 0}};
+constexpr e_longopt long_opts[] = {{"--all", 'a'},   {"--memory", 'm'},          {"--virtual", 'v'},
+                                   {"--style", 'S'}, {"--sort", SB_SORT_OPTION}, {nullptr, 0}};
 
 // Flags of a memory chunk, in the order of their letters in the Flags cell.
 constexpr struct {
@@ -74,12 +73,9 @@ std::optional<int> parse(int argc, char **argv, options &opts) {
         case 'm': opts.virtual_spaces = false; break;
         case 'v': opts.virtual_spaces = true; break;
         case 'S':
-        case sort_code: {
-            const char *text = e_opt_getstr(&state);
-            if (!text) {  // a code that is no letter prints as its low byte
-                std::fprintf(stderr, "lsmem: -%c: missing or invalid operand\n", c);
-                return SB_FAILED;
-            }
+        case SB_SORT_OPTION: {
+            const char *text = sb_gettableoption("lsmem", &state, c);
+            if (!text) return SB_FAILED;
             (c == 'S' ? opts.style : opts.sort) = text;
             break;
         }

@@ -50,16 +50,16 @@ Print process/task list.
     -Y, --systime       show time spent in the kernel (aka. system time)
 )";
 
-constexpr int sort_code = 1000;
-
 // "--stlegent" and "--mainmam" are what is accepted, whatever the usage says; kept.
 constexpr e_longopt long_opts[] = {
-    {"--all-common", 'a'}, {"--all", 'A'},       {"--crtick", 'c'},     {"--group", 'g'},    {"--pgid", 'G'},
-    {"--handles", 'h'},    {"--hwid", 'w'},      {"--slabstat", 'l'},   {"--stlegent", 'L'}, {"--name", 'n'},
-    {"--mainmam", 'm'},    {"--pfnum", 'p'},     {"--parent", 'P'},     {"--state", 's'},    {"--style", 'S'},
-    {"--exetime", 't'},    {"--accumtime", 'T'}, {"--syscall", 'y'},    {"--systime", 'Y'},  {"--isrtime", 'R'},
-    {"--uptime", 'u'},     {"--giduid", 'U'},    {"--virt", 'v'},       {"--pid", 'i'},      {"--ppid", 'I'},
-    {"--sid", 'd'},        {"--ctxsw", 'C'},     {"--sort", sort_code}, {nullptr, 0}};
+    {"--all-common", 'a'}, {"--all", 'A'},     {"--crtick", 'c'},  {"--group", 'g'},
+    {"--pgid", 'G'},       {"--handles", 'h'}, {"--hwid", 'w'},    {"--slabstat", 'l'},
+    {"--stlegent", 'L'},   {"--name", 'n'},    {"--mainmam", 'm'}, {"--pfnum", 'p'},
+    {"--parent", 'P'},     {"--state", 's'},   {"--style", 'S'},   {"--exetime", 't'},
+    {"--accumtime", 'T'},  {"--syscall", 'y'}, {"--systime", 'Y'}, {"--isrtime", 'R'},
+    {"--uptime", 'u'},     {"--giduid", 'U'},  {"--virt", 'v'},    {"--pid", 'i'},
+    {"--ppid", 'I'},       {"--sid", 'd'},     {"--ctxsw", 'C'},   {"--sort", SB_SORT_OPTION},
+    {nullptr, 0}};
 
 // What options switch on: columns, then parts of the footer.
 enum : uint32_t {
@@ -145,12 +145,9 @@ std::optional<int> parse(int argc, char **argv, options &opts) {
             print_usage();
             return SB_DONE;
         }
-        if (c == 'S' || c == sort_code) {
-            const char *text = e_opt_getstr(&state);
-            if (!text) {  // a code that is no letter prints as its low byte
-                std::fprintf(stderr, "task: -%c: missing or invalid operand\n", c);
-                return SB_FAILED;
-            }
+        if (c == 'S' || c == SB_SORT_OPTION) {
+            const char *text = sb_gettableoption("task", &state, c);
+            if (!text) return SB_FAILED;
             (c == 'S' ? opts.style : opts.sort) = text;
             continue;
         }

@@ -17,6 +17,7 @@
 #include "platform/protocol/registry.h"
 
 struct colp_table;
+struct e_optstate;
 
 // Exit statuses. Commands that promise others keep their promise.
 enum : int {
@@ -145,6 +146,13 @@ void sb_print_summed(colp_table *table, FILE *stream);
 // The parts of a usage text that explain the style and the sort option.
 void sb_print_colp_styles(FILE *stream);
 void sb_print_colp_sort(FILE *stream, const char *option_name);
+
+// The code of the long option "--sort", which has no letter.
+inline constexpr int SB_SORT_OPTION = 1000;
+
+// The text that a table's option takes, "-S STYLE" or "--sort SORTSPEC", or null after printing on standard error that
+// it is missing. An option code that is no letter shows there as its low byte.
+const char *sb_gettableoption(const char *command, e_optstate *state, int option);
 
 // Sorts a table, its rows complete, by a user's COLUMN_INDEX [ "," MODE ].
 //   spec     null: leave the rows as they are

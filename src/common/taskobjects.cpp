@@ -8,8 +8,7 @@
 #include "platform/kernel.h"
 
 namespace {
-constexpr int sort_code = 1000;
-constexpr e_longopt long_opts[] = {{"--sort", sort_code}, {nullptr, 0}};
+constexpr e_longopt long_opts[] = {{"--sort", SB_SORT_OPTION}, {nullptr, 0}};
 
 struct options {
     sb_taskoperand operands = sb_taskoperand::name;
@@ -37,12 +36,9 @@ std::optional<int> parse(int &argc, char **&argv, const sb_taskobjects &what, op
         switch (c) {
         case 'P': opts.operands = sb_taskoperand::hex; break;
         case 'S':
-        case sort_code: {
-            const char *text = e_opt_getstr(&state);
-            if (!text) {  // a code that is no letter prints as its low byte
-                std::fprintf(stderr, "%s: -%c: missing or invalid operand\n", what.command, c);
-                return SB_FAILED;
-            }
+        case SB_SORT_OPTION: {
+            const char *text = sb_gettableoption(what.command, &state, c);
+            if (!text) return SB_FAILED;
             (c == 'S' ? opts.style : opts.sort) = text;
             break;
         }

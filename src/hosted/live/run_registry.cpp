@@ -154,8 +154,4 @@ uint32_t run_registry::read_binary(std::string_view path, std::string &value) {
     return 0;
 }
 
-uint32_t run_registry::write_binary(std::string_view, std::string_view) { return RESULT_NOT_PERMITTED; }
-uint32_t run_registry::create_temporary(std::string_view) { return RESULT_NOT_PERMITTED; }
-uint32_t run_registry::create_guard(std::string_view, uint64_t) { return RESULT_NOT_PERMITTED; }
-
 }  // namespace hosted::live

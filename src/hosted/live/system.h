@@ -187,9 +187,6 @@ public:
     uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) override;
     uint32_t read_int(std::string_view path, uint64_t &value) override;
     uint32_t read_binary(std::string_view path, std::string &value) override;
-    uint32_t write_binary(std::string_view path, std::string_view value) override;
-    uint32_t create_temporary(std::string_view path) override;
-    uint32_t create_guard(std::string_view path, uint64_t value) override;
 
 private:
     registry_node *find(std::string_view path);

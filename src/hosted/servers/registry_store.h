@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/kernel.h"
+
 namespace hosted {
 
 struct registry_entry {
@@ -40,9 +42,11 @@ public:
     virtual uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) = 0;
     virtual uint32_t read_int(std::string_view path, uint64_t &value) = 0;
     virtual uint32_t read_binary(std::string_view path, std::string &value) = 0;
-    virtual uint32_t write_binary(std::string_view path, std::string_view value) = 0;
-    virtual uint32_t create_temporary(std::string_view path) = 0;
-    virtual uint32_t create_guard(std::string_view path, uint64_t value) = 0;
+
+    // A store that is read-only leaves these as they are.
+    virtual uint32_t write_binary(std::string_view, std::string_view) { return RESULT_NOT_PERMITTED; }
+    virtual uint32_t create_temporary(std::string_view) { return RESULT_NOT_PERMITTED; }
+    virtual uint32_t create_guard(std::string_view, uint64_t) { return RESULT_NOT_PERMITTED; }
 };
 
 }  // namespace hosted
