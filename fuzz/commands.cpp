@@ -1,15 +1,8 @@
-// commands.cpp - every command with any arguments, on the demonstration machine.
+// commands.cpp - every command with any arguments, on a small machine of its own.
 //
-// The machine differs in what would end the process, and with it the fuzzer: a task that deletes itself, and requests
-// that nobody ever answers. What would go on for ever ends when its kernel calls begin to fail. Reading the machine is
-// the slowest step by far: it is made anew behind a command that may have changed it, and now and then.
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <cstdio>
+// What would go on for ever ends when its kernel calls begin to fail. Reading the machine takes longer than most runs:
+// it is made anew behind a command that may have changed it, and now and then.
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 
 #include "hosted/boot.h"
 #include "hosted/kernel/entry.h"
@@ -19,41 +12,41 @@
 
 namespace {
 
-constexpr uint64_t CALLS = 10000;  // of one kind, on one machine
-constexpr unsigned RUNS = 50;      // on one machine
-constexpr size_t LONGEST = 512;    // bytes of a command line
+constexpr char MACHINE[] = VENTIX_SOURCE_DIR "/fuzz/machine.json";
+constexpr unsigned CALLS = 400;  // of a run, which it waits and steps by
+constexpr unsigned RUNS = 16;    // on one machine
+constexpr size_t LONGEST = 160;  // bytes of a command line
 constexpr std::string_view CHANGING[] = {"date",    "kblayout", "raiseexc", "readlog", "readreg",
                                          "sendlog", "svccall",  "taskkill", "tprop"};
 
-void replace(std::string &text, std::string_view from, std::string_view to) {
-    const size_t at = text.find(from);
-    if (at == std::string::npos) std::abort();
-    text.replace(at, from.size(), to);
-}
-
-// The path of the machine's file, which only this process has.
-std::string make_file() {
-    std::ifstream stream(VENTIX_SOURCE_DIR "/machines/demo.json");
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    replace(text, R"({"handle": "0x1030",)", R"({"handle": "0x1030", "refuse": {"delete": 5, "control": 5},)");
-    replace(text, R"("0xc0510003": {"silent": true})", R"("0xc0510003": {"error": 5})");
-    replace(text, R"("0x2ad60": "silent")", R"("0x2ad60": {"delay": 7000, "value": 1})");
-    const int descriptor = memfd_create("machine", MFD_CLOEXEC);
-    if (write(descriptor, text.data(), text.size()) != static_cast<ssize_t>(text.size())) std::abort();
-    return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
-void start() {
-    static const std::string path = make_file();
-    hosted::fault_list faults;
-    std::string message;
-    auto machine = hosted::make_described_machine(path, "", faults, message);
-    if (!machine) std::abort();
-    for (const auto which : {hosted::call::recv_msg, hosted::call::recv_msg_ptr, hosted::call::delay,
-                             hosted::call::step_iterator, hosted::call::send_msg}) {
-        faults.add({.which = which, .code = {}, .nth = CALLS, .times = ~uint64_t{0}, .result = RESULT_NO_OBJECT});
+// Lets waits and steps fail when a run has made its share of them.
+class patience : public hosted::observer {
+public:
+    std::optional<uint64_t> begins(hosted::call which, std::span<const hosted::argument>) override {
+        switch (which) {
+        case hosted::call::recv_msg:
+        case hosted::call::recv_msg_ptr:
+        case hosted::call::delay:
+        case hosted::call::step_iterator: break;
+        default: return std::nullopt;
+        }
+        if (left == 0) return RESULT_NO_OBJECT;
+        left--;
+        return std::nullopt;
     }
-    hosted::install(std::move(machine), std::move(faults));
+
+    void ended(hosted::call, std::span<const hosted::argument>, uint64_t, bool) override {}
+
+    unsigned left = CALLS;
+};
+
+void start(patience &watching) {
+    hosted::fault_list none;
+    std::string message;
+    auto machine = hosted::make_described_machine(MACHINE, "", none, message);
+    if (!machine) std::abort();
+    hosted::install(std::move(machine));
+    hosted::observe(&watching);
 }
 
 }  // namespace
@@ -62,7 +55,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     fuzz_input input(bytes, std::min(size, LONGEST));
     fuzz_command_line line(input);
     static unsigned runs = 0;
-    if (runs++ % RUNS == 0) start();
+    static patience watching;
+    if (runs++ % RUNS == 0) start(watching);
+    watching.left = CALLS;
     line.run();
     g_registry_device = g_sysvc_device = nullptr;
     if (std::find(std::begin(CHANGING), std::end(CHANGING), line.command()) != std::end(CHANGING)) runs = 0;

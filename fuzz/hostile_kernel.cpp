@@ -219,6 +219,10 @@ void perform(device &served, request &begun, uint64_t reply_port) {
     }
     fill(asked, area);
     scribble(asked, area);
+    // A count of majors is believed up to millions, which are then asked for one by one: few are enough here.
+    if (asked.command == SYSVCCMD_GET_MAX_MAJOR && area.size() >= sizeof(sysvc_max_major_block)) {
+        reinterpret_cast<sysvc_max_major_block *>(area.data())->max_major &= 0x8000'00FF;
+    }
     constexpr uint64_t ends[] = {IOMSG_FAILED, IOMSG_ABORTED, UNKNOWN_CODE, IOMSG_ABORT_ACKNOWLEDGED};
     const uint8_t choice = now->input.byte();
     if (choice == 0xFF) return;  // never
@@ -315,8 +319,12 @@ void serve(uint64_t port, const kernel_message &message) {
 
 uint64_t receive(uint64_t port, kernel_message &message, int64_t timeout) {
     const uint64_t status = result();
-    if (status != RESULT_SUCCESS) return status;
     auto &queue = now->queues[port_of(port)];
+    if (status != RESULT_SUCCESS) {
+        // The answer is lost as well: a client cannot tell one that comes too late from the next.
+        if (!queue.empty() && status != RESULT_INTERRUPTED) queue.pop_front();
+        return status;
+    }
     if (queue.empty()) return now->last_error = timeout >= 0 ? RESULT_TIMEOUT : RESULT_NO_OBJECT;
     message = queue.front();
     queue.pop_front();
