@@ -55,13 +55,15 @@ private:
     std::span<const uint8_t> left_;
 };
 
-// The command line at the beginning of an input, up to a NUL: the command's name and its arguments, a line each.
+// The command line at the beginning of an input, up to a NUL: the command's name and its arguments, a line each. One
+// that is not among those that may run is another name of one of them.
 class fuzz_command_line {
 public:
-    explicit fuzz_command_line(fuzz_input &input) {
+    //   commands  that may run; none: all
+    explicit fuzz_command_line(fuzz_input &input, std::span<const std::string_view> commands = {}) {
         const std::string_view line = input.text_until('\0');
         size_t at = line.find('\n');
-        const std::string_view name = line.substr(0, at);
+        std::string_view name = line.substr(0, at);
         while (at < line.size()) {
             const size_t end = std::min(line.find('\n', at + 1), line.size());
             words_.emplace_back(line.substr(at + 1, end - at - 1));
@@ -69,8 +71,12 @@ public:
         }
         for (std::string &word : words_) arguments_.push_back(word.data());
         arguments_.push_back(nullptr);
+        const size_t other = name.empty() ? 0 : static_cast<uint8_t>(name[0]);
+        if (!commands.empty() && std::find(commands.begin(), commands.end(), name) == commands.end()) {
+            name = commands[other % commands.size()];
+        }
         command_ = std::find_if(s_tools, s_tools + COUNT, [=](const tool &row) { return name == row.name; });
-        if (command_ == s_tools + COUNT) command_ -= 1 + (name.empty() ? 0 : static_cast<uint8_t>(name[0]) % COUNT);
+        if (command_ == s_tools + COUNT) command_ -= 1 + other % COUNT;
     }
 
     std::string_view command() const { return command_->name; }

@@ -30,7 +30,7 @@ constexpr uint64_t POOL_OFFSET = INFO_OFFSET + sizeof(svc_info_block) + SVC_MAX_
 static_assert(INFO_OFFSET == 376);
 static_assert(POOL_OFFSET == 744);
 
-constexpr uint64_t MEMO_STEP = 4096;  // bytes of a text between two questions whether its memory is there
+constexpr uint64_t MEMO_STEP = 4096;  // memory ends at multiples of it: so far a text is followed without asking
 
 using wide_char = uint32_t;  // as services have it
 
@@ -248,7 +248,7 @@ public:
         auto *out = static_cast<unsigned char *>(bytes);
         for (uint64_t i = 0; i < size; i++) {
             const uint64_t at = address_ + read_;
-            if (at == end_ || (read_ != 0 && read_ % MEMO_STEP == 0 && !is_known(at))) return false;
+            if (at == end_ || (read_ != 0 && at % MEMO_STEP == 0 && !is_known(at))) return false;
             out[i] = *reinterpret_cast<const unsigned char *>(at);
             read_++;
         }

@@ -1,0 +1,11 @@
+// services.cpp - the clients of service devices and of the system service, with descriptions, results, names and
+// numbers that the input tells: more arguments and results than there is room for, addresses that lead elsewhere, a
+// moved pool.
+#include "hostile.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
+    static constexpr std::string_view commands[] = {"svccall", "svcinfo", "lsmaj", "task"};
+    fuzz_input input(bytes, size);
+    run_hostile(input, {.commands = commands, .obliging = true});
+    return 0;
+}
