@@ -39,20 +39,18 @@ struct model_row {
     std::vector<model_cell> cells;
 };
 
-// Declares a column of a table like one of the model.
-inline void declare(colp_table *table, const model_column &column) {
-    EXPECT_EQ(colp_begincolumn(table, column.type), COLP_SUCCESS);
-    colp_setcolumn_minwidth(table, static_cast<int>(column.min_width));
-    colp_setcolumn_title(table, column.title);
-    colp_setcolumn_titlejust(table, column.title_just);
-    colp_setcolumn_celljust(table, column.cell_just);
-    colp_setcolumn_hexcase(table, column.hex_case);
-    colp_setcolumn_sortmode(table, column.sort_mode);
-    colp_setcolumn_suffix(table, column.suffix);
-    colp_setcolumn_leadingzero(table, column.leading_zero);
-    colp_setcolumn_summarize(table, column.summarize);
-    colp_setcolumn_justchar(table, column.justchar);
-    EXPECT_EQ(colp_endcolumn(table), COLP_SUCCESS);
+// Declares a column of a table like one of the model; the first code that is no success.
+inline int declare(colp_table *table, const model_column &column) {
+    for (const int code :
+         {colp_begincolumn(table, column.type), colp_setcolumn_minwidth(table, static_cast<int>(column.min_width)),
+          colp_setcolumn_title(table, column.title), colp_setcolumn_titlejust(table, column.title_just),
+          colp_setcolumn_celljust(table, column.cell_just), colp_setcolumn_hexcase(table, column.hex_case),
+          colp_setcolumn_sortmode(table, column.sort_mode), colp_setcolumn_suffix(table, column.suffix),
+          colp_setcolumn_leadingzero(table, column.leading_zero), colp_setcolumn_summarize(table, column.summarize),
+          colp_setcolumn_justchar(table, column.justchar), colp_endcolumn(table)}) {
+        if (code != COLP_SUCCESS) return code;
+    }
+    return COLP_SUCCESS;
 }
 
 // Adds a cell to a table, to a column of the type.

@@ -1,4 +1,6 @@
 // Printed tables, written out.
+#include <gtest/gtest.h>
+
 #include "colp/model.h"
 #include "colp/records.h"
 

@@ -1,4 +1,6 @@
 // What the calls accept and refuse, and what a table is after they did.
+#include <gtest/gtest.h>
+
 #include <limits>
 
 #include "colp/colp_fixture.h"
