@@ -148,6 +148,8 @@ const stat_record *proc_object::stat() {
         std::string_view text;
         stat_read_ = read("stat", text);
         if (stat_read_ == reading::done && !parse_stat(text, stat_)) stat_read_ = reading::refused;
+        // On its last way out: half of what it had is gone already, and reads as -1.
+        if (stat_read_ == reading::done && stat_.state == 'X') stat_read_ = reading::gone;
     }
     return stat_read_ == reading::done ? &stat_ : nullptr;
 }
@@ -207,7 +209,6 @@ uint64_t process::state() {
     switch (told().state) {
     case 'R': return TASKSTATE_READY;
     case 'Z': return TASKSTATE_ZOMBIE;
-    case 'X': return TASKSTATE_DELETED;
     default: return TASKSTATE_BLOCKED;
     }
 }
@@ -364,8 +365,7 @@ uint64_t thread::state() {
     case 'D':
     case 'T':
     case 't': return THREADSTATE_BLOCKED;
-    case 'Z':
-    case 'X': return THREADSTATE_NOWHERE;
+    case 'Z': return THREADSTATE_NOWHERE;
     default: return THREADSTATE_WAIT;
     }
 }

@@ -91,8 +91,12 @@ uint64_t process_table::find(uint64_t handle, process *&found) {
             return RESULT_SUCCESS;
         }
     }
-    if (asked_.number() != id || !asked_.exists()) {
+    // What is asked for the one that was asked last is about that process, also when another has its number by now.
+    if (asked_.number() == id) {
+        if (!asked_.exists()) return RESULT_NO_OBJECT;
+    } else {
         if (!asked_.open(id)) return RESULT_NO_OBJECT;
+        names_.erase(id);  // that of whoever had the number when it was listed
         if (const uint64_t result = asked_.is_process(); result != RESULT_SUCCESS) {
             asked_.close();
             return result;

@@ -219,8 +219,9 @@ TEST(LiveProcesses, OnlyProcessesAreActedOn) {
 TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     std::optional<own_child> first(std::in_place, [](own_child &) {});
     const int id = first->id();
-    process_table knows, was_told;
+    process_table knows, was_told, looks;
     EXPECT_TRUE(published(knows).contains(id));
+    EXPECT_EQ(item_of(looks, first->handle(), TASKINFO_PARENT), static_cast<uint64_t>(getpid()));
     first.reset();
     usleep(50000);  // start times count hundredths of a second
     std::optional<own_child> second;
@@ -232,6 +233,8 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     if (second->id() != id) GTEST_SKIP() << "the next process number cannot be chosen";
     EXPECT_EQ(knows.raise(second->handle(), EXC_SIGNAL, SIGKILL), RESULT_NO_OBJECT);
     EXPECT_EQ(knows.end(second->handle()), RESULT_NO_OBJECT);
+    const std::string *name = nullptr;
+    EXPECT_EQ(looks.name(second->handle(), name), RESULT_NO_OBJECT);  // not the other's beside what was read
     EXPECT_TRUE(second->is_alive());
     EXPECT_EQ(was_told.end(second->handle()), RESULT_SUCCESS);
 }
