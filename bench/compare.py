@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Runs whole programs beside one another and prints how their costs compare.
 
-    bench/compare.py [--rounds N] [--crowd N] [--floors DIRECTORY] [GROUP]...
+    bench/compare.py [--rounds N] [--crowd N] [GROUP]...
 
-Every comparison runs its programs in alternation, so that what disturbs the machine disturbs all of them, and compares
-the medians of their processor time (user and system, as the system accounts it to the ended process). Ratios hold on
+Every comparison runs its programs in alternation, each round in another order, so that what disturbs the machine
+disturbs all of them (a large program leaves cold caches to the one behind it), and compares the medians of their processor
+time (user and system, as the system accounts it to the ended process). All run from fresh copies: the system maps a file
+that a linker has just written in smaller pieces than a copied one, which costs a short run a fifth more. Ratios hold on
 other machines; times do not. A goal is a ratio that should not be passed; nothing fails when one is.
 """
 
@@ -12,6 +14,7 @@ import argparse
 import contextlib
 import json
 import os
+import random
 import re
 import shutil
 import statistics
@@ -22,11 +25,21 @@ import tempfile
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 VENTIX = os.path.join(ROOT, "build/release/ventix")
 BUILT = os.path.join(ROOT, "build/bench")  # floors, jobs and the benchmarks of parts
+COPIES = tempfile.TemporaryDirectory()
 
 PEERS = {  # what is compared with, and the Debian package that brings it
     "ps": "procps", "free": "procps", "uptime": "procps", "busybox": "busybox-static", "column": "bsdextrautils",
     "cat": "coreutils", "sort": "coreutils", "valgrind": "valgrind", "strace": "strace",
 }
+
+
+def copy_of(program):
+    """The path of a copy of a program, or None where there is no such program."""
+    found = shutil.which(program)
+    if found is None:
+        return None
+    copy = os.path.join(COPIES.name, os.path.basename(found))
+    return copy if os.path.exists(copy) else shutil.copy(found, copy)
 
 
 class Program:
@@ -35,6 +48,7 @@ class Program:
     def __init__(self, label, *argv, output=None, environment=None, own_seconds=False):
         self.label = label
         self.argv = [str(argument) for argument in argv]
+        self.copy = copy_of(self.argv[0])
         self.output = output  # None: /dev/null; "pipe"; a path
         self.environment = {**os.environ, **(environment or {})}
         self.own_seconds = own_seconds  # the program measures the step that counts and says so on standard error
@@ -42,7 +56,7 @@ class Program:
 
     @property
     def missing(self):
-        return shutil.which(self.argv[0]) is None
+        return self.copy is None
 
     def run(self):
         with contextlib.ExitStack() as opened:
@@ -54,7 +68,7 @@ class Program:
             else:
                 out = opened.enter_context(open(self.output or os.devnull, "wb")).fileno()
             said = opened.enter_context(tempfile.TemporaryFile())
-            pid = os.posix_spawnp(self.argv[0], self.argv, self.environment, file_actions=[
+            pid = os.posix_spawn(self.copy, self.argv, self.environment, file_actions=[
                 (os.POSIX_SPAWN_DUP2, out, 1), (os.POSIX_SPAWN_DUP2, said.fileno(), 2)])
             usage = os.wait4(pid, 0)[2]
             said.seek(0)
@@ -98,12 +112,12 @@ def compare(subject, others, rounds, memory_goals=None):
             print(f"{subject.label:34} {program.label:42} not installed (./dev bench --setup)")
     if subject.missing:
         sys.exit(f"{subject.argv[0]} is missing: ./dev bench builds it")
-    for program in [subject] + [program for program, _ in here]:
+    programs = [subject] + [program for program, _ in here]
+    for program in programs:
         program.run()  # once for the caches
         program.seconds.clear()
     for _ in range(rounds):
-        subject.run()
-        for program, _ in here:
+        for program in random.sample(programs, len(programs)):
             program.run()
     for program, goal in here:
         show(subject.label, program.label, subject.median() / program.median(), goal)

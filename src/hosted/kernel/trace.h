@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include "hosted/kernel/faults.h"
@@ -30,7 +31,9 @@ public:
     uint64_t read(uint64_t group, uint64_t index, uint64_t &value);
 
 private:
-    std::array<uint64_t, BUFFERS * WORDS_PER_BUFFER> words_{};
+    using buffer = std::array<uint64_t, WORDS_PER_BUFFER>;
+
+    std::array<std::unique_ptr<buffer>, BUFFERS> buffers_;  // made when first filled: a short run touches little memory
     uint64_t filling_ = 0;   // the buffer being filled
     uint64_t position_ = 3;  // next free word in it
     bool read_ = false;
