@@ -2,8 +2,9 @@
 //
 // Order of calls: OpenDevice, CreateIOreq (with a reply port of the caller's), fill command and payload, SyncIO (or
 // BeginIO and WaitIO), read the results, DeleteIOreq, CloseDevice. Records live in memory shared with the server and
-// belong to it; nothing here frees them. Interrupted kernel calls are repeated unless a call says otherwise. Nothing
-// prints.
+// belong to it; nothing here frees them. Where they lie is the server's word, in its messages and in a request's device
+// field, and is followed as it stands: whoever opens a device trusts its server with that, and with nothing else that
+// it writes. Interrupted kernel calls are repeated unless a call says otherwise. Nothing prints.
 #pragma once
 
 #include <cstdint>

@@ -134,15 +134,6 @@ thread_local registration place;
     end_process(finish(STATUS_DEADLOCK));
 }
 
-void trace_call(kernel &owner, call which, bool succeeded, std::span<const argument> arguments) {
-    uint64_t words[trace_ring::LARGEST_ENTRY - 1];
-    const size_t count = std::min(arguments.size(), std::size(words));
-    for (size_t i = 0; i < count; i++) words[i] = arguments[i].value;
-    uint8_t result = succeeded ? trace_ring::SUCCEEDED : trace_ring::FAILED;
-    if (which == call::get_state || which == call::get_last_error) result = trace_ring::GAVE_VALUE;
-    owner.trace().record(which, result, {words, count});
-}
-
 // One kernel call. The body gets the kernel, its lock and the caller; a handle that it could not give, or a result
 // other than success, is the call's failure.
 template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, uint32_t code, Body body) {
@@ -182,7 +173,10 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
             if (!succeeded) who.last_error = result;
         }
     }
-    if (now.traces) trace_call(*now.kernel, which, succeeded, arguments);
+    if (now.traces) {
+        const uint8_t shown = succeeded ? trace_ring::SUCCEEDED : trace_ring::FAILED;
+        now.kernel->trace().record(which, gives_value ? uint8_t{trace_ring::GAVE_VALUE} : shown, arguments);
+    }
     if (now.log.is_open()) now.log.write(which, arguments, succeeded && !fault, result);
     if (now.watching != nullptr) now.watching->ended(which, arguments, result, succeeded && !fault);
     return result;

@@ -109,7 +109,7 @@ caller &kernel::enter() {
 
 void kernel::leave(const caller &who) {
     std::erase_if(callers_, [&](const auto &one) { return one.get() == &who; });
-    wake_.notify_all();  // those who wait may be all that is left
+    wake_waiters();  // those who wait may be all that is left
 }
 
 // ---- handles --------------------------------------------------------------------------------------------------------
@@ -152,7 +152,7 @@ template <class T> std::shared_ptr<T> kernel::add(uint64_t owner) {
 void kernel::drop(object &gone) {
     gone.dead = true;
     for (const uint64_t handle : std::exchange(gone.handles, {})) handles_.erase(handle);
-    wake_.notify_all();
+    wake_waiters();
 }
 
 uint64_t kernel::create_handle(caller &who, uint64_t named) {
@@ -225,7 +225,7 @@ uint64_t kernel::send(uint64_t port, const kernel_message &message) {
         to->behind->deliver(sent, port);
     } else {
         to->queue.push_back(sent);
-        wake_.notify_all();
+        wake_waiters();
     }
     return RESULT_SUCCESS;
 }
@@ -275,7 +275,7 @@ uint64_t kernel::signal_semaphore(uint64_t semaphore, int64_t count) {
     if (signalled == nullptr) return RESULT_NO_OBJECT;
     if (count < 0 || count > std::numeric_limits<int64_t>::max() - signalled->count) return RESULT_BAD_ARGUMENT;
     signalled->count += count;
-    wake_.notify_all();
+    wake_waiters();
     return RESULT_SUCCESS;
 }
 
@@ -293,7 +293,7 @@ uint64_t kernel::clock() const { return virtual_clock_ ? virtual_tick_ : millise
 void kernel::after(int64_t milliseconds, std::function<void()> event) {
     const uint64_t due = later(clock(), milliseconds < 0 ? 0 : static_cast<uint64_t>(milliseconds));
     events_.emplace(std::pair(due, events_made_++), std::move(event));
-    wake_.notify_all();
+    wake_waiters();
 }
 
 uint64_t kernel::wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout,

@@ -124,6 +124,9 @@ private:
         return ready() ? uint64_t{RESULT_SUCCESS} : wait_until(lock, who, timeout, ready);
     }
     uint64_t wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, std::function<bool()> ready);
+    void wake_waiters() {  // something changed that one of them may wait for
+        if (!waiters_.empty()) wake_.notify_all();
+    }
     void move_virtual_clock(std::unique_lock<std::mutex> &lock, const waiter &self, caller &who);
 
     std::mutex mutex_;

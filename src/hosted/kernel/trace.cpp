@@ -13,7 +13,7 @@ constexpr uint64_t HEADER_WORDS = 3;  // of a buffer, in front of its entries
 
 }  // namespace
 
-void trace_ring::record(call which, uint8_t result_class, std::span<const uint64_t> arguments) {
+void trace_ring::record(call which, uint8_t result_class, std::span<const argument> arguments) {
     if (frozen_) return;
     frozen_ = read_;
     const uint64_t count = std::min<uint64_t>(arguments.size(), LARGEST_ENTRY - 1);
@@ -25,7 +25,7 @@ void trace_ring::record(call which, uint8_t result_class, std::span<const uint64
     if (!buffers_[filling_]) buffers_[filling_] = std::make_unique<buffer>();
     uint64_t *words = buffers_[filling_]->data();
     words[position_] = static_cast<uint64_t>(which) | uint64_t{result_class} << 8 | (count + 1) << 16;
-    std::copy_n(arguments.begin(), count, words + position_ + 1);
+    for (uint64_t i = 0; i < count; i++) words[position_ + 1 + i] = arguments[i].value;
     position_ += count + 1;
     words[0]++;
 }

@@ -11,7 +11,7 @@
 #include <memory>
 #include <span>
 
-#include "hosted/kernel/faults.h"
+#include "hosted/kernel/call_log.h"
 
 namespace hosted {
 
@@ -25,7 +25,7 @@ public:
     enum : uint8_t { SUCCEEDED = 0, FAILED = 1, GAVE_VALUE = 2 };
 
     // Adds a call, unless the trace is frozen. The last one is the call that first read it.
-    void record(call which, uint8_t result_class, std::span<const uint64_t> arguments);
+    void record(call which, uint8_t result_class, std::span<const argument> arguments);
 
     // Reads the trace, oldest buffer first; the first read freezes it, once that call itself is added. RESULT_ codes.
     uint64_t read(uint64_t group, uint64_t index, uint64_t &value);
@@ -34,8 +34,8 @@ private:
     using buffer = std::array<uint64_t, WORDS_PER_BUFFER>;
 
     std::array<std::unique_ptr<buffer>, BUFFERS> buffers_;  // made when first filled: a short run touches little memory
-    uint64_t filling_ = 0;   // the buffer being filled
-    uint64_t position_ = 3;  // next free word in it
+    uint64_t filling_ = 0;                                  // the buffer being filled
+    uint64_t position_ = 3;                                 // next free word in it
     bool read_ = false;
     bool frozen_ = false;
 };

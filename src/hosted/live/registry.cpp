@@ -46,9 +46,8 @@ struct registry_node {
 
     registry_node *entry(std::string_view name) {
         if (only_names()) list();
-        if (!listed_) return add(std::string(name));
-        const auto known = entries.find(name);
-        return known != entries.end() ? known->second.get() : nullptr;
+        if (const auto known = entries.find(name); known != entries.end()) return known->second.get();
+        return listed_ ? nullptr : add(std::string(name));
     }
 
 protected:

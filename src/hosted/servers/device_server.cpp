@@ -210,30 +210,30 @@ void device_server::begin(uint64_t reply_port, uint64_t id) {
     begun->begun = ++begins_;
     begun->reply_port = reply_port;
 
-    device_behaviour::outcome outcome;
+    const device_behaviour::outcome *outcome = &healthy_;
     if (!behaviour_.requests.empty()) {
         const uint32_t command = kernel_.memory().record<IOreq>(begun->address)->command;
         const auto listed = behaviour_.requests.find(command);
-        if (listed != behaviour_.requests.end()) outcome = listed->second;
+        if (listed != behaviour_.requests.end()) outcome = &listed->second;
     }
-    if (outcome.silent) return;
-    if (outcome.delay <= 0) return finish(*begun, outcome);
-    kernel_.after(outcome.delay, [this, id, begins = begins_, outcome] {
+    if (outcome->silent) return;
+    if (outcome->delay <= 0) return finish(*begun, *outcome);
+    kernel_.after(outcome->delay, [this, id, begins = begins_, outcome] {
         request *late = find(id);
-        if (late != nullptr && late->pending && late->begun == begins) finish(*late, outcome);
+        if (late != nullptr && late->pending && late->begun == begins) finish(*late, *outcome);
     });
 }
 
 void device_server::finish(request &done, const device_behaviour::outcome &outcome) {
     done.pending = false;
+    const request_view view = view_of(done);
     uint32_t code = IOMSG_ABORTED;
     if (!outcome.abort) {
-        const uint32_t error = outcome.error ? *outcome.error : perform(done);
+        const uint32_t error = outcome.error ? *outcome.error : perform(view);
         const bool failed = outcome.error || error != 0;
-        if (failed) kernel_.memory().record<IOreq>(done.address)->error = error;
+        if (failed) view.header.error = error;
         code = failed ? IOMSG_FAILED : IOMSG_DONE;
     }
-    const request_view view = view_of(done);
     for (const auto &[base, written] :
          {std::pair(view.address, &outcome.request_bytes), std::pair(view.payload, &outcome.payload_bytes)}) {
         for (const auto &[offset, bytes] : *written) {
@@ -259,8 +259,7 @@ request_view device_server::view_of(const request &seen) const {
             .buffer_size = buffer != 0 ? context_size_ : 0};
 }
 
-uint32_t device_server::perform(const request &performed) {
-    const request_view view = view_of(performed);
+uint32_t device_server::perform(const request_view &view) {
     const uint32_t command = view.header.command;
     for (const auto &protocol : protocols_) {
         if (const auto error = protocol->perform(command, view)) return *error;

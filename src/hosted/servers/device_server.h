@@ -159,10 +159,11 @@ private:
     void drop(const request &gone);
     void finish(request &done, const device_behaviour::outcome &outcome);
     request_view view_of(const request &seen) const;
-    uint32_t perform(const request &performed);
+    uint32_t perform(const request_view &view);
     std::optional<uint64_t> answer(uint32_t code, uint64_t parameter) const;
 
-    device_behaviour behaviour_;
+    const device_behaviour behaviour_;
+    const device_behaviour::outcome healthy_;  // of a request about which the behaviour says nothing
     std::vector<std::unique_ptr<device_protocol>> protocols_;
     uint64_t context_size_ = 0;             // 0: no context
     std::map<uint64_t, record> records_;    // by address

@@ -36,16 +36,14 @@ std::vector<uint64_t> first_arguments(trace_ring &ring) {
 TEST(TraceRing, KeepsTheLastCallsInOrderAndFreezes) {
     for (const uint64_t calls : {uint64_t{0}, uint64_t{1}, uint64_t{100}, uint64_t{5000}}) {
         trace_ring ring;
-        const uint64_t arguments[9] = {};
+        std::vector<argument> arguments(9, argument::number(0));
         for (uint64_t number = 1; number <= calls; number++) {
-            uint64_t given[9];
-            std::copy(std::begin(arguments), std::end(arguments), given);
-            given[0] = number;
-            ring.record(call::get_state, trace_ring::GAVE_VALUE, {given, 1 + number % 9});
+            arguments[0].value = number;
+            ring.record(call::get_state, trace_ring::GAVE_VALUE, {arguments.data(), 1 + number % 9});
         }
         uint64_t words = 0;
         ring.read(KSYSIDX_TRACE, KSYSIDX_TRACE_WORDS, words);
-        const uint64_t reader[] = {calls + 1};
+        const argument reader[] = {argument::number(calls + 1)};
         ring.record(call::get_state, trace_ring::GAVE_VALUE, reader);  // the call that read
         const auto found = first_arguments(ring);
         ASSERT_FALSE(found.empty());
