@@ -307,47 +307,6 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
     }
 }
 
-// Processes come and go while they are listed. Each is named after its number, so that a row that mixes two shows.
-TEST(LiveProcesses, NoRowMixesTwoInAStorm) {
-    const auto name_of = [](uint64_t id, uint64_t parent) {
-        return std::to_string(id) + '/' + std::to_string(parent % 9999);
-    };
-    own_child storm([&](own_child &self) {
-        self.say(1);
-        for (unsigned count = 0;; count++) {
-            if (fork() == 0) {
-                prctl(PR_SET_NAME, name_of(static_cast<uint64_t>(getpid()), static_cast<uint64_t>(getppid())).c_str());
-                usleep(count % 7 * 500);
-                _exit(0);
-            }
-            if (count % 3 == 0) usleep(300);
-            while (waitpid(-1, nullptr, WNOHANG) > 0) {
-            }
-        }
-    });
-    storm.heard();
-    const std::string behind = name_of(0, storm.handle()).substr(1);
-    size_t stormy = 0;
-    for (int round = 0; round < 10 || (stormy < 100 && round < 1000); round++) {
-        process_table table;
-        const auto walk = table.walk_all();
-        bool met_self = false;
-        while (walk->step() == RESULT_SUCCESS) {
-            uint64_t handle = 0, parent = 0, state = 0;
-            walk->info(OBJINFO_HANDLE, handle);
-            walk->info(TASKINFO_PARENT, parent);
-            walk->info(OBJINFO_STATE, state);
-            met_self = met_self || handle == static_cast<uint64_t>(getpid());
-            const std::string *name = nullptr;
-            if (table.name(handle, name) != RESULT_SUCCESS || !name->ends_with(behind)) continue;
-            stormy++;
-            EXPECT_EQ(*name, name_of(handle, parent));
-        }
-        EXPECT_TRUE(met_self);
-    }
-    EXPECT_GE(stormy, 100u);
-}
-
 // Another user's view, with the process file system mounted so that it hides what is not one's own.
 TEST(LiveProcesses, HiddenProcesses) {
     own_child foreign([](own_child &self) { self.say(1); });
