@@ -1,4 +1,4 @@
-// hostile.h - a kernel and servers that answer with whatever an input says, for one command to run on.
+// hostile.h - a kernel and servers that answer with whatever an input says, for one program to run on.
 //
 // The kernel calls below stand in the place of the hosted kernel's, so one file of a program includes this. Servers
 // keep to the protocol as far as addresses of records go, which their clients have to trust; every other word, text,
@@ -486,17 +486,24 @@ int ControlTerminal(int, unsigned long, char *buffer) {
 
 void CloseTerminal(int) {}
 
-// Runs the command line at the beginning of an input on the rest of it.
-inline void run_hostile(fuzz_input &input, const hostility &manner) {
+// Runs a program on a kernel of its own, which answers from the input.
+template <class Program> void run_hostile(fuzz_input &input, const hostility &manner, Program program) {
     world made{.input = input, .manner = manner, .calls_left = CALLS + input.size()};
     now = &made;
-    fuzz_command_line line(input, manner.commands);
-    if (manner.obliging) {
-        std::memset(elsewhere, 'x', sizeof elsewhere);
-        for (size_t count = input.byte() % (MOST_ENTRIES + 1); count != 0; count--) {
-            made.entries.push_back(read_entry());
-        }
-    }
-    line.run();
+    program();
     g_registry_device = g_sysvc_device = nullptr;
+}
+
+// Runs the command line at the beginning of an input on the rest of it.
+inline void run_hostile(fuzz_input &input, const hostility &manner) {
+    run_hostile(input, manner, [&] {
+        fuzz_command_line line(input, manner.commands);
+        if (manner.obliging) {
+            std::memset(elsewhere, 'x', sizeof elsewhere);
+            for (size_t count = input.byte() % (MOST_ENTRIES + 1); count != 0; count--) {
+                now->entries.push_back(read_entry());
+            }
+        }
+        line.run();
+    });
 }
