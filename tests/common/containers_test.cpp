@@ -174,23 +174,6 @@ TEST(Vector, RefusesSizesThatCannotBeCounted) {
     EXPECT_EQ(deque_new(SIZE_MAX / 4), nullptr);
 }
 
-TEST(Deque, BlocksHoldTheirRoom) {
-    const struct {
-        size_t elem_size, slots, bytes;
-    } cases[] = {{1, 2016, 2048}, {64, 31, 2016}, {504, 4, 2048}, {1000, 4, 4032}};
-    for (const auto &[elem_size, slots, bytes] : cases) {
-        allocator memory;
-        const deque_ptr d(deque_new_ex(elem_size, &memory, allocator::take, allocator::give));
-        ASSERT_NE(d, nullptr);
-        EXPECT_EQ(d->block_bytes, bytes);
-        const std::string e(elem_size, 'x');
-        for (size_t i = 0; i < slots; ++i) deque_push_back(d.get(), e.data());
-        EXPECT_EQ(memory.live, 2u) << elem_size;
-        deque_push_back(d.get(), e.data());
-        EXPECT_EQ(memory.live, 3u) << elem_size;
-    }
-}
-
 TEST(Deque, SortsBySelectionWithoutTheLast) {
     const auto compare = [](const void *a, const void *b) { return std::memcmp(a, b, 1); };
     std::mt19937 random(seed);

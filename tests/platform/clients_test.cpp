@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <thread>
 
 #include "hosted/test_machine.h"
 
@@ -23,11 +22,9 @@ private:
     performer told_;
 };
 
-test_machine::maker server(performer told, uint64_t buffer = 256, bool null_requests = false) {
+test_machine::maker server(performer told, uint64_t buffer = 256) {
     return [=](hosted::kernel &owner) {
-        hosted::device_behaviour behaviour;
-        behaviour.null_requests = null_requests;
-        auto made = std::make_unique<hosted::device_server>(owner, behaviour);
+        auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
         made->make_context(buffer);
         made->add(std::make_unique<told_protocol>(told));
         return made;
@@ -97,41 +94,6 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
     }
 }
 
-TEST(RegistryClient, TakesAsManyBytesAsTheServerDeliveredButNoMoreThanTheRoom) {
-    test_kernel running([](test_machine &m) {
-        m.registry_maker = server([](uint32_t, const hosted::request_view &request) {
-            auto *block = request.block<reg_bin_block>();
-            std::memcpy(request.rest(block->data).data(), "value", 5);
-            block->length = 5;
-            return 0u;
-        });
-    });
-    for (const auto &[room, text] : {std::pair(4u, "########"), {5u, "value###"}, {8u, "value###"}}) {
-        std::string bytes(8, '#');
-        uint32_t length = room;
-        EXPECT_EQ(RegGetKeyBin(GetRegDev(), "key", bytes.data(), &length), room >= 5);
-        EXPECT_EQ(std::pair(bytes, length), std::pair(std::string(text), std::min(room, 5u)));
-    }
-}
-
-TEST(Clients, NothingIsSentWithoutADeviceOrItsRequest) {
-    test_kernel running([](test_machine &m) {
-        m.registry_maker = server(nullptr, 256, true);
-        m.makers["plain"] = server(nullptr, 0);
-    });
-    for (device_record *dev : {GetRegDev(), OpenDeviceFromMsgPort(running.kernel().device_port("plain")),
-                               static_cast<device_record *>(nullptr)}) {
-        uint64_t value = 7;
-        uint32_t number = 7;
-        RegIterator record{};
-        EXPECT_FALSE(RegGetKeyInt(dev, "key", &value) || RegItBegin(dev, &record, "") ||
-                     SysvcGetMaxMajor(dev, &number));
-        EXPECT_EQ(SysvcGetPid(dev, 1, &value), SYSERR_NO_ADDRESS);
-        EXPECT_EQ(std::pair(value, number), std::pair(uint64_t{7}, 7u));
-    }
-    EXPECT_EQ(GetSystemService(), nullptr);
-}
-
 TEST(Clients, ALockThatFailsEndsTheTask) {
     for (const auto which : {hosted::call::wait_semaphore, hosted::call::signal_semaphore}) {
         test_kernel running([](test_machine &m) { m.store.keys["key"] = 5; }, fault(which, RESULT_NO_OBJECT));
@@ -170,55 +132,6 @@ TEST(SystemServiceClient, MapsErrors) {
         const uint64_t commands[] = {SYSVCCMD_GET_PID, SYSVCCMD_GET_PPID, SYSVCCMD_GET_PGID, SYSVCCMD_GET_SID};
         for (int i = 0; i < 4; i++) EXPECT_EQ(ids[i], number == 0 ? commands[i] << 32 | 0x1F : 7);
     }
-}
-
-TEST(SystemServiceClient, DriverNamesEndInTheBufferAndFitTheCallers) {
-    size_t length = 0;
-    test_kernel running([&](test_machine &m) {
-        const auto answer = [&](uint32_t, const hosted::request_view &request) {
-            auto *block = request.block<sysvc_device_block>();
-            EXPECT_EQ(std::pair(block->device_low, block->number), std::pair(0x55667788u, 0x11223344u));
-            block->number = 99;
-            std::memset(request.rest(request.payload).data() + sizeof *block, 0, 16);
-            std::memset(request.rest(request.payload).data() + sizeof *block, 'x', length);
-            return 0u;
-        };
-        m.makers["other"] = server(answer, sizeof(sysvc_device_block) + 16);
-    });
-    setenv("SYSVC_DEVICE_NAME", "other", 1);
-    device_record *dev = GetSystemService();
-    setenv("SYSVC_DEVICE_NAME", "none", 1);
-    EXPECT_EQ(GetSystemService(), dev) << "chosen once";
-    unsetenv("SYSVC_DEVICE_NAME");
-    const std::tuple<size_t, size_t, bool> cases[] = {{5, 6, true},  {5, 5, false},  {0, 1, true},
-                                                      {0, 0, false}, {15, 16, true}, {16, 64, false}};
-    for (const auto &[longest, room, known] : cases) {
-        length = longest;
-        std::string name(64, '#');
-        uint32_t number = 7;
-        EXPECT_EQ(SysvcDecomposeDevice(dev, 0x1122334455667788, name.data(), room, &number), known) << length;
-        EXPECT_EQ(number, known ? 99u : 7u);
-        const std::string stored = known ? std::string(length, 'x') + '\0' : "";
-        EXPECT_EQ(name, stored + std::string(64 - stored.size(), '#'));
-    }
-}
-
-TEST(Clients, ServeSeveralThreadsAtOnce) {
-    test_kernel running([](test_machine &m) {
-        for (uint64_t key = 0; key < 4; key++) m.store.keys[std::to_string(key)] = key;
-    });
-    std::vector<std::thread> threads;
-    for (uint64_t key = 0; key < 4; key++) {
-        threads.emplace_back([key] {
-            for (int round = 0; round < 100; round++) {
-                uint64_t value = 99;
-                EXPECT_TRUE(RegGetKeyInt(GetRegDev(), std::to_string(key).c_str(), &value));
-                EXPECT_EQ(value, key);
-                EXPECT_EQ(GetDeviceMsgPort("none"), NO_OBJECT);  // opens and closes a record of its own
-            }
-        });
-    }
-    for (auto &one : threads) one.join();
 }
 
 }  // namespace

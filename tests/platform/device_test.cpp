@@ -223,67 +223,6 @@ TEST(Device, RepeatsInterruptedCalls) {
     }
 }
 
-TEST(Device, QueriesNameWhatWentWrong) {
-    constexpr uint32_t PING = DEVQUERY_PING, LEVEL = DEVQUERY_POWER_LEVEL;
-    const auto told = [](uint32_t code, device_behaviour::answer answer) {
-        device_behaviour behaviour;
-        behaviour.answers[code] = answer;
-        return behaviour;
-    };
-    const auto silent = told(PING, {.silent = true, .code = {}}), wrong = told(PING, {.code = 0x99});
-    const auto late = told(PING, {.code = {}, .delay = 3000});
-    const struct {
-        const char *title;
-        const char *name;
-        uint32_t code;
-        device_behaviour behaviour = {};
-        hosted::fault_list faults = {};
-        int result = QUERY_SUCCESS;
-        uint64_t passed = 0;  // milliseconds
-    } cases[] = {
-        {"ping", "dev", PING},
-        {"power level", "dev", LEVEL, told(LEVEL, {})},
-        {"no name", nullptr, PING, {}, {}, QUERY_MISSING},
-        {"the code between the pair", "dev", 0x20C62, {}, {}, QUERY_UNKNOWN},
-        {"debug command", "dev", DEVQUERY_DEBUG_COMMAND, {}, {}, QUERY_UNKNOWN},
-        {"no port", "dev", PING, {}, fault(call::create_msg_port, RESULT_NO_MEMORY, 2), QUERY_NO_PORT},
-        {"no handle", "dev", PING, {}, fault(call::create_handle, RESULT_NO_MEMORY, 2), QUERY_NO_PORT},
-        {"no device", "other", PING, {}, {}, QUERY_NO_DEVICE},
-        {"not sent", "dev", PING, {}, send_fault(PING, RESULT_TIMEOUT), QUERY_NOT_SENT},
-        {"silent", "dev", PING, silent, {}, QUERY_NO_REPLY, 3000},
-        {"just in time", "dev", PING, late, {}, QUERY_SUCCESS, 3000},
-        {"wrong code", "dev", PING, wrong, {}, QUERY_BAD_REPLY},
-        {"past the last class", "dev", DEVQUERY_GET_CLASS, {}, {}, QUERY_BAD_REPLY},
-    };
-    for (const auto &one : cases) {
-        SCOPED_TRACE(one.title);
-        test_kernel running([&](test_machine &m) { m.makers["dev"] = behaving(one.behaviour); }, one.faults);
-        device_record *registry = GetRegDev();
-        running.kernel().device_port("dev");
-        const auto before = running.handles();
-        const uint64_t start = TickGetCount();
-        EXPECT_EQ(DeviceQuery(registry, 0, one.name, one.code, 0, nullptr), one.result);
-        EXPECT_EQ(TickGetCount() - start, one.passed);
-        EXPECT_EQ(running.handles(), before);
-    }
-    EXPECT_EQ(DeviceQuery(nullptr, 0, "dev", PING, 0, nullptr), QUERY_MISSING);
-}
-
-TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
-    test_kernel running([](test_machine &m) {
-        device_behaviour two, endless;
-        two.classes = {0xA, SERVICE_CLASS};
-        endless.answers[DEVQUERY_GET_CLASS] = {.code = {}, .value = 1};
-        m.makers["two"] = behaving(two);
-        m.makers["endless"] = behaving(endless);
-    });
-    device_record *registry = GetRegDev();
-    EXPECT_EQ(CheckDeviceClass(registry, 0, "two", SERVICE_CLASS), 0);
-    EXPECT_EQ(CheckDeviceClass(registry, 0, "two", 0xB), -1);
-    EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 1), 0);
-    EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 2), -1);
-}
-
 TEST(Device, SmallCalls) {
     test_kernel running(
         [](test_machine &m) {

@@ -68,8 +68,9 @@ TEST(KernelThreads, KeepTheLastErrorOfEach) {
     });
 }
 
-TEST(KernelThreads, ShareTheSystemService) {
+TEST(KernelThreads, ShareTheClients) {
     test_kernel running([](test_machine &machine) {
+        for (uint64_t number = 0; number < THREADS; number++) machine.store.keys[std::to_string(number)] = number;
         machine.makers["sysvc"] = [](hosted::kernel &owner) {
             auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
             made->make_context(hosted::SYSTEM_SERVICE_BUFFER);
@@ -85,6 +86,9 @@ TEST(KernelThreads, ShareTheSystemService) {
             EXPECT_EQ(SysvcGetPPid(GetSystemService(), asked, &parent), 0);
             EXPECT_EQ(pid, asked);
             EXPECT_EQ(parent, ~asked);
+            EXPECT_TRUE(RegGetKeyInt(GetRegDev(), std::to_string(number).c_str(), &pid));
+            EXPECT_EQ(pid, number);
+            EXPECT_EQ(GetDeviceMsgPort("none"), NO_OBJECT);  // opens and closes a record of its own
         }
     });
 }

@@ -175,21 +175,4 @@ TEST_F(DeviceServer, ClosesOneRecordAndWhatItOwes) {
     EXPECT_EQ(arriving(50), answers{}) << "a deleted request owes nothing";
 }
 
-TEST_F(DeviceServer, AnswersQueriesAsItsBehaviourSays) {
-    device_behaviour behaviour;
-    behaviour.null_requests = true;
-    behaviour.classes = {0xA, 0xB};
-    behaviour.queries = {{DEVQUERY_POWER_LEVEL, 3}};
-    behaviour.answers[0x2DB60] = {.code = 0x9, .value = 5, .delay = 40};
-    start(behaviour, 64);
-    EXPECT_EQ(reinterpret_cast<const client_context *>(device_->context)->request, 0u);
-    EXPECT_EQ(CreateIOreq(device_, 0, 0, 500, reply_), nullptr);
-    EXPECT_EQ(sent(DEVQUERY_PING, 0), (answers{{DEVQUERY_PING + 1, 0}}));
-    EXPECT_EQ(sent(DEVQUERY_GET_CLASS, 1), (answers{{DEVQUERY_GET_CLASS + 1, 0xB}}));
-    EXPECT_EQ(sent(DEVQUERY_GET_CLASS, 2), (answers{{hosted::QUERY_UNKNOWN_ANSWER, 0}}));
-    EXPECT_EQ(sent(DEVQUERY_POWER_LEVEL, 0), (answers{{DEVQUERY_POWER_LEVEL + 1, 3}}));
-    EXPECT_EQ(sent(0x2DB60, 0), answers{});
-    EXPECT_EQ(arriving(40), (answers{{0x9, 5}}));
-}
-
 }  // namespace

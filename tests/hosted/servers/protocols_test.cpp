@@ -93,19 +93,9 @@ TEST(RegistryProtocol, ReachesNoFurtherThanTheRequest) {
     EXPECT_EQ(to.error(REGCMD_ITERATOR_NEXT), uint32_t{IOERROR_NOT_FOUND}) << "never begun";
 }
 
-TEST(CounterProtocol, WritesWholeRecordsInTheRoom) {
-    std::string bytes;
-    EXPECT_FALSE(hosted::append_counter(bytes, 11, "rx", 1));
-    EXPECT_TRUE(hosted::append_counter(bytes, 12, "rx", 0x0102030405060708));
-    EXPECT_EQ(bytes, std::string("\3rx\0\x8\7\6\5\4\3\2\1", 12));
-    EXPECT_TRUE(hosted::append_counter(bytes, 1000, std::string(300, 'n'), 0));
-    EXPECT_EQ(std::pair(bytes.size(), bytes[12]), std::pair(size_t{12 + 1 + 255 + 8}, '\xFF'));
-}
-
 struct one_service : hosted::service_source {
     hosted::service_description described;
     size_t count() const override { return 1; }
-    uint64_t total() const override { return 300; }
     const hosted::service_description &describe(size_t) const override { return described; }
     uint32_t call(size_t, hosted::service_call &call) override {
         call.set_text(0, call.text(0).value_or("none"));
@@ -116,39 +106,6 @@ struct one_service : hosted::service_source {
         return 0;
     }
 };
-
-TEST(ServiceProtocol, TellsCountsAsTheyAreAndWritesWhatFits) {
-    one_service source;
-    source.described = {std::string(31, 's'),
-                        std::vector(9, hosted::service_description::item{"argument_key_of_17", 2}),
-                        std::vector(5, hosted::service_description::item{"result", 1})};
-    constexpr uint64_t size = IOREQ_INLINE + sizeof(svc_info_block) + 2 * sizeof(svc_descriptor) + 23;
-    spoken to([&](auto &) { return hosted::make_service_protocol(source); }, size);
-    auto &info = to.in_line<svc_info_block>();
-    std::fill_n(info.name, 31, 's');
-    EXPECT_EQ(to.error(SVCCMD_INFO), 0u);
-    EXPECT_EQ(std::pair(info.arg_count, info.result_count), std::pair(uint64_t{9}, uint64_t{5}));
-    EXPECT_EQ(std::string(info.args[7].name, 16), "argument_key_of_");
-    EXPECT_EQ(to.text(IOREQ_INLINE + sizeof info + 24, 7), std::string("result\0", 7));
-    EXPECT_EQ(to.text(size - 23, 23), std::string(23, '\0')) << "no part of a third";
-    source.described.results.clear();
-    std::memset(&info.result_count, 0, 32);
-    EXPECT_EQ(to.error(SVCCMD_INFO), 0u);
-    EXPECT_EQ(to.text(IOREQ_INLINE + 264, 32), std::string(32, '\0')) << "no part of a ninth";
-    std::fill_n(info.name, 64, 's');
-    EXPECT_EQ(to.error(SVCCMD_INFO), uint32_t{IOERROR_BAD_COMMAND}) << "a name without an end";
-    info.name[32] = '\0';
-    EXPECT_EQ(to.error(SVCCMD_INFO), uint32_t{IOERROR_NOT_FOUND});
-
-    source.described.name = std::string(40, 'l');
-    auto &list = to.in_line<svc_list_block>();
-    for (const uint64_t capacity : {~uint64_t{0}, uint64_t{0}}) {
-        list.capacity = capacity;
-        EXPECT_EQ(to.error(SVCCMD_LIST), 0u);
-        EXPECT_EQ(std::pair(list.total, list.returned), std::pair(uint64_t{300}, std::min<uint64_t>(capacity, 1)));
-    }
-    EXPECT_EQ(std::string(list.names[0], 32), std::string(32, 'l')) << "it fills its field";
-}
 
 TEST(ServiceProtocol, KeepsResultsAsLongAsTheRequest) {
     one_service source;
