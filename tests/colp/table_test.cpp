@@ -109,15 +109,15 @@ TEST(ColpTable, TitlesAreAskedForWithTheWidth) {
         widths += std::to_string(width) + " ";
         return static_cast<char *>(argument);
     };
-    char text[] = "1.2.34";
-    colp_setcolumn_titlefunc(table.get(), title, text);
+    std::string text = std::string(70000, '1') + ".2.34";  // more than is buffered
+    colp_setcolumn_titlefunc(table.get(), title, text.data());
     colp_endcolumn(table.get());
     colp_endheader(table.get());
-    EXPECT_EQ(printed(table.get(), COLP_PRINT_TITLE), text + std::string("\n"));
-    EXPECT_EQ(widths, "0 6 ");  // measured beside no cells, and with what it asked for
+    EXPECT_EQ(printed(table.get(), COLP_PRINT_TITLE), text + '\n');
+    EXPECT_EQ(widths, "0 70005 ");  // measured beside no cells, and with what it asked for
     colp_setstyle(table.get(), COLP_STYLE_RAW);
     printed(table.get(), COLP_PRINT_TITLE);
-    EXPECT_EQ(widths, "0 6 3 ");
+    EXPECT_EQ(widths, "0 70005 3 ");
 }
 
 }  // namespace

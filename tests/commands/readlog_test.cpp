@@ -51,9 +51,9 @@ std::string displayed(const std::string &slice, int mode) {
 }
 
 TEST(ReadlogDisplay, AgreesWithAModel) {
-    const std::string written[] = {"",       "abc\ndef", "abc\ndef\nghi", "a\r\n\r\nb\n",
-                                   "x\ry\r", "\n\r\n",   "\na",           "a\rb\nc\rd"};
-    for (const std::string &slice : written) {
+    std::string many;  // more pieces than one system call takes
+    for (int line = 0; line < 5000; line++) many += std::to_string(line) + (line % 3 == 0 ? "\r\n" : "\n\n");
+    for (const std::string &slice : {std::string("abc\ndef\nghi"), std::string("\n\r\n"), many}) {
         for (const int mode : {0, 1}) EXPECT_EQ(displayed(slice, mode), model(slice, mode != 0)) << slice;
     }
     constexpr unsigned seed = 64002;
@@ -66,16 +66,6 @@ TEST(ReadlogDisplay, AgreesWithAModel) {
         const int mode = round % 2;
         ASSERT_EQ(displayed(slice, mode), model(slice, mode != 0)) << "seed " << seed << " round " << round;
     }
-}
-
-// More pieces than one system call takes.
-TEST(ReadlogDisplay, ManyBlankLines) {
-    std::string slice, expected;
-    for (int line = 0; line < 5000; line++) {
-        slice += std::to_string(line) + (line % 3 == 0 ? "\r\n" : "\n\n");
-        expected += std::to_string(line) + '\n';
-    }
-    EXPECT_EQ(displayed(slice, 1), expected);
 }
 
 // A pipe that does not block takes far less at once.

@@ -223,6 +223,31 @@ TEST(Device, RepeatsInterruptedCalls) {
     }
 }
 
+// Without a reply port of the caller's, each query makes its own.
+TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
+    test_kernel running([](test_machine &m) {
+        device_behaviour two, endless;
+        two.classes = {0xA, SERVICE_CLASS};
+        endless.answers[DEVQUERY_GET_CLASS] = {.code = {}, .value = 1};
+        m.makers["two"] = behaving(two);
+        m.makers["endless"] = behaving(endless);
+    });
+    device_record *registry = GetRegDev();
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "two", SERVICE_CLASS), 0);
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "two", 0xB), -1);
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 2), -1);
+    EXPECT_EQ(DeviceQuery(registry, 0, "two", DEVQUERY_PING, 0, nullptr), QUERY_SUCCESS);
+    EXPECT_EQ(DeviceQuery(registry, 0, "two", DEVQUERY_DEBUG_COMMAND, 0, nullptr), QUERY_UNKNOWN);
+    EXPECT_EQ(DeviceQuery(nullptr, 0, "two", DEVQUERY_PING, 0, nullptr), QUERY_MISSING);
+}
+
+TEST(Device, AQueryWithoutItsPortIsNotSent) {
+    test_kernel running([](test_machine &m) { m.makers["dev"] = behaving({}); },
+                        fault(call::create_msg_port, RESULT_NO_MEMORY, 2, 2));
+    EXPECT_EQ(DeviceQuery(GetRegDev(), 0, "dev", DEVQUERY_PING, 0, nullptr), QUERY_NO_PORT);
+    EXPECT_EQ(CheckDeviceClass(GetRegDev(), 0, "dev", SERVICE_CLASS), 1);
+}
+
 TEST(Device, SmallCalls) {
     test_kernel running(
         [](test_machine &m) {

@@ -76,7 +76,7 @@ constexpr char TASKS[] = R"({
         {"handle": 16, "pid": 3, "sid": 8},
         {"handle": 32, "name": "a", "pid": 2, "refuse": {"delete": 5}}
     ],
-    "devices": [{"name": "sysvc", "system_service": {}}],
+    "devices": [{"name": "sysvc", "system_service": {"majors": {"4": "tty"}}}],
     "registry": {"run": {"dir": {"proc": {"dir": {"0000000000000030": "another"}}}}}
 })";
 
@@ -88,6 +88,10 @@ TEST(Machine, ObjectsAndTheirItems) {
     EXPECT_EQ(_SL_BeginIterator(iterator, SYSTEM_WIDE, 5), RESULT_BAD_ARGUMENT);
     EXPECT_EQ(_SL_ControlObject(48, CTRL_SET_PROPERTY, 2, 77, 0, 0), RESULT_BAD_ARGUMENT);
     EXPECT_EQ(_SL_RaiseException(50, 0, 1, 0, 0), RESULT_NO_OBJECT);
+
+    uint64_t none = 0;
+    for (const uint64_t group : {uint64_t{KSYSIDX_REGISTERINFO}, uint64_t{KSYSIDX_TRACE_RAW_WORDS}, uint64_t{6}})
+        EXPECT_EQ(_SL_GetSystemData(group, 7, &none), RESULT_NO_ITEM);
 
     const uint64_t self = _SL_GetState(KSTATE_CURRENT_TASK), thread = _SL_GetState(KSTATE_CURRENT_THREAD);
     const struct {
@@ -154,7 +158,7 @@ TEST(Machine, DeletedTasksAreGone) {
 }
 
 // Where an id names several tasks the first has it; a task's own handle goes for its id where it has none.
-TEST(Machine, ProcessIds) {
+TEST(Machine, ProcessIdsAndDrivers) {
     described machine(TASKS);
     const struct {
         int (*get)(device_record *, uint64_t, uint64_t *);
@@ -166,6 +170,12 @@ TEST(Machine, ProcessIds) {
         EXPECT_EQ(get(GetSystemService(), task, &id), expected != 0 ? 0 : SYSERR_NO_PROCESS) << task;
         EXPECT_EQ(id, expected) << task;
     }
+    char name[4];
+    uint32_t number = 0;
+    EXPECT_FALSE(SysvcDecomposeDevice(GetSystemService(), 4 << 8 | 7, name, 3, &number));
+    EXPECT_TRUE(SysvcDecomposeDevice(GetSystemService(), 4 << 8 | 7, name, 4, &number));
+    EXPECT_STREQ(name, "tty");
+    EXPECT_EQ(number, 7u);
 }
 
 TEST(Machine, RegistryKeysAreMade) {

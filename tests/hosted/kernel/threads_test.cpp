@@ -52,8 +52,10 @@ TEST(KernelThreads, PassMessagesInOrderAndExcludeOneAnother) {
     EXPECT_EQ(guarded, THREADS * ROUNDS);
 }
 
-TEST(KernelThreads, KeepTheLastErrorOfEach) {
-    test_kernel running;
+TEST(KernelThreads, HaveAnErrorAndAHandleOfTheirOwn) {
+    test_kernel running([](test_machine &machine) {
+        machine.infos[{test_machine::THREAD, OBJINFO_HANDLE}] = test_machine::THREAD;
+    });
     in_threads([](uint64_t number) {
         for (uint64_t round = 0; round < ROUNDS; round++) {
             uint64_t value = 0;
@@ -63,6 +65,9 @@ TEST(KernelThreads, KeepTheLastErrorOfEach) {
                                                     : _SL_GetObjectInfo(test_machine::TASK, TASKINFO_PRIORITY, &value);
             EXPECT_EQ(failed, number % 2 == 0 ? uint64_t{RESULT_TIMEOUT} : RESULT_NO_ITEM);
             EXPECT_EQ(_SL_GetLastError(), failed);
+            const uint64_t self = _SL_GetState(KSTATE_CURRENT_THREAD);
+            EXPECT_EQ(_SL_GetObjectInfo(self, OBJINFO_HANDLE, &value), RESULT_SUCCESS);
+            EXPECT_EQ(value, self);
             EXPECT_EQ(_SL_DeleteObject(port, DELETE_OBJECT), RESULT_SUCCESS);
         }
     });

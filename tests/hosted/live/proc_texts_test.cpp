@@ -32,12 +32,10 @@ TEST(LiveTexts, StatOfAnyName) {
             << one.text;
         if (!one.good) continue;
         EXPECT_EQ(record.name(), one.name);
-        EXPECT_EQ(record.group, 20u);
-        EXPECT_EQ(record.minor_faults + record.major_faults, 12u);
-        EXPECT_EQ(record.task_priority(), 97u);
         EXPECT_TRUE(record.is_kernel_thread());
-        EXPECT_EQ(record.start_ticks, 999u);
-        EXPECT_EQ(record.resident_pages, 42u);
+        EXPECT_EQ(std::tuple(record.group, record.page_faults(), record.task_priority(), record.start_ticks,
+                             record.resident_pages),
+                  std::tuple(20u, 12u, 97u, 999u, 42u));
     }
     stat_record longest;
     EXPECT_TRUE(parse_stat("7 (" + std::string(500, 'n') + ") S" + numbers, longest));
@@ -45,37 +43,33 @@ TEST(LiveTexts, StatOfAnyName) {
 }
 
 TEST(LiveTexts, BlockedCalls) {
+    constexpr uint64_t NONE = ~uint64_t{0};
     constexpr struct {
         const char *text;
         bool blocked;
         uint64_t number, first, stack, counter;
     } cases[] = {
-        {"running\n", false, ~uint64_t{0}, 0, 0, 0},
+        {"running\n", false, NONE, 0, 0, 0},
         {"202 0xaa 0x1 0x2 0x3 0x4 0x5 0x7ffe0010 0x401000\n", true, 202, 0xaa, 0x7ffe0010, 0x401000},
-        {"-1 0x7ffe0010 0x401000\n", true, ~uint64_t{0}, 0, 0x7ffe0010, 0x401000},
-        {"-1 0x7ffe0010\n", false, ~uint64_t{0}, 0, 0, 0},
+        {"-1 0x7ffe0010 0x401000\n", true, NONE, 0, 0x7ffe0010, 0x401000},
+        {"-1 0x7ffe0010\n", false, NONE, 0, 0, 0},
         {"1 0x1 0x2 0x3 0x4 0x5 0x6 0x7 0x8 0x9 0xa\n", true, 1, 1, 7, 8},
-        {"", false, ~uint64_t{0}, 0, 0, 0},
+        {"", false, NONE, 0, 0, 0},
     };
-    for (const auto &one : cases) {
-        const blocked_call call = parse_blocked_call(one.text);
-        EXPECT_EQ(call.blocked, one.blocked) << one.text;
-        EXPECT_EQ(call.number, one.number) << one.text;
-        EXPECT_EQ(call.arguments[0], one.first) << one.text;
-        EXPECT_EQ(call.stack_pointer, one.stack) << one.text;
-        EXPECT_EQ(call.program_counter, one.counter) << one.text;
+    for (const auto &[text, blocked, number, first, stack, counter] : cases) {
+        const blocked_call call = parse_blocked_call(text);
+        EXPECT_EQ(std::tuple(call.blocked, call.number, call.arguments[0], call.stack_pointer, call.program_counter),
+                  std::tuple(blocked, number, first, stack, counter))
+            << text;
     }
 }
 
 TEST(LiveTexts, Mappings) {
     mapping_line line;
     ASSERT_TRUE(parse_mapping("7f00-9f00 r-xs 00003000 fe:0a 332383      /a b (deleted)", line));
-    EXPECT_EQ(line.begin, 0x7f00u);
-    EXPECT_EQ(line.end, 0x9f00u);
     EXPECT_TRUE(line.readable && !line.writable && line.executable && line.shared);
-    EXPECT_EQ(line.offset, 0x3000u);
-    EXPECT_EQ(line.device, uint64_t{0xfe} << 32 | 0x0a);
-    EXPECT_EQ(line.inode, 332383u);
+    EXPECT_EQ(std::tuple(line.begin, line.end, line.offset, line.device, line.inode),
+              std::tuple(0x7f00u, 0x9f00u, 0x3000u, uint64_t{0xfe} << 32 | 0x0a, 332383u));
     EXPECT_EQ(line.name, "/a b (deleted)");
     ASSERT_TRUE(parse_mapping("1000-2000 ---p 00000000 00:00 0", line));
     EXPECT_EQ(line.name, "");

@@ -31,6 +31,8 @@ uint64_t item_of(process_table &table, uint64_t handle, uint64_t item) {
     return value;
 }
 
+uint64_t own_priority() { return static_cast<uint64_t>(120 + getpriority(PRIO_PROCESS, 0)); }
+
 // The names under which the processes are published.
 std::map<int, std::string> published(process_table &table) {
     std::map<int, std::string> names;
@@ -44,7 +46,7 @@ TEST(LiveProcesses, ItemsAgreeWithTheSystem) {
     own_child child([](own_child &self) {
         static int word = 0;
         setpgid(0, 0);
-        setpriority(PRIO_PROCESS, 0, 5);
+        setpriority(PRIO_PROCESS, 0, 15);
         self.say(reinterpret_cast<intptr_t>(&word));
         const auto rest = [&self] {
             self.say(gettid());
@@ -63,7 +65,7 @@ TEST(LiveProcesses, ItemsAgreeWithTheSystem) {
     const std::map<uint64_t, uint64_t> wanted = {
         {OBJINFO_HANDLE, child.handle()},
         {OBJINFO_STATE, TASKSTATE_BLOCKED},
-        {TASKINFO_PRIORITY, 125},
+        {TASKINFO_PRIORITY, 135},
         {TASKINFO_THREADS, 3},
         {TASKINFO_VIRT_PAGES, pages("VmSize:")},
         {TASKINFO_RESERVED_PAGES, pages("VmData:") + pages("VmStk:")},
@@ -207,7 +209,7 @@ TEST(LiveProcesses, OnlyProcessesAreActedOn) {
         EXPECT_EQ(table.set_priority(handle, 139), RESULT_NO_OBJECT) << handle;
     }
     EXPECT_TRUE(child.is_alive() && in_its_group.is_alive());
-    EXPECT_EQ(item_of(table, child.handle(), TASKINFO_PRIORITY), 120u);
+    EXPECT_EQ(item_of(table, child.handle(), TASKINFO_PRIORITY), own_priority());
 
     EXPECT_EQ(table.end(static_cast<uint64_t>(getpid())), RESULT_SUCCESS);  // only agreed to
     EXPECT_EQ(table.end(child.handle()), RESULT_SUCCESS);
@@ -288,7 +290,7 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
     });
     const int second = static_cast<int>(child.heard());
     process_table table;
-    uint64_t set = 120;
+    uint64_t set = own_priority();
     for (const uint64_t wanted : {uint64_t{121}, uint64_t{139}, uint64_t{140}, ~uint64_t{0}, uint64_t{99},
                                   uint64_t{100}, uint64_t{98}, uint64_t{50}, uint64_t{0}, uint64_t{120}}) {
         const uint64_t result = table.set_priority(child.handle(), wanted);
@@ -326,8 +328,9 @@ TEST(LiveProcesses, HiddenProcesses) {
                 walk->info(TASKINFO_PRIORITY, priorities[handle]);
             }
             const auto names = published(table);
-            const bool good = priorities[static_cast<uint64_t>(getpid())] == 120 && names.contains(getpid()) &&
-                              priorities[foreign.handle()] == 0 && !names.contains(foreign.id());
+            const bool good = priorities[static_cast<uint64_t>(getpid())] == own_priority() &&
+                              names.contains(getpid()) && priorities[foreign.handle()] == 0 &&
+                              !names.contains(foreign.id());
             self.say(good ? 1 : 0);
             self.say(static_cast<int64_t>(table.end(foreign.handle())));
         });

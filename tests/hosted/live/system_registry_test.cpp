@@ -109,27 +109,13 @@ TEST(LiveRegistry, ParametersAreKeys) {
     EXPECT_EQ(registry.create_guard("kernel/new", 1), RESULT_NOT_PERMITTED);
 }
 
-TEST(LiveRegistry, HardwareOfATree) {
-    const system_tree tree;
-    tree.put("proc/meminfo", "MemTotal: 2048 kB\n");
-    tree.put("proc/cpuinfo",
-             "processor\t: 0\nvendor_id\t: Some Vendor\nmodel name\t: Fast: 3 GHz\nflags\t\t: fpu vme\n\n"
-             "processor\t: 1\nmodel name\t: Other\n");
-    tree.put("proc/net/dev", "Inter-|   Receive\n face |bytes\n  eth0: 1 2\n  ../up: 1 2\n");
-    tree.put("proc/diskstats", " 254 0 vda 1 2\n 104 0 cciss/c0d0 1\n");
-    tree.put("sys/class/net/eth0/address", "02:fc:00:00:00:01\n");
-    tree.put("sys/class/net/eth0/mtu", "1400\n");
-    tree.put("sys/class/net/eth0/speed", "-1\n");
-    tree.put("sys/class/net/hidden/mtu", "1\n");
-    tree.put("sys/class/block/vda/size", "8\n");
-    tree.put("sys/class/block/vda/device/model", "A DISK      \n");
-    tree.put("sys/class/block/cciss!c0d0/size", "18446744073709551615\n");
-    system_registry registry(tree.roots);
+TEST(LiveRegistry, HardwareOfTheSample) {
+    system_registry registry(sample_system());
     const struct {
         const char *path;
         std::string value;
     } cases[] = {
-        {"hardware/memory/total", "int 2097152"},
+        {"hardware/memory/total", "int " + std::to_string(uint64_t{24684096} * 1024)},
         {"hardware/memory/page_size", "int " + std::to_string(page_size())},
         {"hardware/processor/vendor", "bin Some Vendor"},
         {"hardware/processor/model", "bin Fast: 3 GHz"},
@@ -147,10 +133,11 @@ TEST(LiveRegistry, HardwareOfATree) {
     };
     for (const auto &[path, value] : cases) EXPECT_EQ(key(registry, path), value) << path;
     EXPECT_EQ(names_in(registry, "hardware"), "block memory network processor rtc ");
-    EXPECT_EQ(names_in(registry, "hardware/network"), "eth0 ");
+    EXPECT_EQ(names_in(registry, "hardware/network"), "cpu eth0 lo sysvc vda ");
     EXPECT_EQ(names_in(registry, "hardware/network/eth0"), "address mtu ");
     EXPECT_EQ(names_in(registry, "hardware/rtc"), "");
 
+    const system_tree tree;
     tree.put("dev/rtc0", "");
     system_registry with_clock(tree.roots);
     EXPECT_EQ(key(with_clock, "hardware/rtc/rtc0/device"), "bin rtc0");

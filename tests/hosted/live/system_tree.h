@@ -1,4 +1,4 @@
-// system_tree.h - a tree of files that stands for the operating system's own, and plain reading of the real ones.
+// system_tree.h - trees of files that stand for the operating system's own, and plain reading of files.
 #pragma once
 
 #include <filesystem>
@@ -8,6 +8,13 @@
 #include <string_view>
 
 #include "hosted/live/files.h"
+
+// The sample: a system with odd texts in it, kept as files.
+inline const hosted::live::file_roots &sample_system() {
+    static const std::string base = VENTIX_SOURCE_DIR "/tests/hosted/live/system";
+    static const hosted::live::file_roots roots = {base + "/proc", base + "/sys", base + "/dev", base + "/etc"};
+    return roots;
+}
 
 // A directory of its own, with the roots below it; gone with its owner.
 class system_tree {

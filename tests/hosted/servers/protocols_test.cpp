@@ -127,6 +127,8 @@ TEST(ServiceProtocol, KeepsResultsAsLongAsTheRequest) {
     call.args[0].value = text;  // not the request's own
     EXPECT_EQ(to.error(SVCCMD_CALL), 0u);
     EXPECT_STREQ(reinterpret_cast<const char *>(call.results[0].value), "none");
+    std::fill_n(call.name, sizeof call.name, 'e');  // without an end
+    EXPECT_EQ(to.error(SVCCMD_CALL), uint32_t{IOERROR_BAD_COMMAND});
     DeleteIOreq(to.request);
     EXPECT_FALSE(to.contains(text));
 }
