@@ -152,15 +152,22 @@ TEST_P(Containers, VectorAgreesWithAModel) {
 
 INSTANTIATE_TEST_SUITE_P(ElementSizes, Containers, testing::Values(1, 64, 700));
 
-TEST(Vector, CapacitiesArePowersOfTwo) {
-    const struct { size_t initial, capacity; } cases[] = {{0, 1}, {1, 1}, {5, 8}, {8, 8}, {9, 16}};
-    for (const auto &[initial, capacity] : cases) {
-        const vector_ptr v(vector_new(8, initial));
-        ASSERT_NE(v, nullptr);
-        EXPECT_EQ(v->capacity, capacity) << initial;
-        for (uint64_t i = 0; i <= capacity; ++i) EXPECT_EQ(vector_pushback(v.get(), &i), 0);
-        EXPECT_EQ(v->capacity, 2 * capacity) << initial;
+TEST(Deque, BearsNulls) {
+    const deque_ptr made(deque_new(1));
+    deque *const d = made.get();
+    const char e = 'e';
+    deque_iterator at;
+    for (deque *none : {d, static_cast<deque *>(nullptr)}) {
+        EXPECT_FALSE(deque_front(none) || deque_back(none) || deque_at(none, 0) || deque_begin(none, &at));
+        EXPECT_FALSE(deque_push_back(none, nullptr) || deque_push_front(none, nullptr) || deque_insert(none, 1, &e));
+        EXPECT_FALSE(deque_insertit(&at, nullptr) || deque_next(&at));
+        EXPECT_TRUE(deque_pop_back(none) == -1 && deque_pop_front(none) == -1 && deque_removeit(&at) == -1);
+        deque_sort(none, nullptr);
     }
+    deque_release(nullptr);
+    deque_clear(nullptr);
+    EXPECT_FALSE(deque_push_back(nullptr, &e) || deque_push_front(nullptr, &e) || deque_insertit(nullptr, &e) ||
+                 deque_new(0) || deque_next(nullptr) || d->count != 0);
 }
 
 TEST(Vector, RefusesSizesThatCannotBeCounted) {
