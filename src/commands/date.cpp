@@ -319,7 +319,10 @@ int sb_date(int argc, char **argv) {
         sb_date_get_time(&tm, &milliseconds, opts.utc);
     }
     if (opts.set) {
-        if (const auto status = take_operands(argc, argv, opts, tm, milliseconds)) return *status;
+        if (const auto status = take_operands(argc, argv, opts, tm, milliseconds)) {
+            CloseDevice(clock.device);
+            return *status;
+        }
         if (const int status = sb_date_open_rtc(clock, opts)) return status;
         set_rtc(clock, opts, tm, milliseconds);
     } else {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -24,13 +25,34 @@ void keep_closed_streams_closed() {
     }
 }
 
+int output_error = 0;  // of the first write that failed
+
+// What a stream over this function cannot write is lost, but not the reason: the error that a stream keeps does not
+// tell it, and commands may flush theirs long before the end.
+ssize_t write_output(void *, const char *bytes, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t put = write(STDOUT_FILENO, bytes + done, size - done);
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0 && output_error == 0) output_error = errno;
+        if (put <= 0) break;
+        done += static_cast<size_t>(put);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+void prepare_output() {
+    if (FILE *stream = fopencookie(nullptr, "w", {nullptr, write_output, nullptr, nullptr})) stdout = stream;
+    // A terminal keeps the line buffering that people expect of it.
+    const int mode = isatty(STDOUT_FILENO) != 0 ? _IOLBF : _IOFBF;
+    std::setvbuf(stdout, output_buffer, mode, sizeof output_buffer);
+}
+
 // Flushes standard output; a failure is told once and turns status 0 into 1. A reader that went away knows.
 int check_output(int status) {
-    const bool failed_before = std::ferror(stdout) != 0;
-    errno = 0;
-    if (std::fflush(stdout) == 0 && !failed_before) return status;
-    if (errno == EPIPE || status != 0) return status;
-    std::fprintf(stderr, "ventix: write error: %s\n", std::strerror(errno != 0 ? errno : EIO));
+    const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+    if (!failed || output_error == EPIPE || status != 0) return status;
+    std::fprintf(stderr, "ventix: write error: %s\n", std::strerror(output_error != 0 ? output_error : EIO));
     return 1;
 }
 
@@ -38,8 +60,9 @@ int check_output(int status) {
 
 extern "C" int __wrap_main(int argc, char **argv) {
     keep_closed_streams_closed();
-    // A terminal keeps the line buffering that people expect of it.
-    if (isatty(STDOUT_FILENO) == 0) std::setvbuf(stdout, output_buffer, _IOFBF, sizeof output_buffer);
+    // A file that may not grow further is told of like a full disk; its signal would leave a half-written one behind.
+    std::signal(SIGXFSZ, SIG_IGN);
+    prepare_output();
     const int status = __real_main(argc, argv);
     return hosted::finish(check_output(status));
 }
