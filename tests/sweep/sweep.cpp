@@ -1,7 +1,7 @@
 // sweep.cpp - runs every baseline again and again, each time with another kernel call or allocation failing, and checks
 // that the command ends as it promises.
 //
-//   ventix_sweep [--sample SEED] [--jobs N] [BASELINES]
+//   ventix_sweep [--sample SEED] [--jobs N] [--words] [BASELINES]
 //   ventix_sweep --only 'MACHINE ARGUMENTS' [--call N --result R | --alloc N] [--persistent]
 //
 // A baseline is one run on a described machine (baselines.txt). Its n-th kernel call fails, for every n, with each
@@ -9,6 +9,9 @@
 // every later call for which that result makes sense. Allocations inside a kernel call are the kernel's and never fail.
 // Every run is a fork of one process in which the machine stands ready. --sample does a small part of all that, chosen
 // by the seed; --only does the one run that a finding names, with its output and its kernel calls shown.
+//
+// With --words nothing fails: each baseline is run with every option of its command before its operands, alone and with
+// every absurd argument, and with each operand replaced by one.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -348,12 +351,13 @@ struct promise {
     std::vector<const char *> diagnostics = {};  // how its lines on standard error begin, besides its own name
     left_open left = REGISTRY;                   // where it succeeds
     bool may_be_silent = false;                  // about what its status tells
+    int bad_words = 0;  // the status for which standard error does not tell what is wrong with the words
 };
 
 const promise promises[] = {
-    {"counters", {1}, {}, REPLY_PORT},
-    {"date", {1, 2}, {}, REPLY_PORT_AND_HANDLE},
-    {"devping", {1, 2}},
+    {.command = "counters", .statuses = {1}, .left = REPLY_PORT, .bad_words = 1},
+    {.command = "date", .statuses = {1, 2}, .left = REPLY_PORT_AND_HANDLE, .bad_words = 100},
+    {.command = "devping", .statuses = {1, 2}, .bad_words = 100},
     {"devquery", {1, 2}},
     {"dumpktrace", {1, 255}},
     {"free", {1}},
@@ -365,7 +369,7 @@ const promise promises[] = {
     {"raiseexc", {1}},
     {"readlog", {1, 2}, {}, REPLY_PORT_AND_HANDLE},
     {"readreg", {1, 2, 3, 4, 5, 6, 7, 8, 9}, {}, REGISTRY, true},  // the number of keys that failed
-    {"sendlog", {1, 2}, {}, REPLY_PORT_AND_HANDLE},
+    {.command = "sendlog", .statuses = {1, 2}, .left = REPLY_PORT_AND_HANDLE, .bad_words = 100},
     {"svccall", {1, 2}, {}, REGISTRY, true},  // an argument that finds no room
     {"svcinfo", {1, 2}},
     {"task", {1, 101}, {"ERROR: "}, REGISTRY_AND_SERVICE},
@@ -375,7 +379,7 @@ const promise promises[] = {
     {"tprop", {1}},
     {"treereg", {1, 2, 101}, {}, REGISTRY, true},  // its messages stand in the tree, and call it tree
     {"tview", {1, 101}, {"ERROR: "}},
-    {"uptime", {}},
+    {.command = "uptime", .statuses = {}, .bad_words = 100},
 };
 
 const promise &promise_of(const std::string &command) {
@@ -476,6 +480,48 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
     return "";
 }
 
+// ---- words
+// -----------------------------------------------------------------------------------------------------------
+
+// Words are split at blanks; '...' holds blanks.
+std::vector<std::string> words_of(const std::string &line) {
+    std::vector<std::string> words;
+    bool quoted = false, inside = false;
+    for (const char c : line) {
+        if (c == '\'') quoted = !quoted;
+        if (!quoted && (c == ' ' || c == '\t')) {
+            inside = false;
+            continue;
+        }
+        if (!inside) words.emplace_back();
+        inside = true;
+        if (c != '\'') words.back() += c;
+    }
+    return words;
+}
+
+// In the place of a number, a name, a list or a path.
+std::vector<std::string> absurd_words() {
+    constexpr size_t MEGABYTE = 1 << 20;
+    std::vector<std::string> words = words_of(
+        "'' - -- 0 -0 -1 + 7 4294967296 2147483648 -9223372036854775808 18446744073709551615 18446744073709551616 0x 08 "
+        "0xFFFFFFFFFFFFFFFF 1e9 1M 9999999Y ' 1 ' , a,b,c,, 0, 1,desc,desc fancyw = a= / //../..// %n%s%p "
+        "'\xFF\x80\t\x1B[2J'");
+    for (const char c : {'x', '9', '/', ','}) words.emplace_back(MEGABYTE, c);
+    return words;
+}
+
+// The options that a help text lists, and some that it does not.
+std::set<std::string> options_in(const std::string &help) {
+    constexpr std::string_view letters = "-ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+    std::set<std::string> options = {"--none", "---", "-?", "-\xFF"};
+    for (size_t at = 0; (at = help.find(" -", at)) != help.npos;) {
+        const size_t end = std::min(help.find_first_not_of(letters, ++at), help.size());
+        if (end - at > 1) options.insert(help.substr(at, end - at));
+    }
+    return options;
+}
+
 // ---- the sweep ------------------------------------------------------------------------------------------------------
 
 struct totals {
@@ -523,9 +569,7 @@ public:
     sweep(totals &sums, uint64_t seed, uint64_t part) : sums_(sums), seed_(seed), part_(part) {}
 
     void over(const baseline &base, uint64_t index) {
-        random_.seed(seed_ + index);
-        if (part_ > 1 && random_() % SAMPLED_BASELINES != 0) return;
-        prepare(base);
+        if (!takes(base, index)) return;
         expected_ = run(base, {}, PLAIN_BUDGET);
         plain_ = std::make_unique<report>(*told);
         ++sums_.runs;
@@ -540,7 +584,52 @@ public:
         }
     }
 
+    void over_words(const baseline &base, uint64_t index) {
+        if (!takes(base, index)) return;
+        baseline help = base;
+        help.words.resize(1);
+        help.words.emplace_back("--help");
+        const std::vector<std::string> absurd = absurd_words();
+        const auto put = [&](size_t at, size_t replaced, std::initializer_list<std::string> words) {
+            baseline tried = base;
+            const auto place = tried.words.begin() + static_cast<std::ptrdiff_t>(at);
+            tried.words.insert(tried.words.erase(place, place + static_cast<std::ptrdiff_t>(replaced)), words);
+            try_words(tried);
+        };
+        for (const std::string &option : options_in(run(help, {}, PLAIN_BUDGET).output)) {
+            put(1, 0, {option});
+            put(base.words.size(), 0, {option});
+            for (const std::string &word : absurd) {
+                put(1, 0, {option, word});
+                if (option.starts_with("--")) put(1, 0, {option + '=' + word});
+            }
+        }
+        for (size_t i = 1; i < base.words.size(); ++i) {
+            for (const std::string &word : absurd) put(i, 1, {word});
+        }
+    }
+
 private:
+    bool takes(const baseline &base, uint64_t index) {
+        random_.seed(seed_ + index);
+        if (part_ > 1 && random_() % SAMPLED_BASELINES != 0) return false;
+        prepare(base);
+        return true;
+    }
+
+    void try_words(const baseline &tried) {
+        if (part_ > 1 && random_() % (part_ * 4) != 0) return;  // there are far more of these
+        const outcome got = run(tried, {}, PLAIN_BUDGET);
+        ++sums_.runs;
+        const promise &promised = promise_of(tried.words[0]);
+        std::string wrong = judge(tried, {}, *told, {promised.bad_words, "", ""}, got);
+        // Whoever names task 0 names the calling one, and all ones are no object for anybody.
+        const bool named = got.status == STATUS_SELF_DELETED || std::string_view(told->finding).ends_with("no object");
+        if (wrong.empty() || (tried.words[0] == "taskkill" && named)) return;
+        for (const std::string &word : tried.words) wrong += " '" + word.substr(0, 60) + "'";
+        tell(tried, {}, wrong);
+    }
+
     void fail(const baseline &base, const failure &planned) {
         if (part_ > 1 && random_() % part_ != 0) return;
         const outcome got = run(base, planned, budget_of(*plain_));
@@ -568,23 +657,6 @@ private:
 };
 
 // ---- the list of baselines ------------------------------------------------------------------------------------------
-
-// Words are split at blanks; '...' holds blanks.
-std::vector<std::string> words_of(const std::string &line) {
-    std::vector<std::string> words;
-    bool quoted = false, inside = false;
-    for (const char c : line) {
-        if (c == '\'') quoted = !quoted;
-        if (!quoted && (c == ' ' || c == '\t')) {
-            inside = false;
-            continue;
-        }
-        if (!inside) words.emplace_back();
-        inside = true;
-        if (c != '\'') words.back() += c;
-    }
-    return words;
-}
 
 baseline baseline_of(const std::string &line) {
     auto words = words_of(line);
@@ -630,7 +702,7 @@ int only(const std::string &line, const failure &planned) {
     return wrong.empty() ? 0 : 1;
 }
 
-int all(const std::vector<baseline> &list, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
+int all(const std::vector<baseline> &list, bool words, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
     std::vector<pid_t> workers;
     for (unsigned i = 0; i < jobs; ++i) {
         const pid_t worker = fork();
@@ -641,7 +713,8 @@ int all(const std::vector<baseline> &list, uint64_t seed, uint64_t part, unsigne
         told = static_cast<report *>(
             mmap(nullptr, sizeof *told, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
         sweep one(sums, seed, part);
-        for (uint64_t index; (index = sums.next++) < list.size();) one.over(list[index], index);
+        for (uint64_t index; (index = sums.next++) < list.size();)
+            words ? one.over_words(list[index], index) : one.over(list[index], index);
         _exit(0);
     }
     bool complete = true;
@@ -672,6 +745,7 @@ int main(int argc, char **argv) {
     std::string file = VENTIX_SOURCE_DIR "/tests/sweep/baselines.txt", line;
     failure planned;
     uint64_t seed = 0, part = 1;
+    bool words = false;
     unsigned jobs = static_cast<unsigned>(std::max<long>(sysconf(_SC_NPROCESSORS_ONLN), 1));
     for (int i = 1; i < argc; ++i) {
         const std::string_view option = argv[i];
@@ -693,6 +767,8 @@ int main(int argc, char **argv) {
             planned.persistent = true;
         else if (option == "--sample")
             seed = number(), part = SAMPLED_PART;
+        else if (option == "--words")
+            words = true;
         else if (option == "--jobs")
             jobs = static_cast<unsigned>(number());
         else
@@ -704,7 +780,7 @@ int main(int argc, char **argv) {
     if (list.empty()) std::fprintf(stderr, "sweep: %s: no baselines\n", file.c_str());
     if (part > 1) std::printf("seed %llu: ", static_cast<unsigned long long>(seed));
     std::fflush(stdout);
-    const int failed = all(list, seed, part, jobs, sums);
+    const int failed = all(list, words, seed, part, jobs, sums);
     std::printf("%zu baselines, %llu runs, %llu kernel calls and %llu allocations failed, %llu findings\n", list.size(),
                 static_cast<unsigned long long>(sums.runs), static_cast<unsigned long long>(sums.calls),
                 static_cast<unsigned long long>(sums.allocs), static_cast<unsigned long long>(sums.findings));
