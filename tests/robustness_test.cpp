@@ -1,5 +1,4 @@
-// What people may type by mistake or on purpose, for every command: it ends with a status that commands promise,
-// without a report of a sanitizer (which would be another status), and touches nothing that was not named.
+// What people may type by mistake touches nothing that was not named. (That it ends well is the sweep's, --words.)
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/filter.h>
@@ -7,7 +6,6 @@
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
-#include <algorithm>
 #include <cinttypes>
 #include <cstddef>
 #include <cstdio>
@@ -18,39 +16,10 @@
 #include "hosted/kernel/entry.h"
 #include "hosted/live/own_child.h"
 #include "main/tools.h"
-#include "run_ventix.h"
 
 namespace {
 
 using words = std::vector<std::string>;
-
-void expect_promised_end(const char *command, const words &arguments) {
-    static constexpr int promised[] = {0, 1, 2, 100, 101, 255};
-    const scratch_directory directory;
-    ventix_run run;
-    run.machine = VENTIX_SOURCE_DIR "/machines/demo.json";
-    run.directory = directory.path();
-    run.arguments = {command};
-    run.arguments.insert(run.arguments.end(), arguments.begin(), arguments.end());
-    const auto result = run_ventix(run);
-    // readreg counts the keys that it could not show, in 8 bits.
-    const bool counts = std::string_view(command) == "readreg" && result.status >= 0 && result.status < 256;
-    EXPECT_TRUE(counts || std::find(std::begin(promised), std::end(promised), result.status) != std::end(promised))
-        << command << ' ' << arguments.front().substr(0, 20) << ": " << result.status << '\n'
-        << result.diagnostics.substr(0, 2000);
-    EXPECT_EQ(result.diagnostics.find("Sanitizer"), std::string::npos) << command;
-    EXPECT_EQ(result.diagnostics.find("runtime error"), std::string::npos) << command;
-}
-
-TEST(Robustness, OperandsWithoutMeasure) {
-    const std::string wide(128 * 1024 - 1, 'x');  // the longest that the system passes on
-    for (const tool *row = s_tools; row->name; ++row) {
-        expect_promised_end(row->name, {"", ""});
-        expect_promised_end(row->name, words(10000, "x"));
-        expect_promised_end(row->name, words(8, wide));
-        expect_promised_end(row->name, {"-" + std::string(100000, 'a')});
-    }
-}
 
 // Ends this process at the first system call that would act on another.
 bool forbid_acting() {
@@ -94,20 +63,10 @@ int try_to_act(words arguments) {
 TEST(Robustness, NoActFromNumbersThatNameNoProcess) {
     own_child child([](own_child &self) { self.say(1); });
     child.heard();
-    const uint64_t id = child.handle(), top = uint64_t{1} << 63;
+    const uint64_t id = child.handle(), high = uint64_t{1} << 32, top = high << 31, ones = ~top | top;
     // What a number is cut or turned to must not count: many of these have the child's number in some part of them.
-    const std::vector<uint64_t> nothing = {id + (uint64_t{1} << 32),
-                                           id + (uint64_t{2} << 32),
-                                           id + (uint64_t{1} << 48),
-                                           id << 32,
-                                           id | top,
-                                           ~id + 1,
-                                           0x7FFFFFFF,
-                                           0x80000000,
-                                           0xFFFFFFFF,
-                                           uint64_t{1} << 32,
-                                           top,
-                                           ~uint64_t{0}};
+    const std::vector<uint64_t> nothing = {id + high,  id + 2 * high, id + (high << 16), id << 32, id | top, ~id + 1,
+                                           0x7FFFFFFF, 0x80000000,    0xFFFFFFFF,        high,     top,      ones};
     const std::vector<words> commands = {{"taskkill", "-P"},
                                          {"raiseexc", "-p", "9", "-P", "SIGNAL"},
                                          {"raiseexc", "-P", "USR1"},

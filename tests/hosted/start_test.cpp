@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <future>
+#include <sstream>
 
 #include "run_ventix.h"
 
@@ -15,34 +16,19 @@ namespace {
 
 constexpr char demo[] = VENTIX_SOURCE_DIR "/machines/demo.json";
 
-// A run of each command on the demonstration machine that succeeds. Words of the shell.
-constexpr const char *runs[] = {"counters eth0 0",
-                                "date -u -R",
-                                "devping -v eth0",
-                                "devquery eth0 PING",
-                                "dumpktrace -n 9",
-                                "free -v",
-                                "kblayout",
-                                "lscpureg",
-                                "lsisr -n",
-                                "lsmaj",
-                                "lsmem -a",
-                                "readlog",
-                                "raiseexc 1 shell",
-                                "readreg run/dev/eth0",
-                                "sendlog text",
-                                "svccall demo status",
-                                "svcinfo demo",
-                                "task -A -n",
-                                "taskkill editor",
-                                "threads -r init",
-                                "tmemo init",
-                                "tprop prior init",
-                                "treereg",
-                                "tview -n init",
-                                "uptime"};
+// A run of each command on the demonstration machine that succeeds, in the words of the shell.
+std::vector<std::string> runs() {
+    std::istringstream list(
+        "counters eth0 0;date -u -R;devping -v eth0;devquery eth0 PING;dumpktrace -n 9;free -v;kblayout;lscpureg;"
+        "lsisr -n;lsmaj;lsmem -a;readlog;raiseexc 1 shell;readreg run/dev/eth0;sendlog text;svccall demo status;"
+        "svcinfo demo;task -A -n;taskkill editor;threads -r init;tmemo init;tprop prior init;treereg;tview -n init;"
+        "uptime");
+    std::vector<std::string> all;
+    for (std::string run; std::getline(list, run, ';');) all.push_back(run);
+    return all;
+}
 
-// Lets a shell do it, in which $run is the run.
+// What a shell does with a run, which it knows as "run".
 ventix_result shell(const std::string &run, const std::string &line, const std::string &output = {},
                     std::vector<std::string> environment = {}) {
     return run_ventix({.arguments = {"-c", "run() { \"$0\" " + run + "; }; " + line, ventix_program()},
@@ -76,7 +62,7 @@ std::string on_terminal(const std::string &run, const std::vector<std::string> &
 }
 
 TEST(Start, OutputIsTheSameWhereverItGoes) {
-    for (const std::string run : runs) {
+    for (const std::string &run : runs()) {
         SCOPED_TRACE(run);
         const ventix_result plain = shell(run, "run");
         EXPECT_EQ(plain.diagnostics, "");
@@ -105,7 +91,7 @@ TEST(Start, OutputThatIsLostIsToldOnce) {
         {"trap '' PIPE; run", unread, "", 0},  // its reader knows
         {"run", unread, "", 128 + SIGPIPE},
     };
-    for (const std::string run : runs) {
+    for (const std::string &run : runs()) {
         const bool silent = shell(run, "run").output.empty();
         for (const auto &row : cases) {
             SCOPED_TRACE(run + ": " + row.line + " > " + row.output);
