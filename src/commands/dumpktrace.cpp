@@ -101,7 +101,7 @@ int out_of_memory() {
     return SB_FAILED;
 }
 
-// The three readers return false after a message.
+// Both readers return false after a message.
 bool get_geometry(uint64_t item, const char *what, uint64_t &value) {
     const uint64_t code = _SL_GetSystemData(KSYSIDX_TRACE, item, &value);
     if (code)
@@ -110,18 +110,10 @@ bool get_geometry(uint64_t item, const char *what, uint64_t &value) {
     return code == RESULT_SUCCESS;
 }
 
-bool get_word(uint64_t group, uint64_t index, uint64_t &word) {
+bool get_word(uint64_t group, uint64_t index, uint64_t &word, const char *what = "word") {
     const uint64_t code = _SL_GetSystemData(group, index, &word);
     if (code)
-        std::fprintf(stderr, "dumpktrace: failed to get word at 0x%" PRIx64 " (error 0x%x)\n", index,
-                     static_cast<unsigned>(code));
-    return code == RESULT_SUCCESS;
-}
-
-bool get_header_word(uint64_t group, uint64_t index, uint64_t &word) {
-    const uint64_t code = _SL_GetSystemData(group, index, &word);
-    if (code)
-        std::fprintf(stderr, "dumpktrace: failed to get header word at 0x%" PRIx64 " (error 0x%x)\n", index,
+        std::fprintf(stderr, "dumpktrace: failed to get %s at 0x%" PRIx64 " (error 0x%x)\n", what, index,
                      static_cast<unsigned>(code));
     return code == RESULT_SUCCESS;
 }
@@ -159,7 +151,7 @@ struct geometry {
 
 // The number of entries in a buffer; false after a message. A trace that lies is cut: an entry takes a word at least.
 bool get_entry_count(const geometry &trace, uint64_t group, uint64_t buffer, uint64_t &count) {
-    if (!get_header_word(group, buffer * trace.words_per_buffer, count)) return false;
+    if (!get_word(group, buffer * trace.words_per_buffer, count, "header word")) return false;
     count = std::min({count, trace.words_per_buffer, sane_words});
     return true;
 }

@@ -31,26 +31,6 @@ test_machine::maker server(performer told, uint64_t buffer = 256) {
     };
 }
 
-TEST(RegistryClient, FailuresLeaveOutputsAloneAndRecordsOnNoEntry) {
-    test_kernel running([](test_machine &m) { m.store.limit = {40, 100, 3, 300}; });
-    device_record *dev = GetRegDev();
-    EXPECT_EQ(GetRegDev(), dev);
-    uint32_t name = 0, binary = 0, depth = 0, length = 7;
-    EXPECT_TRUE(RegCaps(dev, &name, &binary, &depth) && RegCaps(dev, nullptr, nullptr, nullptr));
-    EXPECT_EQ(std::tuple(name, binary, depth), std::tuple(40u, 100u, 3u));
-    uint64_t value = 7;
-    uint16_t type = 7;
-    EXPECT_FALSE(RegGetKeyInt(dev, "none", &value) || RegKeyInfo(dev, "none", &type, &length));
-    EXPECT_EQ(std::tuple(value, type, length), std::tuple(7u, 7, 7u));
-    for (const bool begun : {true, false}) {
-        RegIterator record{};
-        record.on_entry = 1;
-        EXPECT_FALSE(begun ? RegItBegin(dev, &record, "none") : RegItNext(dev, &record));
-        std::memcpy(&value, &record, sizeof value);
-        EXPECT_EQ(value, REG_ITERATOR_FAILED);
-    }
-}
-
 // A path that just fits the buffer is sent, a longer one is not.
 TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
     constexpr uint64_t size = 256;

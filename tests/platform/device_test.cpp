@@ -140,64 +140,6 @@ TEST(DeviceDeathTest, SyncIOExWaitsForeverOnAnAcknowledgementAlone) {
     }
 }
 
-// What cannot be opened is null, and nothing is left behind.
-TEST(Device, OpeningFailsCleanly) {
-    using opening = device_behaviour::opening;
-    using change = std::function<void(test_machine &)>;
-    constexpr opening OK = opening::accept;
-    const change none = [](test_machine &) {};
-    const change unknown = [](test_machine &m) { m.states[KSTATE_REGISTRY_PORT] = NO_OBJECT; };
-    const change zero = [](test_machine &m) { m.states[KSTATE_REGISTRY_PORT] = 0; };
-    const change fresh = [](test_machine &m) {
-        m.states[KSTATE_HANDLE_MANAGER] = 1;
-        m.infos[{test_machine::TASK, OBJINFO_HANDLE}] = test_machine::TASK;
-    };
-    const struct {
-        const char *title;
-        const char *name;
-        opening open = OK;
-        change set_up = [](test_machine &) {};
-        hosted::fault_list faults = {};
-        size_t left = 0;  // handles; the registry keeps the task's that a look-up opened it with
-        bool opens = false;
-    } cases[] = {
-        {"healthy", "dev", OK, none, {}, 0, true},
-        {"no name", nullptr},
-        {"empty name", ""},
-        {"unknown", "other"},
-        {"refused", "dev", opening::refuse, fresh, {}, 1},
-        {"null", "dev", opening::null, fresh, {}, 1},
-        {"no registry", "dev", OK, unknown},
-        {"registry port 0", "Registry", OK, zero},
-        {"no port", "dev", OK, none, fault(call::create_msg_port, RESULT_NO_MEMORY)},
-        {"no handle", "dev", OK, none, fault(call::create_handle, RESULT_NO_MEMORY)},
-        {"no fresh task handle", "Registry", OK, fresh, fault(call::create_handle, RESULT_NO_MEMORY, 2)},
-        {"registry not sent to", "Registry", OK, fresh, send_fault(DEVMSG_OPEN, BROKEN)},
-        {"device not sent to", "dev", OK, fresh, send_fault(DEVMSG_OPEN, BROKEN, 2), 1},
-        {"no look-up request", "dev", OK, none, send_fault(DEVMSG_CREATE_REQUEST, BROKEN)},
-        {"look-up not begun", "dev", OK, none, send_fault(IOMSG_BEGIN, BROKEN)},
-        {"answer lost: nobody knows its record", "dev", OK, none, receive(BROKEN, 6), 3},
-    };
-    for (const auto &one : cases) {
-        SCOPED_TRACE(one.title);
-        const auto set_up = [&](test_machine &m) {
-            device_behaviour behaviour;
-            behaviour.open = one.open;
-            m.makers["dev"] = behaving(behaviour);
-            one.set_up(m);
-        };
-        test_kernel running(set_up, one.faults);
-        running.kernel().registry_port();  // servers are made when they are first asked for
-        running.kernel().device_port("dev");
-        const size_t before = running.handles().size();
-        device_record *device = OpenDevice(one.name);
-        EXPECT_EQ(device != nullptr, one.opens);
-        EXPECT_EQ(CloseDevice(device), 0);
-        EXPECT_EQ(running.handles().size(), before + one.left);
-        EXPECT_EQ(CloseDevice(device), 0) << "null, or not mapped any more";
-    }
-}
-
 // Whatever is interrupted is done again: the same results for every call that an interruption can hit, and for all.
 TEST(Device, RepeatsInterruptedCalls) {
     const auto work = [](test_kernel &running) {

@@ -79,6 +79,13 @@ TEST_F(LiveMachine, EveryHandleNamesItsObject) {
     EXPECT_EQ(handles(self, ITERSEL_TASKS), std::vector<uint64_t>{RESULT_NO_OBJECT});
 }
 
+TEST_F(LiveMachine, WaitsByTheRealClock) {
+    std::unique_lock lock(owner.mutex());
+    const uint64_t begun = owner.now();
+    EXPECT_EQ(owner.delay(lock, who, 5), RESULT_SUCCESS);
+    EXPECT_GE(owner.now(), begun + 5);
+}
+
 TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
     own_child child([](own_child &self) { self.say(1); });
     child.heard();

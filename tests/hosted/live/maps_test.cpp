@@ -138,21 +138,6 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
     EXPECT_FALSE(maps.knows(views.front()[OBJINFO_HANDLE] - 1));
 }
 
-TEST_F(LiveMaps, VeryManyMappings) {
-    constexpr size_t count = 60000;
-    own_child child([](own_child &self) {
-        char *area = static_cast<char *>(
-            mmap(nullptr, count * 4096, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-        bool done = area != MAP_FAILED;
-        for (size_t i = 0; done && i < count; i += 2) done = mprotect(area + i * 4096, 4096, PROT_NONE) == 0;
-        self.say(done ? 1 : 0);
-    });
-    if (child.heard() != 1) GTEST_SKIP() << "so many mappings are not to be had";
-    list(child);
-    EXPECT_GE(views.size(), count);
-    EXPECT_GE(memos.size(), count);
-}
-
 TEST_F(LiveMaps, NothingToLookAt) {
     own_child zombie([](own_child &) { _exit(0); });
     while (waitid(P_PID, static_cast<id_t>(zombie.id()), nullptr, WEXITED | WNOWAIT) != 0) {

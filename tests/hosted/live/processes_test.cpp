@@ -319,19 +319,8 @@ TEST(LiveProcesses, HiddenProcesses) {
                                mount("proc", "/proc", "proc", 0, options) == 0 && setresgid(65534, 65534, 65534) == 0 &&
                                setresuid(65534, 65534, 65534) == 0;
             self.say(ready ? 1 : 0);
-            prctl(PR_SET_DUMPABLE, 1);
             process_table table;
-            const auto walk = table.walk_all();
-            std::map<uint64_t, uint64_t> priorities;
-            for (uint64_t handle = 0; walk->step() == RESULT_SUCCESS;) {
-                walk->info(OBJINFO_HANDLE, handle);
-                walk->info(TASKINFO_PRIORITY, priorities[handle]);
-            }
-            const auto names = published(table);
-            const bool good = priorities[static_cast<uint64_t>(getpid())] == own_priority() &&
-                              names.contains(getpid()) && priorities[foreign.handle()] == 0 &&
-                              !names.contains(foreign.id());
-            self.say(good ? 1 : 0);
+            self.say(published(table).contains(foreign.id()) ? 0 : 1);
             self.say(static_cast<int64_t>(table.end(foreign.handle())));
         });
         if (viewer.heard() != 1) GTEST_SKIP() << "no right to mount";

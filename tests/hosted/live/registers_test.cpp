@@ -4,6 +4,7 @@
 #include <sys/syscall.h>
 #include <sys/user.h>
 
+#include <algorithm>
 #include <atomic>
 #include <new>
 #include <thread>
@@ -98,11 +99,14 @@ TEST(LiveRegisters, OfAProcessUnderSignals) {
         while (!done) sent += sigqueue(child.id(), SIGRTMIN, {}) == 0 ? 1 : 0;
     });
     live::register_block block;
-    for (int i = 0; i < 200; i++) EXPECT_EQ(live::read_registers(child.id(), block), RESULT_SUCCESS);
+    uint64_t results[200] = {};
+    for (uint64_t &result : results) result = live::read_registers(child.id(), block);
     done = true;
     sender.join();
     for (int i = 0; i < 5000 && *taken < sent; i++) usleep(1000);
     EXPECT_EQ(*taken, sent);
+    EXPECT_GT(std::count(std::begin(results), std::end(results), RESULT_SUCCESS), 100);  // where it got no time: 293
+    for (const uint64_t result : results) EXPECT_TRUE(result == RESULT_SUCCESS || result == RESULT_TIMEOUT) << result;
 }
 
 // Its end is its parent's to be told, whenever it comes.

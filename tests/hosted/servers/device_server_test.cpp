@@ -134,6 +134,9 @@ TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
     EXPECT_EQ(sent(0x12345, 5, {}, port_), answers{}) << "an answer to the server itself goes nowhere";
     EXPECT_EQ(told_, std::vector<uint64_t>{});
     EXPECT_EQ(SyncIO(io), IO_SUCCESS);
+    const uint64_t id = io->id;
+    EXPECT_EQ(DeleteIOreqAsync(io), IO_SUCCESS);
+    EXPECT_EQ(sent(IOMSG_BEGIN, id), (answers{{IOMSG_FAILED, id}}));
 }
 
 TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
