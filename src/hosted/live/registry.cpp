@@ -280,8 +280,10 @@ protected:
             std::array<char, FILE_ROOM> buffer;
             const auto text = read_file(folder_ + one.file, buffer);
             if (!text) return nullptr;
-            if (one.unit == 0) return text_key(trimmed(*text));
-            const auto number = whole_number(trimmed(*text));
+            std::string told(trimmed(*text));
+            clean(told);  // a device may be anybody's
+            if (one.unit == 0) return text_key(told);
+            const auto number = whole_number(told);
             if (!number || *number > std::numeric_limits<uint64_t>::max() / one.unit) return nullptr;
             return number_key(*number * one.unit);
         }

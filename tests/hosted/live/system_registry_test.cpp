@@ -126,7 +126,7 @@ TEST(LiveRegistry, HardwareOfTheSample) {
         {"hardware/network/eth0/speed", "(none)"},
         {"hardware/network/hidden/mtu", "(none)"},
         {"hardware/block/vda/size", "int 4096"},
-        {"hardware/block/vda/model", "bin A DISK"},
+        {"hardware/block/vda/model", "bin A DISK?[c"},
         {"hardware/block/cciss!c0d0", "dir"},
         {"hardware/block/cciss!c0d0/size", "(none)"},
         {"hardware/rtc/rtc0", "(none)"},
