@@ -18,6 +18,7 @@
 #include "hosted/live/processes.h"
 #include "own_child.h"
 #include "platform/kernel.h"
+#include "system_tree.h"
 
 using namespace hosted;
 using live::process_table;
@@ -148,6 +149,19 @@ TEST(LiveProcesses, StatesAndWhatHasGone) {
         EXPECT_EQ(states[handle], state);
     }
     EXPECT_EQ(item_of(table, gone.handle(), OBJINFO_HANDLE), ~uint64_t{0});
+}
+
+// Half of it has been given back already, and reads as -1.
+TEST(LiveProcesses, OnItsLastWayOut) {
+    system_tree tree;
+    tree.put("proc/301/status", "Name:\tlast\nTgid:\t301\n");
+    tree.put("proc/301/stat", "301 (last) X 0 -1 -1 0 -1 4 7 0 0 0 1 1 0 0 20 0 0 0 99 0 0 0 0\n");
+    process_table table(tree.roots.proc);
+    EXPECT_EQ(item_of(table, 301, OBJINFO_STATE), TASKSTATE_DELETED);
+    for (const uint64_t item : {TASKINFO_GROUP, TASKINFO_PRIORITY, TASKINFO_PAGEFAULTS_LO, TASKINFO_IDS})
+        EXPECT_EQ(item_of(table, 301, item), 0u) << item;
+    const std::string *name = nullptr;
+    EXPECT_EQ(table.name(301, name), RESULT_NO_OBJECT);
 }
 
 TEST(LiveProcesses, Names) {
