@@ -174,6 +174,7 @@ uint64_t process_table::set_priority(uint64_t handle, uint64_t priority) {
     for (int pass = 0; pass < MOST_PASSES; pass++) {
         bool changed = false;
         while (const int thread = scan.next()) {
+            if (faccessat(scan.directory(), numbered_path(thread).c_str(), F_OK, 0) != 0) continue;  // has ended since
             int error = 0;
             if (set_thread(thread, priority, error)) changed = true;
             if (error == ESRCH) continue;

@@ -171,7 +171,7 @@ uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<wal
     const auto system_wide = [&](auto make) {
         if (parent != SYSTEM_WIDE) return uint64_t{RESULT_NO_OBJECT};
         out = make();
-        return uint64_t{RESULT_SUCCESS};
+        return uint64_t{out ? RESULT_SUCCESS : RESULT_NOT_PERMITTED};
     };
     const auto of_process = [&](auto make) {
         process *owner = nullptr;
@@ -206,6 +206,7 @@ uint64_t live_machine::fetch_register(uint64_t thread, uint64_t id, uint64_t nod
         live::thread *named = nullptr;
         if (const uint64_t result = processes_.find_thread(thread, named); result != RESULT_SUCCESS) return result;
         stopped_.result = read_registers(named->number(), stopped_.block);
+        if (!named->exists()) stopped_.result = RESULT_NO_OBJECT;  // then it may have been another of its number
         stopped_.handle = thread;
     }
     if (stopped_.result != RESULT_SUCCESS) return stopped_.result;

@@ -127,7 +127,7 @@ uint64_t blocked_call::waited_address() const {
 
 bool proc_object::open(int below, const char *path, int number) {
     directory_ = descriptor(openat(below, path, O_PATH | O_DIRECTORY | O_CLOEXEC));
-    number_ = directory_ ? number : 0;
+    number_ = directory_ || !means_gone(errno) ? number : 0;
     stat_read_ = reading::not_yet;
     return number_ != 0;
 }
@@ -136,6 +136,8 @@ void proc_object::close() {
     directory_ = descriptor();
     number_ = 0;
 }
+
+bool proc_object::exists() { return number() != 0 && faccessat(directory(), "stat", F_OK, 0) == 0; }
 
 reading proc_object::read(const char *name, std::string_view &text) {
     const reading result = outcome(root_.reader.read(directory_.get(), name, text));
@@ -194,8 +196,6 @@ uint64_t process::is_process() {
     if (leads_ == reading::done) return RESULT_SUCCESS;
     return leads_ == reading::refused ? RESULT_NOT_PERMITTED : RESULT_NO_OBJECT;
 }
-
-bool process::exists() { return number() != 0 && faccessat(directory(), "stat", F_OK, 0) == 0; }
 
 bool process::start(uint64_t &ticks) {
     if (stat() == nullptr) return false;

@@ -88,8 +88,10 @@ public:
     const stat_record *stat();
     const stat_record &told();  // the same; in place of null, one of which every item reads 0
     bool has_gone() { return stat() == nullptr && stat_read_ == reading::gone; }
+    bool exists();  // now, asked of the system anew
 
 protected:
+    // False where there is none. One that is there but cannot be opened, with no descriptor left, has nothing to read.
     bool open(int below, const char *path, int number);
     void close();
 
@@ -123,8 +125,6 @@ public:
     // thread, RESULT_NOT_PERMITTED where the caller may not look. A number from a scan of all processes always is.
     uint64_t is_process();
     void known_as_process() { leads_ = reading::done; }
-
-    bool exists();  // now, asked of the system anew
 
     uint64_t item(uint64_t item, uint64_t &value);
 

@@ -19,6 +19,8 @@ public:
     }
     ~process_walk() override { std::erase(table_.stood_on_, &current_); }
 
+    bool lists() const { return scan_.directory() >= 0; }
+
     uint64_t step() override {
         while (const int id = scan_.next()) {
             if (!current_.open(id)) continue;
@@ -41,12 +43,13 @@ private:
     process current_;
 };
 
-namespace {
-
 class thread_walk : public walk {
 public:
-    thread_walk(proc_root &root, descriptor tasks, int owner)
-        : owner_(owner), scan_(std::move(tasks)), current_(root) {}
+    thread_walk(process_table &table, descriptor tasks, int owner)
+        : table_(table), owner_(owner), scan_(std::move(tasks)), current_(table.root_) {
+        table_.threads_stood_on_.push_back(&current_);
+    }
+    ~thread_walk() override { std::erase(table_.threads_stood_on_, &current_); }
 
     uint64_t step() override {
         while (const int id = scan_.next()) {
@@ -61,16 +64,18 @@ public:
     }
 
 private:
+    process_table &table_;
     int owner_;
     number_scan scan_;
     thread current_;
 };
 
-}  // namespace
-
 process_table::process_table(std::string path) : root_(std::move(path)), asked_(root_), asked_thread_(root_) {}
 
-std::unique_ptr<walk> process_table::walk_all() { return std::make_unique<process_walk>(*this); }
+std::unique_ptr<walk> process_table::walk_all() {
+    auto made = std::make_unique<process_walk>(*this);
+    return made->lists() ? std::move(made) : nullptr;
+}
 
 std::unique_ptr<walk> process_table::walk_threads(process &owner, uint64_t &result) {
     descriptor tasks = open_directory(owner.directory(), "task");
@@ -79,7 +84,7 @@ std::unique_ptr<walk> process_table::walk_threads(process &owner, uint64_t &resu
         return nullptr;
     }
     result = RESULT_SUCCESS;
-    return std::make_unique<thread_walk>(root_, std::move(tasks), owner.number());
+    return std::make_unique<thread_walk>(*this, std::move(tasks), owner.number());
 }
 
 uint64_t process_table::find(uint64_t handle, process *&found) {
@@ -110,6 +115,12 @@ uint64_t process_table::find(uint64_t handle, process *&found) {
 uint64_t process_table::find_thread(uint64_t handle, thread *&found) {
     const uint64_t number = handle - thread::HANDLE;
     if (handle <= thread::HANDLE || number > INT_MAX) return RESULT_NO_OBJECT;
+    for (thread *one : threads_stood_on_) {
+        if (one->number() == static_cast<int>(number)) {
+            found = one;
+            return RESULT_SUCCESS;
+        }
+    }
     if (!asked_thread_.open(static_cast<int>(number))) return RESULT_NO_OBJECT;
     found = &asked_thread_;
     return RESULT_SUCCESS;

@@ -27,13 +27,13 @@ public:
 
     // ---- looking ------------------------------------------------------------------------------------------------
 
-    std::unique_ptr<walk> walk_all();
+    std::unique_ptr<walk> walk_all();  // null where the system does not tell who is there
 
     // Over the threads of a process that find() gave.
     std::unique_ptr<walk> walk_threads(process &owner, uint64_t &result);
 
     // The process or thread of a handle, valid until the next question: RESULT_SUCCESS, RESULT_NO_OBJECT or
-    // RESULT_NOT_PERMITTED. The one that a walk stands on is that walk's, with all that was read of it.
+    // RESULT_NOT_PERMITTED. One that a walk stands on is that walk's, with all that was read of it.
     uint64_t find(uint64_t handle, process *&found);
     uint64_t find_thread(uint64_t handle, thread *&found);
 
@@ -56,6 +56,7 @@ public:
 
 private:
     friend class process_walk;
+    friend class thread_walk;
     struct target;
 
     void hand_out(int id);
@@ -67,6 +68,7 @@ private:
 
     proc_root root_;
     std::vector<process *> stood_on_;  // by the walks that are under way
+    std::vector<thread *> threads_stood_on_;
     process asked_;                    // the last one named by handle
     thread asked_thread_;
     std::unordered_map<int, uint64_t> handed_out_;  // when first, in ticks since boot

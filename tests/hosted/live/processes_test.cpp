@@ -164,6 +164,26 @@ TEST(LiveProcesses, OnItsLastWayOut) {
     EXPECT_EQ(table.name(301, name), RESULT_NO_OBJECT);
 }
 
+TEST(LiveProcesses, NoDescriptorIsLeft) {
+    own_child child([](own_child &self) {
+        process_table table;
+        const auto walk = table.walk_all();
+        const int next = dup(0);
+        close(next);
+        const rlimit none_left{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
+        setrlimit(RLIMIT_NOFILE, &none_left);
+        std::map<uint64_t, uint64_t> states;
+        for (uint64_t handle = 0; walk->step() == RESULT_SUCCESS;) {
+            walk->info(OBJINFO_HANDLE, handle);
+            walk->info(OBJINFO_STATE, states[handle]);
+        }
+        self.say(states.contains(1) && states[1] == TASKSTATE_BLOCKED);  // there, though nothing else is told
+        self.say(process_table().walk_all() == nullptr);
+    });
+    EXPECT_EQ(child.heard(), 1);
+    EXPECT_EQ(child.heard(), 1);
+}
+
 TEST(LiveProcesses, Names) {
     const auto renamed = [](const char *name) {
         return [name](own_child &self) {
