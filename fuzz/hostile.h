@@ -256,7 +256,8 @@ void scribble(IOreq &asked, std::span<std::byte> area) {
     const auto address = reinterpret_cast<uint64_t>(area.data());
     for (uint8_t strokes = now->input.byte() % 8; strokes != 0; strokes--) {
         const uint8_t kind = now->input.byte();
-        const size_t offset = (now->input.byte() * size_t{256} + now->input.byte()) % (area.size() + 1);
+        const size_t far = now->input.byte() * size_t{256};
+        const size_t offset = (far + now->input.byte()) % (area.size() + 1);
         switch (kind % 8) {
         case 0: put(area, offset, number()); break;
         case 1: put(area, offset & ~size_t{7}, address + number()); break;

@@ -56,7 +56,10 @@ private:
         if (code != expected) complaint_ += "code " + std::to_string(code) + "\n";
     }
 
-    uint64_t bits() { return uint64_t{random_()} << 32 | random_(); }
+    uint64_t bits() {
+        const uint64_t high = random_();
+        return high << 32 | random_();
+    }
     uint32_t below(size_t limit) { return static_cast<uint32_t>(random_() % limit); }
     bool one_in(uint32_t chances) { return below(chances) == 0; }
     template <typename Choice> Choice pick(std::initializer_list<Choice> choices) {
