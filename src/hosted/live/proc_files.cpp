@@ -35,7 +35,7 @@ int file_reader::read(int directory, const char *path, std::string_view &text) {
         const ssize_t got = read_some(file.get(), filled);
         if (got < 0) return errno;
         filled += static_cast<size_t>(got);
-        if (filled < capacity_) break;
+        if (filled < capacity_ || capacity_ >= LARGEST_TEXT) break;
         grow();
     }
     text = {buffer_.get(), filled};

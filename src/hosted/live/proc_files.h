@@ -93,7 +93,8 @@ inline uint64_t value_of(std::string_view text, std::string_view key) {
 // Reads files into one buffer, again and again: what one call gave is valid until the next.
 class file_reader {
 public:
-    // Reads a file that the system makes in one piece, so that a read with room left over has seen its end.
+    // Reads a file that the system makes in one piece, so that a read with room left over has seen its end; of one
+    // that has none, LARGEST_TEXT bytes.
     //   directory  where a relative path begins
     //   returns    0, or the error number
     int read(int directory, const char *path, std::string_view &text);
