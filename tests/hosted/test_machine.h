@@ -77,8 +77,6 @@ public:
         made->add(hosted::make_registry_protocol(store));
         return made;
     }
-    std::vector<std::string> devices() override { return {}; }
-    bool has_device(std::string_view name) override { return makers.contains(name); }
     std::unique_ptr<hosted::server> make_device(hosted::kernel &owner, std::string_view name) override {
         const auto found = makers.find(name);
         return found == makers.end() ? nullptr : found->second(owner);

@@ -16,8 +16,6 @@ class device_maker {
 public:
     explicit device_maker(machine_records &from) : records_(from) {}
 
-    bool knows(std::string_view name) { return find(name) != nullptr; }
-
     // The server of a device; null where there is none of that name.
     std::unique_ptr<server> make(kernel &owner, std::string_view name);
 

@@ -119,8 +119,6 @@ public:
     void exit_notice(uint64_t master, uint64_t word) override { records_.exit_notices.emplace_back(master, word); }
 
     std::unique_ptr<server> make_registry(kernel &owner) override;
-    std::vector<std::string> devices() override;
-    bool has_device(std::string_view name) override { return devices_.knows(name); }
     std::unique_ptr<server> make_device(kernel &owner, std::string_view name) override {
         return devices_.make(owner, name);
     }
@@ -395,13 +393,6 @@ std::unique_ptr<server> described_machine::make_registry(kernel &owner) {
     made->add(make_registry_protocol(records_.registry));
     made->make_context(records_.registry.limits().buffer);
     return made;
-}
-
-std::vector<std::string> described_machine::devices() {
-    std::vector<std::string> names;
-    names.reserve(records_.devices.size());
-    for (const auto &listed : records_.devices) names.push_back(listed.name);
-    return names;
 }
 
 // ---- terminals ------------------------------------------------------------------------------------------------------

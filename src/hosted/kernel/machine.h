@@ -79,10 +79,7 @@ public:
     // The server behind the registry port.
     virtual std::unique_ptr<server> make_registry(kernel &owner) = 0;
 
-    // The devices, in the order in which the registry lists them, and the server of one (null: no such device). Each
-    // server is made once, when its port is first asked for.
-    virtual std::vector<std::string> devices() = 0;
-    virtual bool has_device(std::string_view name) = 0;
+    // The server of a device (null: no such device). Each is made once, when its port is first asked for.
     virtual std::unique_ptr<server> make_device(kernel &owner, std::string_view name) = 0;
 
     // ---- terminals: as open, ioctl and close, errno included ----------------------------------------------------

@@ -113,8 +113,6 @@ public:
     void exit_notice(uint64_t, uint64_t) override {}  // the system tells a process's parent itself
 
     std::unique_ptr<server> make_registry(kernel &owner) override;
-    std::vector<std::string> devices() override;
-    bool has_device(std::string_view name) override { return name == SYSTEM_SERVICE_NAME || devices_.has(name); }
     std::unique_ptr<server> make_device(kernel &owner, std::string_view name) override;
 
     int open_terminal(const char *path, int flags) override { return live::open_terminal(path, flags); }
@@ -224,17 +222,11 @@ uint64_t live_machine::destroy(uint64_t handle) {
 }
 
 std::unique_ptr<server> live_machine::make_registry(kernel &owner) {
-    registry_ = std::make_unique<run_registry>(owner, processes_, system_registry_);
+    registry_ = std::make_unique<run_registry>(owner, processes_, devices_, system_registry_);
     auto made = std::make_unique<device_server>(owner, device_behaviour{});
     made->make_context(registry_->limits().buffer);
     made->add(make_registry_protocol(*registry_));
     return made;
-}
-
-std::vector<std::string> live_machine::devices() {
-    std::vector<std::string> names = devices_.names();
-    names.insert(names.begin(), std::string(SYSTEM_SERVICE_NAME));
-    return names;
 }
 
 std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_view name) {

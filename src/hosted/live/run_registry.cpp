@@ -7,6 +7,7 @@
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/registry.h"
+#include "platform/protocol/sysvc.h"
 
 namespace hosted::live {
 
@@ -104,8 +105,11 @@ std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
         return std::make_unique<fixed_cursor>(std::vector<std::string>{"run"}, REGTYPE_DIR, 0, system_.list({}));
     case place::run: return std::make_unique<fixed_cursor>(std::vector<std::string>{"proc", "dev"}, REGTYPE_DIR, 0);
     case place::processes: return std::make_unique<process_cursor>(processes_);
-    case place::devices:
-        return std::make_unique<fixed_cursor>(owner_.machine().devices(), REGTYPE_INT, sizeof(uint64_t));
+    case place::devices: {
+        std::vector<std::string> names = devices_.names();
+        names.insert(names.begin(), std::string(SYSTEM_SERVICE_NAME));
+        return std::make_unique<fixed_cursor>(std::move(names), REGTYPE_INT, sizeof(uint64_t));
+    }
     case place::system: return system_.list(path);
     default: return nullptr;
     }
@@ -122,7 +126,7 @@ uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t 
         return 0;
     }
     case place::device:
-        if (!owner_.machine().has_device(asked.name)) return IOERROR_NOT_FOUND;
+        if (asked.name != SYSTEM_SERVICE_NAME && !devices_.has(asked.name)) return IOERROR_NOT_FOUND;
         type = REGTYPE_INT;
         length = sizeof(uint64_t);
         return 0;

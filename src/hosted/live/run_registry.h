@@ -11,15 +11,17 @@
 
 #include "hosted/kernel/kernel.h"
 #include "hosted/live/processes.h"
+#include "hosted/live/system.h"
 #include "hosted/servers/registry_store.h"
 
 namespace hosted::live {
 
 class run_registry : public registry_store {
 public:
-    // system: the directories beside run/, outlived by nothing here
-    run_registry(kernel &owner, process_table &processes, registry_store &system)
-        : owner_(owner), processes_(processes), system_(system) {}
+    //   devices  those beside the system service
+    //   system   the directories beside run/, outlived by nothing here
+    run_registry(kernel &owner, process_table &processes, device_table &devices, registry_store &system)
+        : owner_(owner), processes_(processes), devices_(devices), system_(system) {}
 
     registry_limits limits() const override { return system_.limits(); }
     std::unique_ptr<registry_cursor> list(std::string_view path) override;
@@ -32,6 +34,7 @@ private:
 
     kernel &owner_;
     process_table &processes_;
+    device_table &devices_;
     registry_store &system_;
 };
 

@@ -235,6 +235,8 @@ TEST(Machine, Terminals) {
     EXPECT_EQ(ControlTerminal(descriptor, 0, layout), -1);
     EXPECT_EQ(errno, ENOTTY);
     CloseTerminal(descriptor);
+    EXPECT_EQ(OpenTerminal("/dev/kbd0", TERM_OPEN_FLAGS), descriptor);
+    CloseTerminal(descriptor);
     for (const int closed : {descriptor, 1, -1, descriptor + 1}) {
         EXPECT_EQ(ControlTerminal(closed, TERMCTL_GET_LAYOUT, layout), -1);
         EXPECT_EQ(errno, ENOTTY);

@@ -7,6 +7,7 @@
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
+#include "hosted/live/cpu_registers.h"
 #include "hosted/live/run_registry.h"
 #include "hosted/live/system.h"
 #include "own_child.h"
@@ -97,6 +98,11 @@ TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
     EXPECT_EQ(owner.control(who, child.handle(), CTRL_SET_PROPERTY, 2, 139, 0), RESULT_BAD_ARGUMENT);
     EXPECT_EQ(owner.control(who, child.handle(), CTRL_SET_PROPERTY, TASKPROP_PRIORITY, 130, 0), RESULT_SUCCESS);
     EXPECT_EQ(info(child.handle(), TASKINFO_PRIORITY), 130u);
+    EXPECT_EQ(owner.raise(child.handle(), 0, 0), RESULT_BAD_ARGUMENT);
+    const uint64_t thread = handles(child.handle(), ITERSEL_THREADS)[0], last = live::cpu_registers().size();
+    for (const auto &[id, node, result] :
+         {std::tuple(last, 0U, RESULT_SUCCESS), {uint64_t{1}, 1U, RESULT_NO_ITEM}, {last + 1, 0U, RESULT_NO_ITEM}})
+        EXPECT_EQ(owner.control(who, thread, CTRL_FETCH_REGISTER, id, node, 8), result);
     EXPECT_TRUE(child.is_alive());
     EXPECT_EQ(owner.delete_object(who, child.handle(), DELETE_OBJECT), RESULT_SUCCESS);
     EXPECT_EQ(owner.delete_object(who, child.handle(), DELETE_OBJECT), RESULT_NO_OBJECT);
@@ -115,7 +121,8 @@ TEST_F(LiveMachine, RunningProcessesAndDevicesInTheRegistry) {
     live::process_table processes;
     live::file_roots roots;
     live::system_registry system(roots);
-    live::run_registry registry(owner, processes, system);
+    live::device_table table(roots);
+    live::run_registry registry(owner, processes, table, system);
     const auto list = [&](std::string_view path) {
         std::map<std::string, registry_entry> out;
         const auto cursor = registry.list(path);
@@ -151,6 +158,10 @@ TEST_F(LiveMachine, RunningProcessesAndDevicesInTheRegistry) {
         EXPECT_EQ(registry.read_int(std::string("run/dev/") + device, port), 0u) << device;
         EXPECT_EQ(owner.device_port(device), port) << device;
     }
+    EXPECT_EQ(registry.describe("run/dev/vm", type, length), 0u);
+    EXPECT_EQ(std::pair(type, length), std::pair(uint16_t{REGTYPE_INT}, 8u));
+    EXPECT_EQ(registry.describe("run/dev", type, length), 0u);
+    EXPECT_EQ(std::pair(type, length), std::pair(uint16_t{REGTYPE_DIR}, 0u));
     EXPECT_EQ(registry.write_binary("run/proc/x", "y"), RESULT_NOT_PERMITTED);
 }
 
