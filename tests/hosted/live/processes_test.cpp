@@ -198,6 +198,7 @@ TEST(LiveProcesses, Names) {
     });
     for (own_child *one : {&odd, &empty, &full, &cut}) one->heard();
     for (int i = 0; i < 5000 && status_of(cut.id(), "Name:") != "live-name-that-"; i++) usleep(1000);
+    await_state(cut.id(), "S");  // its arguments come after its name
     const std::string path = "/tmp/live-name-that-is-cut-" + std::to_string(cut.id());
     unlink(path.c_str());
 
