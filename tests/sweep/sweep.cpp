@@ -10,8 +10,8 @@
 // Every run is a fork of one process in which the machine stands ready. --sample does a small part of all that, chosen
 // by the seed; --only does the one run that a finding names, with its output and its kernel calls shown.
 //
-// With --words nothing fails: each baseline is run with every option of its command before its operands, alone and with
-// every absurd argument, and with each operand replaced by one.
+// With --words nothing fails: each baseline is run with each word replaced by every absurd one, and the first of each
+// command and machine also with every option of its command put in, alone and with every absurd argument.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -60,6 +60,7 @@ struct baseline {
     std::string line;  // MACHINE ARGUMENTS, as in the file
     std::string machine;
     std::vector<std::string> words;
+    bool is_first = false;  // of its command on its machine
 };
 
 struct failure {
@@ -557,6 +558,7 @@ void prepare(const baseline &base) {
 }
 
 constexpr uint64_t PLAIN_BUDGET = 100000;  // kernel calls
+constexpr uint64_t CALLS_PER_WORD = 1000;
 constexpr uint64_t SAMPLED_BASELINES = 4;  // a sample takes one baseline of so many,
 constexpr uint64_t SAMPLED_PART = 15;      // and of its runs one of so many
 
@@ -596,7 +598,9 @@ public:
             tried.words.insert(free, words.begin(), words.end());
             try_words(tried);
         };
-        for (const std::string &option : options_in(run(help, {}, PLAIN_BUDGET).output)) {
+        std::set<std::string> options;
+        if (base.is_first) options = options_in(run(help, {}, PLAIN_BUDGET).output);
+        for (const std::string &option : options) {
             put(1, 0, {option});
             put(base.words.size(), 0, {option});
             for (const std::string &word : absurd) {
@@ -619,8 +623,8 @@ private:
     }
 
     void try_words(const baseline &tried) {
-        if (part_ > 1 && random_() % (part_ * 4) != 0) return;  // there are far more of these
-        const outcome got = run(tried, {}, PLAIN_BUDGET);
+        if (part_ > 1 && random_() % (part_ * 2) != 0) return;  // there are far more of these
+        const outcome got = run(tried, {}, PLAIN_BUDGET + tried.words.size() * CALLS_PER_WORD);
         ++sums_.runs;
         const promise &promised = promise_of(tried.words[0]);
         std::string wrong = judge(tried, {}, *told, {promised.bad_words, "", ""}, got);
@@ -661,7 +665,7 @@ private:
 
 baseline baseline_of(const std::string &line) {
     auto words = words_of(line);
-    baseline base = {line, words.empty() ? "" : words[0], {}};
+    baseline base = {line, words.empty() ? "" : words[0], {}, false};
     std::replace(base.line.begin(), base.line.end(), '\t', ' ');
     if (words.size() < 2) {
         std::fprintf(stderr, "sweep: MACHINE ARGUMENTS expected: %s\n", line.c_str());
@@ -674,8 +678,11 @@ baseline baseline_of(const std::string &line) {
 std::vector<baseline> read_baselines(const std::string &path) {
     std::ifstream file(path);
     std::vector<baseline> list;
+    std::set<std::string> seen;
     for (std::string line; std::getline(file, line);) {
-        if (!line.empty() && line[0] != '#') list.push_back(baseline_of(line));
+        if (line.empty() || line[0] == '#') continue;
+        list.push_back(baseline_of(line));
+        list.back().is_first = seen.insert(list.back().machine + ' ' + list.back().words[0]).second;
     }
     return list;
 }
