@@ -114,4 +114,18 @@ TEST(SystemServiceClient, MapsErrors) {
     }
 }
 
+TEST(SystemServiceClient, DriverNamesEndInTheBuffer) {
+    test_kernel running([](test_machine &m) {
+        const auto fill = [](uint32_t, const hosted::request_view &request) {
+            std::memset(request.rest(request.payload).data() + sizeof(sysvc_device_block), 'x', 16);
+            return 0u;
+        };
+        m.makers["sysvc"] = server(fill, sizeof(sysvc_device_block) + 16);
+    });
+    char name[64];
+    uint32_t number = 7;
+    EXPECT_FALSE(SysvcDecomposeDevice(GetSystemService(), 1, name, sizeof name, &number));
+    EXPECT_EQ(number, 7u);
+}
+
 }  // namespace

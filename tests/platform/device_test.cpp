@@ -177,12 +177,15 @@ TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
         m.makers["endless"] = behaving(endless);
     });
     device_record *registry = GetRegDev();
+    EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 1), 0);  // its server is made when it is first asked for
     EXPECT_EQ(CheckDeviceClass(registry, 0, "two", SERVICE_CLASS), 0);
+    const auto before = running.handles();
     EXPECT_EQ(CheckDeviceClass(registry, 0, "two", 0xB), -1);
     EXPECT_EQ(CheckDeviceClass(registry, 0, "endless", 2), -1);
     EXPECT_EQ(DeviceQuery(registry, 0, "two", DEVQUERY_PING, 0, nullptr), QUERY_SUCCESS);
     EXPECT_EQ(DeviceQuery(registry, 0, "two", DEVQUERY_DEBUG_COMMAND, 0, nullptr), QUERY_UNKNOWN);
     EXPECT_EQ(DeviceQuery(nullptr, 0, "two", DEVQUERY_PING, 0, nullptr), QUERY_MISSING);
+    EXPECT_EQ(running.handles(), before);
 }
 
 TEST(Device, AQueryWithoutItsPortIsNotSent) {

@@ -76,7 +76,7 @@ constexpr char TASKS[] = R"({
         {"handle": 16, "pid": 3, "sid": 8},
         {"handle": 32, "name": "a", "pid": 2, "refuse": {"delete": 5}}
     ],
-    "devices": [{"name": "sysvc", "system_service": {"majors": {"4": "tty"}}}],
+    "devices": [{"name": "sysvc", "system_service": {}}], "trace": {"words": [1]},
     "registry": {"run": {"dir": {"proc": {"dir": {"0000000000000030": "another"}}}}}
 })";
 
@@ -90,8 +90,9 @@ TEST(Machine, ObjectsAndTheirItems) {
     EXPECT_EQ(_SL_RaiseException(50, 0, 1, 0, 0), RESULT_NO_OBJECT);
 
     uint64_t none = 0;
-    for (const uint64_t group : {uint64_t{KSYSIDX_REGISTERINFO}, uint64_t{KSYSIDX_TRACE_RAW_WORDS}, uint64_t{6}})
-        EXPECT_EQ(_SL_GetSystemData(group, 7, &none), RESULT_NO_ITEM);
+    EXPECT_EQ(_SL_GetSystemData(KSYSIDX_REGISTERINFO, 7, &none), RESULT_NO_ITEM);
+    EXPECT_EQ(_SL_GetSystemData(KSYSIDX_TRACE_RAW_WORDS, 1, &none), RESULT_NO_ITEM);
+    EXPECT_EQ(_SL_GetSystemData(6, 0, &none), RESULT_NO_ITEM);
 
     const uint64_t self = _SL_GetState(KSTATE_CURRENT_TASK), thread = _SL_GetState(KSTATE_CURRENT_THREAD);
     const struct {
@@ -158,7 +159,7 @@ TEST(Machine, DeletedTasksAreGone) {
 }
 
 // Where an id names several tasks the first has it; a task's own handle goes for its id where it has none.
-TEST(Machine, ProcessIdsAndDrivers) {
+TEST(Machine, ProcessIds) {
     described machine(TASKS);
     const struct {
         int (*get)(device_record *, uint64_t, uint64_t *);
@@ -170,10 +171,14 @@ TEST(Machine, ProcessIdsAndDrivers) {
         EXPECT_EQ(get(GetSystemService(), task, &id), expected != 0 ? 0 : SYSERR_NO_PROCESS) << task;
         EXPECT_EQ(id, expected) << task;
     }
-    char name[4];
+}
+
+TEST(Machine, DriverNames) {
+    described machine(R"({"devices": [{"name": "sysvc", "system_service": {"majors": {"4": "tty"}}}]})");
+    char name[8];
     uint32_t number = 0;
-    EXPECT_FALSE(SysvcDecomposeDevice(GetSystemService(), 4 << 8 | 7, name, 3, &number));
-    EXPECT_TRUE(SysvcDecomposeDevice(GetSystemService(), 4 << 8 | 7, name, 4, &number));
+    for (const auto &[major, room, known] : {std::tuple(4U, 3U, false), {4U, 4U, true}, {5U, 8U, false}})
+        EXPECT_EQ(SysvcDecomposeDevice(GetSystemService(), major << 8 | 7, name, room, &number), known) << room;
     EXPECT_STREQ(name, "tty");
     EXPECT_EQ(number, 7u);
 }
