@@ -22,7 +22,7 @@ ssize_t read_some(int file, char *into, size_t room) {
 }
 
 // Fields and the gaps between them are short: a loop is done before a search for any of several characters has begun.
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
+constexpr auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
 
 void skip_blanks(std::string_view &text) {
     text.remove_prefix(static_cast<size_t>(std::find_if_not(text.begin(), text.end(), is_blank) - text.begin()));
