@@ -23,7 +23,7 @@ struct input_numbers {
     }
 };
 
-// Sorts the model as the specification says; false where that means nothing.
+// Sorts the model as a SORTSPEC says; false where that means nothing.
 bool sort_model(model_table &model, const std::string &spec) {
     static constexpr std::pair<std::string_view, uint32_t> modes[] = {
         {"", COLP_SORT_ASC}, {",asc", COLP_SORT_ASC}, {",desc", COLP_SORT_DESC}, {",unord", COLP_SORT_UNORD}};

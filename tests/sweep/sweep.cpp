@@ -480,8 +480,7 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
     return "";
 }
 
-// ---- words
-// -----------------------------------------------------------------------------------------------------------
+// ---- words ----------------------------------------------------------------------------------------------------------
 
 // Words are split at blanks; '...' holds blanks.
 std::vector<std::string> words_of(const std::string &line) {
