@@ -69,7 +69,7 @@ private:
     proc_root root_;
     std::vector<process *> stood_on_;  // by the walks that are under way
     std::vector<thread *> threads_stood_on_;
-    process asked_;                    // the last one named by handle
+    process asked_;  // the last one named by handle
     thread asked_thread_;
     std::unordered_map<int, uint64_t> handed_out_;  // when first, in ticks since boot
     std::unordered_map<int, uint64_t> ended_;       // start, in ticks since boot
