@@ -3,7 +3,9 @@
 
 #include <sys/user.h>
 
+#include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -126,8 +128,8 @@ public:
 private:
     // The registers of the thread that was asked for last, all from one stop.
     struct stopped {
-        uint64_t handle = 0;
-        uint64_t result = 0;
+        uint64_t handle;
+        uint64_t result;
         register_block block;
     };
 
@@ -143,7 +145,7 @@ private:
     id_source ids_{processes_, drivers_};
     system_registry system_registry_{roots_};
     std::unique_ptr<run_registry> registry_;
-    stopped stopped_;
+    std::optional<stopped> stopped_;
 };
 
 bool live_machine::knows(uint64_t handle) {
@@ -184,7 +186,7 @@ uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<wal
     case ITERSEL_MEMCHUNKS: return system_wide([this] { return memory_.walk_chunks(); });
     case ITERSEL_VSPACES: return system_wide([this] { return memory_.walk_spaces(); });
     case ITERSEL_THREADS:
-        stopped_.handle = 0;
+        stopped_.reset();
         return of_process([this](process &owner, uint64_t &result) { return processes_.walk_threads(owner, result); });
     case ITERSEL_MEMOS:
         return of_process([this](process &owner, uint64_t &result) { return maps_.walk_memos(owner, result); });
@@ -200,18 +202,20 @@ uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<wal
 
 // Every thread stands on its node 0 alone: exceptions do not nest here.
 uint64_t live_machine::fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) {
-    if (stopped_.handle != thread) {
+    if (!stopped_ || stopped_->handle != thread) {
         live::thread *named = nullptr;
         if (const uint64_t result = processes_.find_thread(thread, named); result != RESULT_SUCCESS) return result;
-        stopped_.result = read_registers(named->number(), stopped_.block);
-        if (!named->exists()) stopped_.result = RESULT_NO_OBJECT;  // then it may have been another of its number
-        stopped_.handle = thread;
+        stopped &asked = stopped_.emplace();
+        asked.handle = thread;
+        asked.result = read_registers(named->number(), asked.block);
+        if (!named->exists()) asked.result = RESULT_NO_OBJECT;  // then it may have been another of its number
     }
-    if (stopped_.result != RESULT_SUCCESS) return stopped_.result;
+    if (stopped_->result != RESULT_SUCCESS) return stopped_->result;
     const cpu_register *asked = find_cpu_register(id);
+    const register_block &block = stopped_->block;
     if (node != 0 || asked == nullptr) return RESULT_NO_ITEM;
-    if (stopped_.block.size != sizeof(user_regs_struct)) return RESULT_NO_ITEM;  // of a program for another processor
-    const std::span<const std::byte> set(stopped_.block.bytes.data(), stopped_.block.size);
+    if (block.size != sizeof(user_regs_struct)) return RESULT_NO_ITEM;  // of a program for another processor
+    const std::span<const std::byte> set(block.bytes.data(), block.size);
     return cpu_register_value(*asked, set, value) ? RESULT_SUCCESS : RESULT_NO_ITEM;
 }
 

@@ -100,6 +100,7 @@ TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
     EXPECT_EQ(info(child.handle(), TASKINFO_PRIORITY), 130u);
     EXPECT_EQ(owner.raise(child.handle(), 0, 0), RESULT_BAD_ARGUMENT);
     const uint64_t thread = handles(child.handle(), ITERSEL_THREADS)[0], last = live::cpu_registers().size();
+    EXPECT_EQ(owner.control(who, 0, CTRL_FETCH_REGISTER, last, 0, 8), RESULT_NO_OBJECT);
     for (const auto &[id, node, result] :
          {std::tuple(last, 0U, RESULT_SUCCESS), {uint64_t{1}, 1U, RESULT_NO_ITEM}, {last + 1, 0U, RESULT_NO_ITEM}})
         EXPECT_EQ(owner.control(who, thread, CTRL_FETCH_REGISTER, id, node, 8), result);
