@@ -11,6 +11,7 @@
 #include "hosted/described/records.h"
 #include "hosted/described/save.h"
 #include "hosted/kernel/kernel.h"
+#include "hosted/kernel/register_info.h"
 #include "hosted/servers/protocols.h"
 #include "platform/kernel.h"
 #include "platform/protocol/terminal.h"
@@ -215,33 +216,12 @@ bool described_machine::state(uint64_t number, uint64_t &value) {
     return false;
 }
 
-// What the registers' list says about them.
 uint64_t described_machine::register_info(uint64_t group, uint64_t index, uint64_t &value) const {
     if (!records_.registers) return RESULT_NO_ITEM;
-    const auto &known = *records_.registers;
-    constexpr uint64_t PIECE = sizeof(uint64_t);
-    const uint64_t stride = 2 + (longest_register_ + PIECE - 1) / PIECE;
-    if (group == KSYSIDX_REGISTERINFO) {
-        switch (index) {
-        case KSYSIDX_REGISTERINFO_COUNT: value = known.size(); return RESULT_SUCCESS;
-        case KSYSIDX_REGISTERINFO_STRIDE: value = stride; return RESULT_SUCCESS;
-        case KSYSIDX_REGISTERINFO_MAXNAMELEN: value = longest_register_; return RESULT_SUCCESS;
-        default: return RESULT_NO_ITEM;
-        }
-    }
-    if (index / stride >= known.size()) return RESULT_NO_ITEM;
-    const auto &asked = known[index / stride];
-    switch (index % stride) {
-    case 0: value = asked.id; break;
-    case 1: value = asked.type; break;
-    default: {
-        const auto piece = std::string_view(asked.name)
-                               .substr(std::min<uint64_t>((index % stride - 2) * PIECE, asked.name.size()), PIECE);
-        value = 0;
-        std::memcpy(&value, piece.data(), piece.size());
-    }
-    }
-    return RESULT_SUCCESS;
+    const auto at = [&known = *records_.registers](size_t place) {
+        return hosted::register_info{known[place].name, known[place].id, known[place].type};
+    };
+    return read_register_info(records_.registers->size(), longest_register_, at, group, index, value);
 }
 
 uint64_t described_machine::trace(uint64_t group, uint64_t index, uint64_t &value) const {

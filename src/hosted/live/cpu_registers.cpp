@@ -7,6 +7,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "hosted/kernel/register_info.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -81,9 +82,6 @@ constexpr size_t longest_name = 0;
 
 #endif
 
-constexpr size_t PIECE = 8;                                          // bytes of a name in one item
-constexpr uint64_t STRIDE = 2 + (longest_name + PIECE - 1) / PIECE;  // id, type word, name pieces
-
 }  // namespace
 
 std::span<const cpu_register> cpu_registers() { return all; }
@@ -98,30 +96,11 @@ bool cpu_register_value(const cpu_register &which, std::span<const std::byte> se
 }
 
 uint64_t cpu_register_data(uint64_t group, uint64_t index, uint64_t &value) {
-    if (group == KSYSIDX_REGISTERINFO) {
-        switch (index) {
-        case KSYSIDX_REGISTERINFO_COUNT: value = all.size(); return RESULT_SUCCESS;
-        case KSYSIDX_REGISTERINFO_STRIDE: value = STRIDE; return RESULT_SUCCESS;
-        case KSYSIDX_REGISTERINFO_MAXNAMELEN: value = longest_name; return RESULT_SUCCESS;
-        default: return RESULT_NO_ITEM;
-        }
-    }
-    if (group != KSYSIDX_REGISTERINFO_TABLE || index / STRIDE >= all.size()) return RESULT_NO_ITEM;
-    const cpu_register &which = all[index / STRIDE];
-    switch (const uint64_t item = index % STRIDE) {
-    case 0: value = which.id; break;
-    case 1: value = which.access | which.width; break;
-    default: {
-        const std::string_view name = which.name;
-        const size_t offset = (item - 2) * PIECE;
-        value = 0;
-        if (offset < name.size()) {
-            const std::string_view piece = name.substr(offset, PIECE);
-            std::memcpy(&value, piece.data(), piece.size());
-        }
-    }
-    }
-    return RESULT_SUCCESS;
+    const auto at = [](size_t place) {
+        const cpu_register &which = all[place];
+        return register_info{which.name, which.id, which.access | which.width};
+    };
+    return read_register_info(all.size(), longest_name, at, group, index, value);
 }
 
 }  // namespace hosted::live
