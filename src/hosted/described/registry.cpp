@@ -19,14 +19,6 @@ constexpr uint32_t REFUSED = static_cast<uint32_t>(RESULT_NOT_PERMITTED);
 constexpr uint32_t BAD_NAME = static_cast<uint32_t>(RESULT_BAD_ARGUMENT);
 constexpr uint32_t INTEGER_LENGTH = 8;
 
-// Takes the first component off a path; empty when none is left.
-std::string_view next_component(std::string_view &path) {
-    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
-    const auto component = path.substr(0, path.find('/'));
-    path.remove_prefix(component.size());
-    return component;
-}
-
 // Splits the last component off a path.
 std::string_view take_last(std::string_view &path) {
     while (path.ends_with('/')) path.remove_suffix(1);
@@ -34,13 +26,6 @@ std::string_view take_last(std::string_view &path) {
     const auto last = slash == path.npos ? path : path.substr(slash + 1);
     path.remove_suffix(last.size());
     return last;
-}
-
-// Name of a task's entry: its handle in 16 digits.
-std::string task_key(uint64_t handle) {
-    std::string key(16, '0');
-    for (size_t i = 16; i-- > 0; handle >>= 4) key[i] = "0123456789ABCDEF"[handle & 15];
-    return key;
 }
 
 }  // namespace
@@ -133,7 +118,7 @@ registry::entry *registry::published_directory(uint32_t directory, std::string_v
 
 void registry::publish_task(uint64_t handle, std::string_view name) {
     entry made;
-    made.name = task_key(handle);
+    write_task_key(made.name, handle);
     made.holds = entry::kind::bytes;
     made.published = true;
     made.bytes = name;
@@ -149,7 +134,9 @@ void registry::publish_device(std::string_view name) {
 }
 
 void registry::withdraw_task(uint64_t handle) {
-    entry *const there = find(PROC, task_key(handle));
+    std::string key;
+    write_task_key(key, handle);
+    entry *const there = find(PROC, key);
     if (there != nullptr && there->published) there->gone = true;
 }
 

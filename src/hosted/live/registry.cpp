@@ -374,11 +374,7 @@ system_registry::~system_registry() = default;
 
 registry_node *system_registry::find(std::string_view path) {
     registry_node *at = root_.get();
-    while (at && !path.empty()) {
-        const std::string_view name = path.substr(0, path.find('/'));
-        path.remove_prefix(std::min(name.size() + 1, path.size()));
-        if (!name.empty()) at = at->entry(name);
-    }
+    for (auto name = next_component(path); at && !name.empty(); name = next_component(path)) at = at->entry(name);
     return at;
 }
 

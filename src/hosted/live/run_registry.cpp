@@ -13,20 +13,11 @@ namespace hosted::live {
 
 namespace {
 
-constexpr size_t HANDLE_DIGITS = 16;
-
 // A path in the terms of this store.
 struct place {
     enum kind { root, run, processes, process, devices, device, system, nowhere } kind = root;
     std::string_view name;  // of a process's key or a device
 };
-
-std::string_view next_component(std::string_view &path) {
-    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
-    const std::string_view component = path.substr(0, path.find('/'));
-    path.remove_prefix(component.size());
-    return component;
-}
 
 place locate(std::string_view path) {
     const std::string_view first = next_component(path);
@@ -42,11 +33,6 @@ place locate(std::string_view path) {
     return {processes ? place::process : place::device, name};
 }
 
-void write_handle_key(std::string &key, uint64_t handle) {
-    key.resize(HANDLE_DIGITS);
-    for (size_t i = HANDLE_DIGITS; i-- > 0; handle >>= 4) key[i] = "0123456789ABCDEF"[handle & 0xF];
-}
-
 class process_cursor : public registry_cursor {
 public:
     explicit process_cursor(process_table &table) : listing_(table) {}
@@ -54,7 +40,7 @@ public:
         const std::string *name = nullptr;
         const int id = listing_.next(name);
         if (id == 0) return false;
-        write_handle_key(entry.name, static_cast<uint64_t>(id));
+        write_task_key(entry.name, static_cast<uint64_t>(id));
         entry.type = REGTYPE_BIN;
         entry.length = static_cast<uint32_t>(name->size());
         return true;
@@ -89,7 +75,7 @@ private:
 // The key's digits are exactly those that a listing shows.
 const std::string *run_registry::process_name(std::string_view key) {
     uint64_t handle = 0;
-    if (key.size() != HANDLE_DIGITS) return nullptr;
+    if (key.size() != TASK_KEY_SIZE) return nullptr;
     for (const char c : key) {
         const bool digit = c >= '0' && c <= '9';
         if (!digit && (c < 'A' || c > 'F')) return nullptr;

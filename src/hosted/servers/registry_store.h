@@ -3,6 +3,7 @@
 // Paths are as clients give them: components separated by '/', empty ones to be skipped; the empty path is the root.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -31,6 +32,13 @@ struct registry_limits {
     uint32_t depth = 16;     // deepest directory nesting
     uint32_t buffer = 4096;  // bytes of a client's payload buffer
 };
+
+// Takes the first component off a path; empty when none is left.
+std::string_view next_component(std::string_view &path);
+
+// Writes the name of a task's key in run/proc/: the digits of its handle.
+inline constexpr size_t TASK_KEY_SIZE = 16;
+void write_task_key(std::string &key, uint64_t handle);
 
 // Results are error words: 0, IOERROR_NOT_FOUND, or another code.
 class registry_store {
