@@ -37,7 +37,7 @@ struct device_table::sources {
     system_log log;
     hardware_clock clock;
     host_services host;
-    std::map<std::string, std::unique_ptr<file_counters>, std::less<>> counters;  // those asked for so far, by name
+    std::map<std::string, std::unique_ptr<file_counters>, std::less<>> counters;  // listed or asked for, by name
 
     // The counters of a device; null where there is none of that name.
     file_counters *counters_of(const file_roots &roots, std::string_view name);
@@ -72,11 +72,16 @@ std::vector<std::string> device_table::names() {
         taken.emplace(name);
         if (name != CLOCK_NAME || drawn_from().clock.exists()) names.emplace_back(name);
     }
-    for (const auto list : {interface_names, block_device_names}) {
-        for (std::string &name : list(roots_)) {
-            if (taken.insert(name).second) names.push_back(std::move(name));
+    const auto add = [&](std::vector<std::string> found, file_counters::kind of) {
+        for (std::string &name : found) {
+            if (!taken.insert(name).second) continue;
+            // Who lists them asks for each: the table is not read again for that.
+            drawn_from().counters.try_emplace(name, std::make_unique<file_counters>(roots_, of, name));
+            names.push_back(std::move(name));
         }
-    }
+    };
+    add(interface_names(roots_), file_counters::kind::interface);
+    add(block_device_names(roots_), file_counters::kind::block_device);
     return names;
 }
 
