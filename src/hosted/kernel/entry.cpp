@@ -144,35 +144,24 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     if (now.watching != nullptr) fault = now.watching->begins(which, arguments);
     caller &who = place.with(now);
     const bool gives_value = which == call::get_state || which == call::get_last_error;
+    const bool gives_handle = call_gives_handle(which);
 
     if (!fault && !now.faults.empty()) fault = now.faults.strike(which, code);
     uint64_t result = 0;
-    bool succeeded = true;
     if (fault) {
-        result = *fault;
-        succeeded = gives_value;
-        if (call_gives_handle(which)) {
-            who.last_error = result;
-            result = NO_OBJECT;
-        } else if (!gives_value) {
-            succeeded = result == RESULT_SUCCESS;
-            if (!succeeded) who.last_error = result;
-        }
+        result = gives_handle ? NO_OBJECT : *fault;
+        if (gives_handle) who.last_error = *fault;
     } else {
         try {
             result = body(*now.kernel, lock, who);
         } catch (const std::bad_alloc &) {
-            result = call_gives_handle(which) ? NO_OBJECT : uint64_t{RESULT_NO_MEMORY};
+            result = gives_handle ? NO_OBJECT : uint64_t{RESULT_NO_MEMORY};
             who.last_error = RESULT_NO_MEMORY;
         }
         if (who.fate != fate::returns) end_by_fate(now, who, which, arguments);
-        if (call_gives_handle(which)) {
-            succeeded = result != NO_OBJECT;
-        } else if (!gives_value) {
-            succeeded = result == RESULT_SUCCESS;
-            if (!succeeded) who.last_error = result;
-        }
     }
+    const bool succeeded = gives_value || (gives_handle ? result != NO_OBJECT : result == RESULT_SUCCESS);
+    if (!succeeded && !gives_handle) who.last_error = result;
     if (now.traces) {
         const uint8_t shown = succeeded ? trace_ring::SUCCEEDED : trace_ring::FAILED;
         now.kernel->trace().record(which, gives_value ? uint8_t{trace_ring::GAVE_VALUE} : shown, arguments);

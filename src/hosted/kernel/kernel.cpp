@@ -299,23 +299,25 @@ void kernel::after(int64_t milliseconds, std::function<void()> event) {
 uint64_t kernel::wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout,
                             std::function<bool()> ready) {
     const waiter self = {std::move(ready), timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
+    struct listed {  // one leaves the list also where an event finds no memory
+        std::vector<const waiter *> &all;
+        const waiter *one;
+        ~listed() { std::erase(all, one); }
+    };
     waiters_.push_back(&self);
-    uint64_t result = RESULT_TIMEOUT;
+    const listed until_the_end{waiters_, &self};
     while (true) {
-        if (self.ready()) {
-            result = RESULT_SUCCESS;
-            break;
-        }
+        if (self.ready()) return RESULT_SUCCESS;
         const uint64_t at = clock();
         if (!events_.empty() && events_.begin()->first.first <= at) {
             auto event = events_.extract(events_.begin());
             event.mapped()();  // an event due at the very deadline still comes
             continue;
         }
-        if (self.deadline <= at) break;
+        if (self.deadline <= at) return RESULT_TIMEOUT;
         if (virtual_clock_) {
             move_virtual_clock(lock, self, who);
-            if (who.fate != fate::returns) break;
+            if (who.fate != fate::returns) return RESULT_TIMEOUT;
             continue;
         }
         const uint64_t until = std::min(self.deadline, events_.empty() ? NEVER : events_.begin()->first.first);
@@ -325,8 +327,6 @@ uint64_t kernel::wait_until(std::unique_lock<std::mutex> &lock, caller &who, int
             wake_.wait_for(lock, std::chrono::milliseconds(std::min<uint64_t>(until - at, 3600000)));
         }
     }
-    std::erase(waiters_, &self);
-    return result;
 }
 
 // Moves the clock to what comes next, if every thread that has begun to call waits and none of them can go on already;
