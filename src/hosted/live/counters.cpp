@@ -1,5 +1,6 @@
 // counters.cpp - statistics of interfaces, block devices, processors and virtual memory as counters.
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <optional>
 #include <span>
@@ -113,7 +114,7 @@ bool file_counters::exists() {
 uint32_t file_counters::read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) {
     const bool by_processor = kind_ == kind::processors;
     if (unit != 0 && !by_processor) return IOERROR_NOT_FOUND;
-    if (!fresh_ && !load()) return IOERROR_NOT_FOUND;
+    if (!fresh_ && !load()) return error_word(errno);
     fresh_ = false;
 
     const table &from = TABLES[static_cast<size_t>(kind_)];

@@ -3,6 +3,7 @@
 
 #include "hosted/live/system.h"
 #include "platform/protocol/device.h"
+#include "platform/protocol/sysvc.h"
 
 namespace hosted::live {
 
@@ -38,7 +39,7 @@ const std::map<uint32_t, std::string> &driver_table::drivers() {
 
 uint32_t driver_table::driver(uint64_t device_number, uint32_t &number, std::string &name) {
     const auto found = drivers().find(major(device_number));
-    if (found == drivers().end()) return IOERROR_NOT_FOUND;
+    if (found == drivers().end()) return SYSVCERR_NO_DEVICE;
     number = minor(device_number);
     name = found->second;
     return 0;

@@ -93,6 +93,7 @@ const std::vector<size_t> *isr_table::owned_by(int process) {
 }
 
 const isr *isr_table::find(uint64_t handle) {
+    if (handle < isr::HANDLE || handle - isr::HANDLE > UINT32_MAX) return nullptr;  // known without reading a file
     read();
     const auto found =
         std::lower_bound(routines_.begin(), routines_.end(), handle,

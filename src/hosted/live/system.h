@@ -1,8 +1,9 @@
 // hosted/live/system.h - what the live machine says of the system as a whole: totals, memory, interrupts, drivers,
 // devices, terminals, and the registry's hardware/ and kernel/.
 //
-// Every file is opened when a value of it is first asked for, and then kept for the run; counters, logs and clocks are
-// read anew at each request. A file that is missing or may not be read leaves its values 0 and its lists empty.
+// Every file is read when a value of it is first asked for, and what it said is kept for the run; counters, logs and
+// clocks are read anew at each request. A file that is missing or may not be read leaves its values 0 and its lists
+// empty.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +28,6 @@ uint64_t page_size();  // bytes
 // Handles of the chunks and spaces: their kind's first handle and their place in the list.
 inline constexpr uint64_t FIRST_CHUNK_HANDLE = 0x300000000;
 inline constexpr uint64_t FIRST_SPACE_HANDLE = 0x300010000;
-inline constexpr uint64_t END_OF_MEMORY_HANDLES = 0x300020000;
 
 struct memory_zone {
     uint64_t first_page = 0;  // number of its first page frame
