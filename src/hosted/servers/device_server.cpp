@@ -241,9 +241,9 @@ void device_server::finish(request &done, const device_behaviour::outcome &outco
             if (!reached.empty()) std::memcpy(reached.data(), bytes.data(), reached.size());
         }
     }
-    for (uint32_t i = 0; i < outcome.times; i++) {
-        kernel_.post(done.reply_port, outcome.code.value_or(code), done.id);
-    }
+    // Copies: a client may await its answers on this server's own port, and a code of the behaviour's may delete there.
+    const uint64_t reply_port = done.reply_port, id = done.id;
+    for (uint32_t i = 0; i < outcome.times; i++) kernel_.post(reply_port, outcome.code.value_or(code), id);
 }
 
 request_view device_server::view_of(const request &seen) const {

@@ -118,7 +118,10 @@ TEST_F(DeviceServer, AnswersABegunRequestOnce) {
 }
 
 TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
-    start();
+    device_behaviour behaviour;
+    behaviour.requests[1].code = DEVMSG_DELETE_REQUEST_ASYNC;
+    behaviour.requests[1].times = 2;
+    start(behaviour);
     IOreq *io = request();
     EXPECT_EQ(sent(IOMSG_BEGIN, 999), (answers{{IOMSG_FAILED, 999}}));
     EXPECT_EQ(sent(IOMSG_ABORT, 999), (answers{{IOMSG_ABORT_ACKNOWLEDGED, 999}}));
@@ -137,6 +140,7 @@ TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
     const uint64_t id = io->id;
     EXPECT_EQ(DeleteIOreqAsync(io), IO_SUCCESS);
     EXPECT_EQ(sent(IOMSG_BEGIN, id), (answers{{IOMSG_FAILED, id}}));
+    EXPECT_EQ(sent(IOMSG_BEGIN, request(1)->id, {}, port_), answers{}) << "deleted by the first of its answers";
 }
 
 TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
