@@ -72,7 +72,9 @@ void isr_table::find_threads(process &parent) {
         const auto served = std::lower_bound(routines_.begin(), routines_.end(), *number,
                                              [](const isr &one, uint64_t wanted) { return one.number < wanted; });
         const bool listed = served != routines_.end() && served->number == *number;
-        if (listed && served->owner == KERNEL_THREAD_PARENT) served->owner = id;
+        if (!listed || served->owner != KERNEL_THREAD_PARENT) return;
+        process thread(root_);  // any process may go by such a name
+        if (thread.open(id) && thread.told().is_kernel_thread()) served->owner = id;
     };
     // The system gives this line piece by piece, and the reader's buffer is used again for every child.
     std::string children;
