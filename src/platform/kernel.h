@@ -6,6 +6,7 @@
 // Time-outs are signed milliseconds; WAIT_FOREVER (-1) never expires.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 // ---- handles and result codes ---------------------------------------------------------------------------------------
@@ -284,6 +285,9 @@ struct kernel_message {
     uint64_t code;
     uint64_t word2;
 };
+static_assert(offsetof(kernel_message, code) == 8);
+static_assert(offsetof(kernel_message, word2) == 16);
+static_assert(sizeof(kernel_message) == 24);
 
 extern "C" {
 

@@ -66,6 +66,7 @@ struct client_context {
 static_assert(offsetof(client_context, request) == 8);
 static_assert(offsetof(client_context, buffer) == 16);
 static_assert(offsetof(client_context, buffer_size) == 24);
+static_assert(sizeof(client_context) == 32);
 
 // ---- I/O request ----------------------------------------------------------------------------------------------------
 

@@ -58,6 +58,8 @@ struct svc_slot {
     uint64_t type;   // SVCTYPE_
     uint64_t value;  // integer, or the address of the data
 };
+static_assert(offsetof(svc_slot, value) == 8);
+static_assert(sizeof(svc_slot) == 16);
 
 struct svc_call_block {
     char name[SVC_NAME_SIZE];

@@ -17,6 +17,7 @@ struct sysvc_id_block {  // the four id commands
     uint64_t task;       // in: task handle (process id for all but SYSVCCMD_GET_PID)
     uint64_t id;         // out
 };
+static_assert(offsetof(sysvc_id_block, id) == 8);
 static_assert(sizeof(sysvc_id_block) == 16);
 
 struct sysvc_device_block {  // SYSVCCMD_DECOMPOSE_DEVICE; in: the 64-bit device number over the first two words
@@ -30,6 +31,7 @@ static_assert(sizeof(sysvc_device_block) == 8);
 struct sysvc_max_major_block {
     uint32_t max_major;  // out
 };
+static_assert(sizeof(sysvc_max_major_block) == 4);
 
 // Error words of failed requests.
 enum : uint32_t {
