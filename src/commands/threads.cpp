@@ -115,7 +115,6 @@ bool build_register_table(register_table &table) {
         block.get()[i] = {reg.id, reg.type & CPUREG_WIDTH, name};
         name += (std::strlen(name) + sizeof(uint64_t)) & ~(sizeof(uint64_t) - 1);
     }
-    block.get()[info.count] = {};  // the last piece of a name may have gone further than its NUL
     table.entries = std::move(block);
     table.name_width = static_cast<int>(info.max_name);
     return true;
