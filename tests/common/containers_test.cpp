@@ -95,6 +95,8 @@ TEST_P(Containers, DequeAgreesWithAModel) {
             EXPECT_EQ(memory_.live, 1u) << "a block is left";
         }
     }
+    deque_clear(d);
+    EXPECT_TRUE(d->count == 0 && !deque_at(d, 0));
     deque_release(d);
     EXPECT_EQ(memory_.live, 0u);
 }

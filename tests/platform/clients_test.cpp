@@ -70,6 +70,11 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
         test_kernel running([&](test_machine &m) { m.registry_maker = server(nullptr, tiny); });
         EXPECT_FALSE(RegCaps(GetRegDev(), nullptr, nullptr, nullptr));
         EXPECT_FALSE(RegItEnd(GetRegDev(), &record));
+        for (const bool begins : {true, false}) {
+            record.on_entry = 1;
+            EXPECT_FALSE(begins ? RegItBegin(GetRegDev(), &record, "") : RegItNext(GetRegDev(), &record));
+            EXPECT_EQ(record.on_entry, 0);
+        }
         EXPECT_FALSE(RegGetKeyInt(GetRegDev(), "", &value));
     }
 }

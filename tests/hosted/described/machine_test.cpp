@@ -147,7 +147,10 @@ TEST(Machine, DeletedTasksAreGone) {
     EXPECT_EQ(_SL_StepIterator(iterator), RESULT_SUCCESS);
     EXPECT_EQ(_SL_DeleteObject(48, DELETE_OBJECT), RESULT_SUCCESS);
     EXPECT_EQ(_SL_DeleteObject(32, DELETE_OBJECT), 5u);
-    EXPECT_EQ(_SL_DeleteObject(16, DELETE_OBJECT), RESULT_SUCCESS);
+    const uint64_t named = _SL_CreateHandle(0, _SL_CreateHandle(0, 16, RIGHTS_OPEN), RIGHTS_OPEN);
+    EXPECT_EQ(info(named, OBJINFO_HANDLE), 16u);
+    EXPECT_EQ(_SL_DeleteObject(named, DELETE_OBJECT), RESULT_SUCCESS);
+    EXPECT_EQ(_SL_DeleteObject(named, DELETE_HANDLE), RESULT_NO_OBJECT);
     uint64_t value = 0;
     EXPECT_EQ(_SL_StepIterator(iterator), RESULT_SUCCESS);
     EXPECT_EQ(_SL_GetIteratorInfo(iterator, OBJINFO_HANDLE, &value), RESULT_SUCCESS);
