@@ -25,7 +25,15 @@ void keep_closed_streams_closed() {
     }
 }
 
-int output_error = 0;  // of the first write that failed
+int output_error = 0;           // of the first write that failed
+bool ended_by_readers = false;  // when they go away, by the signal that tells of it
+
+// Ends the run as that signal would have, but with the machine saved.
+void end_without_reader() {
+    static_cast<void>(hosted::finish(0));
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+}
 
 // What a stream over this function cannot write is lost, but not the reason: the error that a stream keeps does not
 // tell it, and commands may flush theirs long before the end.
@@ -35,6 +43,7 @@ ssize_t write_output(void *, const char *bytes, size_t size) {
         const ssize_t put = write(STDOUT_FILENO, bytes + done, size - done);
         if (put < 0 && errno == EINTR) continue;
         if (put < 0 && output_error == 0) output_error = errno;
+        if (put < 0 && errno == EPIPE && ended_by_readers) end_without_reader();
         if (put <= 0) break;
         done += static_cast<size_t>(put);
     }
@@ -62,6 +71,7 @@ extern "C" int __wrap_main(int argc, char **argv) {
     keep_closed_streams_closed();
     // A file that may not grow further is told of like a full disk; its signal would leave a half-written one behind.
     std::signal(SIGXFSZ, SIG_IGN);
+    ended_by_readers = std::signal(SIGPIPE, SIG_IGN) == SIG_DFL;
     prepare_output();
     const int status = __real_main(argc, argv);
     return hosted::finish(check_output(status));

@@ -97,7 +97,10 @@ TEST(Start, OutputThatIsLostIsToldOnce) {
         const bool silent = shell(run, "run").output.empty();
         for (const auto &row : cases) {
             SCOPED_TRACE(run + ": " + row.line + " > " + row.output);
-            const ventix_result result = shell(run, row.line, row.output);
+            const scratch_directory place;
+            const std::string saved = place.file("saved.json");
+            const ventix_result result = shell(run, row.line, row.output, {"VENTIX_MACHINE_SAVE=" + saved});
+            EXPECT_TRUE(std::filesystem::exists(saved));
             EXPECT_EQ(result.diagnostics,
                       silent || row.reason.empty() ? "" : "ventix: write error: " + row.reason + "\n");
             EXPECT_EQ(result.status, silent ? 0 : row.status);
