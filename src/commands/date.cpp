@@ -2,6 +2,7 @@
 #include <sys/time.h>
 
 #include <cinttypes>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -109,7 +110,7 @@ std::optional<int> parse(int &argc, char **&argv, options &opts) {
 // A number of decimal digits within bounds, and the text moved behind it.
 bool parse_number(const char *&text, unsigned min, unsigned max, int &value) {
     const char *start = text;
-    unsigned number = 0;
+    uint64_t number = 0;
     for (; *text >= '0' && *text <= '9'; text++) {
         if (number > max) return false;
         number = number * 10 + static_cast<unsigned>(*text - '0');
@@ -127,10 +128,9 @@ bool parse_separator(const char *&text) {
 
 // yyyy*mm*dd; the day is not held against its month's length.
 bool sb_date_parse_date(const char *text, std::tm *tm) {
-    constexpr unsigned last_year = 99999999;
     int year = 0, month = 0, day = 0;
-    if (!parse_number(text, FIRST_YEAR, last_year, year) || !parse_separator(text) ||
-        !parse_number(text, 1, 12, month) || !parse_separator(text) || !parse_number(text, 1, 31, day) || *text != '\0')
+    if (!parse_number(text, FIRST_YEAR, INT_MAX, year) || !parse_separator(text) || !parse_number(text, 1, 12, month) ||
+        !parse_separator(text) || !parse_number(text, 1, 31, day) || *text != '\0')
         return false;
     tm->tm_year = year - FIRST_YEAR;
     tm->tm_mon = month - 1;
