@@ -156,11 +156,14 @@ bool document::parse(std::string_view text, std::string &message) {
     builder events(*this, text);
     constexpr bool strict = true;
     constexpr bool comments = true;
-    if (nlohmann::json::sax_parse(text.begin(), text.end(), &events, nlohmann::json::input_format_t::json, strict,
-                                  comments)) {
-        return true;
+    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &events, nlohmann::json::input_format_t::json, strict,
+                                   comments)) {
+        message = events.message();
+        return false;
     }
-    message = events.message();
+    const size_t nul = text.find('\0');  // which the parser takes for the end of the text
+    if (nul == text.npos) return true;
+    message = line_and_column(text, nul + 1) + ": unexpected NUL; expected end of input";
     return false;
 }
 

@@ -52,6 +52,7 @@ TEST(Load, NamesThePlaceOfWhatIsWrong) {
 TEST(Load, BoundsItsMessagesAndItsWork) {
     EXPECT_EQ(complaint("{\"" + std::string(100, 'k') + "\": 1}"), std::string(64, 'k') + "...: unknown key");
     EXPECT_EQ(complaint(R"({"a\nb": 1})"), "a?b: unknown key");
+    EXPECT_EQ(complaint({"{}\n\0x", 5}), "2:1: unexpected NUL; expected end of input");
     std::string many = R"({"registry": {)";
     for (int i = 0; i < 100'000; ++i) many += "\"key" + std::to_string(i) + "\": 1, ";
     EXPECT_EQ(complaint(many + "\"key99999\": 2}}"), "registry.key99999: given twice");
