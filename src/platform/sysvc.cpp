@@ -12,11 +12,9 @@ namespace {
 constexpr char DEFAULT_NAME[] = "sysvc";
 constexpr char NAME_VARIABLE[] = "SYSVC_DEVICE_NAME";
 
-// The system error number for a failed request's error word. Never 0, whatever the service says.
+// The system error number for a failed request's error word.
 int system_error(uint32_t error) {
-    if (error > SYSVCERR_SYSTEM && error - SYSVCERR_SYSTEM < SYSVCERR_SYSTEM_LIMIT) {
-        return static_cast<int>(error - SYSVCERR_SYSTEM);
-    }
+    if (error - SYSVCERR_SYSTEM < SYSVCERR_SYSTEM_LIMIT) return static_cast<int>(error - SYSVCERR_SYSTEM);
     switch (error) {
     case SYSVCERR_NO_SPACE: return SYSERR_NO_SPACE;
     case SYSVCERR_INVALID_2:

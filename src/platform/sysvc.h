@@ -26,7 +26,8 @@ extern device_record *g_sysvc_device;  // the service, once opened
 // SYSVC_DEVICE_NAME names, "sysvc" where it is not set. Null when it cannot be opened. Never to be closed.
 device_record *GetSystemService();
 
-// Ids of a process: 0 and the id at *id (which may be null), or a SYSERR_ or other system error number.
+// Ids of a process: 0 and the id at *id (which may be null), or a SYSERR_ or other system error number and nothing
+// stored. A service that fails with system error 0 gets just that, 0 and nothing stored.
 //   task  the task's handle; for all but SysvcGetPid its process id
 int SysvcGetPid(device_record *service, uint64_t task, uint64_t *pid);
 int SysvcGetPPid(device_record *service, uint64_t task, uint64_t *ppid);

@@ -94,7 +94,7 @@ TEST(SystemServiceClient, MapsErrors) {
         {0, 0},           {0xBE00000B, 11}, {0xBEFFFFFF, 0xFFFFFF}, {0xBF000000, 54},
         {0xE0030001, 22}, {0xE0030002, 11}, {0xE0030003, 31},       {0xE0030004, 11},
         {0xE0030005, 11}, {0xE0030006, 45}, {0xE0030007, 19},       {0xE0030008, 54},
-        {1, 54},          {0xBE000000, 54},
+        {1, 54},          {0xBE000000, 0},
     };
     uint32_t error = 0;
     test_kernel running([&](test_machine &m) {
@@ -115,7 +115,7 @@ TEST(SystemServiceClient, MapsErrors) {
         EXPECT_EQ(SysvcGetSid(dev, 0x1F, &ids[3]), number);
         EXPECT_EQ(SysvcGetSid(dev, 0x1F, nullptr), number);
         const uint64_t commands[] = {SYSVCCMD_GET_PID, SYSVCCMD_GET_PPID, SYSVCCMD_GET_PGID, SYSVCCMD_GET_SID};
-        for (int i = 0; i < 4; i++) EXPECT_EQ(ids[i], number == 0 ? commands[i] << 32 | 0x1F : 7);
+        for (int i = 0; i < 4; i++) EXPECT_EQ(ids[i], error == 0 ? commands[i] << 32 | 0x1F : 7);
     }
 }
 
