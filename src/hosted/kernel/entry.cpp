@@ -5,7 +5,6 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -119,11 +118,26 @@ private:
 
 thread_local registration place;
 
+// finish() of this runtime, with the kernel's lock held.
+int finish_run(runtime &now, int status) {
+    if (now.finished) return status;
+    now.finished = true;
+    if (std::string message; !now.kernel->machine().save(message)) {
+        std::fprintf(stderr, "ventix: %s\n", message.c_str());
+        now.failed = true;
+    }
+    if (const int error = now.log.error(); error != 0) {
+        std::fprintf(stderr, "ventix: call log: %s\n", std::strerror(error));
+        now.failed = true;
+    }
+    return status == 0 && now.failed ? 1 : status;
+}
+
 // The thread's call ends the process: the machine is saved and the call log complete before.
 [[noreturn]] void end_by_fate(runtime &now, const caller &who, call which, std::span<const argument> arguments) {
     if (now.log.is_open()) now.log.write(which, arguments, false, std::nullopt);
     if (who.fate == fate::self_deleted) {
-        static_cast<void>(finish(0));
+        static_cast<void>(finish_run(now, 0));
         kill(getpid(), SIGKILL);
         _exit(128 + SIGKILL);  // the first process of a system cannot be killed
     }
@@ -131,7 +145,7 @@ thread_local registration place;
     const char *object = which == call::wait_semaphore ? "semaphore" : "port";
     std::fprintf(stderr, "ventix: deadlock: %s on %s 0x%llx\n", call_name(which).data(), object,
                  static_cast<unsigned long long>(arguments.empty() ? 0 : arguments[0].value));
-    end_process(finish(STATUS_DEADLOCK));
+    end_process(finish_run(now, STATUS_DEADLOCK));
 }
 
 // One kernel call. The body gets the kernel, its lock and the caller; a handle that it could not give, or a result
@@ -198,17 +212,9 @@ kernel &running() { return *present().kernel; }
 
 int finish(int status) {
     runtime *known = current.load(std::memory_order_acquire);
-    if (known == nullptr || known->finished) return status;
-    known->finished = true;
-    if (std::string message; !known->kernel->machine().save(message)) {
-        std::fprintf(stderr, "ventix: %s\n", message.c_str());
-        known->failed = true;
-    }
-    if (const int error = known->log.error(); error != 0) {
-        std::fprintf(stderr, "ventix: call log: %s\n", std::strerror(error));
-        known->failed = true;
-    }
-    return status == 0 && known->failed ? 1 : status;
+    if (known == nullptr) return status;
+    const std::lock_guard lock(known->kernel->mutex());  // other threads may still be calling
+    return finish_run(*known, status);
 }
 
 void install(std::unique_ptr<machine> brought, fault_list faults) {
