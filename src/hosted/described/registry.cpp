@@ -1,7 +1,6 @@
 // hosted/described/registry.cpp - the registry of a described machine.
 #include "hosted/described/registry.h"
 
-#include <algorithm>
 #include <bit>
 #include <functional>
 

@@ -1,7 +1,6 @@
 // counters.cpp - statistics of interfaces, block devices, processors and virtual memory as counters.
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <optional>
 #include <span>
 

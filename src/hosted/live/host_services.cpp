@@ -6,8 +6,8 @@
 #include <sys/socket.h>
 #include <sys/vfs.h>
 
+#include <algorithm>
 #include <array>
-#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cstring>

@@ -26,7 +26,6 @@ public:
     explicit scanner(std::string_view text) : at_(text.data()), end_(text.data() + text.size()) {}
 
     bool done() const { return at_ == end_; }
-    char peek() const { return done() ? '\0' : *at_; }
     std::string_view rest() const { return {at_, static_cast<size_t>(end_ - at_)}; }
 
     bool take(char wanted) {

@@ -1,7 +1,6 @@
 // processes.cpp - walking, finding and naming processes.
 #include "hosted/live/processes.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <ctime>
