@@ -65,7 +65,7 @@ bool parse_stat(std::string_view text, stat_record &record) {
     record.name_length = name.copy(record.name_bytes.data(), record.name_bytes.size());
     record.state = text[closed + 2];
 
-    constexpr size_t FIRST = 4, LAST = 24;  // fields, counted from 1 as the system's documentation does
+    constexpr size_t FIRST = 4, LAST = 23;  // fields, counted from 1 as the system's documentation does
     uint64_t field[LAST + 1] = {};
     scanner rest(text.substr(std::min(closed + 3, text.size())));
     for (size_t i = FIRST; i <= LAST; i++) {
@@ -84,7 +84,6 @@ bool parse_stat(std::string_view text, stat_record &record) {
     record.threads = field[20];
     record.start_ticks = field[22];
     record.virtual_bytes = field[23];
-    record.resident_pages = field[24];
     return true;
 }
 
@@ -171,7 +170,7 @@ const stat_record &proc_object::told() {
 // The owner of a process's directory is its effective user and group, whatever may be known of it else: far cheaper
 // than the file that says the same. It is asked before the stat, which then proves that there still was a process.
 bool process::open(int id) {
-    leads_ = private_read_ = calls_read_ = memos_read_ = switches_read_ = reading::not_yet;
+    leads_ = pages_read_ = calls_read_ = memos_read_ = switches_read_ = reading::not_yet;
     owner_known_ = false;
     if (id <= 0 || !proc_object::open(root_.directory(), numbered_path(id).c_str(), id)) return false;
     struct ::stat owner {};
@@ -249,17 +248,18 @@ const switch_counts &process::switches() {
     return switches_;
 }
 
-uint64_t process::private_pages() {
-    if (told().is_kernel_thread()) return 0;
-    if (private_read_ == reading::not_yet) {
-        std::string_view text;
-        private_read_ = read("statm", text);
-        uint64_t field[6] = {};  // pages: total, resident, shared, text, 0, data and stack
-        scanner scan(text);
-        for (uint64_t &one : field) scan.decimal(one);
-        private_pages_ = field[5];
-    }
-    return private_pages_;
+// The resident pages of "stat" may be out by dozens for every processor; here the system counts them.
+const page_counts &process::pages() {
+    if (pages_read_ != reading::not_yet) return pages_;
+    pages_read_ = reading::done;
+    pages_ = {};
+    if (told().is_kernel_thread()) return pages_;
+    std::string_view text;
+    read("statm", text);
+    uint64_t field[6] = {};  // total, resident, shared, text, 0, data and stack
+    scanner scan(text);
+    for (uint64_t &one : field) scan.decimal(one);
+    return pages_ = {.resident = field[1], .reserved = field[5]};
 }
 
 uint64_t process::system_calls() {
@@ -278,8 +278,8 @@ uint64_t process::item(uint64_t item, uint64_t &value) {
     case OBJINFO_STATE: value = state(); break;
     case TASKINFO_PRIORITY: value = told().task_priority(); break;
     case TASKINFO_FLAGS: value = flags(); break;
-    case TASKINFO_ALLOC_PAGES: value = told().resident_pages; break;
-    case TASKINFO_RESERVED_PAGES: value = private_pages(); break;
+    case TASKINFO_ALLOC_PAGES: value = pages().resident; break;
+    case TASKINFO_RESERVED_PAGES: value = pages().reserved; break;
     case TASKINFO_VIRT_PAGES: value = told().virtual_bytes / root_.page_size; break;
     case TASKINFO_EXETIME_HI: value = high_half(root_.milliseconds(told().user_ticks)); break;
     case TASKINFO_EXETIME_LO: value = low_half(root_.milliseconds(told().user_ticks)); break;

@@ -49,7 +49,7 @@ struct stat_record {
     int64_t priority;  // 0 to 39: nice levels; below: real-time
     uint64_t threads;
     uint64_t start_ticks;  // since boot
-    uint64_t virtual_bytes, resident_pages;
+    uint64_t virtual_bytes;
 
     std::string_view name() const { return {name_bytes.data(), name_length}; }
     uint64_t page_faults() const { return minor_faults + major_faults; }
@@ -113,6 +113,11 @@ struct switch_counts {
     uint64_t involuntary = 0;
 };
 
+struct page_counts {
+    uint64_t resident = 0;
+    uint64_t reserved = 0;  // data and stack
+};
+
 class process : public proc_object {
 public:
     using proc_object::proc_object;
@@ -138,16 +143,16 @@ private:
     uint64_t flags();
     uint64_t state();
     uint64_t memos();
-    uint64_t private_pages();
+    const page_counts &pages();
     uint64_t system_calls();
     const switch_counts &switches();
 
     uint32_t user_ = 0, group_ = 0;  // effective ids
     bool owner_known_ = false;
     reading leads_ = reading::not_yet;
-    reading private_read_ = reading::not_yet, calls_read_ = reading::not_yet;
+    reading pages_read_ = reading::not_yet, calls_read_ = reading::not_yet;
     reading memos_read_ = reading::not_yet, switches_read_ = reading::not_yet;
-    uint64_t private_pages_ = 0;
+    page_counts pages_;
     uint64_t calls_ = 0;
     uint64_t memos_ = 0;
     switch_counts switches_;

@@ -67,6 +67,7 @@ TEST(LiveProcesses, ItemsAgreeWithTheSystem) {
         {OBJINFO_STATE, TASKSTATE_BLOCKED},
         {TASKINFO_PRIORITY, 135},
         {TASKINFO_THREADS, 3},
+        {TASKINFO_ALLOC_PAGES, pages("VmRSS:")},
         {TASKINFO_VIRT_PAGES, pages("VmSize:")},
         {TASKINFO_RESERVED_PAGES, pages("VmData:") + pages("VmStk:")},
         {TASKINFO_GROUP, child.handle()},
