@@ -156,6 +156,7 @@ TEST(Machine, DeletedTasksAreGone) {
     EXPECT_EQ(_SL_GetIteratorInfo(iterator, OBJINFO_HANDLE, &value), RESULT_SUCCESS);
     EXPECT_EQ(value, 32u);
     EXPECT_EQ(_SL_StepIterator(iterator), RESULT_NO_ITEM);
+    EXPECT_EQ(_SL_GetIteratorInfo(iterator, OBJINFO_HANDLE, &value), RESULT_NO_ITEM);
     EXPECT_EQ(listed("run/proc"), (names{"0000000000000020:176:1", "0000000000000030:176:7"}));
     EXPECT_EQ(info(50, OBJINFO_HANDLE), FAILED | RESULT_NO_OBJECT);
     EXPECT_EQ(SysvcGetPid(GetSystemService(), 48, &value), SYSERR_NO_PROCESS);

@@ -164,6 +164,42 @@ TEST(LiveProcesses, OnItsLastWayOut) {
     EXPECT_EQ(table.name(301, name), RESULT_NO_OBJECT);
 }
 
+// Nothing that was read or added up for one row is left for the next.
+TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
+    system_tree tree;
+    for (const int id : {301, 302, 303}) {
+        const std::string number = std::to_string(id), at = "proc/" + number;
+        tree.put(at + "/stat", number + " (many) S 0 0 0 0 0 0 0 0 0 0 0 0 0 0 20 0 2 0 0 0 0");
+        tree.put(at + "/io", "rchar: 1\nsyscr: " + number + "\nsyscw: 1\n");
+        tree.put(at + "/statm", "0 0 0 0 0 " + number);
+        for (const char *thread : {"/task/1/status", "/task/2/status"})
+            tree.put(at + thread, "\nvoluntary_ctxt_switches: " + number + "\nnonvoluntary_ctxt_switches: 1\n");
+        std::string maps;
+        for (const char *file : {"1", "2", "1", "2", "0"}) maps += std::string("1-2 r--p 0 8:1 ") + file + '\n';
+        tree.put(at + "/maps", maps + (id == 302 ? "1-2 r--p 0 8:1 3\n" : ""));
+        static_cast<void>(!chown(tree.path(at).c_str(), 5, 7));
+    }
+    process_table table(tree.roots.proc);
+    const auto walk = table.walk_all();
+    std::set<uint64_t> rows;
+    for (uint64_t id = 0, value = 0; walk->step() == RESULT_SUCCESS; rows.insert(id)) {
+        EXPECT_EQ(walk->info(OBJINFO_HANDLE, id), RESULT_SUCCESS);
+        const std::map<uint64_t, uint64_t> wanted = {
+            {TASKINFO_SYSCALLS_LO, id + 1},
+            {TASKINFO_RESERVED_PAGES, id},
+            {TASKINFO_MEMOS, id == 302 ? 4 : 3},
+            {TASKINFO_VOLCTXSW_LO, 2 * id},
+            {TASKINFO_INVCTXSW_LO, 2},
+            {TASKINFO_IDS, geteuid() == 0 ? 7 << 16 | 5 : (getegid() & 0xFFFFu) << 16 | (geteuid() & 0xFFFFu)},
+        };
+        for (const auto &[item, figure] : wanted) {
+            EXPECT_EQ(walk->info(item, value), RESULT_SUCCESS);
+            EXPECT_EQ(value, figure) << id << ' ' << item;
+        }
+    }
+    EXPECT_EQ(rows, (std::set<uint64_t>{301, 302, 303}));
+}
+
 TEST(LiveProcesses, NoDescriptorIsLeft) {
     own_child child([](own_child &self) {
         process_table table;
@@ -315,6 +351,8 @@ TEST(LiveProcesses, ExceptionsAreSignals) {
 TEST(LiveProcesses, PriorityOfEveryThread) {
     own_child child([](own_child &self) {
         std::thread([&self] {
+            const sched_param none{};
+            sched_setscheduler(0, SCHED_OTHER | SCHED_RESET_ON_FORK, &none);
             self.say(gettid());
             while (true) pause();
         }).detach();
@@ -332,7 +370,8 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
         for (const int thread : {child.id(), second}) {
             sched_param level{};
             sched_getparam(thread, &level);
-            EXPECT_EQ(sched_getscheduler(thread), set < 100 ? SCHED_RR : SCHED_OTHER) << wanted;
+            const int kept = thread == second ? SCHED_RESET_ON_FORK : 0;
+            EXPECT_EQ(sched_getscheduler(thread), (set < 100 ? SCHED_RR : SCHED_OTHER) | kept) << wanted;
             EXPECT_EQ(level.sched_priority, set < 100 ? 99 - static_cast<int>(set) : 0) << wanted;
             EXPECT_TRUE(set < 100 ||
                         getpriority(PRIO_PROCESS, static_cast<id_t>(thread)) + 120 == static_cast<int>(set));
