@@ -177,6 +177,7 @@ TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
         std::string maps;
         for (const char *file : {"1", "2", "1", "2", "0"}) maps += std::string("1-2 r--p 0 8:1 ") + file + '\n';
         tree.put(at + "/maps", maps + (id == 302 ? "1-2 r--p 0 8:1 3\n" : ""));
+        tree.put(at + "/task/" + number + "/stat", number + " (many) S 0 0 0 0 0 0 0 0 0 0 30 40 0 0 20 0 2 0 0 0 0");
         static_cast<void>(!chown(tree.path(at).c_str(), 5, 7));
     }
     process_table table(tree.roots.proc);
@@ -196,6 +197,10 @@ TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
             EXPECT_EQ(walk->info(item, value), RESULT_SUCCESS);
             EXPECT_EQ(value, figure) << id << ' ' << item;
         }
+        live::thread *thread = nullptr;
+        EXPECT_EQ(table.find_thread(live::thread::HANDLE + id, thread), RESULT_SUCCESS);
+        EXPECT_EQ(thread->item(THREADINFO_EXETIME, value), RESULT_SUCCESS);
+        EXPECT_EQ(value, table.root().milliseconds(70)) << id;
     }
     EXPECT_EQ(rows, (std::set<uint64_t>{301, 302, 303}));
 }
