@@ -320,9 +320,15 @@ bool process::name(std::string &out) {
             whole = candidate;
             return true;
         };
+        // A script's name stands behind its interpreter's, and behind the one option that this may have been given.
         std::string_view text;
-        const int error = root_.reader.read_front(directory(), "cmdline", text);
-        const bool found = error == 0 && longer(text.substr(0, text.find('\0')));
+        bool found = false;
+        if (root_.reader.read_front(directory(), "cmdline", text) != 0) text = {};
+        for (int argument = 0; !found && argument < 3 && !text.empty(); argument++) {
+            const size_t length = std::min(text.find('\0'), text.size());
+            found = longer(text.substr(0, length));
+            text.remove_prefix(std::min(length + 1, text.size()));
+        }
         char target[PATH_MAX];
         const ssize_t length = found ? -1 : readlinkat(directory(), "exe", target, sizeof target);
         if (length > 0) {

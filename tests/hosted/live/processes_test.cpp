@@ -233,19 +233,28 @@ TEST(LiveProcesses, Names) {
         };
     };
     own_child odd(renamed("a) R (b\n\x1b\xc2\x9b")), empty(renamed("")), full(renamed("exactly-fifteen"));
-    own_child cut([](own_child &self) {
-        const std::string path = "/tmp/live-name-that-is-cut-" + std::to_string(getpid());
-        if (symlink("/bin/sleep", path.c_str()) == 0) self.say(1);
-        execl(path.c_str(), path.c_str(), "1000", static_cast<char *>(nullptr));
-    });
-    for (own_child *one : {&odd, &empty, &full, &cut}) one->heard();
-    for (int i = 0; i < 5000 && status_of(cut.id(), "Name:") != "live-name-that-"; i++) usleep(1000);
-    await_state(cut.id(), "S");  // its arguments come after its name
-    const std::string path = "/tmp/live-name-that-is-cut-" + std::to_string(cut.id());
-    unlink(path.c_str());
+    const auto path_of = [](int id) { return "/tmp/live-name-that-is-cut-" + std::to_string(id); };
+    const auto run_as = [&](bool script) {
+        return [&path_of, script](own_child &self) {
+            const std::string path = path_of(getpid());
+            if (symlink("/usr/bin/tail", path.c_str()) == 0) self.say(1);
+            execl(path.c_str(), script ? "tail" : path.c_str(), "-fc0", script ? path.c_str() : "/dev/null",
+                  static_cast<char *>(nullptr));
+        };
+    };
+    own_child cut(run_as(false)), script(run_as(true));
+    for (own_child *one : {&odd, &empty, &full, &cut, &script}) one->heard();
+    for (const int id : {cut.id(), script.id()}) {
+        for (int i = 0; i < 5000 && status_of(id, "Name:") != "live-name-that-"; i++) usleep(1000);
+        await_state(id, "S");  // its arguments come after its name
+        unlink(path_of(id).c_str());
+    }
 
-    const std::map<int, std::string> wanted = {
-        {odd.id(), "a) R (b????"}, {empty.id(), ""}, {full.id(), "exactly-fifteen"}, {cut.id(), path.substr(5)}};
+    const std::map<int, std::string> wanted = {{odd.id(), "a) R (b????"},
+                                               {empty.id(), ""},
+                                               {full.id(), "exactly-fifteen"},
+                                               {cut.id(), path_of(cut.id()).substr(5)},
+                                               {script.id(), path_of(script.id()).substr(5)}};
     process_table listed, looked_up;
     auto names = published(listed);
     for (const auto &[id, name] : wanted) {
