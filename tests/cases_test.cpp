@@ -7,7 +7,7 @@
 //   env: NAME=VALUE                repeatable
 //   output: /dev/full              standard output goes to this file, and is compared no more
 //   status: 1                      0 unless given
-//   stdin: stdout: stderr: calls: saved:
+//   stdout: stderr: calls: saved:
 //                                  blocks: the key alone, then lines that begin with | (the rest and a line feed) or
 //                                  % (the same with the escapes \n \t \r \\ \xHH, and no line feed of its own)
 //   # comment
@@ -130,7 +130,7 @@ void check_complete(const test_case &test, std::vector<std::string> &titles) {
 
 std::vector<test_case> read_cases(const std::string &text) {
     static const std::vector<std::string> single = {"machine", "run", "output", "status"};
-    static const std::vector<std::string> blocks = {"machine", "stdin", "stdout", "stderr", "calls", "saved"};
+    static const std::vector<std::string> blocks = {"machine", "stdout", "stderr", "calls", "saved"};
     const auto among = [](const std::vector<std::string> &keys, const std::string &key) {
         return std::find(keys.begin(), keys.end(), key) != keys.end();
     };
@@ -322,7 +322,6 @@ void run_case(const test_case &test) {
     run.environment = test.environment;
     run.machine = place_machine(test, directory);
     run.directory = directory.path();
-    run.input = field("stdin");
     run.output_file = field("output");
     if (test.fields.contains("calls")) run.environment.push_back("VENTIX_CALL_LOG=calls.log");
     if (test.fields.contains("saved")) run.environment.push_back("VENTIX_MACHINE_SAVE=saved.json");

@@ -4,11 +4,11 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,9 +18,7 @@
 
 namespace {
 
-using std::chrono::steady_clock;
-
-constexpr auto time_limit = std::chrono::seconds(20);
+constexpr int TIME_LIMIT = 20000;  // milliseconds
 
 // A command may leave memory to the system at its end, and a size that cannot be had is refused, not a fault. What the
 // sanitizers do find has a status that no command gives.
@@ -49,60 +47,17 @@ std::vector<char *> pointers(std::vector<std::string> &texts) {
     return result;
 }
 
-struct pipe_ends {
-    int read = -1;
-    int write = -1;
-
-    pipe_ends() {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error(std::strerror(errno));
-        read = ends[0];
-        write = ends[1];
-    }
-    ~pipe_ends() {
-        close_end(read);
-        close_end(write);
-    }
-    pipe_ends(const pipe_ends &) = delete;
-    pipe_ends &operator=(const pipe_ends &) = delete;
-
-    static void close_end(int &end) {
-        if (end >= 0) close(end);
-        end = -1;
-    }
-};
-
-// Appends what is there; closes the end at its end.
-void drain(int &end, std::string &text) {
-    char buffer[65536];
-    const ssize_t got = read(end, buffer, sizeof buffer);
-    if (got > 0) text.append(buffer, static_cast<size_t>(got));
-    if (got == 0 || (got < 0 && errno != EINTR)) pipe_ends::close_end(end);
-}
-
-// Writes what fits; closes the end when all is written or nobody reads.
-void feed(int &end, const std::string &text, size_t &done) {
-    const ssize_t put = write(end, text.data() + done, text.size() - done);
-    if (put > 0) done += static_cast<size_t>(put);
-    if (done == text.size() || (put < 0 && errno != EINTR && errno != EAGAIN)) pipe_ends::close_end(end);
-}
-
-// Moves input and outputs until both outputs are at their end. False when the time is up.
-bool converse(const ventix_run &run, pipe_ends &in, pipe_ends &out, pipe_ends &err, ventix_result &result) {
-    const auto deadline = steady_clock::now() + time_limit;
-    size_t fed = 0;
-    fcntl(in.write, F_SETFL, O_NONBLOCK);
-    if (run.input.empty()) pipe_ends::close_end(in.write);
-    while (out.read >= 0 || err.read >= 0) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - steady_clock::now()).count();
-        if (left <= 0) return false;
-        pollfd ends[] = {{in.write, POLLOUT, 0}, {out.read, POLLIN, 0}, {err.read, POLLIN, 0}};
-        if (poll(ends, 3, static_cast<int>(left)) < 0) continue;
-        if (ends[0].revents) feed(in.write, run.input, fed);
-        if (ends[1].revents) drain(out.read, result.output);
-        if (ends[2].revents) drain(err.read, result.diagnostics);
-    }
-    return true;
+// The exit status of a child, which is killed when its time is up.
+int status_of(pid_t child) {
+    const int handle = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+    pollfd ended = {handle, POLLIN, 0};
+    const bool in_time = poll(&ended, 1, TIME_LIMIT) > 0;
+    close(handle);
+    if (!in_time) kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (!in_time) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 }  // namespace
@@ -114,54 +69,30 @@ std::string ventix_program() {
 }
 
 ventix_result run_ventix(const ventix_run &run) {
-    signal(SIGPIPE, SIG_IGN);  // a child that does not read its input is no fault of this process
-    ventix_result result;
+    signal(SIGPIPE, SIG_DFL);  // a child inherits it where whoever started the tests ignored it
     const std::string program = run.program.empty() ? ventix_program() : run.program;
     std::vector<std::string> words = run.arguments;
     words.insert(words.begin(), run.program.empty() ? "ventix" : program);
     std::vector<std::string> settings = environment_of(run);
 
-    pipe_ends in, out, err;
+    const scratch_directory streams;
+    const std::string output = run.output_file.empty() ? streams.file("output") : run.output_file;
+    const std::string diagnostics = streams.file("diagnostics");
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addchdir_np(&actions, run.directory.c_str());
-    posix_spawn_file_actions_adddup2(&actions, in.read, 0);
-    if (run.output_file.empty())
-        posix_spawn_file_actions_adddup2(&actions, out.write, 1);
-    else
-        posix_spawn_file_actions_addopen(&actions, 1, run.output_file.c_str(), O_WRONLY | O_CREAT, 0666);
-    posix_spawn_file_actions_adddup2(&actions, err.write, 2);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t defaults;
-    sigemptyset(&defaults);
-    sigaddset(&defaults, SIGPIPE);
-    posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
-
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT, 0666);
+    posix_spawn_file_actions_addopen(&actions, 2, diagnostics.c_str(), O_WRONLY | O_CREAT, 0666);
     pid_t child = 0;
     const int failure =
-        posix_spawn(&child, program.c_str(), &actions, &attributes, pointers(words).data(), pointers(settings).data());
-    posix_spawnattr_destroy(&attributes);
+        posix_spawn(&child, program.c_str(), &actions, nullptr, pointers(words).data(), pointers(settings).data());
     posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0) {
-        result.diagnostics = program + ": " + std::strerror(failure);
-        return result;
-    }
+    if (failure != 0) return {-1, "", program + ": " + std::strerror(failure)};
 
-    pipe_ends::close_end(in.read);
-    pipe_ends::close_end(out.write);
-    pipe_ends::close_end(err.write);
-    const bool in_time = converse(run, in, out, err, result);
-    if (!in_time) kill(child, SIGKILL);
-    int ended = 0;
-    while (waitpid(child, &ended, 0) < 0 && errno == EINTR) {
-    }
-    if (!in_time)
-        result.diagnostics += "\n(ended by the test: its time was up)\n";
-    else
-        result.status = WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended);
-    return result;
+    return {.status = status_of(child),
+            .output = run.output_file.empty() ? read_file(output) : "",
+            .diagnostics = read_file(diagnostics)};
 }
 
 scratch_directory::scratch_directory() {

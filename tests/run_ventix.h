@@ -12,21 +12,21 @@ struct ventix_run {
     std::string machine = "empty.json";         // VENTIX_MACHINE: a path, absolute or in `directory`
     std::string directory = VENTIX_SOURCE_DIR "/tests/machines";  // where it runs
     std::string program = {};      // path to start, such as a symbolic link; empty: the built ventix
-    std::string input = {};        // what it reads from standard input
     std::string output_file = {};  // where standard output goes instead of ventix_result::output
 };
 
 struct ventix_result {
-    int status = -1;     // exit status; 128 + the signal that ended it; -1 where it could not be started or was ended
+    int status = -1;     // exit status; 128 + the signal that ended it; -1 where it was not started or had to be killed
     std::string output;  // standard output
-    std::string diagnostics;  // standard error, and why the status is -1
+    std::string diagnostics;  // standard error, or why it was not started
 };
 
 // The path of the built ventix, or of the one that VENTIX_TEST_EXECUTABLE names in its place.
 std::string ventix_program();
 
-// Runs it to its end, or ends it after 20 seconds. Its environment is PATH, TZ=UTC, VENTIX_MACHINE and the settings of
-// the sanitizers, no more: nothing that the tests are run with changes a result.
+// Runs it to its end, or kills it after 20 seconds. Its outputs are files, its input is empty. Its environment is PATH,
+// TZ=UTC, VENTIX_MACHINE and the settings of the sanitizers, no more: nothing that the tests are run with changes a
+// result.
 ventix_result run_ventix(const ventix_run &run);
 
 // A directory that is removed, with all in it, at the end of its scope.
