@@ -21,7 +21,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +32,7 @@
 #include <optional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +42,7 @@
 #include "hosted/kernel/entry.h"
 #include "main/tools.h"
 #include "platform/protocol/device.h"
+#include "shell_words.h"
 
 // ---- settings of the sanitizers -------------------------------------------------------------------------------------
 
@@ -333,8 +334,7 @@ outcome run(const baseline &base, const failure &planned, uint64_t budget, const
         be_the_command(base, planned, budget, log);
     }
     int ended = 0;
-    while (waitpid(child, &ended, 0) < 0 && errno == EINTR) {
-    }
+    waitpid(child, &ended, 0);
     return {WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended), content(output), content(diagnostics)};
 }
 
@@ -460,13 +460,10 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
     if (got.status != 0 && got.status != 100 &&
         std::find(statuses.begin(), statuses.end(), got.status) == statuses.end())
         return "ends with status " + std::to_string(got.status);
-    std::string foreign;
-    for (std::string_view rest = got.diagnostics; !rest.empty();) {
-        const size_t end = std::min(rest.find('\n'), rest.size() - 1);
-        if (!starts_as_promised(rest, promised)) foreign = rest.substr(0, end);
-        rest.remove_prefix(end + 1);
+    std::istringstream diagnostics(got.diagnostics);
+    for (std::string line; std::getline(diagnostics, line);) {
+        if (!starts_as_promised(line, promised)) return "says: " + line;
     }
-    if (!foreign.empty()) return "says: " + foreign;
     const bool said = !got.diagnostics.empty() || got.output.find(base.words[0] + ": ") != std::string::npos;
     if (got.status != 0 && got.status != expected.status && !said && !promised.may_be_silent)
         return "status " + std::to_string(got.status) + " without a word";
@@ -482,27 +479,10 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
 
 // ---- words ----------------------------------------------------------------------------------------------------------
 
-// Words are split at blanks; '...' holds blanks.
-std::vector<std::string> words_of(const std::string &line) {
-    std::vector<std::string> words;
-    bool quoted = false, inside = false;
-    for (const char c : line) {
-        if (c == '\'') quoted = !quoted;
-        if (!quoted && (c == ' ' || c == '\t')) {
-            inside = false;
-            continue;
-        }
-        if (!inside) words.emplace_back();
-        inside = true;
-        if (c != '\'') words.back() += c;
-    }
-    return words;
-}
-
 // In the place of a number, a name, a list or a path.
 std::vector<std::string> absurd_words() {
     constexpr size_t MEGABYTE = 1 << 20;
-    std::vector<std::string> words = words_of(
+    auto words = *shell_words(
         "'' - -- 0 -0 -1 + 7 4294967296 2147483648 -9223372036854775808 18446744073709551615 18446744073709551616 0x 08 "
         "0xFFFFFFFFFFFFFFFF 1e9 1M 9999999Y ' 1 ' , a,b,c,, 0, 1,desc,desc fancyw = a= / //../..// %n%s%p "
         "'\xFF\x80\t\x1B[2J'");
@@ -537,22 +517,16 @@ std::string arguments_of(const baseline &base, const failure &planned) {
     return planned.persistent ? text + " --persistent" : text;
 }
 
-std::unique_ptr<hosted::machine> load(const baseline &base, hosted::fault_list &faults) {
-    const std::string folder = VENTIX_SOURCE_DIR;
-    const std::string path =
-        base.machine == "demo" ? folder + "/machines/demo.json" : folder + "/tests/machines/" + base.machine + ".json";
+void prepare(const baseline &base) {
+    const std::string folder = base.machine == "demo" ? "/machines/" : "/tests/machines/";
+    hosted::fault_list faults;
     std::string message;
-    auto machine = hosted::make_described_machine(path, "", faults, message);
+    auto machine =
+        hosted::make_described_machine(VENTIX_SOURCE_DIR + folder + base.machine + ".json", "", faults, message);
     if (!machine) {
         std::fprintf(stderr, "sweep: %s\n", message.c_str());
         std::exit(1);
     }
-    return machine;
-}
-
-void prepare(const baseline &base) {
-    hosted::fault_list faults;
-    auto machine = load(base, faults);
     hosted::install(std::move(machine), std::move(faults));
 }
 
@@ -663,14 +637,13 @@ private:
 // ---- the list of baselines ------------------------------------------------------------------------------------------
 
 baseline baseline_of(const std::string &line) {
-    auto words = words_of(line);
-    baseline base = {line, words.empty() ? "" : words[0], {}, false};
-    std::replace(base.line.begin(), base.line.end(), '\t', ' ');
-    if (words.size() < 2) {
+    const auto words = shell_words(line);
+    if (!words || words->size() < 2) {
         std::fprintf(stderr, "sweep: MACHINE ARGUMENTS expected: %s\n", line.c_str());
         std::exit(1);
     }
-    base.words.assign(words.begin() + 1, words.end());
+    baseline base = {line, words->front(), {words->begin() + 1, words->end()}, false};
+    std::replace(base.line.begin(), base.line.end(), '\t', ' ');
     return base;
 }
 
@@ -709,36 +682,25 @@ int only(const std::string &line, const failure &planned) {
     return wrong.empty() ? 0 : 1;
 }
 
+void *shared(size_t size) {
+    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED) return memory;
+    std::perror("sweep: mmap");
+    std::exit(1);
+}
+
 int all(const std::vector<baseline> &list, bool words, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
-    std::vector<pid_t> workers;
     for (unsigned i = 0; i < jobs; ++i) {
-        const pid_t worker = fork();
-        if (worker != 0) {
-            workers.push_back(worker);
-            continue;
-        }
-        told = static_cast<report *>(
-            mmap(nullptr, sizeof *told, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        if (fork() != 0) continue;
+        told = static_cast<report *>(shared(sizeof *told));
         sweep one(sums, seed, part);
         for (uint64_t index; (index = sums.next++) < list.size();)
             words ? one.over_words(list[index], index) : one.over(list[index], index);
         _exit(0);
     }
     bool complete = true;
-    for (const pid_t worker : workers) {
-        int ended = 0;
-        while (waitpid(worker, &ended, 0) < 0 && errno == EINTR) {
-        }
-        complete = complete && WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
-    }
-    return complete ? 0 : 1;
-}
-
-void *shared(size_t size) {
-    void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory != MAP_FAILED) return memory;
-    std::perror("sweep: mmap");
-    std::exit(1);
+    for (int ended = 0; wait(&ended) > 0;) complete &= ended == 0;
+    return complete && sums.next >= list.size() ? 0 : 1;
 }
 
 }  // namespace
