@@ -39,6 +39,17 @@ public:
     uint32_t create_guard(std::string_view, uint64_t) override { return 0; }
 };
 
+// A device's server with a protocol on it, and a buffer of some size for each of its clients.
+inline std::unique_ptr<hosted::server> make_server(hosted::kernel &owner,
+                                                   std::unique_ptr<hosted::device_protocol> protocol,
+                                                   uint64_t buffer = 0,
+                                                   const hosted::device_behaviour &behaviour = {}) {
+    auto made = std::make_unique<hosted::device_server>(owner, behaviour);
+    made->make_context(buffer);
+    made->add(std::move(protocol));
+    return made;
+}
+
 class test_machine : public hosted::machine {
 public:
     using maker = std::function<std::unique_ptr<hosted::server>(hosted::kernel &)>;
@@ -72,10 +83,7 @@ public:
     void exit_notice(uint64_t, uint64_t) override {}
     std::unique_ptr<hosted::server> make_registry(hosted::kernel &owner) override {
         if (registry_maker) return registry_maker(owner);
-        auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
-        made->make_context(store.limit.buffer);
-        made->add(hosted::make_registry_protocol(store));
-        return made;
+        return make_server(owner, hosted::make_registry_protocol(store), store.limit.buffer);
     }
     std::unique_ptr<hosted::server> make_device(hosted::kernel &owner, std::string_view name) override {
         const auto found = makers.find(name);
@@ -93,6 +101,23 @@ private:
         return found != from.end();
     }
 };
+
+// A protocol that does what the test says.
+class told_protocol : public hosted::device_protocol {
+public:
+    using performer = std::function<std::optional<uint32_t>(uint32_t command, const hosted::request_view &request)>;
+    explicit told_protocol(performer told) : told_(std::move(told)) {}
+    std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
+        return told_(command, request);
+    }
+
+private:
+    performer told_;
+};
+
+inline test_machine::maker told_server(told_protocol::performer told, uint64_t buffer = 256) {
+    return [=](hosted::kernel &owner) { return make_server(owner, std::make_unique<told_protocol>(told), buffer); };
+}
 
 // The running kernel over a test machine, from here to the end of the scope.
 class test_kernel {

@@ -8,29 +8,6 @@
 
 namespace {
 
-using performer = std::function<std::optional<uint32_t>(uint32_t command, const hosted::request_view &request)>;
-
-// A protocol that does what the test says.
-class told_protocol : public hosted::device_protocol {
-public:
-    explicit told_protocol(performer told) : told_(std::move(told)) {}
-    std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
-        return told_(command, request);
-    }
-
-private:
-    performer told_;
-};
-
-test_machine::maker server(performer told, uint64_t buffer = 256) {
-    return [=](hosted::kernel &owner) {
-        auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
-        made->make_context(buffer);
-        made->add(std::make_unique<told_protocol>(told));
-        return made;
-    };
-}
-
 // A path that just fits the buffer is sent, a longer one is not.
 TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
     constexpr uint64_t size = 256;
@@ -57,7 +34,7 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
         SCOPED_TRACE(title);
         int performed = 0;
         const auto count = [&](uint32_t, const hosted::request_view &) { return ++performed, 0u; };
-        test_kernel running([&](test_machine &m) { m.registry_maker = server(count, size); });
+        test_kernel running([&](test_machine &m) { m.registry_maker = told_server(count, size); });
         device_record *dev = GetRegDev();
         EXPECT_FALSE(call(dev, std::string(size - taken, 'x').c_str()));
         EXPECT_EQ(performed, 0);
@@ -67,7 +44,7 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
 
     // Blocks without a path are bounded too, and a size that cannot be is no room.
     for (const uint64_t tiny : {uint64_t{4}, uint64_t{11}}) {
-        test_kernel running([&](test_machine &m) { m.registry_maker = server(nullptr, tiny); });
+        test_kernel running([&](test_machine &m) { m.registry_maker = told_server(nullptr, tiny); });
         EXPECT_FALSE(RegCaps(GetRegDev(), nullptr, nullptr, nullptr));
         EXPECT_FALSE(RegItEnd(GetRegDev(), &record));
         for (const bool begins : {true, false}) {
@@ -99,7 +76,7 @@ TEST(SystemServiceClient, MapsErrors) {
     uint32_t error = 0;
     test_kernel running([&](test_machine &m) {
         m.infos[{0x1F, OBJINFO_HANDLE}] = 0x99;  // asked for, and not what is sent
-        m.makers["sysvc"] = server([&](uint32_t command, const hosted::request_view &request) {
+        m.makers["sysvc"] = told_server([&](uint32_t command, const hosted::request_view &request) {
             auto *block = request.block<sysvc_id_block>();
             block->id = uint64_t{command} << 32 | block->task;
             return error;
@@ -125,7 +102,7 @@ TEST(SystemServiceClient, DriverNamesEndInTheBuffer) {
             std::memset(request.rest(request.payload).data() + sizeof(sysvc_device_block), 'x', 16);
             return 0u;
         };
-        m.makers["sysvc"] = server(fill, sizeof(sysvc_device_block) + 16);
+        m.makers["sysvc"] = told_server(fill, sizeof(sysvc_device_block) + 16);
     });
     char name[64];
     uint32_t number = 7;

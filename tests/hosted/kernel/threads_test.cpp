@@ -17,17 +17,6 @@ void in_threads(const std::function<void(uint64_t number)> &body) {
     for (auto &one : threads) one.join();
 }
 
-// Answers each question for an id with the id of the task asked for, or with its complement.
-class id_protocol : public hosted::device_protocol {
-public:
-    std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
-        auto *ids = request.block<sysvc_id_block>();
-        if (ids == nullptr) return IOERROR_BAD_COMMAND;
-        ids->id = command == SYSVCCMD_GET_PID ? ids->task : ~ids->task;
-        return 0;
-    }
-};
-
 TEST(KernelThreads, PassMessagesInOrderAndExcludeOneAnother) {
     test_kernel running;
     const uint64_t lock = _SL_CreateSemaphore(0, 1);
@@ -75,12 +64,11 @@ TEST(KernelThreads, KeepTheLastErrorOfEach) {
 TEST(KernelThreads, ShareTheClients) {
     test_kernel running([](test_machine &machine) {
         for (uint64_t number = 0; number < THREADS; number++) machine.store.keys[std::to_string(number)] = number;
-        machine.makers["sysvc"] = [](hosted::kernel &owner) {
-            auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
-            made->make_context(hosted::SYSTEM_SERVICE_BUFFER);
-            made->add(std::make_unique<id_protocol>());
-            return made;
-        };
+        machine.makers["sysvc"] = told_server([](uint32_t command, const hosted::request_view &request) {
+            auto *ids = request.block<sysvc_id_block>();
+            ids->id = command == SYSVCCMD_GET_PID ? ids->task : ~ids->task;
+            return 0u;
+        });
     });
     in_threads([](uint64_t number) {
         for (uint64_t round = 0; round < ROUNDS; round++) {

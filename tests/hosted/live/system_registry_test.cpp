@@ -154,7 +154,7 @@ TEST(LiveRegistry, OfThisMachine) {
     EXPECT_EQ(key(registry, "kernel/release"), std::string("bin ") + system.release);
     EXPECT_EQ(key(registry, "kernel/kernel/osrelease"), std::string("bin ") + system.release);
     EXPECT_EQ(key(registry, "kernel/vm/overcommit_memory"),
-              "int " + std::to_string(std::stoi(text_of("/proc/sys/vm/overcommit_memory"))));
+              "int " + std::to_string(std::stoi(::read_file("/proc/sys/vm/overcommit_memory"))));
 }
 
 }  // namespace

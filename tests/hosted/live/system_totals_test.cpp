@@ -100,7 +100,7 @@ TEST(LiveMemory, SpacesFillTheAddressSpace) {
 
 TEST(LiveInterrupts, NumberedLines) {
     std::string found;
-    for (const auto &[number, count, handled] : parse_interrupts(text_of(sample_system().proc + "/interrupts"))) {
+    for (const auto &[number, count, handled] : parse_interrupts(::read_file(sample_system().proc + "/interrupts"))) {
         found += std::to_string(number) + (handled ? "=" : "-") + std::to_string(count) + ' ';
     }
     EXPECT_EQ(found, "0=45 26=16 27=7 30-5 31-5 32-5 33-1 ");
@@ -108,7 +108,7 @@ TEST(LiveInterrupts, NumberedLines) {
 
 TEST(LiveInterrupts, ServedByThreadsOfTheKernelAlone) {
     const system_tree tree;
-    tree.put("proc/interrupts", text_of(sample_system().proc + "/interrupts"));
+    tree.put("proc/interrupts", ::read_file(sample_system().proc + "/interrupts"));
     const auto put = [&](const std::string &id, const std::string &name, const std::string &flags) {
         tree.put("proc/" + id + "/comm", name);
         tree.put("proc/" + id + "/stat",
@@ -140,7 +140,7 @@ TEST(LiveDrivers, CharacterDriversFirst) {
 TEST(LiveSystem, HostileTexts) {
     std::mt19937 random(20240229);  // the same bytes at every run
     for (const char *file : {"/meminfo", "/zoneinfo", "/interrupts", "/devices"}) {
-        const std::string sample = text_of(sample_system().proc + file);
+        const std::string sample = ::read_file(sample_system().proc + file);
         for (size_t round = 0; round < 2 * sample.size(); round++) {
             std::string text = sample.substr(0, round);
             for (int change = 0; round > sample.size() && change < 8; change++) {

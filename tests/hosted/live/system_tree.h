@@ -1,13 +1,11 @@
-// system_tree.h - trees of files that stand for the operating system's own, and plain reading of files.
+// system_tree.h - trees of files that stand for the operating system's own.
 #pragma once
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <string_view>
 
 #include "hosted/live/files.h"
+#include "run_ventix.h"
 
 // The sample: a system with odd texts in it, kept as files.
 inline const hosted::live::file_roots &sample_system() {
@@ -20,30 +18,19 @@ inline const hosted::live::file_roots &sample_system() {
 class system_tree {
 public:
     system_tree() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "ventix_live.XXXXXX").string();
-        base_ = mkdtemp(pattern.data());
-        for (const char *name : {"proc", "sys", "dev", "etc"}) std::filesystem::create_directory(base_ / name);
-        roots = {path("proc"), path("sys"), path("dev"), path("etc")};
-    }
-    ~system_tree() { std::filesystem::remove_all(base_); }
-    system_tree(const system_tree &) = delete;
-    system_tree &operator=(const system_tree &) = delete;
-
-    std::string path(std::string_view name) const { return (base_ / name).string(); }
-
-    void put(std::string_view name, std::string_view text) const {
-        std::filesystem::create_directories((base_ / name).parent_path());
-        std::ofstream(path(name)) << text;
+        for (const char *name : {"proc", "sys", "dev", "etc"}) std::filesystem::create_directory(path(name));
     }
 
-    hosted::live::file_roots roots;
+    std::string path(const std::string &name) const { return scratch_.file(name); }
+
+    void put(const std::string &name, const std::string &text) const {
+        std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
+        scratch_.write(name, text);
+    }
 
 private:
-    std::filesystem::path base_;
-};
+    scratch_directory scratch_;
 
-inline std::string text_of(const std::string &path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
+public:
+    const hosted::live::file_roots roots = {path("proc"), path("sys"), path("dev"), path("etc")};
+};

@@ -35,10 +35,7 @@ protected:
     void start(const device_behaviour &behaviour = {}, uint64_t buffer = 0) {
         running_.emplace([&](test_machine &m) {
             m.makers["dev"] = [this, behaviour, buffer](hosted::kernel &owner) {
-                auto made = std::make_unique<hosted::device_server>(owner, behaviour);
-                made->make_context(buffer);
-                made->add(std::make_unique<one_command>(told_));
-                return made;
+                return make_server(owner, std::make_unique<one_command>(told_), buffer, behaviour);
             };
         });
         port_ = running_->kernel().device_port("dev");

@@ -15,11 +15,7 @@ class spoken {
 public:
     spoken(std::function<std::unique_ptr<hosted::device_protocol>(test_machine &)> make, uint64_t size)
         : running_([&](test_machine &m) {
-              m.makers["dev"] = [&m, make](hosted::kernel &owner) {
-                  auto made = std::make_unique<hosted::device_server>(owner, hosted::device_behaviour{});
-                  made->add(make(m));
-                  return made;
-              };
+              m.makers["dev"] = [&m, make](hosted::kernel &owner) { return make_server(owner, make(m)); };
           }),
           device(OpenDeviceFromMsgPort(running_.kernel().device_port("dev"))),
           request(CreateIOreq(device, 1, 0, size, CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY))) {
