@@ -56,16 +56,6 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
     }
 }
 
-TEST(Clients, ALockThatFailsEndsTheTask) {
-    for (const auto which : {hosted::call::wait_semaphore, hosted::call::signal_semaphore}) {
-        test_kernel running([](test_machine &m) { m.store.keys["key"] = 5; }, fault(which, RESULT_NO_OBJECT));
-        uint64_t value = 0;
-        const bool locked = which == hosted::call::signal_semaphore;
-        EXPECT_EQ(RegGetKeyInt(GetRegDev(), "key", &value), locked) << "should the task outlive it";
-        EXPECT_EQ(running->destroyed, std::vector<uint64_t>{test_machine::TASK});
-    }
-}
-
 TEST(SystemServiceClient, MapsErrors) {
     const std::pair<uint32_t, int> cases[] = {
         {0, 0},           {0xBE00000B, 11}, {0xBEFFFFFF, 0xFFFFFF}, {0xBF000000, 54},

@@ -216,11 +216,4 @@ TEST(Device, SmallCalls) {
     EXPECT_EQ(running->destroyed, std::vector<uint64_t>{test_machine::TASK});
 }
 
-TEST(Device, ASharedPortWithoutItsHandleIsDeleted) {
-    test_kernel running({}, fault(call::create_handle, RESULT_NO_MEMORY));
-    const auto before = running.handles();
-    EXPECT_EQ(CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY), NO_OBJECT);
-    EXPECT_EQ(running.handles(), before);
-}
-
 }  // namespace

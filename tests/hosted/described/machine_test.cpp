@@ -115,30 +115,6 @@ TEST(Machine, ObjectsAndTheirItems) {
     EXPECT_EQ(_SL_ControlObject(48, CTRL_FETCH_REGISTER, 1, 0, 0, 8), RESULT_NO_OBJECT);
 }
 
-TEST(Machine, TheCallingTaskAndItsHandles) {
-    const struct {
-        const char *text;
-        uint64_t task, thread, flags;
-    } cases[] = {
-        {R"({"self": {"task": 9, "thread": 10, "super": false}})", 9, 10, 0},
-        {R"({"self": {"task": 9, "super": true}, "tasks": [{"handle": 9, "info": {"TASKINFO_FLAGS": 8}}]})", 9, 0, 8},
-        {R"({"self": {"thread": 9}, "tasks": [{"handle": 5, "threads": [{"handle": 9}]}]})", 0, 9, TASKFLAG_SUPER},
-        // Other handles lie behind all that the file lists, or around those at the end of all numbers.
-        {R"({"tasks": [{"handle": "0x3FFFFFFFFFFFFFFF"}, {"handle": "0x4000000000000000"}]})", 0, 0, TASKFLAG_SUPER},
-    };
-    for (const auto &[text, task, thread, flags] : cases) {
-        described machine(text);
-        const uint64_t self = _SL_GetState(KSTATE_CURRENT_TASK), calling = _SL_GetState(KSTATE_CURRENT_THREAD);
-        EXPECT_EQ(self, task != 0 ? task : self) << text;
-        EXPECT_EQ(calling, thread != 0 ? thread : calling) << text;
-        EXPECT_EQ(info(self, TASKINFO_FLAGS), flags) << text;
-        EXPECT_EQ(info(calling, OBJINFO_HANDLE), calling) << text;
-        std::set<uint64_t> given{self, calling, uint64_t{1} << 62, (uint64_t{1} << 62) - 1};
-        for (int i = 0; i < 3; ++i) EXPECT_TRUE(given.insert(_SL_CreateMsgPort(0, 0)).second) << text;
-        EXPECT_EQ(machine.saved().find("\"tasks\"") == std::string::npos, std::strstr(text, "tasks") == nullptr);
-    }
-}
-
 // The walk stands on the task that ends, and passes over the one that ended before it came there.
 TEST(Machine, DeletedTasksAreGone) {
     described machine(TASKS);

@@ -4,8 +4,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <random>
+#include <sstream>
 
 #include "hosted/live/cpu_registers.h"
 #include "hosted/live/isrs.h"
@@ -174,34 +174,24 @@ TEST(LiveSystem, AgreesWithThisMachine) {
     }
 }
 
-TEST(LiveRegisters, TableAsSystemData) {
-    const auto read = [](uint64_t group, uint64_t index) {
-        uint64_t value = 0;
-        EXPECT_EQ(cpu_register_data(group, index, value), RESULT_SUCCESS) << group << ' ' << index;
-        return value;
-    };
-    const uint64_t stride = read(KSYSIDX_REGISTERINFO, KSYSIDX_REGISTERINFO_STRIDE);
-    const uint64_t count = read(KSYSIDX_REGISTERINFO, KSYSIDX_REGISTERINFO_COUNT);
-    EXPECT_EQ(count, cpu_registers().size());
+TEST(LiveRegisters, AreListedAndReadByTheirWidths) {
     const std::vector<std::byte> set(1024, std::byte{0xA5});
-    uint64_t value = 0;
-    for (uint64_t i = 0; i < count; i++) {
-        const cpu_register *which = find_cpu_register(read(KSYSIDX_REGISTERINFO_TABLE, i * stride));
-        ASSERT_NE(which, nullptr);
-        EXPECT_EQ(read(KSYSIDX_REGISTERINFO_TABLE, i * stride + 1), which->width | CPUREG_READABLE);
-        std::string name(8 * (stride - 2) + 1, '\0');
-        for (uint64_t k = 2; k < stride; k++) {
-            value = read(KSYSIDX_REGISTERINFO_TABLE, i * stride + k);
-            std::memcpy(name.data() + 8 * (k - 2), &value, sizeof value);
-        }
-        EXPECT_STREQ(name.c_str(), which->name);
-        EXPECT_TRUE(cpu_register_value(*which, set, value));
-        EXPECT_EQ(value, 0xA5A5A5A5A5A5A5A5 >> (64 - which->width)) << name;
-        EXPECT_FALSE(cpu_register_value(*which, std::span(set).first(which->offset + 7), value)) << name;
+    uint64_t value = 0, stride = 0;
+    std::ostringstream listed;
+    listed << "Name Flags Width Tag\n" << std::uppercase;
+    for (const cpu_register &one : cpu_registers()) {
+        listed << one.name << " r- " << std::dec << +one.width << " 0x" << std::hex << one.id << '\n';
+        EXPECT_EQ(find_cpu_register(one.id), &one);
+        EXPECT_TRUE(cpu_register_value(one, set, value));
+        EXPECT_EQ(value, 0xA5A5A5A5A5A5A5A5 >> (64 - one.width)) << one.name;
+        EXPECT_FALSE(cpu_register_value(one, std::span(set).first(one.offset + 7), value)) << one.name;
     }
-    EXPECT_EQ(cpu_register_data(KSYSIDX_REGISTERINFO_TABLE, count * stride, value), RESULT_NO_ITEM);
+    EXPECT_EQ(run_ventix({.arguments = {"lscpureg", "-S", "raw"}, .machine = "live"}).output, listed.str());
+    EXPECT_EQ(cpu_register_data(KSYSIDX_REGISTERINFO, KSYSIDX_REGISTERINFO_STRIDE, stride), RESULT_SUCCESS);
+    const uint64_t end = cpu_registers().size() * stride;
+    EXPECT_EQ(cpu_register_data(KSYSIDX_REGISTERINFO_TABLE, end, value), RESULT_NO_ITEM);
     EXPECT_EQ(find_cpu_register(0), nullptr);
-    EXPECT_EQ(find_cpu_register(count + 1), nullptr);
+    EXPECT_EQ(find_cpu_register(cpu_registers().size() + 1), nullptr);
 }
 
 }  // namespace
