@@ -14,29 +14,27 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <stdexcept>
 
 namespace {
 
 constexpr int TIME_LIMIT = 20000;  // milliseconds
 
-// A command may leave memory to the system at its end, and a size that cannot be had is refused, not a fault. What the
-// sanitizers do find has a status that no command gives.
-constexpr char sanitizer_settings[] = "ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:exitcode=99";
-
 std::vector<std::string> environment_of(const ventix_run &run) {
-    std::vector<std::string> all = run.environment;
-    const auto add = [&all](const std::string &setting) {
-        const std::string name = setting.substr(0, setting.find('=') + 1);
-        for (const auto &given : all) {
-            if (given.compare(0, name.size(), name) == 0) return;
-        }
-        all.push_back(setting);
-    };
-    add("PATH=/usr/bin:/bin");
-    add("TZ=UTC");
-    add("VENTIX_MACHINE=" + run.machine);
-    add(sanitizer_settings);
+    // A command may leave memory to the system at its end, and a size that cannot be had is refused, not a fault. What
+    // the sanitizers do find has a status that no command gives.
+    std::map<std::string, std::string> settings = {
+        {"ASAN_OPTIONS", "detect_leaks=0:allocator_may_return_null=1:exitcode=99"},
+        {"PATH", "/usr/bin:/bin"},
+        {"TZ", "UTC"},
+        {"VENTIX_MACHINE", run.machine}};
+    for (const auto &given : run.environment) {
+        const size_t end = given.find('=');
+        settings[given.substr(0, end)] = given.substr(end + 1);
+    }
+    std::vector<std::string> all;
+    for (const auto &[name, value] : settings) all.push_back(name + '=' + value);
     return all;
 }
 

@@ -58,7 +58,6 @@ public:
     std::map<std::string, maker, std::less<>> makers;  // of the devices' servers, by name
     maker registry_maker;                              // none: a healthy registry over store
     number_registry store;
-    std::map<uint64_t, uint64_t> states;
     std::map<std::pair<uint64_t, uint64_t>, uint64_t> infos;  // by handle and item
     std::vector<uint64_t> destroyed;                          // what was asked to be ended; nothing ever is
 
@@ -69,11 +68,14 @@ public:
     uint64_t first_handle() override { return 0x20; }
     bool reserves(uint64_t) override { return false; }
     std::optional<uint64_t> virtual_tick() override { return 1000; }
-    bool state(uint64_t item, uint64_t &value) override { return read(states, item, value); }
+    bool state(uint64_t, uint64_t &) override { return false; }
     uint64_t system_data(uint64_t, uint64_t, uint64_t &) override { return RESULT_NO_ITEM; }
     bool traces_calls() override { return false; }
     uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override {
-        return read(infos, {handle, item}, value) ? uint64_t{RESULT_SUCCESS} : RESULT_NO_ITEM;
+        const auto found = infos.find({handle, item});
+        if (found == infos.end()) return RESULT_NO_ITEM;
+        value = found->second;
+        return RESULT_SUCCESS;
     }
     uint64_t begin(uint64_t, uint64_t, std::unique_ptr<hosted::walk> &) override { return RESULT_BAD_ARGUMENT; }
     uint64_t set_property(uint64_t, uint64_t, uint64_t) override { return RESULT_NOT_PERMITTED; }
@@ -93,13 +95,6 @@ public:
     int control_terminal(int, unsigned long, char *) override { return -1; }
     void close_terminal(int) override {}
     bool save(std::string &) override { return true; }
-
-private:
-    template <class Map> static bool read(const Map &from, const typename Map::key_type &key, uint64_t &value) {
-        const auto found = from.find(key);
-        if (found != from.end()) value = found->second;
-        return found != from.end();
-    }
 };
 
 // A protocol that does what the test says.

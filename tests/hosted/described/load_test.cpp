@@ -28,10 +28,9 @@ std::string repeated(const std::string &text, size_t times) {
     return all;
 }
 
-// A registry of directories within one another, with or without its end.
-std::string nested(size_t levels, bool complete = true) {
-    std::string text = R"({"registry": )" + repeated(R"({"d": {"dir": )", levels) + "{}";
-    return complete ? text + repeated("}}", levels) + "}" : text;
+// A registry of directories within one another.
+std::string nested(size_t levels) {
+    return R"({"registry": )" + repeated(R"({"d": {"dir": )", levels) + "{}" + repeated("}}", levels) + "}";
 }
 
 TEST(Load, NamesThePlaceOfWhatIsWrong) {

@@ -88,8 +88,7 @@ TEST_F(LiveMachine, WaitsByTheRealClock) {
 }
 
 TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
-    own_child child([](own_child &self) { self.say(1); });
-    child.heard();
+    own_child child;
     for (const uint64_t handle :
          {handles(child.handle(), ITERSEL_THREADS)[0], handles(child.handle(), ITERSEL_VIEWS)[0],
           handles(SYSTEM_WIDE, ITERSEL_VSPACES)[0]}) {

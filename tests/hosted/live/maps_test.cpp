@@ -140,8 +140,7 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
 
 TEST_F(LiveMaps, NothingToLookAt) {
     own_child zombie([](own_child &) { _exit(0); });
-    while (waitid(P_PID, static_cast<id_t>(zombie.id()), nullptr, WEXITED | WNOWAIT) != 0) {
-    }
+    await_state(zombie.id(), "Z");
     list(zombie);
     EXPECT_TRUE(views.empty() && memos.empty());
     live::process *owner = nullptr;

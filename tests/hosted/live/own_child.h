@@ -29,9 +29,10 @@ inline void await_state(int id, const std::string &wanted) {
     for (int i = 0; i < 5000 && status_of(id, "State:") != wanted; i++) usleep(1000);
 }
 
-// Forked at once; it runs the body and then waits for its end, which comes with the object's scope.
+// Forked at once; it runs the body, if any, and then waits for its end, which comes with the object's scope.
 class own_child {
 public:
+    own_child() : own_child([](own_child &) {}) {}
     template <class Body> explicit own_child(Body body) {
         if (pipe(says_) != 0 || pipe(hears_) != 0) return;
         id_ = fork();

@@ -31,8 +31,6 @@ uint64_t item_of(process_table &table, uint64_t handle, uint64_t item) {
     return value;
 }
 
-uint64_t own_priority() { return static_cast<uint64_t>(120 + getpriority(PRIO_PROCESS, 0)); }
-
 // The names under which the processes are published.
 std::map<int, std::string> published(process_table &table) {
     std::map<int, std::string> names;
@@ -113,7 +111,7 @@ TEST(LiveProcesses, StatesAndWhatHasGone) {
         for (std::atomic<unsigned> i = 0;;) i++;
     });
     own_child zombie([](own_child &) { _exit(0); });
-    own_child gone([](own_child &) {});
+    own_child gone;
     await_state(stopped.id(), "T");
     await_state(busy.id(), "R");
     await_state(zombie.id(), "Z");
@@ -293,14 +291,14 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     const auto pass_on = [](own_child &self) {
         const bool ready =
             mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 && mount("proc", "/proc", "proc", 0, nullptr) == 0;
-        std::optional<own_child> first(std::in_place, [](own_child &) {});
+        std::optional<own_child> first(std::in_place);
         const int id = first->id();
         process_table knows, was_told, looks;
         const bool seen = published(knows).contains(id) && item_of(looks, first->handle(), TASKINFO_PARENT) == 1;
         first.reset();
         usleep(50000);  // start times count hundredths of a second
         std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1;
-        const own_child second([](own_child &) {});
+        const own_child second;
         self.say(ready && second.id() == id);
         const std::string *name = nullptr;
         self.say(seen);
@@ -373,7 +371,7 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
     });
     const int second = static_cast<int>(child.heard());
     process_table table;
-    uint64_t set = own_priority();
+    auto set = static_cast<uint64_t>(120 + getpriority(PRIO_PROCESS, 0));
     for (const uint64_t wanted : {uint64_t{121}, uint64_t{139}, uint64_t{140}, ~uint64_t{0}, uint64_t{99},
                                   uint64_t{100}, uint64_t{98}, uint64_t{50}, uint64_t{0}, uint64_t{120}}) {
         const uint64_t result = table.set_priority(child.handle(), wanted);
@@ -395,8 +393,7 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
 
 // Another user's view, with the process file system mounted so that it hides what is not one's own.
 TEST(LiveProcesses, HiddenProcesses) {
-    own_child foreign([](own_child &self) { self.say(1); });
-    foreign.heard();
+    own_child foreign;
     for (const char *options : {"hidepid=1", "hidepid=2"}) {
         own_child viewer([&](own_child &self) {
             const bool ready = unshare(CLONE_NEWNS) == 0 && mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 &&

@@ -140,8 +140,7 @@ TEST(LiveRegisters, WhatCannotBeRead) {
     live::register_block block;
     waiting.heard();
     await_state(waiting.id(), "D");
-    while (waitid(P_PID, static_cast<id_t>(ended.id()), nullptr, WEXITED | WNOWAIT) != 0) {
-    }
+    await_state(ended.id(), "Z");
     for (const int id : {0, -1, -waiting.id(), ended.id()}) {
         EXPECT_NE(live::read_registers(id, block), RESULT_SUCCESS) << id;
     }
