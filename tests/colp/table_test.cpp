@@ -118,6 +118,10 @@ TEST(ColpTable, TitlesAreAskedForWithTheWidth) {
     colp_setstyle(table.get(), COLP_STYLE_RAW);
     printed(table.get(), COLP_PRINT_TITLE);
     EXPECT_EQ(widths, "0 70005 3 ");
+    colp_beginrow(table.get());
+    colp_addcell_string(table.get(), text.c_str());
+    colp_endrow(table.get());
+    EXPECT_EQ(printed(table.get(), COLP_PRINT_ROWS), text + '\n');
 }
 
 }  // namespace
