@@ -9,17 +9,14 @@
 
 namespace {
 
-// Describes one service, and keeps the call.
-class keeping_protocol : public hosted::device_protocol {
-public:
-    static inline svc_call_block seen;
-    static inline uint64_t request_address;
-
-    std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
+TEST(Svccall, TellsTheServerAllAboutTheCall) {
+    svc_call_block seen;
+    uint64_t request_address = 0;
+    const auto perform = [&](uint32_t command, const hosted::request_view &request) {
         if (command == SVCCMD_CALL) {
             seen = *request.block<svc_call_block>();
             request_address = request.address;
-            return 0;
+            return 0u;
         }
         auto *info = request.block<svc_info_block>();
         info->arg_count = 2;
@@ -28,19 +25,12 @@ public:
         info->result_count = 1;
         const svc_descriptor result = {"at", SVCTYPE_INTEGER};
         std::memcpy(info + 1, &result, sizeof result);
-        return 0;
-    }
-};
-
-TEST(Svccall, TellsTheServerAllAboutTheCall) {
-    test_kernel running([](test_machine &m) {
-        m.makers["d"] = [](hosted::kernel &owner) {
-            hosted::device_behaviour behaviour;
-            behaviour.classes = {SERVICE_CLASS};
-            auto made = std::make_unique<hosted::device_server>(owner, behaviour);
-            made->add(std::make_unique<keeping_protocol>());
-            return made;
-        };
+        return 0u;
+    };
+    test_kernel running([&](test_machine &m) {
+        hosted::device_behaviour service;
+        service.classes = {SERVICE_CLASS};
+        m.makers["d"] = told_server(perform, 0, service);
     });
     std::string words[] = {"-s", "200", "d", "called", "number=7", "text=abc"};
     char *argv[std::size(words) + 1] = {};
@@ -48,14 +38,13 @@ TEST(Svccall, TellsTheServerAllAboutTheCall) {
     ASSERT_EQ(sb_svccall(std::size(words), argv), 0);
 
     constexpr uint64_t pool = 744;  // where it begins in the request
-    const svc_call_block &seen = keeping_protocol::seen;
     EXPECT_STREQ(seen.name, "called");
     EXPECT_TRUE(seen.arg_count == 2 && seen.result_count == 1);
     EXPECT_TRUE(seen.args[0].type == SVCTYPE_STRING && seen.args[1].type == SVCTYPE_INTEGER);
-    EXPECT_EQ(seen.args[0].value - keeping_protocol::request_address, pool);
+    EXPECT_EQ(seen.args[0].value - request_address, pool);
     EXPECT_EQ(seen.args[1].value, 7u);
     EXPECT_EQ(seen.results[0].type, SVCTYPE_INTEGER);
-    EXPECT_EQ(seen.pool_cursor - keeping_protocol::request_address, pool + sizeof "abc");
+    EXPECT_EQ(seen.pool_cursor - request_address, pool + sizeof "abc");
     EXPECT_EQ(seen.pool_left, 200 - sizeof "abc");
 }
 

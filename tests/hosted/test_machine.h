@@ -110,8 +110,11 @@ private:
     performer told_;
 };
 
-inline test_machine::maker told_server(told_protocol::performer told, uint64_t buffer = 256) {
-    return [=](hosted::kernel &owner) { return make_server(owner, std::make_unique<told_protocol>(told), buffer); };
+inline test_machine::maker told_server(told_protocol::performer told, uint64_t buffer = 256,
+                                       hosted::device_behaviour behaviour = {}) {
+    return [=](hosted::kernel &owner) {
+        return make_server(owner, std::make_unique<told_protocol>(told), buffer, behaviour);
+    };
 }
 
 // The running kernel over a test machine, from here to the end of the scope.
