@@ -87,13 +87,6 @@ std::string unescaped(const std::string &text, int line) {
     return result;
 }
 
-void check_complete(const test_case &test, std::vector<std::string> &titles) {
-    if (!test.fields.contains("run")) throw wrong(test.line, "the case has no run");
-    if (std::find(titles.begin(), titles.end(), test.title) != titles.end())
-        throw wrong(test.line, "the title stands twice");
-    titles.push_back(test.title);
-}
-
 std::vector<test_case> read_cases(const std::string &text) {
     static const std::vector<std::string> single = {"machine", "run", "output", "status"};
     static const std::vector<std::string> blocks = {"machine", "stdout", "stderr", "calls", "saved"};
@@ -102,14 +95,16 @@ std::vector<test_case> read_cases(const std::string &text) {
     };
 
     std::vector<test_case> cases;
-    std::vector<std::string> titles;
     std::string *block = nullptr;  // the one that is being read
     int number = 0;
     for (const auto &line : lines_of(text)) {
         ++number;
         if (line.starts_with("=== ")) {
-            if (!cases.empty()) check_complete(cases.back(), titles);
-            cases.push_back({.line = number, .title = trimmed(line.substr(4)), .fields = {}, .environment = {}});
+            const std::string title = trimmed(line.substr(4));
+            for (const auto &other : cases) {
+                if (other.title == title) throw wrong(number, "the title stands twice");
+            }
+            cases.push_back({.line = number, .title = title, .fields = {}, .environment = {}});
             block = nullptr;
             continue;
         }
@@ -139,7 +134,9 @@ std::vector<test_case> read_cases(const std::string &text) {
         block = &test.fields[key];
         if (key == "machine") test.machine_is_block = true;
     }
-    if (!cases.empty()) check_complete(cases.back(), titles);
+    for (const auto &test : cases) {
+        if (!test.fields.contains("run")) throw wrong(test.line, "the case has no run");
+    }
     return cases;
 }
 

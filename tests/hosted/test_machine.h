@@ -20,10 +20,9 @@
 class number_registry : public hosted::registry_store {
 public:
     std::map<std::string, uint64_t, std::less<>> keys;
-    hosted::registry_limits limit;
     hosted::kernel *kernel = nullptr;
 
-    hosted::registry_limits limits() const override { return limit; }
+    hosted::registry_limits limits() const override { return {}; }
     std::unique_ptr<hosted::registry_cursor> list(std::string_view) override { return nullptr; }
     uint32_t describe(std::string_view, uint16_t &, uint32_t &) override { return IOERROR_NOT_FOUND; }
     uint32_t read_int(std::string_view path, uint64_t &value) override {
@@ -85,7 +84,7 @@ public:
     void exit_notice(uint64_t, uint64_t) override {}
     std::unique_ptr<hosted::server> make_registry(hosted::kernel &owner) override {
         if (registry_maker) return registry_maker(owner);
-        return make_server(owner, hosted::make_registry_protocol(store), store.limit.buffer);
+        return make_server(owner, hosted::make_registry_protocol(store), store.limits().buffer);
     }
     std::unique_ptr<hosted::server> make_device(hosted::kernel &owner, std::string_view name) override {
         const auto found = makers.find(name);

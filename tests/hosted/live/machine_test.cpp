@@ -2,16 +2,12 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <map>
 #include <set>
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
 #include "hosted/live/cpu_registers.h"
-#include "hosted/live/run_registry.h"
-#include "hosted/live/system.h"
 #include "own_child.h"
-#include "platform/protocol/registry.h"
 
 using namespace hosted;
 
@@ -110,59 +106,6 @@ TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
     const auto tasks = handles(SYSTEM_WIDE, ITERSEL_TASKS);
     EXPECT_EQ(std::find(tasks.begin(), tasks.end(), child.handle()), tasks.end());
     EXPECT_TRUE(WIFSIGNALED(child.reap()));
-}
-
-TEST_F(LiveMachine, RunningProcessesAndDevicesInTheRegistry) {
-    own_child child([](own_child &self) {
-        prctl(PR_SET_NAME, "regis\ttered");
-        self.say(1);
-    });
-    child.heard();
-    live::process_table processes;
-    live::file_roots roots;
-    live::system_registry system(roots);
-    live::device_table table(roots);
-    live::run_registry registry(owner, processes, table, system);
-    const auto list = [&](std::string_view path) {
-        std::map<std::string, registry_entry> out;
-        const auto cursor = registry.list(path);
-        for (registry_entry entry; cursor && cursor->next(entry);) out[entry.name] = entry;
-        return out;
-    };
-    EXPECT_TRUE(list("").contains("run") && list("//run").contains("proc"));
-    EXPECT_EQ(registry.list("run/proc/0000000000000001"), nullptr);
-
-    char key[17];
-    std::snprintf(key, sizeof key, "%016X", static_cast<unsigned>(child.id()));
-    const std::string path = std::string("/run//proc/") + key;
-    std::string name;
-    uint16_t type = 0;
-    uint32_t length = 0;
-    EXPECT_EQ(registry.read_binary(path, name), 0u);
-    EXPECT_EQ(name, "regis?tered");
-    EXPECT_EQ(registry.describe(path, type, length), 0u);
-    EXPECT_EQ(std::pair(type, length), std::pair(uint16_t{REGTYPE_BIN}, uint32_t{11}));
-    EXPECT_EQ(list("run/proc/")[key].length, name.size());
-    EXPECT_EQ(processes.end(child.handle()), RESULT_SUCCESS);
-    EXPECT_FALSE(list("run/proc").contains(key));
-    for (const std::string &none : {path, std::string("run/proc/1"), path + "/x", std::string(path).insert(10, "0"),
-                                    std::string("run/proc/000000000000000g"), std::string("run/dev/none-such")}) {
-        EXPECT_NE(registry.read_binary(none, name), 0u) << none;
-        EXPECT_NE(registry.describe(none, type, length), 0u) << none;
-    }
-
-    uint64_t port = 0;
-    const auto devices = list("run/dev");
-    for (const char *device : {"sysvc", "host", "cpu", "vm", "syslog"}) {
-        EXPECT_TRUE(devices.contains(device)) << device;
-        EXPECT_EQ(registry.read_int(std::string("run/dev/") + device, port), 0u) << device;
-        EXPECT_EQ(owner.device_port(device), port) << device;
-    }
-    EXPECT_EQ(registry.describe("run/dev/vm", type, length), 0u);
-    EXPECT_EQ(std::pair(type, length), std::pair(uint16_t{REGTYPE_INT}, 8u));
-    EXPECT_EQ(registry.describe("run/dev", type, length), 0u);
-    EXPECT_EQ(std::pair(type, length), std::pair(uint16_t{REGTYPE_DIR}, 0u));
-    EXPECT_EQ(registry.write_binary("run/proc/x", "y"), RESULT_NOT_PERMITTED);
 }
 
 }  // namespace

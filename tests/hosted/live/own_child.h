@@ -34,16 +34,14 @@ class own_child {
 public:
     own_child() : own_child([](own_child &) {}) {}
     template <class Body> explicit own_child(Body body) {
-        if (pipe(says_) != 0 || pipe(hears_) != 0) return;
+        if (pipe(says_) != 0) return;
         id_ = fork();
         if (id_ != 0) {
             close(says_[1]);
-            close(hears_[0]);
             return;
         }
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         close(says_[0]);
-        close(hears_[1]);
         body(*this);
         while (true) pause();
     }
@@ -55,7 +53,6 @@ public:
             waitpid(id_, nullptr, 0);
         }
         close(says_[0]);
-        close(hears_[1]);
     }
 
     int id() const { return id_; }
@@ -70,13 +67,6 @@ public:
         return read(says_[0], &word, sizeof word) == sizeof word ? word : -1;
     }
 
-    // In the test: lets the child go on, where it waits.
-    void go_on() const { static_cast<void>(!write(hears_[1], "g", 1)); }
-    void wait() const {
-        char byte;
-        static_cast<void>(!read(hears_[0], &byte, 1));
-    }
-
     // Whether it runs still, so that whatever was done to others has not hit it.
     bool is_alive() const { return waitpid(id_, nullptr, WNOHANG) == 0; }
 
@@ -88,7 +78,7 @@ public:
     }
 
 private:
-    int says_[2] = {-1, -1}, hears_[2] = {-1, -1};
+    int says_[2] = {-1, -1};
     int id_ = -1;
     bool reaped_ = false;
 };

@@ -5,6 +5,10 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include "hosted/boot.h"
+#include "hosted/kernel/kernel.h"
+#include "hosted/live/own_child.h"
+#include "hosted/live/run_registry.h"
 #include "hosted/live/system.h"
 #include "hosted/live/system_tree.h"
 #include "platform/kernel.h"
@@ -14,7 +18,7 @@
 namespace hosted::live {
 namespace {
 
-std::string names_in(system_registry &registry, std::string_view path) {
+std::string names_in(registry_store &registry, std::string_view path) {
     const auto cursor = registry.list(path);
     if (!cursor) return "(none)";
     std::string names;
@@ -23,12 +27,15 @@ std::string names_in(system_registry &registry, std::string_view path) {
 }
 
 // A key as text: its type, and its value.
-std::string key(system_registry &registry, std::string_view path) {
+std::string key(registry_store &registry, std::string_view path) {
     uint16_t type = 0;
     uint32_t length = 0;
-    if (registry.describe(path, type, length) != 0) return "(none)";
     uint64_t number = 0;
     std::string text;
+    if (registry.describe(path, type, length) != 0) {
+        EXPECT_NE(registry.read_binary(path, text), 0U) << path;
+        return "(none)";
+    }
     switch (type) {
     case REGTYPE_INT:
         EXPECT_EQ(length, 8U) << path;
@@ -152,6 +159,48 @@ TEST(LiveRegistry, OfThisMachine) {
     utsname system{};
     uname(&system);
     EXPECT_EQ(key(registry, "kernel/release"), std::string("bin ") + system.release);
+}
+
+TEST(LiveRegistry, RunningProcessesAndDevices) {
+    own_child child([](own_child &self) {
+        prctl(PR_SET_NAME, "regis\ttered");
+        self.say(1);
+    });
+    child.heard();
+    kernel owner(make_live_machine());
+    owner.enter();
+    const file_roots roots;
+    process_table processes;
+    system_registry system(roots);
+    device_table devices(roots);
+    run_registry registry(owner, processes, devices, system);
+    EXPECT_EQ(names_in(registry, ""), "run hardware kernel ");
+    EXPECT_EQ(names_in(registry, "//run"), "proc dev ");
+
+    char name[17];
+    std::snprintf(name, sizeof name, "%016X", static_cast<unsigned>(child.id()));
+    const std::string path = std::string("/run//proc/") + name;
+    EXPECT_EQ(key(registry, path), "bin regis?tered");
+    uint32_t length = 0;
+    const auto cursor = registry.list("run/proc/");
+    for (registry_entry entry; cursor->next(entry);) {
+        if (entry.name == name) length = entry.length;
+    }
+    EXPECT_EQ(length, 11U);
+    EXPECT_EQ(processes.end(child.handle()), RESULT_SUCCESS);
+    EXPECT_EQ(names_in(registry, "run/proc").find(name), std::string::npos);
+    for (const std::string &none : {path, std::string("run/proc/1"), path + "/x", std::string(path).insert(10, "0"),
+                                    std::string("run/proc/000000000000000g"), std::string("run/dev/none-such")}) {
+        EXPECT_EQ(key(registry, none), "(none)") << none;
+    }
+
+    for (const char *device : {"sysvc", "host", "cpu", "vm", "syslog"}) {
+        EXPECT_NE((' ' + names_in(registry, "run/dev")).find(std::string(" ") + device + ' '), std::string::npos);
+        EXPECT_EQ(key(registry, std::string("run/dev/") + device), "int " + std::to_string(owner.device_port(device)));
+    }
+    EXPECT_EQ(key(registry, "run/dev"), "dir");
+    EXPECT_EQ(names_in(registry, "run/proc/0000000000000001"), "(none)");
+    EXPECT_EQ(registry.write_binary("run/proc/x", "y"), RESULT_NOT_PERMITTED);
 }
 
 }  // namespace
