@@ -83,18 +83,16 @@ constexpr char TASKS[] = R"({
 TEST(Machine, ObjectsAndTheirItems) {
     described machine(TASKS);
     const uint64_t iterator = _SL_CreateIterator(0, 0);
-    EXPECT_EQ(_SL_BeginIterator(iterator, 50, ITERSEL_THREADS), RESULT_NO_OBJECT);
     EXPECT_EQ(_SL_BeginIterator(iterator, 48, ITERSEL_TASKS), RESULT_NO_OBJECT);
     EXPECT_EQ(_SL_BeginIterator(iterator, SYSTEM_WIDE, 5), RESULT_BAD_ARGUMENT);
     EXPECT_EQ(_SL_ControlObject(48, CTRL_SET_PROPERTY, 2, 77, 0, 0), RESULT_BAD_ARGUMENT);
-    EXPECT_EQ(_SL_RaiseException(50, 0, 1, 0, 0), RESULT_NO_OBJECT);
 
     uint64_t none = 0;
     EXPECT_EQ(_SL_GetSystemData(KSYSIDX_REGISTERINFO, 7, &none), RESULT_NO_ITEM);
     EXPECT_EQ(_SL_GetSystemData(KSYSIDX_TRACE_RAW_WORDS, 1, &none), RESULT_NO_ITEM);
     EXPECT_EQ(_SL_GetSystemData(6, 0, &none), RESULT_NO_ITEM);
 
-    const uint64_t self = _SL_GetState(KSTATE_CURRENT_TASK), thread = _SL_GetState(KSTATE_CURRENT_THREAD);
+    const uint64_t self = _SL_GetState(KSTATE_CURRENT_TASK);
     const struct {
         uint64_t handle, item, value;
     } items[] = {
@@ -109,9 +107,6 @@ TEST(Machine, ObjectsAndTheirItems) {
     for (const auto &[handle, item, value] : items) EXPECT_EQ(info(handle, item), value) << handle << ' ' << item;
 
     EXPECT_EQ(_SL_ControlObject(50, CTRL_FETCH_REGISTER, 1, 1, 0, 8), RESULT_SUCCESS);
-    EXPECT_EQ(info(thread, THREADINFO_FETCHED_REGISTER), 11u);
-    EXPECT_EQ(_SL_ControlObject(50, CTRL_FETCH_REGISTER, 1, 2, 0, 8), RESULT_NO_ITEM);
-    EXPECT_EQ(_SL_ControlObject(49, CTRL_FETCH_REGISTER, 1, 0, 0, 8), RESULT_NO_ITEM);
     EXPECT_EQ(_SL_ControlObject(48, CTRL_FETCH_REGISTER, 1, 0, 0, 8), RESULT_NO_OBJECT);
 }
 
