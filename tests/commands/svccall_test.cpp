@@ -35,7 +35,9 @@ TEST(Svccall, TellsTheServerAllAboutTheCall) {
     std::string words[] = {"-s", "200", "d", "called", "number=7", "text=abc"};
     char *argv[std::size(words) + 1] = {};
     for (size_t i = 0; i < std::size(words); i++) argv[i] = words[i].data();
-    ASSERT_EQ(sb_svccall(std::size(words), argv), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(sb_svccall(std::size(words), argv), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "at: 0\n");
 
     constexpr uint64_t pool = 744;  // where it begins in the request
     EXPECT_STREQ(seen.name, "called");
