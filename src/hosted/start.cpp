@@ -32,7 +32,7 @@ bool ended_by_readers = false;  // when they go away, by the signal that tells o
 void end_without_reader() {
     static_cast<void>(hosted::finish(0));
     std::signal(SIGPIPE, SIG_DFL);
-    std::raise(SIGPIPE);
+    kill(getpid(), SIGPIPE);
 }
 
 // What a stream over this function cannot write is lost, but not the reason: the error that a stream keeps does not

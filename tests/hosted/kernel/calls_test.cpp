@@ -1,4 +1,4 @@
-// What the calls make of handles that name nothing, or not what they need.
+// What the calls make of handles that name nothing, or not what they need, and the calls that this kernel lacks.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -57,6 +57,20 @@ TEST(KernelCalls, RefuseWhatTheyDoNotTake) {
                   {value, 77},
                   {_SL_GetObjectInfo(port, OBJINFO_OWNER, &value), RESULT_SUCCESS},
                   {value, TASK}});
+}
+
+TEST(KernelCalls, OfRunTimeLibrariesAreNotOffered) {
+    test_kernel running;
+    kernel_message message{};
+    uint64_t value = 77;
+    for (const uint64_t made : {_SL_CreateMemo(0, 1, 0), _SL_CreateStore(0, 1), _SL_CreateWatchObject(0, 0),
+                                _SL_CreateEvent(0, 0), _SL_AllocView(0, 0, 0, 0, 1, 0)})
+        EXPECT_EQ(made, NO_OBJECT);
+    for (const uint64_t result : {_SL_VirtualFree(0, 0, 1), _SL_GetStore(0, 0, &value), _SL_SetEvent(0),
+                                  _SL_ResetEvent(0), _SL_WaitForEventPtr(0, &message, 0),
+                                  _SL_SetExceptionHandler(0, 0, 0), _SL_RetException(0, 0), _SL_SetState(0, 0)})
+        EXPECT_EQ(result, RESULT_BAD_ARGUMENT);
+    EXPECT_EQ(value, 77u);
 }
 
 }  // namespace
