@@ -1,6 +1,7 @@
 // registers_test.cpp - reading the registers of threads of the test's own children, and leaving them as they were.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/user.h>
 
@@ -89,6 +90,8 @@ TEST(LiveRegisters, OfAStoppedProcessThatStaysSo) {
 TEST(LiveRegisters, OfAProcessUnderSignals) {
     static std::atomic<int> *taken = &shared_number();
     own_child child([&](own_child &self) {
+        const rlimit few{1000, 1000};  // waiting ones are counted for all processes of a user: others need some too
+        setrlimit(RLIMIT_SIGPENDING, &few);
         signal(SIGRTMIN, [](int) { ++*taken; });  // of this kind each one is kept
         self.say(1);
     });
