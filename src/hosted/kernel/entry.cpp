@@ -3,6 +3,7 @@
 #include "hosted/kernel/entry.h"
 
 #include <sys/auxv.h>
+#include <sys/single_threaded.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -78,13 +79,13 @@ runtime *boot() {
     return made.release();
 }
 
-runtime &booted() {
+[[gnu::cold, gnu::noinline]] runtime &booted() {
     const std::lock_guard lock(making);
     if (current.load(std::memory_order_relaxed) == nullptr) current.store(boot(), std::memory_order_release);
     return *current.load(std::memory_order_relaxed);
 }
 
-runtime &present() {
+inline runtime &present() {
     runtime *known = current.load(std::memory_order_acquire);
     return known != nullptr ? *known : booted();
 }
@@ -148,11 +149,16 @@ int finish_run(runtime &now, int status) {
     end_process(finish_run(now, STATUS_DEADLOCK));
 }
 
+// A process without other threads needs no lock, which would be a good part of a short call. No call makes a thread, so
+// that none is there before the call ends.
+bool is_only_thread() { return __libc_single_threaded != 0; }
+
 // One kernel call. The body gets the kernel, its lock and the caller; a handle that it could not give, or a result
 // other than success, is the call's failure.
 template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, uint32_t code, Body body) {
     runtime &now = present();
-    std::unique_lock lock(now.kernel->mutex());
+    std::unique_lock lock(now.kernel->mutex(), std::defer_lock);
+    if (!is_only_thread()) lock.lock();
     const std::span<const argument> arguments(given.begin(), given.size());
     std::optional<uint64_t> fault;
     if (now.watching != nullptr) fault = now.watching->begins(which, arguments);

@@ -298,6 +298,7 @@ void kernel::after(int64_t milliseconds, std::function<void()> event) {
 
 uint64_t kernel::wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout,
                             std::function<bool()> ready) {
+    if (!lock.owns_lock()) lock.lock();  // the only thread does without it, but cannot wait without
     const waiter self = {std::move(ready), timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
     struct listed {  // one leaves the list also where an event finds no memory
         std::vector<const waiter *> &all;

@@ -3,7 +3,7 @@
 //
 // The object never ends the process, reads the environment or writes a stream: what a call comes to beyond its result
 // (a wait that can never end, a task that deletes itself) stands in its caller's fate, and the entry functions act on
-// it. Every method is called with the kernel's lock held.
+// it. Every method is called with the kernel's lock held, or by the only thread there is; it is taken for a wait.
 #pragma once
 
 #include <condition_variable>
