@@ -15,19 +15,27 @@ constexpr uint64_t HEADER_WORDS = 3;  // of a buffer, in front of its entries
 
 void trace_ring::record(call which, uint8_t result_class, std::span<const argument> arguments) {
     if (frozen_) return;
-    frozen_ = read_;
     const uint64_t count = std::min<uint64_t>(arguments.size(), LARGEST_ENTRY - 1);
-    if (position_ + 1 + count > WORDS_PER_BUFFER) {
-        filling_ = (filling_ + 1) % BUFFERS;
-        position_ = HEADER_WORDS;
-        if (buffers_[filling_]) (*buffers_[filling_])[0] = 0;
-    }
-    if (!buffers_[filling_]) buffers_[filling_] = std::make_unique<buffer>();
-    uint64_t *words = buffers_[filling_]->data();
-    words[position_] = static_cast<uint64_t>(which) | uint64_t{result_class} << 8 | (count + 1) << 16;
-    for (uint64_t i = 0; i < count; i++) words[position_ + 1 + i] = arguments[i].value;
-    position_ += count + 1;
-    words[0]++;
+    if (static_cast<uint64_t>(end_ - next_) < count + 1) return record_in_next(which, result_class, arguments);
+    frozen_ = read_;
+    uint64_t *at = next_;
+    next_ += count + 1;
+    (*entries_)++;
+    *at++ = static_cast<uint64_t>(which) | uint64_t{result_class} << 8 | (count + 1) << 16;
+    for (const argument &one : arguments.first(count)) *at++ = one.value;
+}
+
+// Goes on in the next buffer, without what that held. Apart, so that the many calls in between save no registers.
+[[gnu::noinline]] void trace_ring::record_in_next(call which, uint8_t result_class,
+                                                  std::span<const argument> arguments) {
+    if (entries_ != nullptr) filling_ = (filling_ + 1) % BUFFERS;
+    auto &into = buffers_[filling_];
+    if (!into) into = std::make_unique<buffer>();
+    entries_ = into->data();
+    next_ = entries_ + HEADER_WORDS;
+    end_ = entries_ + WORDS_PER_BUFFER;
+    *entries_ = 0;
+    record(which, result_class, arguments);
 }
 
 uint64_t trace_ring::read(uint64_t group, uint64_t index, uint64_t &value) {

@@ -33,9 +33,13 @@ public:
 private:
     using buffer = std::array<uint64_t, WORDS_PER_BUFFER>;
 
+    void record_in_next(call which, uint8_t result_class, std::span<const argument> arguments);
+
     std::array<std::unique_ptr<buffer>, BUFFERS> buffers_;  // made when first filled: a short run touches little memory
     uint64_t filling_ = 0;                                  // the buffer being filled
-    uint64_t position_ = 3;                                 // next free word in it
+    uint64_t *entries_ = nullptr;                           // its first word
+    uint64_t *next_ = nullptr;                              // its next free word ...
+    uint64_t *end_ = nullptr;                               // ... and what is behind its last
     bool read_ = false;
     bool frozen_ = false;
 };
