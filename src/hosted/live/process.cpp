@@ -31,6 +31,12 @@ switch_counts parse_switches(std::string_view status) {
     return {value_of(status, "\nvoluntary_ctxt_switches:"), value_of(status, "\nnonvoluntary_ctxt_switches:")};
 }
 
+// Where a character stands last, or npos; text.rfind() looks at one at a time.
+size_t last_of(std::string_view text, char wanted) {
+    const void *found = memrchr(text.data(), wanted, text.size());
+    return found == nullptr ? text.npos : static_cast<size_t>(static_cast<const char *>(found) - text.data());
+}
+
 // The last component of a path; all of it where there is no '/'.
 std::string_view base_name(std::string_view path) {
     const size_t slash = path.rfind('/');
@@ -59,7 +65,7 @@ uint64_t stat_record::task_priority() const {
 // "ID (NAME) STATE PARENT ...". The name may hold anything, so its end is the last parenthesis: numbers follow.
 bool parse_stat(std::string_view text, stat_record &record) {
     const size_t open = text.find('(');
-    const size_t closed = text.rfind(')');
+    const size_t closed = last_of(text, ')');
     if (open == text.npos || closed == text.npos || closed < open || closed + 2 >= text.size()) return false;
     const std::string_view name = text.substr(open + 1, closed - open - 1);
     record.name_length = name.copy(record.name_bytes.data(), record.name_bytes.size());

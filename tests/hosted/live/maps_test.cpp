@@ -5,6 +5,8 @@
 
 #include <map>
 #include <optional>
+#include <random>
+#include <set>
 #include <vector>
 
 #include "hosted/live/maps.h"
@@ -12,6 +14,7 @@
 #include "own_child.h"
 #include "platform/kernel.h"
 #include "run_ventix.h"
+#include "system_tree.h"
 
 using namespace hosted;
 
@@ -150,6 +153,39 @@ TEST_F(LiveMaps, NothingToLookAt) {
     uint64_t result = 0;
     EXPECT_EQ(fresh.walk_views(*owner, result), nullptr);
     EXPECT_EQ(result, RESULT_NO_OBJECT);
+}
+
+// The count skips what a line shares with the one before; here every line is read whole. Numbers that begin alike, and
+// one that no number holds, are told apart.
+TEST(LiveMemos, AreCountedAsTheLinesTellThem) {
+    const char *files[] = {"00:00 0 ",   "08:01 1 /a", "08:01 12 /b", "08:01 1",    "08:1 1 /a", "18:01 1 /c",
+                           "08:01 0 /d", "8:01 \t1",   "08:01 x",     "08:01:1 1 ", "0"};
+    const std::string huge = "08:01 " + std::string(60, '1');
+    const system_tree tree;
+    std::mt19937 random(20);
+    for (int round = 0; round < 200; round++) {
+        std::string text;
+        uint64_t unnamed = 0;
+        std::set<std::pair<uint64_t, uint64_t>> named;
+        for (uint64_t count = random() % 12; count > 0; count--) {
+            const size_t chosen = random() % (std::size(files) + 2);
+            const std::string file =
+                chosen < std::size(files) ? files[chosen] : huge + std::to_string(chosen % 2) + " /e";
+            const std::string line = "1000-2000 r--p 00000000 " + file;
+            text += line + '\n';
+            live::mapping_line whole{};
+            if (!live::parse_mapping(line, whole)) continue;
+            if (whole.inode == 0)
+                unnamed++;
+            else
+                named.emplace(whole.device, whole.inode);
+        }
+        tree.put("proc/7/maps", text);
+        live::proc_root root(tree.roots.proc);
+        const int directory = open(tree.path("proc/7").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        EXPECT_EQ(live::count_memos(root, directory), unnamed + named.size()) << text;
+        close(directory);
+    }
 }
 
 }  // namespace
