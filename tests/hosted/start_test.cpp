@@ -106,6 +106,18 @@ TEST(Start, OutputThatIsLostIsToldOnce) {
             EXPECT_EQ(result.status, silent ? 0 : row.status);
         }
     }
+    // Also where it is the end of a run that waits for ever that has the output written.
+    const scratch_directory place;
+    const std::string mute =
+        R"({"registry": {"a": 1, "k": "text"}, "registry_requests": {"0xC0020023": {"silent": true}}})";
+    const std::string saved = place.file("saved.json");
+    EXPECT_EQ(run_ventix({.arguments = {"readreg", "a", "k"},
+                          .environment = {"VENTIX_MACHINE_SAVE=" + saved},
+                          .machine = place.write("mute.json", mute),
+                          .output_file = unread})
+                  .status,
+              128 + SIGPIPE);
+    EXPECT_TRUE(std::filesystem::exists(saved));
     close(ends[1]);
 }
 

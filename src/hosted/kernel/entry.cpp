@@ -135,18 +135,20 @@ int finish_run(runtime &now, int status) {
 }
 
 // The thread's call ends the process: the machine is saved and the call log complete before.
-[[noreturn]] void end_by_fate(runtime &now, const caller &who, call which, std::span<const argument> arguments) {
+[[noreturn]] void end_by_fate(runtime &now, std::unique_lock<std::mutex> &lock, const caller &who, call which,
+                              std::span<const argument> arguments) {
     if (now.log.is_open()) now.log.write(which, arguments, false, std::nullopt);
     if (who.fate == fate::self_deleted) {
         static_cast<void>(finish_run(now, 0));
         kill(getpid(), SIGKILL);
         _exit(128 + SIGKILL);  // the first process of a system cannot be killed
     }
+    if (lock.owns_lock()) lock.unlock();  // output whose reader has gone ends the process too, and takes it to save
     std::fflush(stdout);
     const char *object = which == call::wait_semaphore ? "semaphore" : "port";
     std::fprintf(stderr, "ventix: deadlock: %s on %s 0x%llx\n", call_name(which).data(), object,
                  static_cast<unsigned long long>(arguments.empty() ? 0 : arguments[0].value));
-    end_process(finish_run(now, STATUS_DEADLOCK));
+    end_process(finish(STATUS_DEADLOCK));
 }
 
 // A process without other threads needs no lock, which would be a good part of a short call. No call makes a thread, so
@@ -178,7 +180,7 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
             result = gives_handle ? NO_OBJECT : uint64_t{RESULT_NO_MEMORY};
             who.last_error = RESULT_NO_MEMORY;
         }
-        if (who.fate != fate::returns) end_by_fate(now, who, which, arguments);
+        if (who.fate != fate::returns) end_by_fate(now, lock, who, which, arguments);
     }
     const bool succeeded = gives_value || (gives_handle ? result != NO_OBJECT : result == RESULT_SUCCESS);
     if (!succeeded && !gives_handle) who.last_error = result;
