@@ -16,11 +16,12 @@ constexpr uint64_t HEADER_WORDS = 3;  // of a buffer, in front of its entries
 void trace_ring::record(call which, uint8_t result_class, std::span<const argument> arguments) {
     if (frozen_) return;
     const uint64_t count = std::min<uint64_t>(arguments.size(), LARGEST_ENTRY - 1);
-    if (static_cast<uint64_t>(end_ - next_) < count + 1) return record_in_next(which, result_class, arguments);
+    if (position_ + count >= WORDS_PER_BUFFER) return record_in_next(which, result_class, arguments);
     frozen_ = read_;
-    uint64_t *at = next_;
-    next_ += count + 1;
-    (*entries_)++;
+    uint64_t *words = buffers_[filling_]->data();
+    uint64_t *at = words + position_;
+    position_ += count + 1;
+    words[0]++;
     *at++ = static_cast<uint64_t>(which) | uint64_t{result_class} << 8 | (count + 1) << 16;
     for (const argument &one : arguments.first(count)) *at++ = one.value;
 }
@@ -28,13 +29,11 @@ void trace_ring::record(call which, uint8_t result_class, std::span<const argume
 // Goes on in the next buffer, without what that held. Apart, so that the many calls in between save no registers.
 [[gnu::noinline]] void trace_ring::record_in_next(call which, uint8_t result_class,
                                                   std::span<const argument> arguments) {
-    if (entries_ != nullptr) filling_ = (filling_ + 1) % BUFFERS;
+    filling_ = (filling_ + 1) % BUFFERS;
     auto &into = buffers_[filling_];
     if (!into) into = std::make_unique<buffer>();
-    entries_ = into->data();
-    next_ = entries_ + HEADER_WORDS;
-    end_ = entries_ + WORDS_PER_BUFFER;
-    *entries_ = 0;
+    (*into)[0] = 0;
+    position_ = HEADER_WORDS;
     record(which, result_class, arguments);
 }
 

@@ -36,10 +36,8 @@ private:
     void record_in_next(call which, uint8_t result_class, std::span<const argument> arguments);
 
     std::array<std::unique_ptr<buffer>, BUFFERS> buffers_;  // made when first filled: a short run touches little memory
-    uint64_t filling_ = 0;                                  // the buffer being filled
-    uint64_t *entries_ = nullptr;                           // its first word
-    uint64_t *next_ = nullptr;                              // its next free word ...
-    uint64_t *end_ = nullptr;                               // ... and what is behind its last
+    uint64_t filling_ = BUFFERS - 1;                        // the buffer being filled; the first is still to come
+    uint64_t position_ = WORDS_PER_BUFFER;                  // next free word in it, to begin with none
     bool read_ = false;
     bool frozen_ = false;
 };
