@@ -16,7 +16,11 @@ inline const hosted::live::file_roots &sample_system() {
 
 // A directory of its own, with the roots below it; gone with its owner.
 class system_tree {
+    scratch_directory scratch_;  // in front of the roots, which lie in it
+
 public:
+    const hosted::live::file_roots roots = {path("proc"), path("sys"), path("dev"), path("etc")};
+
     system_tree() {
         for (const char *name : {"proc", "sys", "dev", "etc"}) std::filesystem::create_directory(path(name));
     }
@@ -27,10 +31,4 @@ public:
         std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
         scratch_.write(name, text);
     }
-
-private:
-    scratch_directory scratch_;
-
-public:
-    const hosted::live::file_roots roots = {path("proc"), path("sys"), path("dev"), path("etc")};
 };
