@@ -1,25 +1,13 @@
 // files.cpp - reading the texts that the operating system gives.
 #include "hosted/live/files.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <utility>
 
 namespace hosted::live {
 
 namespace {
-
-ssize_t read_some(int file, char *into, size_t room) {
-    ssize_t got = 0;
-    do {
-        got = read(file, into, room);
-    } while (got < 0 && errno == EINTR);
-    return got;
-}
 
 // Fields and the gaps between them are short: a loop is done before a search for any of several characters has begun.
 constexpr auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
@@ -30,61 +18,19 @@ void skip_blanks(std::string_view &text) {
 
 }  // namespace
 
-descriptor::~descriptor() {
-    if (number_ >= 0) close(number_);
-}
-
-descriptor &descriptor::operator=(descriptor &&other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-}
-
-descriptor open_file(int directory, const char *path) {
-    return descriptor(openat(directory, path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-}
-
-std::optional<std::string_view> read_text(int file, std::span<char> buffer) {
-    size_t filled = 0;
-    while (filled < buffer.size()) {
-        const ssize_t got = read_some(file, buffer.data() + filled, buffer.size() - filled);
-        if (got < 0 && filled == 0) return std::nullopt;
-        if (got <= 0) break;
-        filled += static_cast<size_t>(got);
-    }
-    return std::string_view(buffer.data(), filled);
-}
-
-bool read_text(int file, std::string &text) {
-    constexpr size_t first_room = 8 << 10;
-    size_t filled = 0;
-    text.resize(std::max(text.capacity(), first_room));
-    while (true) {
-        const ssize_t got = read_some(file, text.data() + filled, text.size() - filled);
-        if (got < 0 && filled == 0) {
-            text.clear();
-            return false;
-        }
-        if (got <= 0) break;
-        filled += static_cast<size_t>(got);
-        if (filled < text.size()) continue;
-        if (filled >= LARGEST_TEXT) break;
-        text.resize(std::min(2 * filled, LARGEST_TEXT));
-    }
-    text.resize(std::min(filled, LARGEST_TEXT));
-    return true;
-}
-
 std::optional<std::string_view> read_file(const std::string &path, std::span<char> buffer) {
     const descriptor file = open_file(AT_FDCWD, path.c_str());
-    if (!file) return std::nullopt;
-    return read_text(file.get(), buffer);
+    std::string_view text;
+    if (file) errno = read_all(file.get(), buffer, text);
+    if (!file || errno != 0) return std::nullopt;
+    return text;
 }
 
 bool read_file(const std::string &path, std::string &text) {
-    const descriptor file = open_file(AT_FDCWD, path.c_str());
-    if (file) return read_text(file.get(), text);
     text.clear();
-    return false;
+    const descriptor file = open_file(AT_FDCWD, path.c_str());
+    if (file) errno = read_all(file.get(), text, LARGEST_TEXT);
+    return file && errno == 0;
 }
 
 std::string_view next_line(std::string_view &text) {

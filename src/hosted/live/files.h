@@ -11,6 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "hosted/descriptors.h"
+
 namespace hosted::live {
 
 // Where the operating system's file systems are; a test puts a tree of its own there.
@@ -21,37 +23,10 @@ struct file_roots {
     std::string etc = "/etc";
 };
 
-// A descriptor that is closed with its scope.
-class descriptor {
-public:
-    explicit descriptor(int number = -1) : number_(number) {}
-    ~descriptor();
-    descriptor(descriptor &&other) noexcept : number_(other.number_) { other.number_ = -1; }
-    descriptor &operator=(descriptor &&other) noexcept;
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-
-    int get() const { return number_; }
-    explicit operator bool() const { return number_ >= 0; }
-
-private:
-    int number_;
-};
-
 inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read of any file
 
-// Opens a file for reading, never waiting for it and never making a terminal the process's own.
-//   directory  a directory's descriptor, or AT_FDCWD
-descriptor open_file(int directory, const char *path);
-
-// Reads what is left of an open file into buffer, as far as it fits.
-//   returns  the bytes read; nothing, errno set, when reading failed before the first byte
-std::optional<std::string_view> read_text(int file, std::span<char> buffer);
-
-// Reads what is left of an open file, at most LARGEST_TEXT bytes, in place of what text held; its memory is reused.
-bool read_text(int file, std::string &text);
-
-// The same for a file at a path.
+// Reads a file at a path: into buffer as far as it fits, or at most LARGEST_TEXT bytes in place of what text held.
+//   returns  the bytes read, or whether they were; errno says why not
 std::optional<std::string_view> read_file(const std::string &path, std::span<char> buffer);
 bool read_file(const std::string &path, std::string &text);
 

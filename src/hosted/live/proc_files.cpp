@@ -11,11 +11,7 @@ namespace hosted::live {
 
 ssize_t file_reader::read_some(int file, size_t filled) {
     if (!buffer_) grow();
-    ssize_t got = 0;
-    do {
-        got = ::read(file, buffer_.get() + filled, capacity_ - filled);
-    } while (got < 0 && errno == EINTR);
-    return got;
+    return read_once(file, {buffer_.get() + filled, capacity_ - filled});
 }
 
 void file_reader::grow() {
@@ -50,9 +46,7 @@ int file_reader::read_front(int directory, const char *path, std::string_view &t
     return 0;
 }
 
-descriptor open_directory(int below, const char *path) {
-    return descriptor(openat(below, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-}
+descriptor open_directory(int below, const char *path) { return open_file(below, path, O_RDONLY | O_DIRECTORY); }
 
 int number_scan::next() {
     while (true) {

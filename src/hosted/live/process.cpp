@@ -51,7 +51,7 @@ proc_root::proc_root(std::string path)
       path_(std::move(path)) {}
 
 int proc_root::directory() {
-    if (!directory_) directory_ = descriptor(::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!directory_) directory_ = open_file(AT_FDCWD, path_.c_str(), O_PATH | O_DIRECTORY);
     return directory_.get();
 }
 
@@ -131,7 +131,7 @@ uint64_t blocked_call::waited_address() const {
 // ---- what both have in common ---------------------------------------------------------------------------------------
 
 bool proc_object::open(int below, const char *path, int number) {
-    directory_ = descriptor(openat(below, path, O_PATH | O_DIRECTORY | O_CLOEXEC));
+    directory_ = open_file(below, path, O_PATH | O_DIRECTORY);
     number_ = directory_ || !means_gone(errno) ? number : 0;
     stat_read_ = reading::not_yet;
     return number_ != 0;

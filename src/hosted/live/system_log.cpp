@@ -60,12 +60,12 @@ bool read_records(int file, std::string &log) {
     std::array<char, LARGEST_RECORD> record;
     constexpr int patience = 1000;  // how often the log may overtake its reader
     for (int overtaken = 0; overtaken < patience && log.size() < LARGEST_TEXT;) {
-        const ssize_t got = read(file, record.data(), record.size());
+        const ssize_t got = read_once(file, record);
         if (got > 0) {
             append_log_line(log, {record.data(), static_cast<size_t>(got)});
         } else if (got < 0 && errno == EPIPE) {
             overtaken++;  // records were overwritten: reading goes on with the oldest that is left
-        } else if (got == 0 || errno != EINTR) {
+        } else {
             return got == 0 || errno == EAGAIN || !log.empty();
         }
     }
@@ -107,7 +107,7 @@ std::string_view next_piece(std::string_view &message) {
 // few within some seconds. A line end closes the record: without it readers do not see it before the next one is begun.
 bool write_records(const std::string &path, const std::string &mark, std::string_view message, bool &begun) {
     do {
-        const descriptor file(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        const descriptor file = open_file(AT_FDCWD, path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK);
         if (!file) return false;
         std::string record = mark;
         record += next_piece(message);
