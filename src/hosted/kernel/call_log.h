@@ -11,7 +11,7 @@
 #include <span>
 #include <string>
 
-#include "hosted/kernel/faults.h"
+#include "hosted/kernel/calls.h"
 #include "platform/kernel.h"
 
 namespace hosted {

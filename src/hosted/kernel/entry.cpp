@@ -165,8 +165,9 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     std::optional<uint64_t> fault;
     if (now.watching != nullptr) fault = now.watching->begins(which, arguments);
     caller &who = place.with(now);
-    const bool gives_value = which == call::get_state || which == call::get_last_error;
-    const bool gives_handle = call_gives_handle(which);
+    const call_returns returned = properties_of(which).returns;
+    const bool gives_value = returned == call_returns::value;
+    const bool gives_handle = returned == call_returns::handle;
 
     if (!fault && !now.faults.empty()) fault = now.faults.strike(which, code);
     uint64_t result = 0;
@@ -201,7 +202,7 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
 uint64_t not_offered(call which, std::initializer_list<argument> given) {
     return invoke(which, given, [which](kernel &, auto &, caller &who) {
         who.last_error = RESULT_BAD_ARGUMENT;
-        return call_gives_handle(which) ? NO_OBJECT : uint64_t{RESULT_BAD_ARGUMENT};
+        return properties_of(which).returns == call_returns::handle ? NO_OBJECT : uint64_t{RESULT_BAD_ARGUMENT};
     });
 }
 
