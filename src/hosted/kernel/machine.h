@@ -47,6 +47,9 @@ public:
     // The tick at which a virtual clock starts; nothing for a machine that runs on the real clock.
     virtual std::optional<uint64_t> virtual_tick() = 0;
 
+    // The number of kernel calls that a run may make; nothing for a machine that sets no limit.
+    virtual std::optional<uint64_t> call_budget() { return std::nullopt; }
+
     // ---- state and system data ----------------------------------------------------------------------------------
 
     // A state item; false where the machine has no word on it (it then reads 0, and the ports of items 9 and 10 are
