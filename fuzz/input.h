@@ -75,8 +75,10 @@ public:
         if (!commands.empty() && std::find(commands.begin(), commands.end(), name) == commands.end()) {
             name = commands[other % commands.size()];
         }
-        command_ = std::find_if(s_tools, s_tools + COUNT, [=](const tool &row) { return name == row.name; });
-        if (command_ == s_tools + COUNT) command_ -= 1 + other % COUNT;
+        const tool *end = s_tools;
+        while (end->name != nullptr) ++end;
+        command_ = std::find_if(s_tools, end, [=](const tool &row) { return name == row.name; });
+        if (command_ == end) command_ -= 1 + other % static_cast<size_t>(end - s_tools);
     }
 
     std::string_view command() const { return command_->name; }
@@ -84,8 +86,6 @@ public:
     int run() { return command_->entry(static_cast<int>(words_.size()), arguments_.data()); }
 
 private:
-    static constexpr size_t COUNT = 25;
-
     const tool *command_;
     std::vector<std::string> words_;
     std::vector<char *> arguments_;

@@ -19,9 +19,6 @@
 namespace {
 
 constexpr char SEPARATORS[] = "-,.:";
-constexpr char DEFAULT_PATH[] = "hardware/rtc/";
-constexpr char DEVICE_KEY[] = "rtc0/device";
-constexpr char UNIT_KEY[] = "rtc0/unit";
 constexpr size_t SHORTEST_PATH = 2;
 constexpr int FIRST_YEAR = 1900;  // of the calendar record
 
@@ -54,7 +51,7 @@ struct options {
     bool utc = false;
     bool verbose = false;
     const char *device = nullptr;
-    const char *path = DEFAULT_PATH;
+    const char *path = RTC_DIRECTORY;
 };
 
 // The real-time clock, once it is open.
@@ -64,7 +61,7 @@ struct rtc {
 };
 
 int show_usage() {
-    std::printf(usage, SEPARATORS, SEPARATORS, DEFAULT_PATH);
+    std::printf(usage, SEPARATORS, SEPARATORS, RTC_DIRECTORY);
     return SB_DONE;
 }
 
@@ -189,7 +186,7 @@ void sb_date_get_time(std::tm *tm, unsigned *milliseconds, bool utc) {
 int read_registry(const options &opts, sb_text &name, int32_t &unit) {
     if (opts.verbose) std::printf("date: reading RTC device name from \"%s\"\n", opts.path);
     const size_t length = std::strlen(opts.path);
-    const size_t key_size = length + 1 + sizeof DEVICE_KEY;  // the longer of the two, with a '/' between
+    const size_t key_size = length + 1 + sizeof RTC_DEVICE_KEY;  // the longer of the two, with a '/' between
     const sb_text key(static_cast<char *>(std::malloc(key_size)));
     if (!key || length < SHORTEST_PATH) return fail_setup("out of memory");  // a short path too; kept
     const char *separator = opts.path[length - 1] == '/' ? "" : "/";
@@ -200,12 +197,12 @@ int read_registry(const options &opts, sb_text &name, int32_t &unit) {
     name.reset(static_cast<char *>(std::malloc(size_t{name_room} + 1)));
     if (!name) return fail_setup("out of memory");
 
-    std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, DEVICE_KEY);
+    std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_DEVICE_KEY);
     if (opts.verbose) std::printf("date: read \"%s\" registry binary key\n", key.get());
     if (!RegGetKeyBin(GetRegDev(), key.get(), name.get(), &name_room)) return fail_setup("failed to read registry key");
     name.get()[name_room] = '\0';
 
-    std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, UNIT_KEY);
+    std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_UNIT_KEY);
     if (opts.verbose) std::printf("date: read \"%s\" registry binary key\n", key.get());
     uint64_t value = 0;
     if (!RegGetKeyInt(GetRegDev(), key.get(), &value)) return fail_setup("failed to read registry key");

@@ -18,7 +18,6 @@
 
 namespace {
 
-constexpr char LOG_DEVICE[] = "syslog";
 constexpr unsigned DEFAULT_SIZE = 6144;  // bytes of a slice
 constexpr unsigned MIN_SIZE = 16;
 constexpr unsigned DEFAULT_TIMEOUT = 2500;  // milliseconds

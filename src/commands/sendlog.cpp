@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr char LOG_DEVICE[] = "syslog";
 constexpr unsigned WORD_CHARACTERS = 8;     // of an emergency message's word
 constexpr size_t LONGEST_MESSAGE = 65535;   // characters
 constexpr unsigned DEFAULT_TIMEOUT = 2500;  // milliseconds

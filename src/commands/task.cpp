@@ -13,6 +13,7 @@
 #include "common/options.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
+#include "platform/protocol/task.h"
 #include "platform/sysvc.h"
 
 namespace {
@@ -284,8 +285,8 @@ struct listing {
 };
 
 void add_handle(const listing &list, const basics &task) {
-    std::array<char, 3 + SB_HANDLE_DIGITS + 2> text = {' ', '0', 'x'};
-    char *end = sb_handledigits(text.data() + 3, task.handle);
+    std::array<char, 3 + TASK_KEY_SIZE + 2> text = {' ', '0', 'x'};
+    char *end = write_task_key(text.data() + 3, task.handle);
     *end = task.flags & TASKFLAG_SUPER ? '^' : ' ';
     list.add(text.data());
 }

@@ -7,6 +7,7 @@
 #include "common/helpers.h"
 #include "common/taskobjects.h"
 #include "platform/kernel.h"
+#include "platform/protocol/task.h"
 
 namespace {
 constexpr char usage[] = R"(Usage: tmemo TASKNAME... 
@@ -48,8 +49,8 @@ constexpr sb_column columns[] = {
 };
 
 void add_address(colp_table *table, uint64_t address) {
-    char text[2 + SB_HANDLE_DIGITS + 1] = {'0', 'x'};
-    sb_handledigits(text + 2, address);
+    char text[2 + TASK_KEY_SIZE + 1] = {'0', 'x'};
+    write_task_key(text + 2, address);
     colp_addcell_string(table, text);
 }
 

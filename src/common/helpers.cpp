@@ -8,10 +8,11 @@
 #include "common/options.h"
 #include "platform/device.h"
 #include "platform/protocol/service.h"
+#include "platform/protocol/task.h"
 #include "platform/registry.h"
 
 namespace {
-constexpr std::string_view process_directory = SB_PROCESS_DIRECTORY;
+constexpr std::string_view process_directory = PROCESS_DIRECTORY;
 
 // The key of a running task: the directory, written once, and a key name of at most an iterator record's room.
 class process_key {
@@ -40,7 +41,7 @@ uint64_t sb_gettaskhandle(const char *name) {
     max_binary = std::min(max_binary, SB_MAX_BINARY_VALUE);
     const sb_text content(static_cast<char *>(std::malloc(size_t{max_binary} + 1)));
     RegIterator record;
-    if (!content || !RegItBegin(registry, &record, SB_PROCESS_DIRECTORY)) return NO_OBJECT;
+    if (!content || !RegItBegin(registry, &record, PROCESS_DIRECTORY)) return NO_OBJECT;
 
     uint64_t handle = NO_OBJECT;
     process_key key;
@@ -49,7 +50,7 @@ uint64_t sb_gettaskhandle(const char *name) {
         if (RegGetKeyBin(registry, key.with(entry_name(record)), content.get(), &length)) {
             content.get()[length] = '\0';
             if (std::strcmp(content.get(), name) == 0) {
-                handle = sb_hexhandle(entry_name(record));
+                handle = parse_task_key(entry_name(record));
                 break;
             }
         }
@@ -61,8 +62,8 @@ uint64_t sb_gettaskhandle(const char *name) {
 
 bool sb_gettaskname(uint64_t handle, char *buffer, size_t size) {
     if (size == 0) return false;
-    std::array<char, SB_HANDLE_DIGITS> digits;
-    sb_handledigits(digits.data(), handle);
+    std::array<char, TASK_KEY_SIZE> digits;
+    write_task_key(digits.data(), handle);
     const std::string_view key_name(digits.data(), digits.size());
     auto length = static_cast<uint32_t>(std::min<size_t>(size - 1, UINT32_MAX));
     const bool known = RegGetKeyBin(GetRegDev(), process_key().with(key_name), buffer, &length);
@@ -70,26 +71,9 @@ bool sb_gettaskname(uint64_t handle, char *buffer, size_t size) {
     return known;
 }
 
-char *sb_handledigits(char *out, uint64_t handle) {
-    for (size_t i = SB_HANDLE_DIGITS; i-- > 0; handle >>= 4) out[i] = "0123456789ABCDEF"[handle & 0xF];
-    return out + SB_HANDLE_DIGITS;
-}
-
-uint64_t sb_hexhandle(std::string_view digits) {
-    uint64_t handle = 0;
-    for (const char c : digits) {
-        int digit = 0;
-        if (c >= '0' && c <= '9') digit = c - '0';
-        if (c >= 'a' && c <= 'f') digit = c - 'a' + 10;
-        if (c >= 'A' && c <= 'F') digit = c - 'A' + 10;
-        handle = handle << 4 | static_cast<uint64_t>(digit);
-    }
-    return handle;
-}
-
 bool sb_resolvetask(const char *operand, sb_taskoperand how, uint64_t *handle) {
     switch (how) {
-    case sb_taskoperand::hex: *handle = sb_hexhandle(operand); return true;
+    case sb_taskoperand::hex: *handle = parse_task_key(operand); return true;
     case sb_taskoperand::number: *handle = std::strtoul(operand, nullptr, 0); return true;
     case sb_taskoperand::name: break;
     }

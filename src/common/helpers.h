@@ -35,13 +35,8 @@ struct sb_freer {
 using sb_text = std::unique_ptr<char, sb_freer>;
 
 // ---- tasks ----------------------------------------------------------------------------------------------------------
-// Running tasks are published below "run/proc/": a binary key per task, named by its handle in 16 upper-case
-// hexadecimal digits, whose content is the task's name.
-
-inline constexpr char SB_PROCESS_DIRECTORY[] = "run/proc/";
 // The longest binary value that room is made for, whatever a registry claims.
 inline constexpr uint32_t SB_MAX_BINARY_VALUE = 1 << 20;
-inline constexpr size_t SB_HANDLE_DIGITS = 16;
 
 // The handle of the first task, in registry order, of exactly this name; NO_OBJECT when there is none and on any
 // failure. One registry read per task that stands before it.
@@ -52,18 +47,10 @@ uint64_t sb_gettaskhandle(const char *name);
 //   returns       true and the name; false and the handle's 16 digits, when the registry has no such task
 bool sb_gettaskname(uint64_t handle, char *buffer, size_t size);
 
-// Writes the SB_HANDLE_DIGITS upper-case digits of a handle, without a NUL.
-//   returns  the place behind them
-char *sb_handledigits(char *out, uint64_t handle);
-
-// The value of hexadecimal digits, wrapping: every character shifts by four bits, then a digit of either case adds its
-// value. Any other character counts as a zero digit, so "0x1F" and "1F" are the same and "" is 0.
-uint64_t sb_hexhandle(std::string_view digits);
-
 // How a command reads the operands that name tasks.
 enum class sb_taskoperand {
     name,    // as the registry has it
-    hex,     // a handle as sb_hexhandle reads it: 10 is 0x10
+    hex,     // a handle as parse_task_key reads it: 10 is 0x10
     number,  // a handle as strtoul reads it in base 0: 10 is 10, 010 is 8; text that is no number is 0
 };
 

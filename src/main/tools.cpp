@@ -4,7 +4,7 @@
 
 #include "commands/commands.h"
 
-const char ventix_version[] = "0.2.2";
+const char ventix_version[] = VENTIX_VERSION;  // the project's, in CMakeLists.txt
 
 constinit const tool s_tools[] = {
     {"counters", sb_counters},     {"date", sb_date},       {"devping", sb_devping},   {"devquery", sb_devquery},

@@ -17,8 +17,6 @@ constexpr uint64_t MAX_DEVICE_CLASSES = 0x10000;
 constexpr int64_t DRAIN_TIMEOUT = 1;                // milliseconds, for each reply that may still be under way
 constexpr int64_t LONGEST_ABORT_SEND = 0x7FFFFFFF;  // milliseconds
 
-constexpr char REGISTRY_NAME[] = "Registry";
-
 bool is_port(uint64_t port) { return port != 0 && port != NO_OBJECT; }
 
 // The record at an address that a server gave, or null.
@@ -120,7 +118,7 @@ bool read_device_key(device_record *registry, const char *name, uint64_t reply, 
 // A device's port by its name; replies come on the port given.
 uint64_t find_port(const char *name, uint64_t reply) {
     const uint64_t registry_port = _SL_GetState(KSTATE_REGISTRY_PORT);
-    if (std::strcmp(name, REGISTRY_NAME) == 0) return registry_port;
+    if (std::strcmp(name, REGISTRY_DEVICE) == 0) return registry_port;
     // Kept as it is: nobody looks whether this open was sent, so one that was not is awaited for ever.
     device_record *registry = open_on(registry_port, reply, false);
     if (registry == nullptr) return NO_OBJECT;

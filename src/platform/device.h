@@ -35,8 +35,7 @@ enum : int {
     QUERY_BAD_REPLY = 8,  // a reply with the wrong code
 };
 
-inline constexpr char DEVICE_DIRECTORY[] = "run/dev/";  // registry directory of the devices' ports
-inline constexpr int64_t DEVICE_QUERY_TIMEOUT = 3000;   // milliseconds, for the send and again for the reply
+inline constexpr int64_t DEVICE_QUERY_TIMEOUT = 3000;  // milliseconds, for the send and again for the reply
 
 // ---- time -----------------------------------------------------------------------------------------------------------
 
@@ -56,7 +55,7 @@ bool IsCurrentTaskSuper();
 
 // ---- devices --------------------------------------------------------------------------------------------------------
 
-// Finds a device's message port in the registry; "Registry" itself is known by the kernel.
+// Finds a device's message port in the registry; REGISTRY_DEVICE itself is known by the kernel.
 //   returns  the port, or NO_OBJECT
 uint64_t GetDeviceMsgPort(const char *name);
 

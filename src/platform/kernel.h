@@ -1,4 +1,4 @@
-// kernel.h - the kernel interface: the 34 calls by which everything above reaches the system, and their numbers.
+// kernel.h - the kernel interface: the calls by which everything above reaches the system, and their numbers.
 //
 // Handles are unsigned 64-bit names of kernel objects; NO_OBJECT (all bits set) means that there is none and is what a
 // failed call that gives a handle returns, its reason then being _SL_GetLastError()'s. The other calls return a result

@@ -57,7 +57,7 @@ device_record *g_registry_device = nullptr;
 device_record *GetRegDev() {
     const std::atomic_ref kept(g_registry_device);
     if (device_record *open = kept.load(std::memory_order_acquire)) return open;
-    device_record *opened = OpenDevice("Registry");
+    device_record *opened = OpenDevice(REGISTRY_DEVICE);
     device_record *first = nullptr;
     if (opened == nullptr || kept.compare_exchange_strong(first, opened, std::memory_order_acq_rel)) return opened;
     CloseDevice(opened);  // another thread was faster

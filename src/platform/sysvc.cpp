@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr char DEFAULT_NAME[] = "sysvc";
 constexpr char NAME_VARIABLE[] = "SYSVC_DEVICE_NAME";
 
 // The system error number for a failed request's error word.
@@ -70,7 +69,7 @@ device_record *GetSystemService() {
     const std::atomic_ref kept(g_sysvc_device);
     if (device_record *open = kept.load(std::memory_order_acquire)) return open;
     const char *chosen = std::getenv(NAME_VARIABLE);
-    device_record *opened = OpenDevice(chosen != nullptr ? chosen : DEFAULT_NAME);
+    device_record *opened = OpenDevice(chosen != nullptr ? chosen : SYSVC_DEVICE);
     device_record *first = nullptr;
     if (opened == nullptr || kept.compare_exchange_strong(first, opened, std::memory_order_acq_rel)) return opened;
     CloseDevice(opened);  // another thread was faster

@@ -23,7 +23,7 @@ enum : int {
 extern device_record *g_sysvc_device;  // the service, once opened
 
 // The service device, opened by the first call and kept in g_sysvc_device: the device that the environment variable
-// SYSVC_DEVICE_NAME names, "sysvc" where it is not set. Null when it cannot be opened. Never to be closed.
+// SYSVC_DEVICE_NAME names, SYSVC_DEVICE where it is not set. Null when it cannot be opened. Never to be closed.
 device_record *GetSystemService();
 
 // Ids of a process: 0 and the id at *id (which may be null), or a SYSERR_ or other system error number and nothing

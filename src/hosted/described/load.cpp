@@ -10,12 +10,12 @@
 #include "hosted/described/names.h"
 #include "hosted/described/text.h"
 #include "platform/kernel.h"
+#include "platform/protocol/counters.h"
+#include "platform/protocol/registry.h"
 #include "platform/protocol/terminal.h"
 
 namespace hosted::described {
 namespace {
-
-constexpr size_t LONGEST_COUNTER_NAME = 254;  // its length byte counts a NUL too
 
 // ---- the shapes that stand everywhere -------------------------------------------------------------------------------
 
@@ -32,6 +32,10 @@ template <class Record, size_t N> void read_fields(place from, Record &into, con
         if (known == std::end(fields)) member.wrong("unknown key");
         known->read(member, into);
     }
+}
+
+void check_name(std::string_view name, place at) {
+    if (!reg_is_name(name)) at.wrong("a name has 1 to " + std::to_string(REG_MAX_NAME) + " bytes, none of them '/'");
 }
 
 template <class Record, class Read> void read_list(place from, std::vector<Record> &into, Read read) {
@@ -335,7 +339,7 @@ void read_registry(place from, registry &into) {
         const place member = *open.back().next;
         const uint32_t directory = open.back().directory;
         ++open.back().next;
-        if (!registry::is_name(member.key())) member.wrong("a name has 1 to 51 bytes, none of them '/'");
+        check_name(member.key(), member);
         registry::entry made;
         made.name = member.key();
         const auto content = read_key(member, made);
@@ -455,7 +459,9 @@ void read_counters(place from, std::vector<unit_counters> &into) {
             if (!element.is_list() || element.count() != 2) element.wrong("expected a name and a number");
             auto part = element.items().begin();
             made.first = (*part).text();
-            if (made.first.size() > LONGEST_COUNTER_NAME) (*part).wrong("longer than 254 bytes");
+            if (made.first.size() > COUNTER_MAX_NAME) {
+                (*part).wrong("longer than " + std::to_string(COUNTER_MAX_NAME) + " bytes");
+            }
             made.second = (*++part).number();
         });
     }
@@ -565,7 +571,7 @@ void read_device(place from, device &into) {
         {"name",
          [](place p, device &d) {
              d.name = p.text();
-             if (!registry::is_name(d.name)) p.wrong("a name has 1 to 51 bytes, none of them '/'");
+             check_name(d.name, p);
          }},
         {"classes", [](place p, device &d) { read_list(p, d.behaviour.classes, read_number); }},
         {"queries",

@@ -1,6 +1,7 @@
 // hosted/described/registry.cpp - the registry of a described machine.
 #include "hosted/described/registry.h"
 
+#include <array>
 #include <bit>
 #include <functional>
 
@@ -9,6 +10,7 @@
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/registry.h"
+#include "platform/protocol/task.h"
 
 namespace hosted::described {
 namespace {
@@ -16,6 +18,7 @@ namespace {
 constexpr size_t FEW_ENTRIES = 8;  // up to so many are compared one by one
 constexpr uint32_t REFUSED = static_cast<uint32_t>(RESULT_NOT_PERMITTED);
 constexpr uint32_t BAD_NAME = static_cast<uint32_t>(RESULT_BAD_ARGUMENT);
+constexpr std::string_view RUN_NAME = reg_component(PROCESS_DIRECTORY, 0);
 constexpr uint32_t INTEGER_LENGTH = 8;
 
 // Splits the last component off a path.
@@ -75,7 +78,8 @@ private:
 
 registry::registry() {
     new_directory();
-    constexpr std::pair<uint32_t, std::string_view> published[] = {{ROOT, "run"}, {RUN, "proc"}, {RUN, "dev"}};
+    constexpr std::pair<uint32_t, std::string_view> published[] = {
+        {ROOT, RUN_NAME}, {RUN, reg_component(PROCESS_DIRECTORY, 1)}, {RUN, reg_component(DEVICE_DIRECTORY, 1)}};
     for (const auto &[parent, name] : published) {
         entry made;
         made.name = name;
@@ -83,10 +87,6 @@ registry::registry() {
         made.published = true;
         add(parent, std::move(made));
     }
-}
-
-bool registry::is_name(std::string_view name) {
-    return !name.empty() && name.size() <= LONGEST_NAME && name.find('/') == name.npos;
 }
 
 uint32_t registry::new_directory() {
@@ -117,7 +117,8 @@ registry::entry *registry::published_directory(uint32_t directory, std::string_v
 
 void registry::publish_task(uint64_t handle, std::string_view name) {
     entry made;
-    write_task_key(made.name, handle);
+    made.name.resize(TASK_KEY_SIZE);
+    write_task_key(made.name.data(), handle);
     made.holds = entry::kind::bytes;
     made.published = true;
     made.bytes = name;
@@ -133,9 +134,9 @@ void registry::publish_device(std::string_view name) {
 }
 
 void registry::withdraw_task(uint64_t handle) {
-    std::string key;
-    write_task_key(key, handle);
-    entry *const there = find(PROC, key);
+    std::array<char, TASK_KEY_SIZE> key;
+    write_task_key(key.data(), handle);
+    entry *const there = find(PROC, {key.data(), key.size()});
     if (there != nullptr && there->published) there->gone = true;
 }
 
@@ -241,8 +242,8 @@ uint32_t registry::make_key(std::string_view path, entry made) {
     std::string_view parent = path;
     const auto name = take_last(parent);
     std::string_view rest = path;
-    if (next_component(rest) == "run") return REFUSED;
-    if (!is_name(name) || !is_utf8(name)) return BAD_NAME;
+    if (next_component(rest) == RUN_NAME) return REFUSED;
+    if (!reg_is_name(name) || !is_utf8(name)) return BAD_NAME;
     const auto directory = find_directory(parent);
     if (!directory) return IOERROR_NOT_FOUND;
     entry *const there = find(*directory, name);

@@ -26,7 +26,6 @@ public:
     static constexpr uint32_t RUN = 1;
     static constexpr uint32_t PROC = 2;
     static constexpr uint32_t DEV = 3;
-    static constexpr size_t LONGEST_NAME = 51;  // that fits an iterator record
 
     struct entry {
         enum class kind : uint8_t { nothing, integer, port, bytes, directory };
@@ -48,9 +47,6 @@ public:
     };
 
     registry();
-
-    // Whether a key may go by a name: 1 to 51 bytes without '/'.
-    static bool is_name(std::string_view name);
 
     // Adds an entry behind the others of a directory; one that holds a directory gets an empty one. The entry stays
     // where it is until the next is added.

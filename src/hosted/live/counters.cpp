@@ -87,9 +87,9 @@ std::optional<std::string_view> figures_of(std::string_view text, row (*parse)(s
 bool can_be_key(std::string_view name) {
     const auto fits = [](char c) {
         const auto byte = static_cast<unsigned char>(c);
-        return byte >= ' ' && byte != 0x7F && c != '/';
+        return byte >= ' ' && byte != 0x7F;
     };
-    return !name.empty() && name.size() < REG_NAME_ROOM && std::all_of(name.begin(), name.end(), fits);
+    return reg_is_name(name) && std::all_of(name.begin(), name.end(), fits);
 }
 
 std::vector<std::string> interface_names(const file_roots &roots) {

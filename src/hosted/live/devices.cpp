@@ -7,15 +7,16 @@
 #include "hosted/live/system.h"
 #include "hosted/servers/protocols.h"
 #include "platform/kernel.h"
+#include "platform/protocol/log.h"
+#include "platform/protocol/rtc.h"
 #include "platform/protocol/sysvc.h"
 
 namespace hosted::live {
 
 namespace {
 
-constexpr std::string_view LOG_NAME = "syslog", CLOCK_NAME = "rtc0", PROCESSOR_NAME = "cpu", VM_NAME = "vm",
-                           HOST_NAME = "host";
-constexpr std::array FIXED_NAMES = {LOG_NAME, CLOCK_NAME, PROCESSOR_NAME, VM_NAME, HOST_NAME};
+constexpr std::string_view PROCESSOR_NAME = "cpu", VM_NAME = "vm", HOST_NAME = "host";
+constexpr std::array<std::string_view, 5> FIXED_NAMES = {LOG_DEVICE, RTC_NAME, PROCESSOR_NAME, VM_NAME, HOST_NAME};
 
 }  // namespace
 
@@ -67,10 +68,10 @@ device_table::sources &device_table::drawn_from() {
 
 std::vector<std::string> device_table::names() {
     std::vector<std::string> names;
-    std::unordered_set<std::string> taken = {std::string(SYSTEM_SERVICE_NAME)};
+    std::unordered_set<std::string> taken = {std::string(SYSVC_DEVICE)};
     for (const std::string_view name : FIXED_NAMES) {
         taken.emplace(name);
-        if (name != CLOCK_NAME || drawn_from().clock.exists()) names.emplace_back(name);
+        if (name != RTC_NAME || drawn_from().clock.exists()) names.emplace_back(name);
     }
     const auto add = [&](std::vector<std::string> found, file_counters::kind of) {
         for (std::string &name : found) {
@@ -86,18 +87,18 @@ std::vector<std::string> device_table::names() {
 }
 
 bool device_table::has(std::string_view name) {
-    if (name == SYSTEM_SERVICE_NAME) return false;
-    if (name == CLOCK_NAME) return drawn_from().clock.exists();
-    return name == LOG_NAME || name == HOST_NAME || drawn_from().counters_of(roots_, name) != nullptr;
+    if (name == SYSVC_DEVICE) return false;
+    if (name == RTC_NAME) return drawn_from().clock.exists();
+    return name == LOG_DEVICE || name == HOST_NAME || drawn_from().counters_of(roots_, name) != nullptr;
 }
 
 std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name) {
     if (!has(name)) return nullptr;
     device_behaviour behaviour;
     std::unique_ptr<device_protocol> protocol;
-    if (name == LOG_NAME) {
+    if (name == LOG_DEVICE) {
         protocol = make_log_protocol(drawn_from().log);
-    } else if (name == CLOCK_NAME) {
+    } else if (name == RTC_NAME) {
         protocol = make_clock_protocol(drawn_from().clock);
     } else if (name == HOST_NAME) {
         behaviour.classes.push_back(SERVICE_CLASS);

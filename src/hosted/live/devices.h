@@ -27,7 +27,7 @@ utsname system_names();
 std::vector<std::string> interface_names(const file_roots &roots);
 std::vector<std::string> block_device_names(const file_roots &roots);
 
-// Whether a text can be the name of a registry key here: 1 to 51 bytes, no '/' and no control character.
+// Whether a text can be the name of a registry key here: one without control characters.
 bool can_be_key(std::string_view name);
 
 // The statistics of one device, read at each request.

@@ -234,7 +234,7 @@ std::unique_ptr<server> live_machine::make_registry(kernel &owner) {
 }
 
 std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_view name) {
-    if (name != SYSTEM_SERVICE_NAME) return devices_.make(owner, name);
+    if (name != SYSVC_DEVICE) return devices_.make(owner, name);
     auto made = std::make_unique<device_server>(owner, device_behaviour{});
     made->make_context(SYSTEM_SERVICE_BUFFER);
     made->add(make_system_service_protocol(ids_));

@@ -91,7 +91,7 @@ constexpr size_t FILE_ROOM = 4096;  // bytes read of a value's file: more than a
 // ---- directories of entries known beforehand ------------------------------------------------------------------------
 
 struct table_entry {
-    const char *name;
+    std::string_view name;
     node_pointer (*make)(const file_roots &roots);  // null where this machine does not have it
 };
 
@@ -242,12 +242,12 @@ constexpr table_entry MEMORY[] = {
 
 // The keys by which a clock is found: the device that serves it, and its unit there.
 constexpr table_entry CLOCK[] = {
-    {"device", [](const file_roots &) { return text_key("rtc0"); }},
-    {"unit", [](const file_roots &) { return number_key(0); }},
+    {reg_component(RTC_DEVICE_KEY, 1), [](const file_roots &) { return text_key(RTC_NAME); }},
+    {reg_component(RTC_UNIT_KEY, 1), [](const file_roots &) { return number_key(0); }},
 };
 
 constexpr table_entry CLOCKS[] = {
-    {"rtc0",
+    {RTC_NAME,
      [](const file_roots &roots) -> node_pointer {
          if (!hardware_clock(roots).exists()) return nullptr;
          return std::make_unique<table_directory>(roots, CLOCK);
@@ -338,12 +338,15 @@ template <const device_kind &kind> node_pointer make_kind(const file_roots &root
 }
 
 constexpr table_entry HARDWARE[] = {
-    {"processor", make_table<PROCESSOR>}, {"memory", make_table<MEMORY>}, {"rtc", make_table<CLOCKS>},
-    {"network", make_kind<NETWORK>},      {"block", make_kind<BLOCK>},
+    {"processor", make_table<PROCESSOR>},
+    {"memory", make_table<MEMORY>},
+    {reg_component(RTC_DIRECTORY, 1), make_table<CLOCKS>},
+    {"network", make_kind<NETWORK>},
+    {"block", make_kind<BLOCK>},
 };
 
 constexpr table_entry ROOT[] = {
-    {"hardware", make_table<HARDWARE>},
+    {reg_component(RTC_DIRECTORY, 0), make_table<HARDWARE>},
     {"kernel", [](const file_roots &roots) -> node_pointer { return std::make_unique<kernel_directory>(roots); }},
 };
 

@@ -1,6 +1,7 @@
 // run_registry.cpp - the directories of running processes and devices.
 #include "hosted/live/run_registry.h"
 
+#include <array>
 #include <utility>
 #include <vector>
 
@@ -8,10 +9,15 @@
 #include "platform/protocol/device.h"
 #include "platform/protocol/registry.h"
 #include "platform/protocol/sysvc.h"
+#include "platform/protocol/task.h"
 
 namespace hosted::live {
 
 namespace {
+
+constexpr std::string_view RUN = reg_component(PROCESS_DIRECTORY, 0);
+constexpr std::string_view PROC = reg_component(PROCESS_DIRECTORY, 1);
+constexpr std::string_view DEV = reg_component(DEVICE_DIRECTORY, 1);
 
 // A path in the terms of this store.
 struct place {
@@ -22,11 +28,11 @@ struct place {
 place locate(std::string_view path) {
     const std::string_view first = next_component(path);
     if (first.empty()) return {place::root, {}};
-    if (first != "run") return {place::system, {}};
+    if (first != RUN) return {place::system, {}};
     const std::string_view second = next_component(path);
     if (second.empty()) return {place::run, {}};
-    const bool processes = second == "proc";
-    if (!processes && second != "dev") return {place::nowhere, {}};
+    const bool processes = second == PROC;
+    if (!processes && second != DEV) return {place::nowhere, {}};
     const std::string_view name = next_component(path);
     if (!next_component(path).empty()) return {place::nowhere, {}};
     if (name.empty()) return {processes ? place::processes : place::devices, {}};
@@ -40,7 +46,8 @@ public:
         const std::string *name = nullptr;
         const int id = listing_.next(name);
         if (id == 0) return false;
-        write_task_key(entry.name, static_cast<uint64_t>(id));
+        entry.name.resize(TASK_KEY_SIZE);
+        write_task_key(entry.name.data(), static_cast<uint64_t>(id));
         entry.type = REGTYPE_BIN;
         entry.length = static_cast<uint32_t>(name->size());
         return true;
@@ -74,13 +81,10 @@ private:
 
 // The key's digits are exactly those that a listing shows.
 const std::string *run_registry::process_name(std::string_view key) {
-    uint64_t handle = 0;
-    if (key.size() != TASK_KEY_SIZE) return nullptr;
-    for (const char c : key) {
-        const bool digit = c >= '0' && c <= '9';
-        if (!digit && (c < 'A' || c > 'F')) return nullptr;
-        handle = handle << 4 | static_cast<uint64_t>(digit ? c - '0' : c - 'A' + 10);
-    }
+    const uint64_t handle = parse_task_key(key);
+    std::array<char, TASK_KEY_SIZE> listed;
+    write_task_key(listed.data(), handle);
+    if (key != std::string_view(listed.data(), listed.size())) return nullptr;
     const std::string *name = nullptr;
     return processes_.name(handle, name) == RESULT_SUCCESS ? name : nullptr;
 }
@@ -88,12 +92,13 @@ const std::string *run_registry::process_name(std::string_view key) {
 std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
     switch (locate(path).kind) {
     case place::root:
-        return std::make_unique<fixed_cursor>(std::vector<std::string>{"run"}, REGTYPE_DIR, 0, system_.list({}));
-    case place::run: return std::make_unique<fixed_cursor>(std::vector<std::string>{"proc", "dev"}, REGTYPE_DIR, 0);
+        return std::make_unique<fixed_cursor>(std::vector{std::string(RUN)}, REGTYPE_DIR, 0, system_.list({}));
+    case place::run:
+        return std::make_unique<fixed_cursor>(std::vector{std::string(PROC), std::string(DEV)}, REGTYPE_DIR, 0);
     case place::processes: return std::make_unique<process_cursor>(processes_);
     case place::devices: {
         std::vector<std::string> names = devices_.names();
-        names.insert(names.begin(), std::string(SYSTEM_SERVICE_NAME));
+        names.insert(names.begin(), std::string(SYSVC_DEVICE));
         return std::make_unique<fixed_cursor>(std::move(names), REGTYPE_INT, sizeof(uint64_t));
     }
     case place::system: return system_.list(path);
@@ -112,7 +117,7 @@ uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t 
         return 0;
     }
     case place::device:
-        if (asked.name != SYSTEM_SERVICE_NAME && !devices_.has(asked.name)) return IOERROR_NOT_FOUND;
+        if (asked.name != SYSVC_DEVICE && !devices_.has(asked.name)) return IOERROR_NOT_FOUND;
         type = REGTYPE_INT;
         length = sizeof(uint64_t);
         return 0;

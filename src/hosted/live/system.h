@@ -148,8 +148,6 @@ private:
 
 // ---- devices --------------------------------------------------------------------------------------------------------
 
-inline constexpr std::string_view SYSTEM_SERVICE_NAME = "sysvc";
-
 // Every device but the system service, whose name is kept free for it.
 class device_table {
 public:

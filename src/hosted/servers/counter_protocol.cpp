@@ -1,7 +1,6 @@
 // counter_protocol.cpp - statistics counters, and how their records are written.
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <string>
 
 #include "hosted/servers/protocols.h"
@@ -36,8 +35,7 @@ private:
 }  // namespace
 
 bool append_counter(std::string &bytes, uint64_t room, std::string_view name, uint64_t value) {
-    constexpr size_t longest = std::numeric_limits<uint8_t>::max() - 1;  // with its NUL it fits the length byte
-    name = name.substr(0, longest);
+    name = name.substr(0, COUNTER_MAX_NAME);
     if (bytes.size() + 1 + name.size() + 1 + COUNTER_VALUE_SIZE > room) return false;
     bytes += static_cast<char>(name.size() + 1);
     bytes += name;

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "platform/kernel.h"
+#include "platform/protocol/registry.h"
 
 namespace hosted {
 
@@ -27,18 +28,14 @@ public:
 };
 
 struct registry_limits {
-    uint32_t name = 51;      // longest key name that fits an iterator record
-    uint32_t binary = 1024;  // longest binary value
-    uint32_t depth = 16;     // deepest directory nesting
-    uint32_t buffer = 4096;  // bytes of a client's payload buffer
+    uint32_t name = REG_MAX_NAME;  // longest key name
+    uint32_t binary = 1024;        // longest binary value
+    uint32_t depth = 16;           // deepest directory nesting
+    uint32_t buffer = 4096;        // bytes of a client's payload buffer
 };
 
 // Takes the first component off a path; empty when none is left.
 std::string_view next_component(std::string_view &path);
-
-// Writes the name of a task's key in run/proc/: the digits of its handle.
-inline constexpr size_t TASK_KEY_SIZE = 16;
-void write_task_key(std::string &key, uint64_t handle);
 
 // Results are error words: 0, IOERROR_NOT_FOUND, or another code.
 class registry_store {

@@ -5,7 +5,9 @@
 // list); L bytes of name, NUL-terminated; the value in 8 bytes, little-endian, unaligned.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 inline constexpr uint32_t CNTCMD_GET = 0xC0010001;
 inline constexpr uint64_t COUNTER_VALUE_SIZE = 8;
+inline constexpr size_t COUNTER_MAX_NAME = UINT8_MAX - 1;  // bytes; the length byte counts the NUL too

@@ -6,6 +6,8 @@
 
 #include "platform/protocol/device.h"
 
+inline constexpr char LOG_DEVICE[] = "syslog";
+
 enum : uint32_t {
     LOGCMD_WRITE = 0xC0510001,
     LOGCMD_LENGTH = 0xC0510002,

@@ -6,6 +6,35 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
+
+// ---- names ----------------------------------------------------------------------------------------------------------
+
+inline constexpr char REGISTRY_DEVICE[] = "Registry";  // its port is the state item KSTATE_REGISTRY_PORT
+
+// What the kernel publishes: a binary key per task, named as protocol/task.h says, with the task's name; an integer key
+// per device, named as the device, with its port.
+inline constexpr char PROCESS_DIRECTORY[] = "run/proc/";
+inline constexpr char DEVICE_DIRECTORY[] = "run/dev/";
+
+inline constexpr size_t REG_NAME_ROOM = 52;                // of an iterator record, with the NUL
+inline constexpr size_t REG_MAX_NAME = REG_NAME_ROOM - 1;  // bytes of the longest name of a key
+
+// Whether a key may have a name: 1 to REG_MAX_NAME bytes without '/'.
+constexpr bool reg_is_name(std::string_view name) {
+    return !name.empty() && name.size() <= REG_MAX_NAME && name.find('/') == name.npos;
+}
+
+// A component of a path that starts with one and separates them by one '/' each; index counts from 0.
+constexpr std::string_view reg_component(std::string_view path, size_t index) {
+    size_t begin = 0, end = 0;
+    for (; end < path.size() && (path[end] != '/' || index-- > 0); ++end) {
+        if (path[end] == '/') begin = end + 1;
+    }
+    return path.substr(begin, end - begin);
+}
+
+// ---- commands -------------------------------------------------------------------------------------------------------
 
 enum : uint32_t {
     REGCMD_CAPS = 0xC0020001,
@@ -27,7 +56,6 @@ enum : uint16_t {
     REGTYPE_TMP = 215,  // temporary directory
 };
 
-inline constexpr size_t REG_NAME_ROOM = 52;                      // of an iterator record, with the NUL
 inline constexpr uint64_t REG_ITERATOR_FAILED = 0xFFFF00000000;  // first 8 bytes after a failed begin or step
 
 // One entry of a directory, as an iteration stands on it.

@@ -5,6 +5,13 @@
 #include <cstdint>
 
 #include "platform/protocol/device.h"
+#include "platform/protocol/registry.h"
+
+// Where the registry names the device that serves a clock: a directory per clock, with these two keys.
+inline constexpr char RTC_DIRECTORY[] = "hardware/rtc/";
+inline constexpr char RTC_DEVICE_KEY[] = "rtc0/device";                         // text
+inline constexpr char RTC_UNIT_KEY[] = "rtc0/unit";                             // integer
+inline constexpr std::string_view RTC_NAME = reg_component(RTC_DEVICE_KEY, 0);  // of the first clock and its device
 
 enum : uint32_t {
     RTCCMD_READ = 0xC0870001,

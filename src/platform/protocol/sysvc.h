@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+inline constexpr char SYSVC_DEVICE[] = "sysvc";
+
 enum : uint32_t {
     SYSVCCMD_GET_PID = 0xC0030013,
     SYSVCCMD_GET_PPID = 0xC0030015,

@@ -1,7 +1,34 @@
-// protocol/task.h - the notice that a task's end is announced with.
+// protocol/task.h - how the registry names tasks, and the message that announces the end of one.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
+
+// The name of a task's key in PROCESS_DIRECTORY: TASK_KEY_SIZE upper-case hexadecimal digits of its handle.
+inline constexpr size_t TASK_KEY_SIZE = 16;
+
+// Writes the digits of a handle, without a NUL.
+//   out      TASK_KEY_SIZE bytes
+//   returns  the end of what it wrote
+inline char *write_task_key(char *out, uint64_t handle) {
+    for (size_t i = TASK_KEY_SIZE; i-- > 0; handle >>= 4) out[i] = "0123456789ABCDEF"[handle & 0xF];
+    return out + TASK_KEY_SIZE;
+}
+
+// The value of hexadecimal digits of either case. Never fails: every character shifts the value by four bits, one that
+// is no digit counts as 0, and digits past the last 16 are lost. "0x1F" and "1F" are the same, and "" is 0.
+inline uint64_t parse_task_key(std::string_view digits) {
+    uint64_t handle = 0;
+    for (const char c : digits) {
+        int digit = 0;
+        if (c >= '0' && c <= '9') digit = c - '0';
+        if (c >= 'a' && c <= 'f') digit = c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') digit = c - 'A' + 10;
+        handle = handle << 4 | static_cast<uint64_t>(digit);
+    }
+    return handle;
+}
 
 // To the exit notice port: the task's master handle, code, the exit code shifted left by 8.
 inline constexpr uint32_t MSG_TASK_EXIT = 0xD0030002;
