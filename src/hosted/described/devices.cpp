@@ -7,6 +7,7 @@
 
 #include "hosted/described/text.h"
 #include "hosted/servers/protocols.h"
+#include "hosted/utf8.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/service.h"
 #include "platform/protocol/sysvc.h"

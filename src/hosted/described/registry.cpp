@@ -7,6 +7,7 @@
 
 #include "hosted/described/text.h"
 #include "hosted/kernel/kernel.h"
+#include "hosted/utf8.h"
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/registry.h"

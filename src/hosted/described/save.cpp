@@ -6,6 +6,7 @@
 
 #include "hosted/described/names.h"
 #include "hosted/described/text.h"
+#include "hosted/utf8.h"
 
 namespace hosted::described {
 namespace {

@@ -1,4 +1,4 @@
-// hosted/described/text.h - numbers, bytes and characters as a machine file writes them.
+// hosted/described/text.h - numbers and bytes as a machine file writes them.
 #pragma once
 
 #include <cstdint>
@@ -16,10 +16,6 @@ std::optional<uint64_t> parse_number(std::string_view text);
 // "00 ff" -> two bytes; nothing for anything but pairs of digits and blanks between pairs.
 std::optional<std::string> parse_hex(std::string_view text);
 std::string hex_text(std::string_view bytes);
-
-// Reads the character at position at and moves behind it; false where the bytes are no well-formed UTF-8.
-bool next_character(std::string_view text, size_t &at, char32_t &character);
-bool is_utf8(std::string_view text);
 
 // "10.0.0.1:80", the port 0 where it is not given.
 std::optional<svc_sockaddr> parse_address(std::string_view text);

@@ -10,9 +10,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <csignal>
 
+#include "hosted/live/handles.h"
 #include "hosted/live/processes.h"
 #include "platform/kernel.h"
 
@@ -117,7 +117,7 @@ bool process_table::sees_itself() {
 }
 
 uint64_t process_table::hold(uint64_t handle, target &held) {
-    if (handle == 0 || handle > INT_MAX) return RESULT_NO_OBJECT;
+    if (!PROCESS_HANDLES.contains(handle)) return RESULT_NO_OBJECT;
     const int id = static_cast<int>(handle);
     held.pidfd = descriptor(open_pidfd(id));
     if (!held.pidfd) return errno == EINVAL ? RESULT_NO_OBJECT : result_of(errno);  // a thread's number

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <charconv>
 
+#include "hosted/utf8.h"
+
 namespace hosted::live {
 
 namespace {
@@ -74,12 +76,17 @@ std::string_view trimmed(std::string_view text) {
 }
 
 void clean(std::string &text) {
-    for (size_t i = 0; i < text.size(); i++) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
-        const bool wide = byte == 0xC2 && next >= 0x80 && next < 0xA0;  // U+0080 to U+009F, as UTF-8
-        if (wide) text[i++] = '?';
-        if (wide || byte < ' ' || byte == 0x7F) text[i] = '?';
+    for (size_t at = 0; at < text.size();) {
+        const size_t begin = at;
+        char32_t character = 0;
+        bool unsafe = false;
+        if (next_character(text, at, character)) {
+            unsafe = steers_terminal(character);
+        } else {
+            unsafe = static_cast<unsigned char>(text[at++]) < 0xA0;  // a control byte of 8-bit terminals
+        }
+        if (unsafe)
+            std::fill(text.begin() + static_cast<ptrdiff_t>(begin), text.begin() + static_cast<ptrdiff_t>(at), '?');
     }
 }
 

@@ -43,7 +43,7 @@ std::optional<uint64_t> whole_number(std::string_view text);
 
 std::string_view trimmed(std::string_view text);  // without blanks, tabs and line ends around it
 
-// Replaces control characters by '?', for texts that end up on a screen.
+// Replaces each byte of a character that steers a terminal by '?', for names and texts that anybody may have chosen.
 void clean(std::string &text);
 
 }  // namespace hosted::live

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "hosted/live/handles.h"
+#include "hosted/live/indexed_walk.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -28,7 +30,7 @@ std::optional<uint64_t> served_line(std::string_view name) {
 
 uint64_t isr::item(uint64_t item, uint64_t &value) const {
     switch (item) {
-    case OBJINFO_HANDLE: value = HANDLE + number; break;
+    case OBJINFO_HANDLE: value = ISR_HANDLES.first + number; break;
     case OBJINFO_OWNER: value = static_cast<uint64_t>(owner); break;
     case ISRINFO_NUMBER: value = number; break;
     case ISRINFO_SCHEDULED_HI: value = count >> 32; break;
@@ -55,7 +57,7 @@ void isr_table::read() {
         parent.open(KERNEL_THREAD_PARENT) && parent.stat() != nullptr && parent.stat()->is_kernel_thread();
     const int owner = visible ? KERNEL_THREAD_PARENT : FIRST_PROCESS;
     for (const interrupt_line &line : interrupts_.lines()) {
-        if (line.handled && line.number < UINT32_MAX) routines_.push_back({line.number, line.count, owner});
+        if (line.handled && line.number < ISR_HANDLES.size()) routines_.push_back({line.number, line.count, owner});
     }
     std::sort(routines_.begin(), routines_.end(), [](const isr &a, const isr &b) { return a.number < b.number; });
     if (visible && !routines_.empty()) find_threads(parent);
@@ -88,19 +90,21 @@ void isr_table::find_threads(process &parent) {
     while (const int id = everyone.next()) consider(id);
 }
 
-const std::vector<size_t> *isr_table::owned_by(int process) {
+std::unique_ptr<walk> isr_table::walk_owned(int process) {
     read();
-    const auto found = owned_.find(process);
-    return found == owned_.end() ? nullptr : &found->second;
+    const auto owned = owned_.find(process);
+    return walk_indexed(owned == owned_.end() ? 0 : owned->second.size(),
+                        [this, owned](size_t index, uint64_t item, uint64_t &value) {
+                            return routines_[owned->second[index]].item(item, value);
+                        });
 }
 
 const isr *isr_table::find(uint64_t handle) {
-    if (handle < isr::HANDLE || handle - isr::HANDLE > UINT32_MAX) return nullptr;  // known without reading a file
+    if (!ISR_HANDLES.contains(handle)) return nullptr;  // known without reading a file
     read();
-    const auto found =
-        std::lower_bound(routines_.begin(), routines_.end(), handle,
-                         [](const isr &one, uint64_t wanted) { return isr::HANDLE + one.number < wanted; });
-    return found == routines_.end() || isr::HANDLE + found->number != handle ? nullptr : &*found;
+    const auto found = std::lower_bound(routines_.begin(), routines_.end(), handle - ISR_HANDLES.first,
+                                        [](const isr &one, uint64_t wanted) { return one.number < wanted; });
+    return found == routines_.end() || ISR_HANDLES.first + found->number != handle ? nullptr : &*found;
 }
 
 }  // namespace hosted::live

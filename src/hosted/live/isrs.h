@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -12,8 +13,6 @@
 namespace hosted::live {
 
 struct isr {
-    static constexpr uint64_t HANDLE = 0x200000000;  // of a routine: this + its line's number
-
     uint64_t number;
     uint64_t count;  // over all processors, since boot
     int owner;       // a process
@@ -26,9 +25,7 @@ class isr_table {
 public:
     isr_table(proc_root &root, interrupt_table &interrupts) : root_(root), interrupts_(interrupts) {}
 
-    // Those of one process, in order of number, as indexes for at(); null: none.
-    const std::vector<size_t> *owned_by(int process);
-    const isr &at(size_t index) const { return routines_[index]; }
+    std::unique_ptr<walk> walk_owned(int process);  // in order of number
 
     const isr *find(uint64_t handle);  // null: no such routine
 

@@ -3,7 +3,6 @@
 
 #include <sys/user.h>
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +11,7 @@
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
 #include "hosted/live/cpu_registers.h"
+#include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
 #include "hosted/live/maps.h"
 #include "hosted/live/processes.h"
@@ -27,31 +27,6 @@ namespace hosted {
 namespace live {
 
 namespace {
-
-// Handles of this machine, from below: processes by their numbers, threads, interrupt routines, memory chunks and
-// spaces, views and memos; then the kernel's own.
-constexpr uint64_t FIRST_KERNEL_HANDLE = uint64_t{1} << 48;
-
-class isr_walk : public walk {
-public:
-    isr_walk(isr_table &table, const std::vector<size_t> *routines) : table_(table), routines_(routines) {}
-
-    uint64_t step() override {
-        const size_t count = routines_ == nullptr ? 0 : routines_->size();
-        at_ = std::min(at_ + 1, count);
-        return at_ < count ? RESULT_SUCCESS : RESULT_NO_ITEM;
-    }
-
-    uint64_t info(uint64_t item, uint64_t &value) override {
-        if (routines_ == nullptr || at_ >= routines_->size()) return RESULT_NO_ITEM;
-        return table_.at((*routines_)[at_]).item(item, value);
-    }
-
-private:
-    isr_table &table_;
-    const std::vector<size_t> *routines_;  // null: none
-    size_t at_ = SIZE_MAX;                 // before the first
-};
 
 // The system service: ids from the processes, drivers from the system.
 class id_source : public process_source {
@@ -90,10 +65,10 @@ public:
     void attach(kernel &) override {}
 
     uint64_t task() override { return static_cast<uint64_t>(processes_.root().self); }
-    uint64_t thread(bool) override { return live::thread::HANDLE + static_cast<uint64_t>(gettid()); }
+    uint64_t thread(bool) override { return THREAD_HANDLES.first + static_cast<uint64_t>(gettid()); }
     bool knows(uint64_t handle) override;
-    uint64_t first_handle() override { return FIRST_KERNEL_HANDLE; }
-    bool reserves(uint64_t handle) override { return handle < FIRST_KERNEL_HANDLE; }
+    uint64_t first_handle() override { return KERNEL_HANDLES.first; }
+    bool reserves(uint64_t handle) override { return !KERNEL_HANDLES.contains(handle); }
     std::optional<uint64_t> virtual_tick() override { return std::nullopt; }
 
     bool state(uint64_t item, uint64_t &value) override { return totals_.state(item, value); }
@@ -193,9 +168,7 @@ uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<wal
     case ITERSEL_VIEWS:
         return of_process([this](process &owner, uint64_t &result) { return maps_.walk_views(owner, result); });
     case ITERSEL_ISRS:
-        return of_process([this](const process &owner, uint64_t &) {
-            return std::make_unique<isr_walk>(isrs_, isrs_.owned_by(owner.number()));
-        });
+        return of_process([this](const process &owner, uint64_t &) { return isrs_.walk_owned(owner.number()); });
     default: return RESULT_BAD_ARGUMENT;
     }
 }

@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "hosted/live/indexed_walk.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -217,38 +218,6 @@ uint64_t process_map::memo_item(size_t index, uint64_t item, uint64_t &value) co
 
 // ---- of all processes -----------------------------------------------------------------------------------------------
 
-namespace {
-
-class map_walk : public walk {
-public:
-    enum class over { views, memos };
-
-    // directory: of the process, in case the resident amounts of memos are asked for
-    map_walk(proc_root &root, process_map &map, over what, descriptor directory)
-        : root_(root), map_(map), memos_(what == over::memos), directory_(std::move(directory)) {}
-
-    uint64_t step() override {
-        const size_t count = memos_ ? map_.memo_count() : map_.view_count();
-        at_ = std::min(at_ + 1, count);
-        return at_ < count ? RESULT_SUCCESS : RESULT_NO_ITEM;
-    }
-
-    uint64_t info(uint64_t item, uint64_t &value) override {
-        if (!memos_) return map_.view_item(at_, item, value);
-        if (item == MEMOINFO_ALLOC) map_.read_resident(root_, directory_.get());
-        return map_.memo_item(at_, item, value);
-    }
-
-private:
-    proc_root &root_;
-    process_map &map_;
-    bool memos_;
-    descriptor directory_;
-    size_t at_ = SIZE_MAX;  // before the first
-};
-
-}  // namespace
-
 process_map *map_table::map_of(process &owner, uint64_t &result) {
     result = RESULT_SUCCESS;
     const int id = owner.number();
@@ -258,6 +227,10 @@ process_map *map_table::map_of(process &owner, uint64_t &result) {
         result = means_gone(error) ? RESULT_NO_OBJECT : RESULT_NOT_PERMITTED;
         return nullptr;
     }
+    if (made->end_handle() > MAPPING_HANDLES.end) {
+        result = RESULT_NO_MEMORY;
+        return nullptr;
+    }
     next_handle_ = made->end_handle();
     maps_.push_back(std::move(made));
     return by_process_[id] = maps_.back().get();
@@ -265,14 +238,22 @@ process_map *map_table::map_of(process &owner, uint64_t &result) {
 
 std::unique_ptr<walk> map_table::walk_views(process &owner, uint64_t &result) {
     process_map *map = map_of(owner, result);
-    return map == nullptr ? nullptr : std::make_unique<map_walk>(root_, *map, map_walk::over::views, descriptor());
+    if (map == nullptr) return nullptr;
+    return walk_indexed(map->view_count(), [map](size_t index, uint64_t item, uint64_t &value) {
+        return map->view_item(index, item, value);
+    });
 }
 
+// The walk holds the process's directory in case that resident amounts are asked for.
 std::unique_ptr<walk> map_table::walk_memos(process &owner, uint64_t &result) {
     process_map *map = map_of(owner, result);
     if (map == nullptr) return nullptr;
     descriptor directory(fcntl(owner.directory(), F_DUPFD_CLOEXEC, 0));
-    return std::make_unique<map_walk>(root_, *map, map_walk::over::memos, std::move(directory));
+    return walk_indexed(map->memo_count(),
+                        [this, map, directory = std::move(directory)](size_t index, uint64_t item, uint64_t &value) {
+                            if (item == MEMOINFO_ALLOC) map->read_resident(root_, directory.get());
+                            return map->memo_item(index, item, value);
+                        });
 }
 
 process_map *map_table::find(uint64_t handle) const {

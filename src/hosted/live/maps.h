@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "hosted/kernel/machine.h"
+#include "hosted/live/handles.h"
 #include "hosted/live/process.h"
 
 namespace hosted::live {
@@ -87,13 +88,11 @@ public:
     uint64_t info(uint64_t handle, uint64_t item, uint64_t &value);
 
 private:
-    static constexpr uint64_t FIRST_HANDLE = 0x1000000000;
-
     process_map *map_of(process &owner, uint64_t &result);
     process_map *find(uint64_t handle) const;
 
     proc_root &root_;
-    uint64_t next_handle_ = FIRST_HANDLE;
+    uint64_t next_handle_ = MAPPING_HANDLES.first;
     std::vector<std::unique_ptr<process_map>> maps_;  // in order of their handles
     std::unordered_map<int, process_map *> by_process_;
 };

@@ -5,33 +5,14 @@
 #include <algorithm>
 #include <limits>
 
+#include "hosted/live/handles.h"
+#include "hosted/live/indexed_walk.h"
 #include "hosted/live/system.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
 
 namespace {
-
-// Steps over a row of handles that follow one another.
-class handle_walk : public walk {
-public:
-    handle_walk(memory_map &memory, uint64_t first, size_t count)
-        : memory_(memory), next_(first), end_(first + count) {}
-
-    uint64_t step() override {
-        standing_ = next_ < end_ ? next_++ : 0;
-        return standing_ != 0 ? RESULT_SUCCESS : RESULT_NO_ITEM;
-    }
-    uint64_t info(uint64_t item, uint64_t &value) override {
-        return standing_ != 0 ? memory_.info(standing_, item, value) : RESULT_NO_ITEM;
-    }
-
-private:
-    memory_map &memory_;
-    uint64_t next_;
-    uint64_t end_;
-    uint64_t standing_ = 0;
-};
 
 // An area by its first and last address.
 address_space area(uint64_t first, uint64_t last, bool global, uint64_t page) {
@@ -60,7 +41,7 @@ std::vector<memory_zone> parse_zones(std::string_view text) {
     const auto finish = [&zones, &zone] {
         const uint64_t pages = std::numeric_limits<uint64_t>::max() / page_size();  // there can be no more
         const bool sane = zone.spanned != 0 && zone.spanned <= pages && zone.first_page <= pages - zone.spanned;
-        if (sane && zones.size() < FIRST_SPACE_HANDLE - FIRST_CHUNK_HANDLE) {
+        if (sane && zones.size() < CHUNK_HANDLES.size()) {
             zone.managed = std::min(zone.managed, zone.spanned);
             zone.free = std::min(zone.free, zone.managed);
             zones.push_back(zone);
@@ -159,18 +140,18 @@ const memory_zone *memory_map::main_zone() {
     return largest == all.end() ? nullptr : &*largest;
 }
 
-std::unique_ptr<walk> memory_map::walk_chunks() {
-    return std::make_unique<handle_walk>(*this, FIRST_CHUNK_HANDLE, zones().size());
+std::unique_ptr<walk> memory_map::walk_range(uint64_t first, size_t count) {
+    return walk_indexed(count, [this, first](size_t index, uint64_t item, uint64_t &value) {
+        return info(first + index, item, value);
+    });
 }
 
-std::unique_ptr<walk> memory_map::walk_spaces() {
-    return std::make_unique<handle_walk>(*this, FIRST_SPACE_HANDLE, spaces().size());
-}
+std::unique_ptr<walk> memory_map::walk_chunks() { return walk_range(CHUNK_HANDLES.first, zones().size()); }
+std::unique_ptr<walk> memory_map::walk_spaces() { return walk_range(SPACE_HANDLES.first, spaces().size()); }
 
 bool memory_map::knows(uint64_t handle) {
-    if (handle < FIRST_CHUNK_HANDLE) return false;
-    if (handle < FIRST_SPACE_HANDLE) return handle - FIRST_CHUNK_HANDLE < zones().size();
-    return handle - FIRST_SPACE_HANDLE < spaces().size();
+    if (CHUNK_HANDLES.contains(handle)) return handle - CHUNK_HANDLES.first < zones().size();
+    return SPACE_HANDLES.contains(handle) && handle - SPACE_HANDLES.first < spaces().size();
 }
 
 uint64_t memory_map::info(uint64_t handle, uint64_t item, uint64_t &value) {
@@ -179,8 +160,8 @@ uint64_t memory_map::info(uint64_t handle, uint64_t item, uint64_t &value) {
         value = handle;
         return RESULT_SUCCESS;
     }
-    if (handle >= FIRST_SPACE_HANDLE) {
-        const address_space &space = spaces()[handle - FIRST_SPACE_HANDLE];
+    if (SPACE_HANDLES.contains(handle)) {
+        const address_space &space = spaces()[handle - SPACE_HANDLES.first];
         switch (item) {
         case VSINFO_BEGIN: value = space.begin; return RESULT_SUCCESS;
         case VSINFO_PAGES: value = space.pages; return RESULT_SUCCESS;
@@ -189,7 +170,7 @@ uint64_t memory_map::info(uint64_t handle, uint64_t item, uint64_t &value) {
         default: return RESULT_NO_ITEM;
         }
     }
-    const memory_zone &zone = zones()[handle - FIRST_CHUNK_HANDLE];
+    const memory_zone &zone = zones()[handle - CHUNK_HANDLES.first];
     switch (item) {
     case MEMINFO_BEGIN:
     case MEMINFO_BASE: value = zone.first_page * page_size(); return RESULT_SUCCESS;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "hosted/live/handles.h"
 #include "hosted/live/maps.h"
 #include "platform/kernel.h"
 
@@ -402,7 +403,7 @@ const switch_counts &thread::switches() {
 
 uint64_t thread::item(uint64_t item, uint64_t &value) {
     switch (item) {
-    case OBJINFO_HANDLE: value = HANDLE + static_cast<uint64_t>(number()); break;
+    case OBJINFO_HANDLE: value = THREAD_HANDLES.first + static_cast<uint64_t>(number()); break;
     case OBJINFO_OWNER: value = static_cast<uint64_t>(owner_); break;
     case OBJINFO_STATE: value = state(); break;
     case THREADINFO_PRIORITY: value = told().task_priority(); break;

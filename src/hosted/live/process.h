@@ -160,8 +160,6 @@ private:
 
 class thread : public proc_object {
 public:
-    static constexpr uint64_t HANDLE = 0x100000000;  // of a thread: this + its number
-
     using proc_object::proc_object;
 
     // Opens a thread below the open "task" directory of its process; false where there is none.

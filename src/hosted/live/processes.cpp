@@ -2,9 +2,9 @@
 #include "hosted/live/processes.h"
 
 #include <cerrno>
-#include <climits>
 #include <ctime>
 
+#include "hosted/live/handles.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -87,7 +87,7 @@ std::unique_ptr<walk> process_table::walk_threads(process &owner, uint64_t &resu
 }
 
 uint64_t process_table::find(uint64_t handle, process *&found) {
-    if (handle == 0 || handle > INT_MAX) return RESULT_NO_OBJECT;
+    if (!PROCESS_HANDLES.contains(handle)) return RESULT_NO_OBJECT;
     const int id = static_cast<int>(handle);
     for (process *one : stood_on_) {
         if (one->number() == id) {
@@ -112,15 +112,15 @@ uint64_t process_table::find(uint64_t handle, process *&found) {
 }
 
 uint64_t process_table::find_thread(uint64_t handle, thread *&found) {
-    const uint64_t number = handle - thread::HANDLE;
-    if (handle <= thread::HANDLE || number > INT_MAX) return RESULT_NO_OBJECT;
+    if (!THREAD_HANDLES.contains(handle)) return RESULT_NO_OBJECT;
+    const auto number = static_cast<int>(handle - THREAD_HANDLES.first);
     for (thread *one : threads_stood_on_) {
-        if (one->number() == static_cast<int>(number)) {
+        if (one->number() == number) {
             found = one;
             return RESULT_SUCCESS;
         }
     }
-    if (!asked_thread_.open(static_cast<int>(number))) return RESULT_NO_OBJECT;
+    if (!asked_thread_.open(number)) return RESULT_NO_OBJECT;
     found = &asked_thread_;
     return RESULT_SUCCESS;
 }
@@ -147,7 +147,7 @@ uint64_t process_table::now_ticks() const {
 // A number of which nothing is known yet is one of the system's processes, and no thread: only then is it looked up
 // here.
 uint64_t process_table::name(uint64_t handle, const std::string *&name) {
-    if (handle == 0 || handle > INT_MAX) return RESULT_NO_OBJECT;
+    if (!PROCESS_HANDLES.contains(handle)) return RESULT_NO_OBJECT;
     const int id = static_cast<int>(handle);
     if (const auto known = names_.find(id); known != names_.end()) {
         name = &known->second;

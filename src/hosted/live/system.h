@@ -25,10 +25,6 @@ uint64_t page_size();  // bytes
 
 // ---- memory ---------------------------------------------------------------------------------------------------------
 
-// Handles of the chunks and spaces: their kind's first handle and their place in the list.
-inline constexpr uint64_t FIRST_CHUNK_HANDLE = 0x300000000;
-inline constexpr uint64_t FIRST_SPACE_HANDLE = 0x300010000;
-
 struct memory_zone {
     uint64_t first_page = 0;  // number of its first page frame
     uint64_t spanned = 0;     // pages from there to its end, holes included
@@ -66,6 +62,8 @@ public:
     const memory_zone *main_zone();  // the one with most managed pages; null where no zone is known
 
 private:
+    std::unique_ptr<walk> walk_range(uint64_t first, size_t count);
+
     const file_roots &roots_;
     std::optional<std::vector<memory_zone>> zones_;
     std::optional<std::vector<address_space>> spaces_;

@@ -14,6 +14,7 @@
 #include <set>
 #include <thread>
 
+#include "hosted/live/handles.h"
 #include "hosted/live/processes.h"
 #include "own_child.h"
 #include "platform/kernel.h"
@@ -89,7 +90,7 @@ TEST(LiveProcesses, ItemsAgreeWithTheSystem) {
                                      THREADINFO_WAITON, THREADINFO_VOLCTXSW_LO}) {
             EXPECT_EQ(walk->info(which, got[which]), RESULT_SUCCESS);
         }
-        const int id = static_cast<int>(got[OBJINFO_HANDLE] - live::thread::HANDLE);
+        const int id = static_cast<int>(got[OBJINFO_HANDLE] - live::THREAD_HANDLES.first);
         threads.insert(got[OBJINFO_HANDLE]);
         EXPECT_EQ(got[OBJINFO_STATE], THREADSTATE_WAIT);
         EXPECT_EQ(got[OBJINFO_OWNER], child.handle());
@@ -196,7 +197,7 @@ TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
             EXPECT_EQ(value, figure) << id << ' ' << item;
         }
         live::thread *thread = nullptr;
-        EXPECT_EQ(table.find_thread(live::thread::HANDLE + id, thread), RESULT_SUCCESS);
+        EXPECT_EQ(table.find_thread(live::THREAD_HANDLES.first + id, thread), RESULT_SUCCESS);
         EXPECT_EQ(thread->item(THREADINFO_EXETIME, value), RESULT_SUCCESS);
         EXPECT_EQ(value, table.root().milliseconds(70)) << id;
     }
@@ -231,7 +232,8 @@ TEST(LiveProcesses, Names) {
             self.say(1);
         };
     };
-    own_child odd(renamed("a) R (b\n\x1b\xc2\x9b")), empty(renamed("")), full(renamed("exactly-fifteen"));
+    own_child odd(renamed("a)(b\n\x1b\xc2\x9b\x9b\xe2\x80\xae\xc3\xa9")), empty(renamed("")),
+        full(renamed("exactly-fifteen"));
     const auto path_of = [](int id) { return "/tmp/live-name-that-is-cut-" + std::to_string(id); };
     const auto run_as = [&](bool script) {
         return [&path_of, script](own_child &self) {
@@ -249,7 +251,7 @@ TEST(LiveProcesses, Names) {
         unlink(path_of(id).c_str());
     }
 
-    const std::map<int, std::string> wanted = {{odd.id(), "a) R (b????"},
+    const std::map<int, std::string> wanted = {{odd.id(), "a)(b????????\xc3\xa9"},
                                                {empty.id(), ""},
                                                {full.id(), "exactly-fifteen"},
                                                {cut.id(), path_of(cut.id()).substr(5)},

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "hosted/live/cpu_registers.h"
+#include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
 #include "hosted/live/system.h"
 #include "hosted/live/system_tree.h"
@@ -54,9 +55,9 @@ TEST(LiveMemory, ChunksAreZones) {
     constexpr uint64_t items[] = {OBJINFO_HANDLE, MEMINFO_BEGIN,      MEMINFO_BASE, MEMINFO_END,
                                   MEMINFO_PAGES,  MEMINFO_FREE_PAGES, MEMINFO_FLAGS};
     const uint64_t expected[][std::size(items)] = {
-        {FIRST_CHUNK_HANDLE, page, page, 4096 * page - 1, 3841, 3840, 0x10000},
-        {FIRST_CHUNK_HANDLE + 1, 1048576 * page, 1048576 * page, 6553600 * page - 1, 262144, 166259, 0x40010000},
-        {FIRST_CHUNK_HANDLE + 2, 9999999 * page, 9999999 * page, 10262143 * page - 1, 262144, 262144, 0x10000},
+        {CHUNK_HANDLES.first, page, page, 4096 * page - 1, 3841, 3840, 0x10000},
+        {CHUNK_HANDLES.first + 1, 1048576 * page, 1048576 * page, 6553600 * page - 1, 262144, 166259, 0x40010000},
+        {CHUNK_HANDLES.first + 2, 9999999 * page, 9999999 * page, 10262143 * page - 1, 262144, 262144, 0x10000},
     };
     const auto at = memory.walk_chunks();
     uint64_t value = 0;
@@ -70,8 +71,8 @@ TEST(LiveMemory, ChunksAreZones) {
     }
     EXPECT_EQ(at->step(), RESULT_NO_ITEM);
     EXPECT_EQ(at->step(), RESULT_NO_ITEM);
-    EXPECT_EQ(memory.info(FIRST_CHUNK_HANDLE + 3, MEMINFO_BEGIN, value), RESULT_NO_OBJECT);
-    EXPECT_EQ(memory.info(FIRST_SPACE_HANDLE, MEMINFO_BEGIN, value), RESULT_NO_ITEM);
+    EXPECT_EQ(memory.info(CHUNK_HANDLES.first + 3, MEMINFO_BEGIN, value), RESULT_NO_OBJECT);
+    EXPECT_EQ(memory.info(SPACE_HANDLES.first, MEMINFO_BEGIN, value), RESULT_NO_ITEM);
 }
 
 // The areas lie inside the kernel's half, in order and apart, and that half ends with the last address.
@@ -120,8 +121,8 @@ TEST(LiveInterrupts, ServedByThreadsOfTheKernelAlone) {
     proc_root root(tree.roots.proc);
     interrupt_table lines(tree.roots);
     isr_table table(root, lines);
-    EXPECT_NE(table.owned_by(7), nullptr);
-    EXPECT_EQ(table.owned_by(8), nullptr);
+    EXPECT_EQ(table.walk_owned(7)->step(), RESULT_SUCCESS);
+    EXPECT_EQ(table.walk_owned(8)->step(), RESULT_NO_ITEM);
 }
 
 TEST(LiveDrivers, CharacterDriversFirst) {
