@@ -55,14 +55,14 @@ int sb_devping(int argc, char **argv) {
     if (const int status = sb_devasker_open(asker)) return status;
     int status = SB_DONE;
     for (int i = 0; i < argc; i++) {
-        if (asker.reply_port == NO_OBJECT && sb_devasker_newport(asker) != SB_DONE) return SB_SETUP;
         uint64_t result = 0;
-        if (!sb_devasker_ask(asker, argv[i], DEVQUERY_PING, 0, &result)) {
+        const int asked = sb_devasker_ask(asker, argv[i], DEVQUERY_PING, 0, &result);
+        if (asked == SB_SETUP) return asked;
+        if (asked != SB_DONE) {
             status = SB_FAILED;
         } else if (opts.verbose) {
             std::printf("devping: %s: ping successful\n", argv[i]);
         }
     }
-    sb_devasker_close(asker);
     return status;
 }

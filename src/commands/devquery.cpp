@@ -106,9 +106,7 @@ int sb_devquery(int argc, char **argv) {
     sb_devasker asker{"devquery", stderr, "query", "a reply", opts.timeout, opts.verbose};
     if (const int status = sb_devasker_open(asker)) return status;
     uint64_t result = 0;
-    const bool answered = sb_devasker_ask(asker, device, asked->code, parameter, &result);
-    sb_devasker_close(asker);
-    if (!answered) return SB_FAILED;
+    if (const int status = sb_devasker_ask(asker, device, asked->code, parameter, &result)) return status;
 
     if (opts.verbose) std::fprintf(stderr, "devquery: %s: query successful (0x%" PRIx64 ")\n", device, result);
     if (!opts.compact) std::fputs("Result: ", stdout);

@@ -77,8 +77,9 @@ bool show_integer(device_record *registry, const char *key, const options &opts)
 }
 
 bool show_binary(device_record *registry, const char *key, uint32_t length, const options &opts) {
-    uint32_t delivered = std::min(length, SB_MAX_BINARY_VALUE);
-    const sb_text value(static_cast<char *>(std::malloc(std::max<size_t>(delivered, 1))));
+    if (length > RegBinaryRoom(registry, key)) return fail("failed to read key");
+    uint32_t delivered = length;
+    const sb_text value(static_cast<char *>(std::malloc(std::max<size_t>(length, 1))));
     if (!value) return fail("out of memory");
     if (!RegGetKeyBin(registry, key, value.get(), &delivered) || delivered != length) return fail("failed to read key");
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <cwchar>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -199,8 +200,8 @@ const char *find_value(const svc_descriptor &item, char **keyvals, int count) {
 }
 
 // A value that does not convert, or does not fit the pool, ends the command without a word.
-bool fill_call(const sb_service &service, const svc_info_block &info, const char *called, char **keyvals, int count,
-               const options &opts) {
+bool fill_call(const sb_service &service, const svc_info_block &info, std::span<const svc_descriptor> results,
+               const char *called, char **keyvals, int count, const options &opts) {
     auto *call = sb_service_block<svc_call_block>(service, CALL_OFFSET);
     std::memset(call, 0, sizeof *call);
     std::strcpy(call->name, called);  // the description would not have been given for a longer one
@@ -222,9 +223,7 @@ bool fill_call(const sb_service &service, const svc_info_block &info, const char
     }
     call->pool_cursor = taken.cursor;
     call->pool_left = taken.left;
-    const svc_descriptor *results = sb_service_results(&info);
-    for (uint64_t i = 0; i < std::min<uint64_t>(info.result_count, SVC_MAX_RESULTS); i++)
-        call->results[i].type = results[i].type;
+    for (size_t i = 0; i < results.size(); i++) call->results[i].type = results[i].type;
     return good;
 }
 
@@ -322,15 +321,15 @@ void print_result(const sb_service &service, const svc_descriptor &item, uint64_
     }
 }
 
-// The description may have gone with the call: its results are told by a copy.
+// The description is read once, before the call: the server can write to the request at any time.
 int call_service(const sb_service &service, const char *called, char **keyvals, int count, const options &opts) {
-    const svc_info_block *info = sb_service_describe(service, called, INFO_OFFSET, SVC_NAME_SIZE, SVC_MAX_ARGS);
-    if (info == nullptr) return SB_FAILED;
-    const uint64_t result_count = std::min<uint64_t>(info->result_count, SVC_MAX_RESULTS);
+    svc_info_block info;
+    if (!sb_service_describe(service, called, INFO_OFFSET, SVC_NAME_SIZE, SVC_MAX_ARGS, &info)) return SB_FAILED;
+    const uint64_t result_count = std::min<uint64_t>(info.result_count, SVC_MAX_RESULTS);
     svc_descriptor results[SVC_MAX_RESULTS];
-    std::copy_n(sb_service_results(info), result_count, results);
+    std::copy_n(sb_service_results(service, INFO_OFFSET), result_count, results);
 
-    if (!fill_call(service, *info, called, keyvals, count, opts)) return SB_FAILED;
+    if (!fill_call(service, info, {results, result_count}, called, keyvals, count, opts)) return SB_FAILED;
     if (sb_service_perform(service, SVCCMD_CALL, CALL_OFFSET) != IO_SUCCESS) {
         std::fprintf(stderr, "svccall: %s: \"%s\": service call failed, error code: 0x%x\n", service.name, called,
                      service.request->error);

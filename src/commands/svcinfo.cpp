@@ -57,14 +57,14 @@ void print_items(const char *kind, const svc_descriptor *items, uint64_t count) 
 
 // The counts are printed as the device gave them, the items as far as the request holds them.
 bool describe(const sb_service &service, const char *called, std::optional<size_t> index) {
-    const svc_info_block *info = sb_service_describe(service, called, INFO_OFFSET, sizeof info->name, ANY_NUMBER);
-    if (info == nullptr) return false;
+    svc_info_block info;
+    if (!sb_service_describe(service, called, INFO_OFFSET, sizeof info.name, ANY_NUMBER, &info)) return false;
     std::fputs("    service ", stdout);
     if (index) std::printf("#%zu, ", *index);
-    const uint64_t args = info->arg_count, results = info->result_count;
+    const uint64_t args = info.arg_count, results = info.result_count;
     std::printf("\"%s\": %" PRIu64 " arg%s, %" PRIu64 " ret%s\n", called, args, plural(args), results, plural(results));
-    print_items("arg", info->args, std::min<uint64_t>(args, SVC_MAX_ARGS));
-    print_items("ret", sb_service_results(info), std::min(results, RESULT_ROOM));
+    print_items("arg", info.args, std::min<uint64_t>(args, SVC_MAX_ARGS));
+    print_items("ret", sb_service_results(service, INFO_OFFSET), std::min(results, RESULT_ROOM));
     return true;
 }
 
@@ -113,21 +113,25 @@ int sb_svcinfo(int argc, char **argv) {
     bool by_service = false;
     if (const auto status = parse(argc, argv, by_service)) return *status;
 
-    const uint64_t reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
-    if (reply_port == NO_OBJECT) {
-        std::fputs("svcinfo: failed to create MsgPort.\n", stderr);
-        return SB_SETUP;
-    }
+    uint64_t reply_port = NO_OBJECT;
     int status = SB_DONE;
     const int devices = by_service ? 1 : argc;
     for (int i = 0; i < devices; i++) {
+        if (reply_port == NO_OBJECT) reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
+        if (reply_port == NO_OBJECT) {
+            std::fputs("svcinfo: failed to create MsgPort.\n", stderr);
+            return SB_SETUP;
+        }
         sb_service service{"svcinfo", argv[i], reply_port, REQUEST_SIZE};
         bool good = sb_service_open(service);
         if (good && !by_service && i > 0) std::putchar('\n');
         if (good) good = by_service ? describe_named(service, argv + 1, argc - 1) : list_services(service);
         CloseDevice(service.device);  // none was opened: ignored
-        if (!good) status = SB_FAILED;
+        if (good) continue;
+        status = SB_FAILED;
+        DeleteMsgPort(reply_port);  // what this device still sends must not reach the next one's port
+        reply_port = NO_OBJECT;
     }
-    DeleteMsgPort(reply_port);
+    if (reply_port != NO_OBJECT) DeleteMsgPort(reply_port);
     return status;
 }

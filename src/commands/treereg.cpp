@@ -141,7 +141,8 @@ void print_binary(unsigned flags, long long octets, unsigned char *buffer, const
 void sb_treereg_print(unsigned flags, long long octets, unsigned char *buffer, const RegIterator &entry,
                       const char *fullpath) {
     if ((flags & SHOW_TYPE) != 0) std::printf(" [%s]", type_label(entry.type));
-    std::printf(" %s", entry.name);
+    const std::string_view name = sb_entryname(entry);
+    std::printf(" %.*s", static_cast<int>(name.size()), name.data());
     switch (entry.type) {
     case REGTYPE_INT:
         if ((flags & SHOW_INTEGERS) == 0) {
@@ -203,7 +204,7 @@ int sb_treereg_list(vector *levels, unsigned char *buffer, unsigned flags, long 
     int status = SB_DONE;
     for (; entries->count > 0; deque_pop_front(entries.get())) {
         const auto &entry = *static_cast<const RegIterator *>(deque_front(entries.get()));
-        const sb_text fullpath = sb_joinpath(path, entry.name);
+        const sb_text fullpath = sb_joinpath(path, sb_entryname(entry));
         if (!fullpath) {
             std::puts("treereg: out of memory");
             status = SB_FAILED;
@@ -233,13 +234,13 @@ int sb_treereg(int argc, char **argv) {
     }
     const std::unique_ptr<vector, decltype(&vector_release)> levels(vector_new(sizeof(char), USUAL_LEVELS),
                                                                     vector_release);
-    const uint32_t room = std::min(max_binary, SB_MAX_BINARY_VALUE);
-    const sb_text buffer(static_cast<char *>(std::malloc(std::max<size_t>(room, 1))));
+    const uint64_t room = std::min<uint64_t>(max_binary, RegBinaryRoom(GetRegDev(), ""));
+    const sb_text buffer(static_cast<char *>(std::malloc(std::max<uint64_t>(room, 1))));
     if (!levels || !buffer) {
         std::puts("tree: out of memory");
         return SB_NO_ITERATOR;
     }
-    const long long octets = std::min<long long>(room, opts.octets);
+    const long long octets = std::min<long long>(max_binary, opts.octets);
     const auto list = [&](const char *path) {
         return sb_treereg_list(levels.get(), reinterpret_cast<unsigned char *>(buffer.get()), opts.flags, opts.depth,
                                octets, path);

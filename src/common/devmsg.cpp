@@ -14,36 +14,14 @@ int fail_setup(const sb_devasker &asker, const char *what) {
     return SB_SETUP;
 }
 
-bool fail(const sb_devasker &asker, const char *device, const char *what) {
+int fail(const sb_devasker &asker, const char *device, const char *what) {
     std::fprintf(asker.stream, "%s: %s: %s\n", asker.command, device, what);
-    return false;
+    return SB_FAILED;
 }
 
-}  // namespace
-
-int sb_devasker_open(sb_devasker &asker) {
-    if (!RegCaps(GetRegDev(), &asker.max_name, nullptr, nullptr))
-        return fail_setup(asker, "failed to get registry caps");
-    asker.path_size = size_t{asker.max_name} + sizeof DEVICE_DIRECTORY;
-    asker.path.reset(static_cast<char *>(std::malloc(asker.path_size)));
-    if (!asker.path) return fail_setup(asker, "out of memory");
-    return sb_devasker_newport(asker);
-}
-
-int sb_devasker_newport(sb_devasker &asker) {
-    const uint64_t port = _SL_CreateMsgPort(0, 0);
-    if (port == NO_OBJECT) return fail_setup(asker, "failed to create MsgPort");
-    asker.reply_port = _SL_CreateHandle(0, port, RIGHTS_REPLY);
-    if (asker.reply_port == NO_OBJECT) return fail_setup(asker, "failed to create handle to MsgPort");
-    return SB_DONE;
-}
-
-void sb_devasker_close(sb_devasker &asker) {
-    if (asker.reply_port != NO_OBJECT) DeleteMsgPort(asker.reply_port);
-    asker.reply_port = NO_OBJECT;
-}
-
-bool sb_devasker_ask(sb_devasker &asker, const char *device, uint32_t code, uint64_t parameter, uint64_t *result) {
+// Sends one message and receives its answer on the reply port.
+int exchange(const sb_devasker &asker, const char *device, uint64_t reply_port, uint32_t code, uint64_t parameter,
+             uint64_t *result) {
     if (std::strlen(device) > asker.max_name) return fail(asker, device, "name too long");
     std::snprintf(asker.path.get(), asker.path_size, "%s%s", DEVICE_DIRECTORY, device);
     if (asker.verbose) {
@@ -57,19 +35,37 @@ bool sb_devasker_ask(sb_devasker &asker, const char *device, uint32_t code, uint
         std::fprintf(asker.stream, "%s: %s: %s with %" PRIi64 " msec timeout\n", asker.command, device, asker.activity,
                      asker.timeout);
     }
-    if (_SL_SendMsg(port, asker.reply_port, code, parameter, asker.timeout) != RESULT_SUCCESS)
+    if (_SL_SendMsg(port, reply_port, code, parameter, asker.timeout) != RESULT_SUCCESS)
         return fail(asker, device, "failed to send message");
     if (asker.verbose) std::fprintf(asker.stream, "%s: %s: message sent\n", asker.command, device);
 
     uint64_t word1 = 0, answer = 0, value = 0;
-    if (_SL_RecvMsg(asker.reply_port, &word1, &answer, &value, asker.timeout) != RESULT_SUCCESS) {
-        sb_devasker_close(asker);  // an answer that still comes must not pass for the next device's
+    if (_SL_RecvMsg(reply_port, &word1, &answer, &value, asker.timeout) != RESULT_SUCCESS)
         return fail(asker, device, "failed to receive message");
-    }
     if (static_cast<uint32_t>(answer) != code + 1) {
         std::fprintf(asker.stream, "%s: %s: received message is not %s\n", asker.command, device, asker.reply);
-        return false;
+        return SB_FAILED;
     }
     *result = value;
-    return true;
+    return SB_DONE;
+}
+
+}  // namespace
+
+int sb_devasker_open(sb_devasker &asker) {
+    if (!RegCaps(GetRegDev(), &asker.max_name, nullptr, nullptr))
+        return fail_setup(asker, "failed to get registry caps");
+    asker.path_size = size_t{asker.max_name} + sizeof DEVICE_DIRECTORY;
+    asker.path.reset(static_cast<char *>(std::malloc(asker.path_size)));
+    return asker.path ? SB_DONE : fail_setup(asker, "out of memory");
+}
+
+int sb_devasker_ask(const sb_devasker &asker, const char *device, uint32_t code, uint64_t parameter, uint64_t *result) {
+    const uint64_t port = _SL_CreateMsgPort(0, 0);
+    if (port == NO_OBJECT) return fail_setup(asker, "failed to create MsgPort");
+    const uint64_t reply_port = _SL_CreateHandle(0, port, RIGHTS_REPLY);
+    if (reply_port == NO_OBJECT) return fail_setup(asker, "failed to create handle to MsgPort");
+    const int status = exchange(asker, device, reply_port, code, parameter, result);
+    DeleteMsgPort(reply_port);
+    return status;
 }

@@ -24,23 +24,16 @@ struct sb_devasker {
     bool verbose;
 
     // Filled by sb_devasker_open.
-    uint64_t reply_port = NO_OBJECT;  // NO_OBJECT again after an answer that did not come
-    uint32_t max_name = 0;            // bytes
-    sb_text path{};                   // room for the key of the longest name
-    size_t path_size = 0;             // bytes
+    uint32_t max_name = 0;  // bytes
+    sb_text path{};         // room for the key of the longest name
+    size_t path_size = 0;   // bytes
 };
 
-// Gets ready to ask: the registry's capabilities, room for a key, a reply port.
+// Gets ready to ask: the registry's capabilities and room for a key.
 //   returns  SB_DONE, or SB_SETUP after a message
 int sb_devasker_open(sb_devasker &asker);
 
-// Makes a reply port, where an answer did not come and another device is to be asked.
-//   returns  SB_DONE, or SB_SETUP after a message
-int sb_devasker_newport(sb_devasker &asker);
-
-void sb_devasker_close(sb_devasker &asker);  // deletes the reply port
-
-// Asks one device. Where its answer does not come in time, the reply port is deleted.
+// Asks one device, on a reply port of its own: a late or second answer never counts for another device.
 //   result   the answer's word
-//   returns  false after a message
-bool sb_devasker_ask(sb_devasker &asker, const char *device, uint32_t code, uint64_t parameter, uint64_t *result);
+//   returns  SB_DONE; after a message SB_SETUP where the port could not be made, else SB_FAILED
+int sb_devasker_ask(const sb_devasker &asker, const char *device, uint32_t code, uint64_t parameter, uint64_t *result);

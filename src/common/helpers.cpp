@@ -28,8 +28,6 @@ private:
     std::array<char, process_directory.size() + REG_NAME_ROOM + 1> path_;
 };
 
-// The name of the entry, which a server may have left without its NUL.
-std::string_view entry_name(const RegIterator &record) { return {record.name, strnlen(record.name, REG_NAME_ROOM)}; }
 }  // namespace
 
 // ---- tasks ----------------------------------------------------------------------------------------------------------
@@ -38,8 +36,9 @@ uint64_t sb_gettaskhandle(const char *name) {
     device_record *registry = GetRegDev();
     uint32_t max_binary = 0;
     if (!name || !RegCaps(registry, nullptr, &max_binary, nullptr)) return NO_OBJECT;
-    max_binary = std::min(max_binary, SB_MAX_BINARY_VALUE);
-    const sb_text content(static_cast<char *>(std::malloc(size_t{max_binary} + 1)));
+    // A longest value that the registry's request cannot hold makes every read below fail.
+    const uint64_t room = std::min<uint64_t>(max_binary, RegBinaryRoom(registry, PROCESS_DIRECTORY));
+    const sb_text content(static_cast<char *>(std::malloc(room + 1)));
     RegIterator record;
     if (!content || !RegItBegin(registry, &record, PROCESS_DIRECTORY)) return NO_OBJECT;
 
@@ -47,10 +46,10 @@ uint64_t sb_gettaskhandle(const char *name) {
     process_key key;
     while (record.on_entry) {
         uint32_t length = max_binary;
-        if (RegGetKeyBin(registry, key.with(entry_name(record)), content.get(), &length)) {
+        if (RegGetKeyBin(registry, key.with(sb_entryname(record)), content.get(), &length)) {
             content.get()[length] = '\0';
             if (std::strcmp(content.get(), name) == 0) {
-                handle = parse_task_key(entry_name(record));
+                handle = parse_task_key(sb_entryname(record));
                 break;
             }
         }
@@ -109,18 +108,18 @@ uint64_t sb_iteratoritem(uint64_t iterator, uint64_t item, uint64_t fallback) {
 
 // ---- registry and devices -------------------------------------------------------------------------------------------
 
+std::string_view sb_entryname(const RegIterator &entry) { return {entry.name, strnlen(entry.name, REG_NAME_ROOM)}; }
+
 deque_ptr sb_readreg_content(const char *directory) {
     deque_ptr entries(deque_new(sizeof(RegIterator)));
     device_record *registry = GetRegDev();
     RegIterator record;
     if (!entries || !RegItBegin(registry, &record, directory)) return entries;
     while (record.on_entry) {
-        auto *entry = static_cast<RegIterator *>(deque_push_back(entries.get(), &record));
-        if (!entry) {
+        if (!deque_push_back(entries.get(), &record)) {
             entries.reset();
             break;
         }
-        entry->name[REG_NAME_ROOM - 1] = '\0';
         if (!RegItNext(registry, &record)) break;
     }
     RegItEnd(registry, &record);

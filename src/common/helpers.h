@@ -35,8 +35,6 @@ struct sb_freer {
 using sb_text = std::unique_ptr<char, sb_freer>;
 
 // ---- tasks ----------------------------------------------------------------------------------------------------------
-// The longest binary value that room is made for, whatever a registry claims.
-inline constexpr uint32_t SB_MAX_BINARY_VALUE = 1 << 20;
 
 // The handle of the first task, in registry order, of exactly this name; NO_OBJECT when there is none and on any
 // failure. One registry read per task that stands before it.
@@ -75,10 +73,11 @@ uint64_t sb_iteratoritem(uint64_t iterator, uint64_t item, uint64_t fallback);
 // ---- registry and devices -------------------------------------------------------------------------------------------
 
 // The entries of a registry directory, in the registry's order.
-//   returns  a deque of RegIterator records, each name NUL-terminated whatever the server sent; empty when the
-//   directory
-//            cannot be read; null when out of memory
+//   returns  a deque of whole RegIterator records; empty when the directory cannot be read; null when out of memory
 deque_ptr sb_readreg_content(const char *directory);
+
+// The name of an entry: up to its NUL, or the whole field where the server wrote none.
+std::string_view sb_entryname(const RegIterator &entry);
 
 // path and name with one '/' between them where path is not empty and does not end in '/' or '\'. Null when out of
 // memory.

@@ -21,6 +21,13 @@ int finish(e_optstate *state) {
     return E_END;
 }
 
+// An option's character as e_getoption returns it. The bytes that would read as E_END and E_HELP keep their unsigned
+// value.
+int option_character(char c) {
+    const int value = static_cast<signed char>(c);
+    return value == E_END || value == E_HELP ? static_cast<unsigned char>(c) : value;
+}
+
 int length_of(const char *text) {
     const size_t length = std::strlen(text);
     return length < INT_MAX ? static_cast<int>(length) : INT_MAX - 1;  // leaves room for a cursor behind the end
@@ -77,7 +84,7 @@ void e_setlongoption(e_optstate *state, const e_longopt *table) { state->long_op
 
 int e_getoption(e_optstate *state) {
     if (state->index >= state->argc) return finish(state);
-    if (state->pos < state->len) return static_cast<signed char>(state->argv[state->index][state->pos++]);
+    if (state->pos < state->len) return option_character(state->argv[state->index][state->pos++]);
 
     char *element = nullptr;
     for (;;) {
@@ -91,7 +98,7 @@ int e_getoption(e_optstate *state) {
 
     if (element[1] != '-') {
         state->pos = 2;
-        return static_cast<signed char>(element[1]);
+        return option_character(element[1]);
     }
     if (std::strcmp(element, "--help") == 0) {
         state->pos = state->len + 1;

@@ -53,8 +53,9 @@ void e_initoption(e_optstate *state, int *argc, char ***argv, bool permute);
 void e_setlongoption(e_optstate *state, const e_longopt *table);  // borrowed; null for none
 
 // The next option.
-//   returns  its character (a signed char widened to int, so bytes above 0x7F are negative), a long option's code,
-//            E_HELP, or E_END, and again E_END after that. '-' for a long option that is not in the table
+//   returns  its character (a signed char widened to int, so bytes above 0x7F are negative, but 255 and 254 for the
+//            bytes 0xFF and 0xFE), a long option's code, E_HELP, or E_END, and again E_END after that. '-' for a long
+//            option that is not in the table
 // A value given to a long option that nobody fetches is read as options: '=' is returned next.
 int e_getoption(e_optstate *state);
 

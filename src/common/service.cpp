@@ -32,21 +32,20 @@ int sb_service_perform(const sb_service &service, uint32_t command, uint64_t off
     return SyncIO(service.request);
 }
 
-svc_info_block *sb_service_describe(const sb_service &service, const char *called, uint64_t offset, size_t name_room,
-                                    uint64_t max_args) {
-    auto *info = sb_service_block<svc_info_block>(service, offset);
+bool sb_service_describe(const sb_service &service, const char *called, uint64_t offset, size_t name_room,
+                         uint64_t max_args, svc_info_block *info) {
+    auto *block = sb_service_block<svc_info_block>(service, offset);
     const size_t length = std::strlen(called);
-    const bool fits = length < std::min(name_room, sizeof info->name);
-    if (fits) {
-        std::memset(info->name, 0, sizeof info->name);
-        std::memcpy(info->name, called, length);
+    if (length < std::min(name_room, sizeof block->name)) {
+        std::memset(block->name, 0, sizeof block->name);
+        std::memcpy(block->name, called, length);
+        if (sb_service_perform(service, SVCCMD_INFO, offset) == IO_SUCCESS) {
+            std::memcpy(info, block, sizeof *info);
+            if (info->arg_count <= max_args) return true;
+        }
     }
-    if (!fits || sb_service_perform(service, SVCCMD_INFO, offset) != IO_SUCCESS || info->arg_count > max_args) {
-        std::fprintf(stderr, "%s: %s: \"%s\": failed to retrieve service info\n", service.command, service.name,
-                     called);
-        return nullptr;
-    }
-    return info;
+    std::fprintf(stderr, "%s: %s: \"%s\": failed to retrieve service info\n", service.command, service.name, called);
+    return false;
 }
 
 int sb_service_namelen(const char *name, uint64_t field_size) { return static_cast<int>(strnlen(name, field_size)); }

@@ -39,13 +39,14 @@ int sb_service_perform(const sb_service &service, uint32_t command, uint64_t off
 //   offset     where in the request the description goes
 //   name_room  bytes of the shortest field that the name has to fit, with its NUL
 //   max_args   arguments that there is room for
-//   returns    the description, or null after a message
-svc_info_block *sb_service_describe(const sb_service &service, const char *called, uint64_t offset, size_t name_room,
-                                    uint64_t max_args);
+//   info       out: a copy of the description's fixed part; the server can write to the request at any time
+//   returns    false after a message
+bool sb_service_describe(const sb_service &service, const char *called, uint64_t offset, size_t name_room,
+                         uint64_t max_args, svc_info_block *info);
 
-// The result descriptors behind a description's fixed part.
-inline const svc_descriptor *sb_service_results(const svc_info_block *info) {
-    return reinterpret_cast<const svc_descriptor *>(info + 1);
+// The result descriptors after the fixed part of the description at an offset in the request.
+inline const svc_descriptor *sb_service_results(const sb_service &service, uint64_t offset) {
+    return sb_service_block<svc_descriptor>(service, offset + sizeof(svc_info_block));
 }
 
 // The length of a name in a field, which a server may have filled without a NUL; for "%.*s".

@@ -104,8 +104,10 @@ int vector_concat(vector *v, const vector *other) {
 }
 
 int vector_sort(vector *v, lextras_compare compare) {
-    if (!v || !compare) return VECTOR_NULL;
-    if (v->count > 1) std::qsort(v->data, v->count, v->elem_size, compare);
+    if (!v) return VECTOR_NULL;
+    if (v->count < 2) return VECTOR_DONE;
+    if (!compare) return VECTOR_NULL;
+    std::qsort(v->data, v->count, v->elem_size, compare);
     return VECTOR_DONE;
 }
 

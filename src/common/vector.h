@@ -51,7 +51,7 @@ int vector_pushmulti(vector *v, const void *elements, size_t n);
 // Appends all elements of other, which may be v. 0, VECTOR_NULL, VECTOR_FAILED (also where the element sizes differ)
 int vector_concat(vector *v, const vector *other);
 
-int vector_sort(vector *v, lextras_compare compare);       // in place; 0 or VECTOR_NULL
+int vector_sort(vector *v, lextras_compare compare);       // in place; 0 or VECTOR_NULL; fewer than 2 need no compare
 int vector_reverse(vector *v);                             // in place; 0 or VECTOR_NULL
 int vector_set(vector *v, size_t i, const void *element);  // replaces element i; 0, VECTOR_NULL, VECTOR_FAILED
 int vector_remove(vector *v, size_t i);                    // the later ones move up; 0, VECTOR_NULL, VECTOR_FAILED

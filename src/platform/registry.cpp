@@ -118,6 +118,12 @@ bool RegGetKeyBin(device_record *registry, const char *key, void *buffer, uint32
         });
 }
 
+uint64_t RegBinaryRoom(device_record *registry, const char *key) {
+    const size_t used = sizeof(reg_bin_block) + std::strlen(key) + 1;
+    shared_request shared{};
+    return find_shared_request(registry, shared) && shared.size > used ? shared.size - used : 0;
+}
+
 bool RegSetKeyBin(device_record *registry, const char *key, const void *data, uint64_t length) {
     const size_t size = std::strlen(key) + 1;
     const size_t at = sizeof(reg_bin_block) + size;         // offset of the data

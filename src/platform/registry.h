@@ -29,6 +29,10 @@ bool RegGetKeyInt(device_record *registry, const char *key, uint64_t *value);
 //   length  in: room at buffer, bytes; out: bytes read. No NUL is appended.
 bool RegGetKeyBin(device_record *registry, const char *key, void *buffer, uint32_t *length);
 
+// The largest value, in bytes, that RegGetKeyBin can read of a key: what the payload buffer has room for beside the
+// key. 0 where the registry could not be opened. Asks no server.
+uint64_t RegBinaryRoom(device_record *registry, const char *key);
+
 // Makes or replaces a binary key; length in bytes.
 bool RegSetKeyBin(device_record *registry, const char *key, const void *data, uint64_t length);
 

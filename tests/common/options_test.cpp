@@ -95,6 +95,7 @@ TEST(Options, GiveOptionsAndOperandsInOrder) {
         {"abbreviated", {"--al"}, "- a l |"},
         {"no name before the equals sign", {"--=T"}, "- = T((none)) |"},
         {"bytes above 0x7F", {"-\x80"}, "-128 |"},
+        {"bytes that would read as end and help", {"-\xff\xfe", "x", "-\xfe\xff"}, "255 254 254 255 | x"},
         {"stop at the first operand", {"-v", "a", "-h", "b"}, "v | a -h b", false},
         {"stop at an empty element", {"", "-h"}, "|  -h", false},
         {"lone dash as an option", {"-", "-v", "a"}, "0 v | a", false},
