@@ -67,4 +67,10 @@ int read_all(int file, std::string &text, size_t limit);
 // Writes all bytes. EIO where the file accepts none. On failure some may have been written.
 int write_all(int file, std::string_view text);
 
+// Opens a file that the user named. Links on the way are followed, but not one that another user (root aside) owns in a
+// directory that others can write; nor is another user's FIFO there opened: EACCES. Never waits for the other end of a
+// FIFO; the open file itself waits.
+//   flags, mode  as of open_file()
+descriptor open_named(std::string path, int flags, mode_t mode = 0);
+
 }  // namespace hosted

@@ -1,31 +1,42 @@
-// hosted/described/file.h - reading a machine file, holding it, and writing one.
+// hosted/described/file.h - reading, locking and replacing machine files.
 #pragma once
+
+#include <sys/stat.h>
 
 #include <string>
 #include <string_view>
 
+#include "hosted/descriptors.h"
+
 namespace hosted::described {
 
-// A machine file that was read. Where the machine is to be saved to the same file, it is locked from the reading to
+// A machine file and the path that its machine is saved to. Where both are one file, it is locked from the reading to
 // this object's end, so that runs on one file follow one another.
 class machine_file {
 public:
-    machine_file() = default;
-    ~machine_file();
-    machine_file(const machine_file &) = delete;
-    machine_file &operator=(const machine_file &) = delete;
-
-    // Reads the file at path.
-    //   save_path  where the machine is to be saved; empty: nowhere
+    // Reads the file at path. A wait of more than a second for the lock is reported on standard error.
+    //   save_path  where save() writes; empty: nowhere
     //   message    out, on failure: "FILE: the system's text"
     bool read(const std::string &path, const std::string &save_path, std::string &text, std::string &message);
 
+    bool is_saved() const { return !save_path_.empty(); }
+    const std::string &save_path() const { return save_path_; }
+
+    // Replaces the file at the save path. Refused if that is the machine file and another program has changed it since
+    // it was read.
+    //   message  out, on failure: "FILE: what failed"
+    bool save(std::string_view text, std::string &message);
+
 private:
-    int descriptor_ = -1;  // of the locked file
+    std::string save_path_;
+    descriptor locked_;       // of the machine file, if the machine is saved to it
+    struct stat version_ {};  // of that file when it was read
 };
 
-// Writes a file beside path and renames it, never through a symbolic link. A file that is there leaves its permissions
-// to the new one; what is no plain file stays.
+// Writes a file beside path and renames it, both synced to disk. Readable by nobody else until it is complete; then a
+// plain file that it replaces passes on its owner, if the system permits, and its permissions, but never more of them
+// than the user's mask leaves unless that file is the caller's own. A symbolic link at path is replaced; what is
+// neither a plain file nor a link to one stays. Signals wait until it is done, so that they leave no temporary file.
 //   message  out, on failure: "FILE: the system's text"
 bool replace_file(const std::string &path, std::string_view text, std::string &message);
 

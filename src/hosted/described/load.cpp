@@ -17,6 +17,8 @@
 namespace hosted::described {
 namespace {
 
+constexpr uint64_t FORMAT = 1;  // of the file
+
 // ---- the shapes that stand everywhere -------------------------------------------------------------------------------
 
 // A key of an object, and what its value is read into.
@@ -148,12 +150,16 @@ void read_thread(place from, thread &into) {
 }
 
 void read_refuse(place from, task &into) {
-    constexpr field<task> fields[] = {
-        {"delete", [](place p, task &t) { t.refuse_delete = p.number(); }},
-        {"control", [](place p, task &t) { t.refuse_control = p.number(); }},
-        {"exception", [](place p, task &t) { t.refuse_exception = p.number(); }},
+    constexpr field<refusals> fields[] = {
+        {"delete", [](place p, refusals &r) { r.deletion = p.number(); }},
+        {"control", [](place p, refusals &r) { r.control = p.number(); }},
+        {"exception", [](place p, refusals &r) { r.exception = p.number(); }},
+        {"threads", [](place p, refusals &r) { r.threads = p.number(); }},
+        {"memos", [](place p, refusals &r) { r.memos = p.number(); }},
+        {"views", [](place p, refusals &r) { r.views = p.number(); }},
+        {"isrs", [](place p, refusals &r) { r.isrs = p.number(); }},
     };
-    read_fields(from, into, fields);
+    read_fields(from, into.refuse, fields);
 }
 
 void read_task(place from, task &into) {
@@ -640,6 +646,11 @@ void read_fault(place from, fault &into) {
 void read_machine(const document &file, machine_records &into) {
     using records = machine_records;
     constexpr field<records> fields[] = {
+        {"format",
+         [](place p, records &) {
+             if (p.number() != FORMAT) p.wrong("format " + std::to_string(p.number()) + " is unknown");
+         }},
+        {"call_budget", [](place p, records &r) { r.call_budget = p.number(); }},
         {"tick", [](place p, records &r) { r.tick = p.number(); }},
         {"self", [](place p, records &r) { read_self(p, r.self); }},
         {"state", [](place p, records &r) { read_state(p, r.state); }},

@@ -23,6 +23,8 @@ using namespace described;
 
 constexpr uint64_t LOWEST_OWN_HANDLE = 0x100000;         // of the kernel: far from what files and operands name
 constexpr uint64_t HIGHEST_COUNTED = uint64_t{1} << 62;  // handles from here on do not push the kernel's own up
+constexpr uint64_t BASE_BUDGET = 1'000'000;              // kernel calls, unless the file gives a number ...
+constexpr uint64_t BUDGET_PER_OBJECT = 10'000;           // ... and these for each object and registry entry
 constexpr int FIRST_TERMINAL = 3;                        // descriptor
 constexpr std::string_view STANDARD_INPUT = "stdin";
 
@@ -106,6 +108,7 @@ public:
         return handle == self_task_.handle || handle == self_thread_.handle || records_.objects.contains(handle);
     }
     std::optional<uint64_t> virtual_tick() override { return records_.tick; }
+    std::optional<uint64_t> call_budget() override;
 
     bool state(uint64_t number, uint64_t &value) override;
     uint64_t system_data(uint64_t group, uint64_t index, uint64_t &value) override;
@@ -139,7 +142,6 @@ private:
     uint64_t trace(uint64_t group, uint64_t index, uint64_t &value) const;
 
     machine_file file_;
-    std::string save_path_;
     machine_records records_;
     device_maker devices_{records_};
     kernel *kernel_ = nullptr;
@@ -154,7 +156,6 @@ private:
 // ---- loading and saving ---------------------------------------------------------------------------------------------
 
 bool described_machine::load(const std::string &path, const std::string &save_path, std::string &message) {
-    save_path_ = save_path;
     std::string text;
     if (!file_.read(path, save_path, text, message)) return false;
     if (!described::load(text, records_, message)) {
@@ -195,14 +196,19 @@ void described_machine::settle_callers() {
 }
 
 bool described_machine::save(std::string &message) {
-    if (save_path_.empty()) return true;
+    if (!file_.is_saved()) return true;
     try {
         if (kernel_ != nullptr) records_.tick = kernel_->now();
-        return replace_file(save_path_, machine_text(records_), message);
+        return file_.save(machine_text(records_), message);
     } catch (const std::exception &) {
-        message = save_path_ + ": " + std::strerror(ENOMEM);  // nothing else is thrown
+        message = file_.save_path() + ": " + std::strerror(ENOMEM);  // nothing else is thrown
         return false;
     }
+}
+
+std::optional<uint64_t> described_machine::call_budget() {
+    if (records_.call_budget) return records_.call_budget;
+    return BASE_BUDGET + BUDGET_PER_OBJECT * (records_.objects.size() + records_.registry.given_count());
 }
 
 // ---- state and system data ------------------------------------------------------------------------------------------
@@ -309,20 +315,25 @@ uint64_t described_machine::begin(uint64_t parent, uint64_t kind, std::unique_pt
     }
     const described::task *const owner = find_task(parent);
     if (owner == nullptr) return RESULT_NO_OBJECT;
+    const auto begin = [&](const auto &list, std::optional<uint64_t> refusal) {
+        if (refusal) return *refusal;
+        out = walk_over(list);
+        return uint64_t{RESULT_SUCCESS};
+    };
+    const refusals &refuse = owner->refuse;
     switch (kind) {
-    case ITERSEL_MEMOS: out = walk_over(owner->memos); break;
-    case ITERSEL_THREADS: out = walk_over(owner->threads); break;
-    case ITERSEL_ISRS: out = walk_over(owner->isrs); break;
-    default: out = walk_over(owner->views); break;
+    case ITERSEL_MEMOS: return begin(owner->memos, refuse.memos);
+    case ITERSEL_THREADS: return begin(owner->threads, refuse.threads);
+    case ITERSEL_ISRS: return begin(owner->isrs, refuse.isrs);
+    default: return begin(owner->views, refuse.views);
     }
-    return RESULT_SUCCESS;
 }
 
 uint64_t described_machine::set_property(uint64_t handle, uint64_t property, uint64_t value) {
     described::task *const of = find_task(handle);
     if (of == nullptr) return RESULT_NO_OBJECT;
     if (property != TASKPROP_PRIORITY) return RESULT_BAD_ARGUMENT;
-    if (of->refuse_control) return *of->refuse_control;
+    if (of->refuse.control) return *of->refuse.control;
     set_item(*of, TASKINFO_PRIORITY, value);
     return RESULT_SUCCESS;
 }
@@ -346,7 +357,7 @@ uint64_t described_machine::raise(uint64_t handle, uint64_t exception, uint64_t 
     described::task *const in = find_task(handle);
     if (in == nullptr) return RESULT_NO_OBJECT;
     if (exception >= EXC_LIMIT) return RESULT_BAD_ARGUMENT;
-    if (in->refuse_exception) return *in->refuse_exception;
+    if (in->refuse.exception) return *in->refuse.exception;
     in->exceptions.emplace_back(exception, parameter);
     return RESULT_SUCCESS;
 }
@@ -355,7 +366,7 @@ uint64_t described_machine::destroy(uint64_t handle) {
     object *const ended = find(handle);
     if (ended == nullptr) return RESULT_NO_OBJECT;
     if (described::task *const of = find_task(handle)) {
-        if (of->refuse_delete) return *of->refuse_delete;
+        if (of->refuse.deletion) return *of->refuse.deletion;
         for (auto &inner : of->threads) inner.gone = true;
         for (auto *const list : {&of->memos, &of->views, &of->isrs}) {
             for (auto &inner : *list) inner.gone = true;

@@ -45,6 +45,12 @@ struct thread : object {
     std::vector<register_values> registers;
 };
 
+// Result codes of what the kernel refuses to do with a task: operations on it, and walks of what it owns.
+struct refusals {
+    std::optional<uint64_t> deletion, control, exception;
+    std::optional<uint64_t> threads, memos, views, isrs;
+};
+
 struct task : object {
     std::optional<std::string> name;
     std::optional<uint64_t> pid, ppid, pgid, sid;
@@ -52,8 +58,8 @@ struct task : object {
     std::vector<object> memos;
     std::vector<object> views;
     std::vector<object> isrs;
-    std::optional<uint64_t> refuse_delete, refuse_control, refuse_exception;  // result codes
-    std::vector<std::pair<uint64_t, uint64_t>> exceptions;                    // raised in it: id, parameter
+    refusals refuse;
+    std::vector<std::pair<uint64_t, uint64_t>> exceptions;  // raised in it: id, parameter
 };
 
 // What a handle names. The records never move once they are read.
@@ -150,6 +156,7 @@ struct terminal {
 };
 
 struct machine_records {
+    std::optional<uint64_t> call_budget;
     uint64_t tick = 0;
     calling_task self;
     std::vector<item> state;

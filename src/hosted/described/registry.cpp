@@ -1,6 +1,7 @@
 // hosted/described/registry.cpp - the registry of a described machine.
 #include "hosted/described/registry.h"
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <functional>
@@ -139,6 +140,15 @@ void registry::withdraw_task(uint64_t handle) {
     write_task_key(key.data(), handle);
     entry *const there = find(PROC, {key.data(), key.size()});
     if (there != nullptr && there->published) there->gone = true;
+}
+
+size_t registry::given_count() const {
+    size_t count = 0;
+    for (const folder &each : directories_) {
+        count += static_cast<size_t>(std::count_if(each.entries.begin(), each.entries.end(),
+                                                   [](const entry &there) { return !there.published; }));
+    }
+    return count;
 }
 
 // ---- finding --------------------------------------------------------------------------------------------------------

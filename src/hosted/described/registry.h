@@ -64,6 +64,9 @@ public:
 
     std::span<const entry> entries(uint32_t directory) const { return directories_[directory].entries; }
 
+    // Entries that the machine file gives.
+    size_t given_count() const;
+
     // The ports of devices are the kernel's to know.
     void attach(kernel &owner) { kernel_ = &owner; }
 

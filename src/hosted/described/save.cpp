@@ -241,12 +241,16 @@ void write_task(json_writer &out, const task &from) {
     write_list(out, "memos", from.memos, write_object);
     write_list(out, "views", from.views, write_object);
     write_list(out, "isrs", from.isrs, write_object);
-    if (from.refuse_delete || from.refuse_control || from.refuse_exception) {
+    const auto &refuse = from.refuse;
+    const std::pair<const char *, std::optional<uint64_t>> refused[] = {
+        {"delete", refuse.deletion}, {"control", refuse.control}, {"exception", refuse.exception},
+        {"threads", refuse.threads}, {"memos", refuse.memos},     {"views", refuse.views},
+        {"isrs", refuse.isrs},
+    };
+    if (std::any_of(std::begin(refused), std::end(refused), [](const auto &each) { return each.second; })) {
         out.key("refuse");
         out.begin_object(layout::in_line);
-        out.member("delete", from.refuse_delete);
-        out.member("control", from.refuse_control);
-        out.member("exception", from.refuse_exception);
+        for (const auto &[key, code] : refused) out.member(key, code);
         out.end();
     }
     write_pairs(out, "exceptions", from.exceptions);
@@ -603,6 +607,8 @@ void write_fault(json_writer &out, const fault &from) {
 std::string machine_text(const machine_records &from) {
     json_writer out;
     out.begin_object();
+    out.member("format", uint64_t{1});
+    out.member("call_budget", from.call_budget);
     out.member("tick", from.tick);
     write_self(out, from.self);
     if (!from.state.empty()) {

@@ -1,12 +1,15 @@
 // A described machine under the kernel's calls, its files, and what a saved machine keeps of a run.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <thread>
 
 #include "hosted/boot.h"
 #include "hosted/kernel/entry.h"
@@ -254,6 +257,68 @@ TEST(MachineFile, IsWrittenBesideAndRenamed) {
     EXPECT_EQ(pass_through(path, fifo), fifo + ": Not a plain file");
     EXPECT_EQ(pass_through(path, ""), "saved");
     EXPECT_EQ(read_file(path), R"({"tick": 1})");
+}
+
+// What another program wrote into the file during the run stays, whether it replaced the file or changed it in place.
+TEST(MachineFile, IsNotSavedOverAnotherChange) {
+    for (const bool replaced : {true, false}) {
+        const scratch_directory scratch;
+        const std::string path = scratch.write("lab.json", "{}");
+        hosted::fault_list faults;
+        std::string message;
+        const auto machine = hosted::make_described_machine(path, path, faults, message);
+        ASSERT_TRUE(machine) << message;
+        const std::string other = scratch.write(replaced ? "new.json" : "lab.json", "{ }");
+        ASSERT_EQ(rename(other.c_str(), path.c_str()), 0);
+        EXPECT_FALSE(machine->save(message));
+        EXPECT_EQ(message, path + ": changed by another program during the run; not saved");
+        EXPECT_EQ(read_file(path), "{ }");
+    }
+}
+
+TEST(MachineFile, OtherUsersNamesAreNotTrusted) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs files of two users";
+    const scratch_directory scratch;
+    const std::string path = scratch.write("lab.json", "{}"), link = scratch.file("link"), fifo = scratch.file("fifo");
+    const std::string theirs = scratch.write("theirs.json", "{}");
+    ASSERT_EQ(symlink("lab.json", link.c_str()), 0);
+    ASSERT_EQ(lchown(link.c_str(), 1, 1), 0);
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0666), 0);
+    ASSERT_EQ(chown(fifo.c_str(), 1, 1), 0);
+    EXPECT_EQ(pass_through(link, ""), "saved");
+    ASSERT_EQ(chmod(scratch.path().c_str(), 01777), 0);
+    EXPECT_EQ(pass_through(link, ""), link + ": Permission denied");
+    EXPECT_EQ(pass_through(scratch.path() + "/link/..", ""), scratch.path() + "/link/..: Permission denied");
+    EXPECT_EQ(pass_through(fifo, ""), fifo + ": Permission denied");
+    // A file of another user stays theirs, and opens to nobody that the mask would keep out.
+    ASSERT_EQ(chmod(theirs.c_str(), 0606), 0);
+    ASSERT_EQ(chown(theirs.c_str(), 1, 1), 0);
+    const mode_t mask = umask(022);
+    EXPECT_EQ(pass_through(path, theirs), "saved");
+    EXPECT_EQ(pass_through(path, link), "saved");
+    umask(mask);
+    for (const auto &[file, owner, mode] : {std::tuple(theirs, 1U, 0604U), {link, 0U, 0644U}}) {
+        struct stat about {};
+        ASSERT_EQ(lstat(file.c_str(), &about), 0);
+        EXPECT_EQ(about.st_mode, S_IFREG | mode) << file;
+        EXPECT_EQ(about.st_uid, owner) << file;
+    }
+}
+
+TEST(MachineFile, WaitForItsLockIsReported) {
+    const scratch_directory scratch;
+    const std::string path = scratch.write("lab.json", "{}");
+    const int held = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    std::thread holder([held] {
+        usleep(1'300'000);
+        close(held);
+    });
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(pass_through(path, path), "saved");
+    holder.join();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ventix: " + path + ": waiting for process " + std::to_string(getpid()) + ", which holds the file\n");
 }
 
 // Runs on one file follow one another: none loses what another did to it.
