@@ -1,28 +1,36 @@
-// Whole runs as data: each tests/cases/*.case holds the runs of one command, each run a machine, the arguments, and all
-// that must come of it. A case becomes the test Cases.COMMAND/TITLE. The form:
+// tests/cases_test.cpp - whole runs as transcripts: each tests/cases/*.case holds the runs of one command, each with
+// all that comes of it. A run becomes the test Cases.COMMAND/NAME. The form:
 //
-//   === title                      begins a case
-//   machine: FILE                  below tests/machines, or demo; or a block. Without it the machine is empty
-//   run: task -n --sort '1,desc'   the arguments; quotes and backslashes as in a shell
-//   env: NAME=VALUE                repeatable
-//   output: /dev/full              standard output goes to this file, and is compared no more
-//   status: 1                      0 unless given
-//   stdout: stderr: calls: saved:
-//                                  blocks: the key alone, then lines that begin with | (the rest and a line feed) or
-//                                  % (the same with the escapes \n \t \r \\ \xHH, and no line feed of its own)
-//   # comment
+//   machine: lab.json             the machine of the runs below, up to the next such line: a file of tests/machines,
+//   demo, machine: {"tasks": [          live, or the JSON itself, which goes on in lines that begin with a blank (the
+//   rest counts).
+//     {"handle": 16}]}            Before any, the machine is empty
+//   # where the group is unknown  the comment above a run is the NAME of its test; without one its arguments are
+//   1$ TZ=UTC task -n x >/dev/full
+//                                 one run: the status it ends with (0 unless given), a dollar, settings, the words as
+//                                 in a shell, and a file that takes standard output, which is compared no more
+//   |text                         a line of standard output
+//   !text                         a line of standard error
+//   *text                         a line of the whole call log: * is any characters of it, a line ... any lines
+//   &text                         text that the saved machine holds below the ones above it
+//   %|text                        any of these with the escapes \n \t \r \\ \xHH, and without a line feed of its own
 //
-// What is not given of stdout and stderr must be empty. `calls` is the whole call log: `*` stands for any characters of
-// a line, a line `...` for any lines. `saved` lists texts that the saved machine must hold in this order. The run has a
-// directory of its own, with the machine in it under its own name (a block: machine.json).
+// A run with a @ in it, or in its machine, is made once for each line that follows it in the form
+//
+//   @TEXT => 1!text               TEXT stands where each @ is; then the status unless 0, and the first line expected
+//
+// What is not given of standard output and error must be empty. Every run has a directory of its own, with the machine
+// in it under its own name (machine.json where it is given here).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <set>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "run_ventix.h"
 #include "shell_words.h"
@@ -34,12 +42,14 @@ namespace fs = std::filesystem;
 constexpr char machines_directory[] = VENTIX_SOURCE_DIR "/tests/machines/";
 constexpr char demo_machine[] = VENTIX_SOURCE_DIR "/machines/demo.json";
 
+// What a run has to come to, by the mark of its lines: | ! * &
+using expectations = std::map<char, std::string>;
+
 struct test_case {
-    int line = 0;  // of its title
-    std::string title;
-    std::map<std::string, std::string> fields;  // by key; blocks joined
-    std::vector<std::string> environment;
-    bool machine_is_block = false;
+    int line = 0;
+    std::string name, machine, command;
+    int status = 0;
+    expectations expected;
 };
 
 // ---- reading --------------------------------------------------------------------------------------------------------
@@ -55,12 +65,8 @@ std::vector<std::string> lines_of(const std::string &text) {
     return lines;
 }
 
-std::string trimmed(const std::string &text) {
-    const size_t begin = text.find_first_not_of(" \t");
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
-}
-
 std::string unescaped(const std::string &text, int line) {
+    constexpr std::string_view letters = "ntr\\", meanings = "\n\t\r\\";
     std::string result;
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] != '\\') {
@@ -68,77 +74,108 @@ std::string unescaped(const std::string &text, int line) {
             continue;
         }
         const char kind = ++i < text.size() ? text[i] : '\0';
-        switch (kind) {
-        case 'n': result += '\n'; break;
-        case 't': result += '\t'; break;
-        case 'r': result += '\r'; break;
-        case '\\': result += '\\'; break;
-        case 'x': {
-            const std::string digits = text.substr(i + 1, 2);
-            if (digits.size() < 2 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-                throw wrong(line, "two hexadecimal digits expected behind \\x");
-            result += static_cast<char>(std::stoi(digits, nullptr, 16));
-            i += 2;
-            break;
+        if (const size_t letter = letters.find(kind); letter != letters.npos) {
+            result += meanings[letter];
+            continue;
         }
-        default: throw wrong(line, "unknown escape");
-        }
+        const std::string digits = kind == 'x' ? text.substr(i + 1, 2) : "";
+        if (digits.size() < 2 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+            throw wrong(line, "unknown escape");
+        result += static_cast<char>(std::stoi(digits, nullptr, 16));
+        i += 2;
     }
     return result;
 }
 
-std::vector<test_case> read_cases(const std::string &text) {
-    static const std::vector<std::string> single = {"machine", "run", "output", "status"};
-    static const std::vector<std::string> blocks = {"machine", "stdout", "stderr", "calls", "saved"};
-    const auto among = [](const std::vector<std::string> &keys, const std::string &key) {
-        return std::find(keys.begin(), keys.end(), key) != keys.end();
-    };
-
-    std::vector<test_case> cases;
-    std::string *block = nullptr;  // the one that is being read
-    int number = 0;
-    for (const auto &line : lines_of(text)) {
-        ++number;
-        if (line.starts_with("=== ")) {
-            const std::string title = trimmed(line.substr(4));
-            for (const auto &other : cases) {
-                if (other.title == title) throw wrong(number, "the title stands twice");
-            }
-            cases.push_back({.line = number, .title = title, .fields = {}, .environment = {}});
-            block = nullptr;
-            continue;
-        }
-        if (line.starts_with('#') || trimmed(line).empty()) continue;
-        if (cases.empty()) throw wrong(number, "a case begins with === and its title");
-        if (line[0] == '|' || line[0] == '%') {
-            if (!block) throw wrong(number, "no block was begun");
-            *block += line[0] == '|' ? line.substr(1) + '\n' : unescaped(line.substr(1), number);
-            continue;
-        }
-        const size_t colon = line.find(':');
-        if (colon == std::string::npos) throw wrong(number, "KEY: VALUE expected");
-        test_case &test = cases.back();
-        const std::string key = line.substr(0, colon);
-        const std::string value = trimmed(line.substr(colon + 1));
-        block = nullptr;
-        if (key == "env") {
-            test.environment.push_back(value);
-            continue;
-        }
-        const bool is_block = value.empty() && among(blocks, key);
-        if (!is_block && !among(single, key)) throw wrong(number, "unknown key, or one that takes a block: " + key);
-        if (test.fields.contains(key)) throw wrong(number, "given twice: " + key);
-        test.fields[key] = value;
-        if (key == "run" && !shell_words(value)) throw wrong(number, "a quote or a backslash without its end");
-        if (!is_block) continue;
-        block = &test.fields[key];
-        if (key == "machine") test.machine_is_block = true;
-    }
-    for (const auto &test : cases) {
-        if (!test.fields.contains("run")) throw wrong(test.line, "the case has no run");
-    }
-    return cases;
+std::string filled(const std::string &text, const std::string &hole) {
+    std::string result;
+    for (const char c : text) result += c == '@' ? hole : std::string(1, c);
+    return result;
 }
+
+constexpr std::string_view marks = "|!*&";
+
+class case_reader {
+public:
+    std::vector<test_case> read(const std::string &text) {
+        for (const auto &line : lines_of(text)) {
+            ++number_;
+            take(line);
+        }
+        end_run();
+        return std::move(cases_);
+    }
+
+private:
+    void take(const std::string &line) {
+        const size_t digits = std::min(line.find_first_not_of("0123456789"), line.size());
+        const bool goes_on = std::exchange(in_machine_, false) && line.starts_with(' ');
+        if (goes_on) {
+            machine_ += line.substr(1) + '\n';
+            in_machine_ = true;
+        } else if (line.empty() || line[0] == '#') {
+            comment_ = line.size() > 2 ? line.substr(2) : "";
+        } else if (line.starts_with("machine: ")) {
+            end_run();
+            machine_ = line.substr(9) + '\n';
+            in_machine_ = true;
+        } else if (line.substr(digits, 1) == "$") {
+            end_run();
+            run_ = {number_, comment_, machine_, line.substr(digits + 1), digits == 0 ? 0 : std::stoi(line), {}};
+            comment_.clear();
+            if (!shell_words(run_.command)) throw wrong(number_, "a quote or a backslash without its end");
+            begun_ = true;
+            if (!has_hole()) cases_.push_back(run_);
+        } else if (line[0] == '@') {
+            take_row(line);
+        } else if (!take_expectation(line)) {
+            throw wrong(number_, "neither a machine nor a run nor what comes of one");
+        }
+    }
+
+    void take_row(const std::string &line) {
+        const size_t arrow = line.rfind(" =>");
+        if (!begun_ || !has_hole()) throw wrong(number_, "no run with a @ above");
+        if (arrow == line.npos) throw wrong(number_, "@TEXT => EXPECTED");
+        const std::string hole = line.substr(1, arrow - 1);
+        std::string rest = line.substr(std::min(line.size(), arrow + 4));
+        const std::string name = run_.name.empty() ? hole : run_.name + ": " + hole;
+        cases_.push_back({number_,
+                          comment_.empty() ? name : comment_,
+                          filled(run_.machine, hole),
+                          filled(run_.command, hole),
+                          0,
+                          {}});
+        comment_.clear();
+        rows_ = true;
+        const size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+        if (digits > 0) cases_.back().status = std::stoi(rest);
+        rest.erase(0, digits);
+        if (!rest.empty() && !take_expectation(rest)) throw wrong(number_, "unknown mark of what is expected");
+    }
+
+    bool take_expectation(const std::string &line) {
+        const bool escaped = line[0] == '%';
+        const char mark = escaped ? line.substr(1, 1)[0] : line[0];
+        if (marks.find(mark) == marks.npos || mark == '\0') return false;
+        if (!begun_ || (has_hole() && !rows_)) throw wrong(number_, "no run above");
+        cases_.back().expected[mark] += escaped ? unescaped(line.substr(2), number_) : line.substr(1) + '\n';
+        return true;
+    }
+
+    bool has_hole() const { return (run_.command + run_.machine).find('@') != std::string::npos; }
+
+    void end_run() {
+        if (begun_ && has_hole() && !rows_) throw wrong(run_.line, "no line fills the @");
+        begun_ = rows_ = false;
+    }
+
+    std::vector<test_case> cases_;
+    std::string machine_ = "empty.json\n", comment_;
+    test_case run_;  // the last one, before its holes are filled
+    bool begun_ = false, rows_ = false, in_machine_ = false;
+    int number_ = 0;
+};
 
 // ---- comparing ------------------------------------------------------------------------------------------------------
 
@@ -193,48 +230,55 @@ void expect_calls(const std::string &expected, const std::string &actual) {
 
 void expect_saved(const std::string &expected, const std::string &saved) {
     size_t at = 0;
-    for (const auto &line : lines_of(expected)) {
-        const std::string text = trimmed(line);
+    for (const auto &text : lines_of(expected)) {
         at = saved.find(text, at);
-        ASSERT_NE(at, saved.npos) << "not in the saved machine, behind the texts above it: " << text << '\n' << saved;
+        ASSERT_NE(at, saved.npos) << "not in the saved machine, below the texts above it: " << text << '\n' << saved;
         at += text.size();
     }
 }
 
 // ---- running --------------------------------------------------------------------------------------------------------
 
-// Puts the machine into the directory of the run. Gives its name there.
-std::string place_machine(const test_case &test, const scratch_directory &directory) {
-    const auto field = test.fields.find("machine");
-    if (test.machine_is_block) return directory.write("machine.json", field->second), "machine.json";
-    const std::string name = field == test.fields.end() ? "empty.json" : field->second;
+// Puts the machine into the directory of the run. Returns its name there.
+std::string place_machine(const std::string &machine, const scratch_directory &directory) {
+    const std::string name = machine.substr(0, machine.size() - 1);
+    if (name == "live") return name;
+    if (!name.ends_with(".json") && name != "demo") return directory.write("machine.json", machine), "machine.json";
     const fs::path source = name == "demo" ? fs::path(demo_machine) : fs::path(machines_directory + name);
     fs::copy_file(source, directory.file(source.filename()));
     return source.filename();
 }
 
 void run_case(const test_case &test) {
-    const auto field = [&test](const char *key) -> std::string {
-        const auto found = test.fields.find(key);
-        return found == test.fields.end() ? "" : found->second;
+    const auto expected = [&test](char mark) {
+        const auto found = test.expected.find(mark);
+        return found == test.expected.end() ? "" : found->second;
+    };
+    const auto is_setting = [](const std::string &word) {
+        return word.find('=') != word.npos && word.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ_") == word.find('=');
     };
     const scratch_directory directory;
     ventix_run run;
-    run.arguments = shell_words(field("run")).value();
-    run.environment = test.environment;
-    run.machine = place_machine(test, directory);
+    run.arguments = shell_words(test.command).value();
+    while (!run.arguments.empty() && is_setting(run.arguments.front())) {
+        run.environment.push_back(run.arguments.front());
+        run.arguments.erase(run.arguments.begin());
+    }
+    if (!run.arguments.empty() && run.arguments.back().starts_with(">/")) {
+        run.output_file = run.arguments.back().substr(1);
+        run.arguments.pop_back();
+    }
+    run.machine = place_machine(test.machine, directory);
     run.directory = directory.path();
-    run.output_file = field("output");
-    if (test.fields.contains("calls")) run.environment.push_back("VENTIX_CALL_LOG=calls.log");
-    if (test.fields.contains("saved")) run.environment.push_back("VENTIX_MACHINE_SAVE=saved.json");
+    if (test.expected.contains('*')) run.environment.push_back("VENTIX_CALL_LOG=calls.log");
+    if (test.expected.contains('&')) run.environment.push_back("VENTIX_MACHINE_SAVE=saved.json");
 
     const ventix_result result = run_ventix(run);
-    const int status = test.fields.contains("status") ? std::stoi(field("status")) : 0;
-    EXPECT_EQ(result.status, status);
-    if (!test.fields.contains("output")) expect_text("standard output", field("stdout"), result.output);
-    expect_text("standard error", field("stderr"), result.diagnostics);
-    if (test.fields.contains("calls")) expect_calls(field("calls"), read_file(directory.file("calls.log")));
-    if (test.fields.contains("saved")) expect_saved(field("saved"), read_file(directory.file("saved.json")));
+    EXPECT_EQ(result.status, test.status);
+    if (run.output_file.empty()) expect_text("standard output", expected('|'), result.output);
+    expect_text("standard error", expected('!'), result.diagnostics);
+    if (test.expected.contains('*')) expect_calls(expected('*'), read_file(directory.file("calls.log")));
+    if (test.expected.contains('&')) expect_saved(expected('&'), read_file(directory.file("saved.json")));
 }
 
 // ---- making the tests -----------------------------------------------------------------------------------------------
@@ -255,10 +299,13 @@ void add_test(const std::string &name, const std::string &file, int line, std::f
 
 void add_file(const fs::path &path) {
     const std::string command = path.stem(), file = "tests/cases/" + path.filename().string();
+    std::set<std::string> names;
     try {
-        for (const auto &test : read_cases(read_file(path))) {
-            add_test(command + '/' + test.title, file, test.line, [test, file] {
-                const testing::ScopedTrace trace(file.c_str(), test.line, test.fields.at("run"));
+        for (const auto &test : case_reader().read(read_file(path))) {
+            std::string name = test.name.empty() ? test.command.substr(test.command.starts_with(' ')) : test.name;
+            if (!names.insert(name).second) name += " (line " + std::to_string(test.line) + ')';
+            add_test(command + '/' + name, file, test.line, [test, file] {
+                const testing::ScopedTrace trace(file.c_str(), test.line, '$' + test.command + "\non " + test.machine);
                 run_case(test);
             });
         }
@@ -302,21 +349,21 @@ TEST(CaseFiles, CallLogsArePatterns) {
         EXPECT_EQ(log_matches(patterns, log), match) << testing::PrintToString(patterns);
 }
 
-TEST(CaseFiles, SlipsAreFoundWhereTheyStand) {
+TEST(CaseFiles, SlipsAreFoundInTheirLine) {
     const std::pair<const char *, const char *> rows[] = {
-        {"run: x\n", "line 1: a case begins with === and its title"},
-        {"=== a\nstatus: 1\n", "line 1: the case has no run"},
-        {"=== a\nrun: x\n=== a\nrun: x\n", "line 3: the title stands twice"},
-        {"=== a\nrun: x\n\n|text\n", "line 4: no block was begun"},
-        {"=== a\nrun: 'x\n", "line 2: a quote or a backslash without its end"},
-        {"=== a\nrun: x\\\n", "line 2: a quote or a backslash without its end"},
-        {"=== a\nrun: x\nstdout: text\n", "line 3: unknown key, or one that takes a block: stdout"},
-        {"=== a\nrun: x\nstderr:\n|y\nstderr:\n", "line 5: given twice: stderr"},
-        {"=== a\nrun: x\nstdout:\n%\\q\n", "line 4: unknown escape"},
+        {"run: x\n", "line 1: neither a machine nor a run nor what comes of one"},
+        {"\n|text\n", "line 2: no run above"},
+        {"$ 'x\n", "line 1: a quote or a backslash without its end"},
+        {"$ x\\\n", "line 1: a quote or a backslash without its end"},
+        {"$ x\n%|\\q\n", "line 2: unknown escape"},
+        {"$ @\n$ x\n", "line 1: no line fills the @"},
+        {"$ x\n@a => 1\n", "line 2: no run with a @ above"},
+        {"$ @\n@a\n", "line 2: @TEXT => EXPECTED"},
+        {"machine: {\n  }\n|x\n", "line 3: no run above"},
     };
     for (const auto &[text, message] : rows) {
         try {
-            read_cases(text);
+            case_reader().read(text);
             ADD_FAILURE() << "accepted: " << text;
         } catch (const std::exception &error) {
             EXPECT_STREQ(error.what(), message);
