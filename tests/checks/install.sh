@@ -1,0 +1,57 @@
+#!/bin/sh
+# tests/checks/install.sh - installs below a staging directory, as packagers do, and uses what is there from outside the
+# source: the program, its links, the libraries through CMake and pkg-config, each public header on its own.
+set -eu
+cd "$(dirname "$0")/../.."
+here=$PWD
+stage=$(mktemp -d)
+trap 'rm -rf "$stage"' EXIT
+fail() { printf '%s\n' "$*"; exit 1; }
+
+DESTDIR=$stage ./dev install /opt/ventix
+[ "$(ls "$stage")" = opt ] && [ "$(ls "$stage/opt")" = ventix ] || fail "something was installed outside the prefix"
+root=$stage/opt/ventix
+[ "$(cd "$root/lib/ventix/bin" && ls)" = "$("$root/bin/ventix" --list)" ] || fail "the links are not the commands"
+VENTIX_MACHINE=$root/share/ventix/machines/demo.json "$root/lib/ventix/bin/task" -n >/dev/null
+for page in ventix $("$root/bin/ventix" --list | sed 's/^/ventix-/'); do
+    [ -s "$root/share/man/man1/$page.1.gz" ] || fail "$page has no manual page"
+done
+if grep -rlF "$here" "$root"; then fail "these name the build's own directory"; fi
+if ./dev install /proc/ventix 2>"$stage/said"; then fail "/proc was installed to"; fi
+[ "$(wc -l <"$stage/said")" -eq 1 ] || fail "not one line for a prefix that cannot be written: $(cat "$stage/said")"
+
+mkdir "$stage/user"
+cd "$stage/user"
+cat >user.cpp <<'CODE'
+#include <cstdio>
+
+#include "colp/colp.h"
+#include "platform/registry.h"
+
+int main() {
+    uint64_t value = 0;
+    const bool done = RegGetKeyInt(GetRegDev(), "config/boot/timeout", &value);
+    colp_table *table = colp_new();
+    colp_delete(table);
+    std::printf("%d %d\n", done, static_cast<int>(value));
+}
+CODE
+cat >CMakeLists.txt <<'CODE'
+cmake_minimum_required(VERSION 3.25)
+project(user LANGUAGES CXX)
+find_package(ventix 0.3 REQUIRED)
+add_executable(user user.cpp)
+target_link_libraries(user ventix::client ventix::hosted)
+CODE
+cmake -B build -DCMAKE_PREFIX_PATH="$root" >/dev/null
+cmake --build build >/dev/null
+flags=$(PKG_CONFIG_PATH=$root/lib/pkgconfig pkg-config --cflags --libs ventix ventix-hosted)
+# shellcheck disable=SC2086  # a list of words
+"${CXX:-g++}" -std=c++20 user.cpp $flags -o user
+for built in build/user ./user; do
+    said=$(VENTIX_MACHINE=$root/share/ventix/machines/demo.json $built)
+    [ "$said" = '1 5' ] || fail "$built read '$said' from the registry"
+done
+find "$root/include/ventix" -name '*.h' | while read -r header; do
+    "${CXX:-g++}" -std=c++20 -fsyntax-only -I"$root/include/ventix" -include "$header" -x c++ /dev/null
+done
