@@ -16,6 +16,6 @@ for command in $commands; do
     cases=tests/cases/$command.case
     [ -f "src/commands/$command.cpp" ] || say "src/commands/$command.cpp is missing"
     grep -q "^|Usage: $command" "$cases" || say "$cases does not show the help"
-    grep -q '^status: 100$' "$cases" || say "$cases tries no unknown switch"
+    grep -Eq '^(100\$|@.* => 100)' "$cases" || say "$cases tries no unknown switch"
 done
 exit $missing
