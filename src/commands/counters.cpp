@@ -65,7 +65,8 @@ int show_unit(device_record *device, uint32_t unit, uint64_t reply_port, const o
     request->payload = reinterpret_cast<uint64_t>(records);
     request->transfer.buffer_size = size;
     if (SyncIO(request) != IO_SUCCESS) return fail("failed to get counters");
-    sb_counters_print(records, std::min(request->transfer.returned_size, size), opts.hexadecimal);
+    const uint64_t returned = request->transfer.returned_size;  // read once: the server can write to it
+    sb_counters_print(records, std::min(returned, size), opts.hexadecimal);
     return SB_DONE;
 }
 

@@ -182,7 +182,9 @@ int show_slice(log_read_request &request, const options &opts) {
     request.buffer = reinterpret_cast<uint64_t>(buffer);
     if (!perform(request, LOGCMD_READ, opts)) return SB_SETUP;
 
-    const uint32_t delivered = std::min(request.count, size);
+    const uint32_t count = request.count;  // read once: the server can write to it
+    const uint32_t delivered = std::min(count, size);
+    // The text is printed in place, without a copy: the server is trusted not to take this NUL away meanwhile.
     buffer[delivered] = '\0';
     sb_readlog_display(buffer, delivered, opts.half_lines);
     return SB_DONE;

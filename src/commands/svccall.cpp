@@ -219,7 +219,9 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
                          sb_service_namelen(item.name, sizeof item.name), item.name);
             return false;
         }
-        good = put_argument(taken, item, value, call->args[i].value);
+        uint64_t word = 0;  // not in the request, where the server could turn it into another address
+        good = put_argument(taken, item, value, word);
+        call->args[i].value = word;
     }
     call->pool_cursor = taken.cursor;
     call->pool_left = taken.left;

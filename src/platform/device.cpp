@@ -1,25 +1,29 @@
-// device.cpp - the client side of the device protocol.
+// platform/device.cpp - the client side of the device protocol.
 #include "platform/device.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <optional>
+#include <utility>
 
+#include "platform/kept.h"
 #include "platform/protocol/registry.h"
+#include "platform/shared_request.h"
 #include "platform/uninterrupted.h"
 
 namespace {
 
-// More classes than any device has: one that never ends its list is not asked for ever.
+// More classes than any device has. Bounds the questions to a device that never ends its list.
 constexpr uint64_t MAX_DEVICE_CLASSES = 0x10000;
 
-constexpr int64_t DRAIN_TIMEOUT = 1;                // milliseconds, for each reply that may still be under way
+constexpr int64_t DRAIN_TIMEOUT = 1;                // milliseconds, for each message that may still arrive
 constexpr int64_t LONGEST_ABORT_SEND = 0x7FFFFFFF;  // milliseconds
 
 bool is_port(uint64_t port) { return port != 0 && port != NO_OBJECT; }
 
-// The record at an address that a server gave, or null.
+// The record at an address from a message of the server; null for 0 and for a misaligned address. Trusted: no call says
+// whether a server's memory lies there.
 template <class T> T *record_at(uint64_t address) {
     return address % alignof(T) == 0 ? reinterpret_cast<T *>(address) : nullptr;
 }
@@ -46,7 +50,7 @@ bool receive_code(uint64_t port, uint32_t code, kernel_message &message) {
     return true;
 }
 
-// A port of the library's own, and the handle to it that servers are given.
+// A port of the library's own, and the handle to it that servers receive.
 struct own_port {
     uint64_t port;
     uint64_t handle;
@@ -63,33 +67,39 @@ bool make_port(uint64_t rights, own_port &made) {
 
 // ---- opening --------------------------------------------------------------------------------------------------------
 
-// The answer to an open, given on the reply port; null for a refusal.
-device_record *await_opened(uint64_t reply) {
+// Waits on the reply port for the answer to an open; null for a refusal.
+device_record *await_opened(uint64_t reply, kept_pointer entry) {
     kernel_message message{};
     if (!receive_code(reply, DEVMSG_OPENED, message)) return nullptr;
     auto *device = record_at<device_record>(message.word2);
-    if (device == nullptr || device->accepted != 0) return device;
-    CloseDevice(device);
-    return nullptr;
-}
-
-// Opens the device behind a port.
-//   sent_for_sure  a failed send fails the open; else it is awaited all the same
-device_record *open_on(uint64_t port, uint64_t reply, bool sent_for_sure) {
-    if (!is_port(port)) return nullptr;
-    uint64_t task = _SL_GetState(KSTATE_CURRENT_TASK);
-    const bool fresh = _SL_GetState(KSTATE_HANDLE_MANAGER) != 0;
-    if (fresh) task = _SL_CreateHandle(0, task, RIGHTS_OPEN);
-    if (task == NO_OBJECT) return nullptr;
-
-    const bool sent = send(port, reply, DEVMSG_OPEN, task) == RESULT_SUCCESS;
-    device_record *device = sent || !sent_for_sure ? await_opened(reply) : nullptr;
-    if (device == nullptr && fresh) _SL_DeleteObject(task, DELETE_HANDLE);  // an open device keeps it
+    if (device == nullptr) return nullptr;
+    if (device->accepted == 0) {
+        CloseDevice(device);
+        return nullptr;
+    }
+    entry->device = read_device(device);
+    keep(std::move(entry));
     return device;
 }
 
-// Reads the integer key that holds a device's port, with a request of its own: the registry client's shared one belongs
-// to the record that GetRegDev keeps.
+// Opens the device that a port leads to.
+//   must_send  fail where the send fails; else wait for the answer all the same
+device_record *open_on(uint64_t port, uint64_t reply, bool must_send) {
+    kept_pointer entry = make_entry();
+    if (!is_port(port) || entry == nullptr) return nullptr;
+    uint64_t task = _SL_GetState(KSTATE_CURRENT_TASK);
+    const bool fresh = _SL_GetState(KSTATE_HANDLE_MANAGER) != 0;
+    if (fresh) task = _SL_CreateHandle(0, task, RIGHTS_OPEN);
+
+    const bool sent = send(port, reply, DEVMSG_OPEN, task) == RESULT_SUCCESS;
+    device_record *device = sent || !must_send ? await_opened(reply, std::move(entry)) : nullptr;
+    // An open device owns the handle.
+    if (device == nullptr && fresh && task != NO_OBJECT) _SL_DeleteObject(task, DELETE_HANDLE);
+    return device;
+}
+
+// Reads the integer key that holds a device's port. Uses a request of its own: the registry client's shared one belongs
+// to the record that GetRegDev opened.
 bool read_device_key(device_record *registry, const char *name, uint64_t reply, uint64_t &value) {
     constexpr size_t prefix = sizeof DEVICE_DIRECTORY - 1;
     constexpr uint64_t path_offset = IOREQ_INLINE + sizeof(reg_int_block);
@@ -115,11 +125,11 @@ bool read_device_key(device_record *registry, const char *name, uint64_t reply, 
     return answered;
 }
 
-// A device's port by its name; replies come on the port given.
+// Finds a device's port by its name. Replies arrive on the port given.
 uint64_t find_port(const char *name, uint64_t reply) {
     const uint64_t registry_port = _SL_GetState(KSTATE_REGISTRY_PORT);
     if (std::strcmp(name, REGISTRY_DEVICE) == 0) return registry_port;
-    // Kept as it is: nobody looks whether this open was sent, so one that was not is awaited for ever.
+    // Deliberate: the send's result is not examined, so an open that was not sent is awaited for ever.
     device_record *registry = open_on(registry_port, reply, false);
     if (registry == nullptr) return NO_OBJECT;
     uint64_t port = NO_OBJECT;
@@ -130,31 +140,29 @@ uint64_t find_port(const char *name, uint64_t reply) {
 
 // ---- requests -------------------------------------------------------------------------------------------------------
 
-device_record *device_of(const IOreq *request) { return reinterpret_cast<device_record *>(request->device); }
-
 uint64_t take_semaphore(uint64_t semaphore) {
     return uninterrupted([=] { return _SL_WaitSemaphore(semaphore, 1, WAIT_FOREVER); });
 }
 
-void give_semaphore(uint64_t semaphore) {
-    // Nothing is left to do for a semaphore that cannot be released.
+void release_semaphore(uint64_t semaphore) {
+    // Nothing can be done about a semaphore that cannot be released.
     static_cast<void>(uninterrupted([=] { return _SL_SignalSemaphore(semaphore, 1); }));
 }
 
-// Asks the server to make or delete a request and waits for its reply.
+// Asks the server to create or delete a request and waits for its reply.
 //   message  out: the reply
-//   returns  false where there is none; nothing is awaited where nothing could be sent
-bool exchange(const device_record *device, uint32_t code, uint64_t word2, uint32_t reply_code,
-              kernel_message &message) {
-    return send(device->server_port, address_of(device), code, word2) == RESULT_SUCCESS &&
-           receive_code(device->private_port, reply_code, message);
+//   returns  false where there is none; does not wait where the message could not be sent
+bool exchange(const kept_device &device, uint32_t code, uint64_t word2, uint32_t reply_code, kernel_message &message) {
+    return send(device.server_port, address_of(device.record), code, word2) == RESULT_SUCCESS &&
+           receive_code(device.private_port, reply_code, message);
 }
 
-uint64_t send_about(const IOreq *request, uint32_t code, int64_t timeout = WAIT_FOREVER) {
-    return send(device_of(request)->server_port, request->reply_port, code, request->id, timeout);
+int send_about(const IOreq *request, uint32_t code, int64_t timeout = WAIT_FOREVER) {
+    const uint64_t sent = send(kept(request).server_port, request->reply_port, code, request->id, timeout);
+    return sent == RESULT_SUCCESS ? IO_SUCCESS : IO_UNAVAILABLE;
 }
 
-// What a completion means; nothing for any other code.
+// The result that a completion's code means; nothing for any other code.
 std::optional<int> completion(const kernel_message &message) {
     switch (code_of(message)) {
     case IOMSG_DONE: return IO_SUCCESS;
@@ -169,9 +177,9 @@ int local_failure(IOreq *request, int result) {
     return result;
 }
 
-// Waits until the server has let go of a request whose abort was sent. The completion and the acknowledgement come in
-// either order where the request was done before the server saw the abort; else it is aborted.
-//   returns  true where it turned out to have completed
+// Waits until the server has released a request whose abort was sent. A request that was done before the server saw the
+// abort gets both a completion and an acknowledgement, in either order; any other is aborted.
+//   returns  true where it completed
 bool await_abort(uint64_t port) {
     bool done = false;
     bool acknowledged = false;
@@ -182,13 +190,13 @@ bool await_abort(uint64_t port) {
         case IOMSG_DONE: done = true; break;
         case IOMSG_ABORT_ACKNOWLEDGED: acknowledged = true; break;
         case IOMSG_ABORTED: return false;
-        default: break;  // kept as it is: an error completion is no end, so the wait goes on, for ever if need be
+        default: break;  // Deliberate: an error completion does not end the wait
         }
     }
     return true;
 }
 
-// Takes what may still arrive off a port, so that the next request does not see it.
+// Discards what may still arrive on a port, so that the next request does not see it.
 void drain(uint64_t port) {
     kernel_message message{};
     while (receive(port, message, DRAIN_TIMEOUT) == RESULT_SUCCESS) {
@@ -205,7 +213,7 @@ bool is_query(uint32_t code) {
     }
 }
 
-// One query with its reply port made.
+// One query on a reply port.
 int query(device_record *registry, uint64_t reply, const char *name, uint32_t code, uint64_t parameter,
           uint64_t *result) {
     uint64_t port = NO_OBJECT;
@@ -276,12 +284,18 @@ device_record *OpenDeviceFromMsgPort(uint64_t port) {
 }
 
 int64_t CloseDevice(device_record *device) {
-    if (device == nullptr || _SL_GetAddressMemo(0, address_of(device), ADDRESS_MEMO_ANY) == NO_OBJECT) return 0;
+    if (device == nullptr) return 0;
+    if (_SL_GetAddressMemo(0, address_of(device), ADDRESS_MEMO_ANY) == NO_OBJECT) {
+        forget(device);
+        return 0;
+    }
     own_port reply{};
     if (!make_port(RIGHTS_QUERY_REPLY, reply)) return -1;
+    const uint64_t server_port = kept(device).server_port;
+    forget(device);
     kernel_message message{};
-    if (send(device->server_port, 0, DEVMSG_CLOSE, reply.handle) == RESULT_SUCCESS) {
-        receive_code(reply.handle, DEVMSG_CLOSED, message);  // a failed wait changes nothing: the server has it
+    if (send(server_port, 0, DEVMSG_CLOSE, reply.handle) == RESULT_SUCCESS) {
+        receive_code(reply.handle, DEVMSG_CLOSED, message);  // a failed wait changes nothing: the close was sent
     }
     DeleteMsgPort(reply.port);
     return 0;
@@ -290,15 +304,20 @@ int64_t CloseDevice(device_record *device) {
 // ---- I/O requests ---------------------------------------------------------------------------------------------------
 
 IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t size, uint64_t reply_port) {
-    const uint64_t semaphore = device->semaphore;  // read once: what is taken is what is released
-    if (take_semaphore(semaphore) != RESULT_SUCCESS) return nullptr;
+    kept_pointer entry = make_entry();
+    if (entry == nullptr) return nullptr;
+    entry->device = kept(device);
+    const kept_device &on = entry->device;
+    if (take_semaphore(on.semaphore) != RESULT_SUCCESS) return nullptr;
     kernel_message message{};
-    const bool answered = exchange(device, DEVMSG_CREATE_REQUEST, size, DEVMSG_REQUEST_CREATED, message);
-    // An answer that comes after all names a request of this size: the next creation must not take it for its own.
-    if (!answered) drain(device->private_port);
-    give_semaphore(semaphore);
+    const bool answered = exchange(on, DEVMSG_CREATE_REQUEST, size, DEVMSG_REQUEST_CREATED, message);
+    // An answer that arrives later names a request of this size: the next creation must not take it for its own.
+    if (!answered) drain(on.private_port);
+    release_semaphore(on.semaphore);
     auto *request = answered ? record_at<IOreq>(message.word2) : nullptr;
     if (request == nullptr) return nullptr;
+    entry->request = request;
+    keep(std::move(entry));
 
     request->unit = unit;
     request->status = IOREQ_STATUS_NEW;
@@ -311,27 +330,30 @@ IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t
 }
 
 int DeleteIOreq(IOreq *request) {
-    const device_record *device = device_of(request);
-    const uint64_t semaphore = device->semaphore;
-    if (take_semaphore(semaphore) != RESULT_SUCCESS) return IO_UNAVAILABLE;
+    const kept_device device = kept(request);
+    if (take_semaphore(device.semaphore) != RESULT_SUCCESS) return IO_UNAVAILABLE;
+    take(request);
     kernel_message message{};
-    exchange(device, DEVMSG_DELETE_REQUEST, request->id, DEVMSG_REQUEST_DELETED, message);  // done or lost: the same
-    give_semaphore(semaphore);
+    // Whether the reply arrives makes no difference.
+    exchange(device, DEVMSG_DELETE_REQUEST, request->id, DEVMSG_REQUEST_DELETED, message);
+    release_semaphore(device.semaphore);
     return IO_SUCCESS;
 }
 
 int DeleteIOreqAsync(IOreq *request) {
-    const uint64_t result = send(device_of(request)->server_port, 0, DEVMSG_DELETE_REQUEST_ASYNC, request->id);
-    return result == RESULT_SUCCESS ? IO_SUCCESS : IO_UNAVAILABLE;
+    const uint64_t server_port = kept(request).server_port;
+    kept_pointer entry = take(request);
+    if (send(server_port, 0, DEVMSG_DELETE_REQUEST_ASYNC, request->id) == RESULT_SUCCESS) return IO_SUCCESS;
+    if (entry != nullptr) keep(std::move(entry));
+    return IO_UNAVAILABLE;
 }
 
-int BeginIO(IOreq *request) { return send_about(request, IOMSG_BEGIN) == RESULT_SUCCESS ? IO_SUCCESS : IO_UNAVAILABLE; }
+int BeginIO(IOreq *request) { return send_about(request, IOMSG_BEGIN); }
 
-int AbortIO(IOreq *request) { return send_about(request, IOMSG_ABORT) == RESULT_SUCCESS ? IO_SUCCESS : IO_UNAVAILABLE; }
+int AbortIO(IOreq *request) { return send_about(request, IOMSG_ABORT); }
 
 int AbortIOEx(IOreq *request, int64_t timeout) {
-    const int64_t clamped = std::clamp<int64_t>(timeout, 0, LONGEST_ABORT_SEND);
-    return send_about(request, IOMSG_ABORT, clamped) == RESULT_SUCCESS ? IO_SUCCESS : IO_UNAVAILABLE;
+    return send_about(request, IOMSG_ABORT, std::clamp<int64_t>(timeout, 0, LONGEST_ABORT_SEND));
 }
 
 int WaitIO(IOreq *request, int64_t timeout) {
@@ -343,9 +365,11 @@ int WaitIO(IOreq *request, int64_t timeout) {
     }
 }
 
-int SyncIO(IOreq *request) {
-    if (BeginIO(request) != IO_SUCCESS) return local_failure(request, IO_UNAVAILABLE);
-    const uint64_t port = request->reply_port;
+int sync_io(uint64_t server_port, IOreq *request) {
+    if (send(server_port, request->reply_port, IOMSG_BEGIN, request->id) != RESULT_SUCCESS) {
+        return local_failure(request, IO_UNAVAILABLE);
+    }
+    const uint64_t port = request->reply_port;  // once: where it names no port of ours, the first receive fails
     while (true) {
         kernel_message message{};
         if (receive(port, message) != RESULT_SUCCESS) return local_failure(request, IO_NO_REPLY);
@@ -353,10 +377,12 @@ int SyncIO(IOreq *request) {
     }
 }
 
+int SyncIO(IOreq *request) { return sync_io(kept(request).server_port, request); }
+
 int SyncIOEx(IOreq *request, int64_t timeout, bool abort_on_timeout, bool restart) {
-    // With restart an interruption never shows; without it, it ends the wait as an expired time-out does.
+    // With restart an interrupted call is repeated; without it, it ends the wait as an expired time-out does.
     const auto restarted = [restart](auto call) { return restart ? uninterrupted(call) : call(); };
-    const uint64_t server = device_of(request)->server_port;
+    const uint64_t server = kept(request).server_port;
     const uint64_t port = request->reply_port;
     const uint64_t id = request->id;
 
@@ -375,7 +401,7 @@ int SyncIOEx(IOreq *request, int64_t timeout, bool abort_on_timeout, bool restar
     const bool completed = await_abort(port);
     drain(port);
     if (completed) return IO_SUCCESS;
-    return result == RESULT_INTERRUPTED ? IO_INTERRUPTED : IO_TIME_EXPIRED;
+    return local_failure(request, result == RESULT_INTERRUPTED ? IO_INTERRUPTED : IO_TIME_EXPIRED);
 }
 
 // ---- queries --------------------------------------------------------------------------------------------------------

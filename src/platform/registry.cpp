@@ -1,7 +1,6 @@
-// registry.cpp - the registry client: one argument block and one request per call.
+// platform/registry.cpp - the registry client: one argument block and one request per call.
 #include "platform/registry.h"
 
-#include <atomic>
 #include <cstring>
 
 #include "platform/shared_request.h"
@@ -9,9 +8,9 @@
 namespace {
 
 // Does one operation on the shared request, under its lock.
-//   room     bytes of the buffer that it needs; nothing is sent where there are fewer
+//   room     bytes of the buffer that it needs; fails without a request where there are fewer
 //   fill     writes the argument block
-//   collect  reads the outputs of a request that succeeded; false where they cannot be right
+//   collect  copies the outputs of a request that succeeded; false where they cannot be right
 template <class Fill, class Collect>
 bool operate(const device_record *registry, uint32_t command, uint64_t room, Fill fill, Collect collect) {
     shared_request shared{};
@@ -27,14 +26,14 @@ bool operate(const device_record *registry, uint32_t command, uint64_t room, Fil
 
 bool nothing(const shared_request &) { return true; }
 
-// Writes a path, its NUL included, behind a block that points at it.
+// Writes a block that points at a path, then the path with its NUL.
 template <class Block> void put_with_path(const shared_request &shared, Block block, const char *path, size_t size) {
     block.path = address_in(shared, sizeof block);
     put(shared, 0, block);
     std::memcpy(shared.buffer + sizeof block, path, size);
 }
 
-// What a failed begin or step leaves: the record stands on no entry.
+// Marks a record whose begin or step failed: it is on no entry.
 void mark_failed(RegIterator *record) { std::memcpy(record, &REG_ITERATOR_FAILED, sizeof REG_ITERATOR_FAILED); }
 
 bool step(const device_record *registry, uint32_t command, RegIterator *record) {
@@ -54,15 +53,7 @@ bool step(const device_record *registry, uint32_t command, RegIterator *record) 
 
 device_record *g_registry_device = nullptr;
 
-device_record *GetRegDev() {
-    const std::atomic_ref kept(g_registry_device);
-    if (device_record *open = kept.load(std::memory_order_acquire)) return open;
-    device_record *opened = OpenDevice(REGISTRY_DEVICE);
-    device_record *first = nullptr;
-    if (opened == nullptr || kept.compare_exchange_strong(first, opened, std::memory_order_acq_rel)) return opened;
-    CloseDevice(opened);  // another thread was faster
-    return first;
-}
+device_record *GetRegDev() { return open_once(g_registry_device, REGISTRY_DEVICE); }
 
 bool RegCaps(device_record *registry, uint32_t *max_name, uint32_t *max_binary, uint32_t *max_depth) {
     return operate(
@@ -119,15 +110,15 @@ bool RegGetKeyBin(device_record *registry, const char *key, void *buffer, uint32
 }
 
 uint64_t RegBinaryRoom(device_record *registry, const char *key) {
-    const size_t used = sizeof(reg_bin_block) + std::strlen(key) + 1;
     shared_request shared{};
-    return find_shared_request(registry, shared) && shared.size > used ? shared.size - used : 0;
+    const uint64_t used = sizeof(reg_bin_block) + std::strlen(key) + 1;
+    return find_shared_request(registry, shared) && used < shared.size ? shared.size - used : 0;
 }
 
 bool RegSetKeyBin(device_record *registry, const char *key, const void *data, uint64_t length) {
     const size_t size = std::strlen(key) + 1;
     const size_t at = sizeof(reg_bin_block) + size;         // offset of the data
-    const uint64_t copied = static_cast<uint32_t>(length);  // kept as it is: only the low half counts for the room
+    const uint64_t copied = static_cast<uint32_t>(length);  // Deliberate: the low half alone
     return operate(
         registry, REGCMD_SET_BIN, at + copied,
         [=](const shared_request &shared) {

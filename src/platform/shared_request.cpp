@@ -1,19 +1,21 @@
-// shared_request.cpp - locking and running the request that all callers of a device share.
+// platform/shared_request.cpp - locking and running the request that all callers of a device share.
 #include "platform/shared_request.h"
+
+#include <atomic>
 
 #include "platform/device.h"
 #include "platform/uninterrupted.h"
 
-bool find_shared_request(const device_record *device, shared_request &shared) {
-    const uint64_t address = device != nullptr ? device->context : 0;
-    if (address == 0 || address % alignof(client_context) != 0) return false;
-    const client_context context = *reinterpret_cast<const client_context *>(address);
-    if (context.request == 0 || context.request % alignof(IOreq) != 0) return false;
-    shared.lock = context.lock;
-    shared.request = reinterpret_cast<IOreq *>(context.request);
-    shared.buffer = reinterpret_cast<std::byte *>(context.buffer);
-    shared.size = context.buffer != 0 ? context.buffer_size : 0;
-    return true;
+device_record *open_once(device_record *&variable, const char *name) {
+    const std::atomic_ref shown(variable);
+    if (device_record *open = shown.load(std::memory_order_acquire)) return open;
+    device_record *opened = OpenDevice(name);
+    shared_request unused{};
+    find_shared_request(opened, unused);  // read at the open, while nothing else was asked of the server
+    device_record *winner = nullptr;
+    if (opened == nullptr || shown.compare_exchange_strong(winner, opened, std::memory_order_acq_rel)) return opened;
+    CloseDevice(opened);
+    return winner;
 }
 
 bool lock_shared_request(const shared_request &shared) {
@@ -31,5 +33,5 @@ void unlock_shared_request(const shared_request &shared) {
 
 int run_shared_request(const shared_request &shared, uint32_t command) {
     shared.request->command = command;
-    return SyncIO(shared.request);
+    return sync_io(shared.server_port, shared.request);
 }

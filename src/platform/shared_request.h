@@ -1,39 +1,36 @@
-// platform/shared_request.h - the one request that all callers of a device share, with its lock and payload buffer.
-// Private to this folder.
+// platform/shared_request.h - use of the one request that all callers of a device share. Private to this folder.
 //
-// Registry and system service make them when they are opened. Every use locks, points the request at the buffer, fills
-// the buffer, runs the request, reads the buffer and unlocks.
+// Registry and system service make a request, a lock and a payload buffer for it when they are opened. Every use locks,
+// points the request at the buffer, fills the buffer, runs the request, reads the buffer and unlocks.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-#include "platform/protocol/device.h"
+#include "platform/kept.h"
 
-struct shared_request {
-    uint64_t lock;
-    IOreq *request;
-    std::byte *buffer;
-    uint64_t size;  // of the buffer, bytes
-};
+// Opens a device once per process, and returns the same record from then on.
+//   variable  where the process keeps it; null before the first open. Of several threads that open it one wins; the
+//             others close theirs
+//   returns   the record, or null where it cannot be opened
+device_record *open_once(device_record *&variable, const char *name);
 
-// What a device has to share; false for a null device, and where it has no request or the server gave an address that
-// cannot be one.
-bool find_shared_request(const device_record *device, shared_request &shared);
-
-// Takes the lock and points the request at the buffer. Where the lock cannot be taken the calling task deletes itself;
-// false, with nothing locked, should it outlive that.
+// Takes the lock and points the request at the buffer.
+//   returns  false, with nothing locked, where the lock cannot be taken and the calling task outlives its own deletion
 bool lock_shared_request(const shared_request &shared);
 
-// Gives the lock back. Where that fails the calling task deletes itself.
+// Releases the lock; deletes the calling task where that fails.
 void unlock_shared_request(const shared_request &shared);
 
-// Runs a command on the locked request: IO_ results of SyncIO.
+// Runs a command on the locked request. Results of SyncIO.
 int run_shared_request(const shared_request &shared, uint32_t command);
 
-// A record copied into the buffer, and out of it. Copies, since the server may write there at any time, and since its
-// address need not be aligned.
+// SyncIO on the device that a port leads to.
+int sync_io(uint64_t server_port, IOreq *request);
+
+// Copy a record into the buffer and out of it. The server may write there at any time, and the buffer need not be
+// aligned.
 template <class T> void put(const shared_request &shared, size_t offset, const T &record) {
     std::memcpy(shared.buffer + offset, &record, sizeof record);
 }
@@ -44,7 +41,7 @@ template <class T> T get(const shared_request &shared, size_t offset) {
     return record;
 }
 
-// The address of a place in the buffer, as argument blocks hold it.
+// The address of an offset in the buffer, as argument blocks hold it.
 inline uint64_t address_in(const shared_request &shared, uint64_t offset) {
     return reinterpret_cast<uint64_t>(shared.buffer) + offset;
 }

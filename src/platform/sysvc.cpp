@@ -1,7 +1,6 @@
-// sysvc.cpp - the system service client: one request per question.
+// platform/sysvc.cpp - the system service client: one request per question.
 #include "platform/sysvc.h"
 
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -26,7 +25,9 @@ int system_error(uint32_t error) {
     }
 }
 
-// Locks a service's request, for an argument block of so many bytes; false, with nothing locked, where that cannot be.
+// Locks a service's request for an argument block.
+//   block    bytes
+//   returns  false, with nothing locked, where the buffer is smaller or the lock cannot be taken
 bool begin(const device_record *service, uint64_t block, shared_request &shared) {
     return find_shared_request(service, shared) && block <= shared.size && lock_shared_request(shared);
 }
@@ -35,7 +36,7 @@ int ask_id(const device_record *service, uint32_t command, uint64_t task, uint64
     shared_request shared{};
     if (!begin(service, sizeof(sysvc_id_block), shared)) return SYSERR_NO_ADDRESS;
     if (command == SYSVCCMD_GET_PID) {
-        // The service knows a task by the handle as given; asking for its master only fills the block before that.
+        // Deliberate: the master handle is asked for and not used. The service knows a task by the handle as given.
         uint64_t master = 0;
         static_cast<void>(_SL_GetObjectInfo(task, OBJINFO_HANDLE, &master));
     }
@@ -50,7 +51,7 @@ int ask_id(const device_record *service, uint32_t command, uint64_t task, uint64
     return error;
 }
 
-// Takes the driver's name out of the buffer, if it ends there and fits.
+// Copies the driver's name from the buffer; false where it does not end there or does not fit.
 bool take_name(const shared_request &shared, char *name, size_t size) {
     constexpr size_t at = sizeof(sysvc_device_block);
     const auto *text = reinterpret_cast<const char *>(shared.buffer) + at;
@@ -66,14 +67,8 @@ bool take_name(const shared_request &shared, char *name, size_t size) {
 device_record *g_sysvc_device = nullptr;
 
 device_record *GetSystemService() {
-    const std::atomic_ref kept(g_sysvc_device);
-    if (device_record *open = kept.load(std::memory_order_acquire)) return open;
     const char *chosen = std::getenv(NAME_VARIABLE);
-    device_record *opened = OpenDevice(chosen != nullptr ? chosen : SYSVC_DEVICE);
-    device_record *first = nullptr;
-    if (opened == nullptr || kept.compare_exchange_strong(first, opened, std::memory_order_acq_rel)) return opened;
-    CloseDevice(opened);  // another thread was faster
-    return first;
+    return open_once(g_sysvc_device, chosen != nullptr ? chosen : SYSVC_DEVICE);
 }
 
 int SysvcGetPid(device_record *service, uint64_t task, uint64_t *pid) {

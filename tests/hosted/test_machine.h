@@ -58,6 +58,7 @@ public:
     maker registry_maker;                              // none: a healthy registry over store
     number_registry store;
     std::map<std::pair<uint64_t, uint64_t>, uint64_t> infos;  // by handle and item
+    std::map<uint64_t, uint64_t> states;                      // by item
     std::vector<uint64_t> destroyed;                          // what was asked to be ended; nothing ever is
 
     void attach(hosted::kernel &owner) override { store.kernel = &owner; }
@@ -67,7 +68,11 @@ public:
     uint64_t first_handle() override { return 0x20; }
     bool reserves(uint64_t) override { return false; }
     std::optional<uint64_t> virtual_tick() override { return 1000; }
-    bool state(uint64_t, uint64_t &) override { return false; }
+    bool state(uint64_t item, uint64_t &value) override {
+        const auto known = states.find(item);
+        if (known != states.end()) value = known->second;
+        return known != states.end();
+    }
     uint64_t system_data(uint64_t, uint64_t, uint64_t &) override { return RESULT_NO_ITEM; }
     bool traces_calls() override { return false; }
     uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override {

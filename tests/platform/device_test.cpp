@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "hosted/test_machine.h"
 
 namespace {
@@ -97,23 +99,23 @@ TEST(Device, RequestsEndAsTheirMessagesSay) {
         {"aborted", aborts, {{0, ABORTED}}, {}, IO_CANCELED},
         {"stray reply", aborts, {{0, ACK}}, {}, IO_NO_REPLY},
         {"time-out without abort", plain, {}, {}, IO_UNAVAILABLE, {}, LOCAL},
-        {"aborted in time", aborts, {}, {{0, ABORTED}, {0, ACK}}, IO_TIME_EXPIRED},
+        {"aborted in time", aborts, {}, {{0, ABORTED}, {0, ACK}}, IO_TIME_EXPIRED, {}, LOCAL},
         {"done, then acknowledged", aborts, {{60, DONE}}, {{20, ACK}}, IO_SUCCESS},
         {"acknowledged, then done", aborts, {{80, DONE}}, {{10, ACK}}, IO_SUCCESS},
         {"acknowledged twice, then done", aborts, {{80, DONE}}, {{10, ACK}, {11, ACK}}, IO_SUCCESS},
-        {"done twice, then aborted", aborts, {{60, DONE}, {61, DONE}}, {{30, ABORTED}}, IO_TIME_EXPIRED},
+        {"done twice, then aborted", aborts, {{60, DONE}, {61, DONE}}, {{30, ABORTED}}, IO_TIME_EXPIRED, {}, LOCAL},
         {"other codes on the way", aborts, {{60, 0x99}, {61, FAILED}, {80, DONE}}, {{5, ACK}}, IO_SUCCESS},
-        {"late messages are drained", aborts, {}, {{0, ABORTED}, {1, DONE}, {2, ACK}, {3, 0x99}}, IO_TIME_EXPIRED},
-        {"wait cut", aborts, {}, {{0, ABORTED}, {0, ACK}}, IO_INTERRUPTED, receive(INTERRUPTED, FIRST)},
+        {"late messages are drained", aborts, {}, {{0, ABORTED}, {1, DONE}, {2, ACK}}, IO_TIME_EXPIRED, {}, LOCAL},
+        {"wait cut", aborts, {}, {{0, ABORTED}, {0, ACK}}, IO_INTERRUPTED, receive(INTERRUPTED, FIRST), LOCAL},
         {"wait cut, no abort", plain, {}, {}, IO_UNAVAILABLE, receive(INTERRUPTED, FIRST), LOCAL},
         {"wait cut, restarted", restarts, {{50, DONE}}, {}, IO_SUCCESS, receive(INTERRUPTED, FIRST, 3)},
         {"handshake cut", aborts, {{60, DONE}}, {{20, ACK}}, IO_SUCCESS, receive(INTERRUPTED, FIRST + 1, 5)},
         {"wait broken", aborts, {}, {}, IO_UNAVAILABLE, receive(BROKEN, FIRST), LOCAL},
-        {"handshake broken", aborts, {}, {{0, DONE}, {0, ACK}}, IO_TIME_EXPIRED, receive(BROKEN, FIRST + 1)},
+        {"handshake broken", aborts, {}, {{0, DONE}, {0, ACK}}, IO_TIME_EXPIRED, receive(BROKEN, FIRST + 1), LOCAL},
         {"begin cut", aborts, {{0, DONE}}, {}, IO_INTERRUPTED, begin(INTERRUPTED), LOCAL},
         {"begin cut, restarted", both, {{0, DONE}}, {}, IO_SUCCESS, begin(INTERRUPTED)},
         {"begin broken", both, {}, {}, IO_UNAVAILABLE, begin(BROKEN), LOCAL},
-        {"abort cut", aborts, {}, {{0, ABORTED}}, IO_TIME_EXPIRED, abort(INTERRUPTED)},
+        {"abort cut", aborts, {}, {{0, ABORTED}}, IO_TIME_EXPIRED, abort(INTERRUPTED), LOCAL},
         {"abort broken", aborts, {}, {}, IO_UNAVAILABLE, abort(BROKEN), LOCAL},
     };
     for (const auto &one : cases) {
@@ -193,6 +195,32 @@ TEST(Device, AQueryWithoutItsPortIsNotSent) {
                         fault(call::create_msg_port, RESULT_NO_MEMORY, 2, 2));
     EXPECT_EQ(DeviceQuery(GetRegDev(), 0, "dev", DEVQUERY_PING, 0, nullptr), QUERY_NO_PORT);
     EXPECT_EQ(CheckDeviceClass(GetRegDev(), 0, "dev", SERVICE_CLASS), 1);
+}
+
+// What the server writes over a request, or over its device record after the open, leads the library nowhere else.
+TEST(Device, GoesByWhatItReadAtTheOpen) {
+    for (const uint64_t word : {uint64_t{0}, uint64_t{1}, ~uint64_t{0}, uint64_t{0x7EB000000000}}) {
+        test_kernel running([](test_machine &m) { m.makers["dev"] = scripted({{0, DONE}}, {{0, ABORTED}}); });
+        opened dev;
+        dev.request->device = word;
+        std::memset(dev.device, static_cast<int>(word & 0xFF), sizeof *dev.device);
+        EXPECT_EQ(SyncIO(dev.request), IO_SUCCESS);
+        EXPECT_EQ(SyncIOEx(dev.request, 10, true, true), IO_SUCCESS);
+        EXPECT_EQ(AbortIO(dev.request), IO_SUCCESS);
+        EXPECT_EQ(DeleteIOreq(dev.request), IO_SUCCESS);
+        EXPECT_NE(CreateIOreq(dev.device, 0, 0, 200, dev.port), nullptr);
+        EXPECT_EQ(CloseDevice(dev.device), 0);
+    }
+}
+
+TEST(Device, OpensWithoutAHandleToTheTask) {
+    test_kernel running(
+        [](test_machine &m) {
+            m.makers["dev"] = behaving({});
+            m.states[KSTATE_HANDLE_MANAGER] = 1;
+        },
+        fault(call::create_handle, RESULT_NO_MEMORY, 2));
+    EXPECT_NE(OpenDeviceFromMsgPort(hosted::running().device_port("dev")), nullptr);
 }
 
 TEST(Device, SmallCalls) {
