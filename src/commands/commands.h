@@ -33,6 +33,34 @@ int sb_treereg(int argc, char **argv);
 int sb_tview(int argc, char **argv);
 int sb_uptime(int argc, char **argv);
 
+// The lines of the commands as tables, for programs that write manual pages and completions.
+struct sb_description;
+extern const sb_description sb_counters_line;
+extern const sb_description sb_date_line;
+extern const sb_description sb_devping_line;
+extern const sb_description sb_devquery_line;
+extern const sb_description sb_dumpktrace_line;
+extern const sb_description sb_free_line;
+extern const sb_description sb_kblayout_line;
+extern const sb_description sb_lscpureg_line;
+extern const sb_description sb_lsisr_line;
+extern const sb_description sb_lsmaj_line;
+extern const sb_description sb_lsmem_line;
+extern const sb_description sb_raiseexc_line;
+extern const sb_description sb_readlog_line;
+extern const sb_description sb_readreg_line;
+extern const sb_description sb_sendlog_line;
+extern const sb_description sb_svccall_line;
+extern const sb_description sb_svcinfo_line;
+extern const sb_description sb_task_line;
+extern const sb_description sb_taskkill_line;
+extern const sb_description sb_threads_line;
+extern const sb_description sb_tmemo_line;
+extern const sb_description sb_tprop_line;
+extern const sb_description sb_treereg_line;
+extern const sb_description sb_tview_line;
+extern const sb_description sb_uptime_line;
+
 // Steps of commands that stand on their own, for programs that bring their own data.
 
 // Prints the counter records of a device, those of them that lie whole within size bytes.

@@ -5,11 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/protocol/counters.h"
 
@@ -37,24 +36,20 @@ int fail(const char *what) {
     return SB_FAILED;
 }
 
-// A bad size ends the command without a word.
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'd': opts.hexadecimal = false; break;
-        case 'h': opts.hexadecimal = true; break;
-        case 's':
-            if (e_opt_getrangeint(&state, &opts.size, MIN_SIZE, MAX_SIZE) != E_OPT_DONE) return SB_FAILED;
-            break;
-        case E_HELP: std::printf(usage, DEFAULT_SIZE); return SB_DONE;
-        default: std::fprintf(stderr, "counters: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc != 2) return fail("missing operand");  // too many get the same text
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::hexadecimal, false>('d'),
+    sets<&options::hexadecimal>('h'),
+    takes_number<&options::size, MIN_SIZE, MAX_SIZE>('s'),
+};
+constexpr sb_commandline command_line = {
+    .command = "counters",
+    .print_usage = [] { std::printf(usage, DEFAULT_SIZE); },
+    .operands = {.min = 2,
+                 .max = 2,
+                 .words = {sb_word::device, sb_word::unit},
+                 .extra = {"missing operand", SB_FAILED}},  // Deliberate: too many get the text of too few.
+    .bad_argument = {"", SB_FAILED},
+};
 
 int show_unit(device_record *device, uint32_t unit, uint64_t reply_port, const options &opts) {
     const auto size = static_cast<uint64_t>(opts.size);
@@ -71,6 +66,8 @@ int show_unit(device_record *device, uint32_t unit, uint64_t reply_port, const o
 }
 
 }  // namespace
+
+constexpr sb_description sb_counters_line = sb_describe(command_line, option_table);
 
 // The records are a device's: one that does not fit into what it returned ends the list.
 void sb_counters_print(const unsigned char *records, uint64_t size, bool hexadecimal) {
@@ -89,7 +86,7 @@ void sb_counters_print(const unsigned char *records, uint64_t size, bool hexadec
 
 int sb_counters(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
     const auto unit = static_cast<uint32_t>(std::strtoul(argv[1], nullptr, 0));
 
     const uint64_t port = _SL_CreateMsgPort(0, 0);

@@ -10,8 +10,8 @@
 #include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/protocol/rtc.h"
 #include "platform/registry.h"
@@ -60,47 +60,30 @@ struct rtc {
     rtc_request *request = nullptr;
 };
 
-int show_usage() {
-    std::printf(usage, SEPARATORS, SEPARATORS, RTC_DIRECTORY);
-    return SB_DONE;
-}
-
 int fail_setup(const char *what) {
     std::printf("date: %s\n", what);
     return SB_SETUP;
 }
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    const auto get_text = [&state](const char *&text) {
-        text = e_opt_getstr(&state);
-        return text != nullptr && *text != '\0';
-    };
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'c': opts.compact = true; break;
-        case 'd': opts.show_date = false; break;
-        case 'D':
-            if (!get_text(opts.device)) return show_usage();
-            break;
-        case 'e': opts.epoch = true; break;
-        case 'p':
-            if (!get_text(opts.path)) return show_usage();
-            break;
-        case 'R': opts.from_rtc = true; break;
-        case 'S': opts.set = true; break;
-        case 't': opts.show_time = false; break;
-        case 'u': opts.utc = true; break;
-        case 'v': opts.verbose = true; break;
-        case E_HELP: return show_usage();
-        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    const bool shows_nothing = !opts.show_date && !opts.show_time && !opts.epoch;
-    if ((opts.set && argc == 0) || shows_nothing) return show_usage();
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::compact>('c'),
+    sets<&options::show_date, false>('d'),
+    takes_text<&options::device, SB_NOT_EMPTY>('D', sb_word::device),
+    sets<&options::epoch>('e'),
+    takes_text<&options::path, SB_NOT_EMPTY>('p', sb_word::registry_path),
+    sets<&options::from_rtc>('R'),
+    sets<&options::set>('S'),
+    sets<&options::show_time, false>('t'),
+    sets<&options::utc>('u'),
+    sets<&options::verbose>('v'),
+};
+constexpr sb_commandline command_line = {
+    .command = "date",
+    .print_usage = [] { std::printf(usage, SEPARATORS, SEPARATORS, RTC_DIRECTORY); },
+    .operands = {.words = {sb_word::date, sb_word::time}},
+    .bad_argument = SB_SHOW_USAGE,
+    .speech = sb_speech::on_stdout,
+};
 
 // ---- operands -------------------------------------------------------------------------------------------------------
 
@@ -158,7 +141,7 @@ int fail_format(const char *what) {
 // Overwrites the fields that the operands give. The status that ends the run, or nothing.
 std::optional<int> take_operands(int argc, char **argv, const options &opts, std::tm &tm, unsigned &milliseconds) {
     const bool both = !opts.epoch && opts.show_date && opts.show_time;
-    if (argc != (both ? 2 : 1)) return show_usage();
+    if (argc != (both ? 2 : 1)) return sb_showusage(command_line);
     if (opts.epoch) {
         const auto count = std::strtoull(argv[0], nullptr, 10);
         if (opts.verbose) std::printf("date: parse epoch time: %llu\n", count);
@@ -302,9 +285,13 @@ void display(const options &opts, std::tm tm, unsigned milliseconds) {
 
 }  // namespace
 
+constexpr sb_description sb_date_line = sb_describe(command_line, option_table);
+
 int sb_date(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    const bool shows_nothing = !opts.show_date && !opts.show_time && !opts.epoch;
+    if ((opts.set && argc == 0) || shows_nothing) return sb_showusage(command_line);
 
     rtc clock;
     std::tm tm{};

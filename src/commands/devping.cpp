@@ -1,11 +1,10 @@
 // devping - ping devices: one message to each, and a report of those that do not answer. Everything is printed on
 // standard output.
 #include <cstdio>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/devmsg.h"
-#include "common/options.h"
 #include "platform/protocol/device.h"
 
 namespace {
@@ -22,34 +21,25 @@ struct options {
     bool verbose = false;
 };
 
-int show_usage() {
-    std::fputs(usage, stdout);
-    return SB_DONE;
-}
-
-// A bad time-out and a missing device are answered with the usage and status 0.
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'T':
-            if (e_opt_getrangeint(&state, &opts.timeout, 0, SB_DEVMSG_MAX_TIMEOUT) != E_OPT_DONE) return show_usage();
-            break;
-        case 'v': opts.verbose = true; break;
-        case E_HELP: return show_usage();
-        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc == 0) return show_usage();
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    takes_number<&options::timeout, 0, SB_DEVMSG_MAX_TIMEOUT>('T'),
+    sets<&options::verbose>('v'),
+};
+constexpr sb_commandline command_line = {
+    .command = "devping",
+    .usage = usage,
+    .operands = {.min = 1, .words = {sb_word::device}, .missing = SB_SHOW_USAGE},
+    .bad_argument = SB_SHOW_USAGE,
+    .speech = sb_speech::on_stdout,
+};
 
 }  // namespace
 
+constexpr sb_description sb_devping_line = sb_describe(command_line, option_table);
+
 int sb_devping(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     sb_devasker asker{"devping", stdout, "pinging", "a ping reply", opts.timeout, opts.verbose};
     if (const int status = sb_devasker_open(asker)) return status;

@@ -5,11 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/devmsg.h"
-#include "common/options.h"
 #include "platform/protocol/device.h"
 
 namespace {
@@ -50,49 +49,37 @@ struct options {
     long long timeout = SB_DEVMSG_TIMEOUT;  // milliseconds
 };
 
-int show_usage() {
+void print_usage() {
     std::printf(usage_head, DEFAULT_PARAMETER);
     for (const query *row = sb_devquery_queries; row->name != nullptr; row++) std::printf("  %s\n", row->name);
     std::printf(usage_tail, SB_DEVMSG_TIMEOUT);
-    return SB_DONE;
 }
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'c': opts.compact = true; break;
-        case 'C': opts.compact = false; break;
-        case 'd': opts.hexadecimal = false; break;
-        case 'h': opts.hexadecimal = true; break;
-        case 'v': opts.verbose = true; break;
-        case 'T':
-            if (e_opt_getrangeint(&state, &opts.timeout, 0, SB_DEVMSG_MAX_TIMEOUT) != E_OPT_DONE) {
-                std::fprintf(stderr, "devquery: missing or invalid argument of -%c\n", c);
-                return SB_FAILED;
-            }
-            break;
-        case E_HELP: return show_usage();
-        default: std::fprintf(stderr, "devquery: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc < 2) {
-        std::fputs("devquery: missing operand\n", stderr);
-        return SB_FAILED;
-    }
-    if (argc > 3) {
-        std::fprintf(stderr, "devquery: extra operand \"%s\"\n", argv[3]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::compact>('c'),
+    sets<&options::compact, false>('C'),
+    sets<&options::hexadecimal, false>('d'),
+    sets<&options::hexadecimal>('h'),
+    sets<&options::verbose>('v'),
+    takes_number<&options::timeout, 0, SB_DEVMSG_MAX_TIMEOUT>('T'),
+};
+constexpr sb_commandline command_line = {
+    .command = "devquery",
+    .print_usage = print_usage,
+    .operands = {.min = 2,
+                 .max = 3,
+                 .words = {sb_word::device, sb_word::query, sb_word::number},
+                 .extra = {"extra operand \"%\"", SB_FAILED}},
+    .bad_argument = {"missing or invalid argument of -%", SB_FAILED},
+};
 
 }  // namespace
 
+constexpr sb_description sb_devquery_line = sb_describe(command_line, option_table);
+
 int sb_devquery(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     const char *device = argv[0];
     const query *asked = sb_devquery_queries;

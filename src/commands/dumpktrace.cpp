@@ -6,23 +6,20 @@
 #include <algorithm>
 #include <bit>
 #include <cinttypes>
-#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <new>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/kernel.h"
 
 namespace {
 constexpr unsigned default_columns = 8;
 constexpr unsigned default_limit = 0;
 constexpr int max_columns = 1024;
-constexpr int bad_argument = -1;
 
 constexpr uint64_t buffer_header = 3;               // words
 constexpr uint64_t longest_entry = 0xFF;            // words that an entry header can say
@@ -54,47 +51,23 @@ Dump kernel-trace data.
                 default_columns, default_limit);
 }
 
-// Reads the argument of option c; false after a message.
-bool get_number(e_optstate &state, int c, long long min, long long max, uint64_t &value) {
-    long long number = 0;
-    if (e_opt_getrangeint(&state, &number, min, max) != E_OPT_DONE) {
-        std::fprintf(stderr, "dumpktrace: missing or invalid argument of -%c\n", c);
-        return false;
-    }
-    value = static_cast<uint64_t>(number);
-    return true;
-}
-
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'c':
-            if (!get_number(state, c, 1, max_columns, opts.columns)) return bad_argument;
-            break;
-        case 'n':
-            if (!get_number(state, c, 0, LLONG_MAX, opts.limit)) return bad_argument;
-            break;
-        case 's':
-            if (!get_number(state, c, 0, LLONG_MAX, opts.start)) return bad_argument;
-            break;
-        case 'h': opts.head = true; break;
-        case 't': opts.head = false; break;
-        case 'i': opts.raw = false; break;
-        case 'r': opts.raw = true; break;
-        case 'm': opts.multi_line = true; break;
-        case 'S': opts.multi_line = false; break;
-        case E_HELP: print_usage(); return SB_DONE;
-        default: std::fprintf(stderr, "dumpktrace: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "dumpktrace: unexpected operand \"%s\"\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    takes_number<&options::columns, 1, max_columns>('c'),
+    takes_number<&options::limit, 0>('n'),
+    takes_number<&options::start, 0>('s'),
+    sets<&options::head>('h'),
+    sets<&options::head, false>('t'),
+    sets<&options::raw, false>('i'),
+    sets<&options::raw>('r'),
+    sets<&options::multi_line>('m'),
+    sets<&options::multi_line, false>('S'),
+};
+constexpr sb_commandline command_line = {
+    .command = "dumpktrace",
+    .print_usage = print_usage,
+    .operands = {.max = 0, .extra = {"unexpected operand \"%\"", SB_FAILED}},
+    .bad_argument = {"missing or invalid argument of -%", -1},
+};
 
 int out_of_memory() {
     std::fputs("dumpktrace: out of memory\n", stderr);
@@ -231,9 +204,11 @@ int dump_entries(const options &opts) {
 }
 }  // namespace
 
+constexpr sb_description sb_dumpktrace_line = sb_describe(command_line, option_table);
+
 int sb_dumpktrace(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     uint64_t total = 0;
     if (!get_geometry(KSYSIDX_TRACE_WORDS, "words", total)) return SB_FAILED;

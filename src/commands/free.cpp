@@ -4,11 +4,10 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -26,10 +25,6 @@ Display amount of free and used memory in the system.
     -v    --virt      display virtual memory
 )";
 
-constexpr e_longopt _sb_free_longs[] = {{"--bytes", 'b'},   {"--kilo", 'k'}, {"--mega", 'm'},  {"--giga", 'g'},
-                                        {"--peta", 'p'},    {"--si", 'S'},   {"--human", 'h'}, {"--virt", 'v'},
-                                        {"--reclaim", 'r'}, {nullptr, 0}};
-
 // The readable units by exponent. P for the fourth power, without a T, is kept: scripts know it.
 constexpr struct {
     char suffix;
@@ -44,31 +39,16 @@ struct options {
     bool reclaim = false;
 };
 
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    e_setlongoption(&state, _sb_free_longs);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'b': opts.exponent = 0; break;
-        case 'k': opts.exponent = 1; break;
-        case 'm': opts.exponent = 2; break;
-        case 'g': opts.exponent = 3; break;
-        case 'p': opts.exponent = 4; break;
-        case 'S': opts.base = 1000; break;
-        case 'h': opts.human = true; break;
-        case 'v': opts.virt = true; break;
-        case 'r': opts.reclaim = true; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::fprintf(stderr, "free: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "free: extra operand: '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::exponent, 0>('b', "--bytes"), sets<&options::exponent, 1>('k', "--kilo"),
+    sets<&options::exponent, 2>('m', "--mega"),  sets<&options::exponent, 3>('g', "--giga"),
+    sets<&options::exponent, 4>('p', "--peta"),  sets<&options::base, 1000>('S', "--si"),
+    sets<&options::human>('h', "--human"),       sets<&options::virt>('v', "--virt"),
+    sets<&options::reclaim>('r', "--reclaim"),
+};
+constexpr auto _sb_free_longs = sb_longoptions(option_table);
+constexpr sb_commandline command_line = {
+    .command = "free", .usage = usage, .long_options = _sb_free_longs.data(), .operands = SB_NO_OPERANDS};
 
 uint64_t power(uint64_t base, unsigned exponent) {
     uint64_t result = 1;
@@ -108,12 +88,14 @@ void print_row(const char *label, uint64_t total, uint64_t used, uint64_t unused
 }
 }  // namespace
 
+constexpr sb_description sb_free_line = sb_describe(command_line, option_table);
+
 int sb_free(int argc, char **argv) {
     const uint64_t page_size = _SL_GetState(KSTATE_PAGE_SIZE);
     const auto bytes = [page_size](uint64_t item) { return _SL_GetState(item) * page_size; };
 
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     std::printf("%*s %*s %*s %*s\n", opts.reclaim ? 8 : 5, "", 11, "total", 11, "used", 11, "free");
     const auto print_free = [&](const char *label, uint64_t total_item, uint64_t free_item) {

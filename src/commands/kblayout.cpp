@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/protocol/terminal.h"
 #include "platform/terminal.h"
 
@@ -19,7 +19,15 @@ Get and set keyboard layout on standard input.
     --help             display this help and exit
 )";
 
-constexpr e_longopt _sb_kblayout_longs[] = {{"--file", 'F'}, {nullptr, 0}};
+// Parsed by hand below: a device is opened while the line is read.
+constexpr sb_option<int> option_table[] = {takes<int>('F', sb_word::terminal, nullptr, "--file")};
+constexpr auto _sb_kblayout_longs = sb_longoptions(option_table);
+constexpr sb_commandline command_line = {
+    .command = "kblayout",
+    .usage = usage,
+    .long_options = _sb_kblayout_longs.data(),
+    .operands = {.max = 1, .words = {sb_word::layout}},
+};
 
 constexpr int STANDARD_INPUT = 0;
 
@@ -27,12 +35,12 @@ void close_opened(int descriptor) {
     if (descriptor != STANDARD_INPUT) CloseTerminal(descriptor);
 }
 
-// Devices are opened as they are named, and the last one counts. Not every end closes it: the extra operand, the name
-// that is too long and the failed open leave it to the system.
+// Opens devices as they are named; the last one counts. An extra operand, a layout name that is too long and a failed
+// open leave it open: the end of the process closes it.
 std::optional<int> parse(int &argc, char **&argv, int &descriptor) {
     e_optstate state;
     e_initoption(&state, &argc, &argv, true);
-    e_setlongoption(&state, _sb_kblayout_longs);
+    e_setlongoption(&state, _sb_kblayout_longs.data());
     for (int c; (c = e_getoption(&state)) != E_END;) {
         switch (c) {
         case 'F': {
@@ -50,7 +58,7 @@ std::optional<int> parse(int &argc, char **&argv, int &descriptor) {
             break;
         }
         case E_HELP:
-            std::fputs(usage, stdout);
+            sb_showusage(command_line);
             close_opened(descriptor);
             return SB_DONE;
         default:
@@ -68,6 +76,8 @@ std::optional<int> parse(int &argc, char **&argv, int &descriptor) {
 
 }  // namespace
 
+constexpr sb_description sb_kblayout_line = sb_describe(command_line, option_table);
+
 int sb_kblayout(int argc, char **argv) {
     int descriptor = STANDARD_INPUT;
     if (const auto status = parse(argc, argv, descriptor)) return *status;
@@ -76,9 +86,9 @@ int sb_kblayout(int argc, char **argv) {
     const bool set = argc == 1;
     if (set) {
         if (std::strlen(argv[0]) >= sizeof layout) {
-            // The message names what stands behind the layout, not the layout; kept.
-            const char *behind = argv[1] != nullptr ? argv[1] : "(null)";
-            std::fprintf(stderr, "kblayout: '%s': layout name is too long\n", behind);
+            // Deliberate: names the operand after the layout, and there is none.
+            const char *next = argv[1] != nullptr ? argv[1] : "(null)";
+            std::fprintf(stderr, "kblayout: '%s': layout name is too long\n", next);
             return SB_FAILED;
         }
         std::strcpy(layout, argv[0]);

@@ -5,52 +5,33 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include "colp/colp.h"
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "common/registers.h"
 #include "platform/kernel.h"
 
 namespace {
 constexpr char table_name[] = "lsreg";  // of this command in messages about its table; kept
 
-struct options {
-    const char *style = nullptr;
-};
-
-void print_usage() {
-    std::fputs(R"(Usage: lscpureg [OPTION]...
+constexpr char usage[] = R"(Usage: lscpureg [OPTION]...
 List registers known by the kernel.
 
     -S    set output table style
 
-)",
-               stdout);
-    sb_print_colp_styles(stdout);
-}
+)";
 
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'S':
-            opts.style = sb_gettableoption("lscpureg", &state, c);
-            if (!opts.style) return SB_FAILED;
-            break;
-        case E_HELP: print_usage(); return SB_DONE;
-        default: std::fprintf(stderr, "lscpureg: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "lscpureg: extra operand: '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+struct options {
+    const char *style = nullptr;
+};
+
+void print_styles() { sb_print_colp_styles(stdout); }
+
+constexpr sb_option<options> option_table[] = {takes_style<&options::style>()};
+constexpr sb_commandline command_line = {
+    .command = "lscpureg", .usage = usage, .print_usage = print_styles, .operands = SB_NO_OPERANDS};
 
 constexpr sb_column columns[] = {
     {COLP_STRING, "Name", COLP_JUST_LEFT, COLP_JUST_LEFT},
@@ -118,9 +99,11 @@ int add_rows(colp_table *table) {
 }
 }  // namespace
 
+constexpr sb_description sb_lscpureg_line = sb_describe(command_line, option_table);
+
 int sb_lscpureg(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     const sb_table table = sb_newtable(table_name, opts.style, columns);
     if (!table) return SB_FAILED;

@@ -3,12 +3,11 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 #include <span>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "common/vector.h"
 #include "platform/kernel.h"
 
@@ -46,26 +45,11 @@ int fail(int status, const char *what) {
     return status;
 }
 
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'i': opts.by_task = false; break;
-        case 't': opts.by_task = true; break;
-        case 'n': opts.names = true; break;
-        case 'N': opts.names = false; break;
-        case 's': opts.statistics = true; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::fprintf(stderr, "lsisr: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "lsisr: extra operand: '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::by_task, false>('i'), sets<&options::by_task>('t'),    sets<&options::names>('n'),
+    sets<&options::names, false>('N'),   sets<&options::statistics>('s'),
+};
+constexpr sb_commandline command_line = {.command = "lsisr", .usage = usage, .operands = SB_NO_OPERANDS};
 
 isr read_isr(uint64_t iterator, uint64_t owner, const options &opts) {
     isr record = {};
@@ -155,9 +139,11 @@ void print_by_number(std::span<isr> records, const options &opts) {
 }
 }  // namespace
 
+constexpr sb_description sb_lsisr_line = sb_describe(command_line, option_table);
+
 int sb_lsisr(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     constexpr size_t first_room = 64;  // records
     const vector_ptr records(vector_new(sizeof(isr), first_room));

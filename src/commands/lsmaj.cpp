@@ -10,11 +10,10 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/sysvc.h"
 
 namespace {
@@ -49,29 +48,19 @@ struct options {
     bool (*before)(const record &, const record &) = _sb_lsmaj_cmp_maj;
 };
 
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'm': opts.before = _sb_lsmaj_cmp_maj; break;
-        case 'n': opts.before = _sb_lsmaj_cmp_name; break;
-        case 'N': opts.before = _sb_lsmaj_cmp_iname; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::fprintf(stderr, "lsmaj: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "lsmaj: extra operand: '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::before, _sb_lsmaj_cmp_maj>('m'),
+    sets<&options::before, _sb_lsmaj_cmp_name>('n'),
+    sets<&options::before, _sb_lsmaj_cmp_iname>('N'),
+};
+constexpr sb_commandline command_line = {.command = "lsmaj", .usage = usage, .operands = SB_NO_OPERANDS};
 }  // namespace
+
+constexpr sb_description sb_lsmaj_line = sb_describe(command_line, option_table);
 
 int sb_lsmaj(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     device_record *service = GetSystemService();
     uint32_t max_major = 0;

@@ -3,13 +3,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
-#include <optional>
 #include <span>
 
 #include "colp/colp.h"
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -22,9 +21,6 @@ List system memories or virtual spaces.
     --sort SORTSPEC   sort the displayed table, see below
     -v, --virtual     Show virtual spaces (overrides -m)
 )";
-
-constexpr e_longopt long_opts[] = {{"--all", 'a'},   {"--memory", 'm'},          {"--virtual", 'v'},
-                                   {"--style", 'S'}, {"--sort", SB_SORT_OPTION}, {nullptr, 0}};
 
 // Flags of a memory chunk, in the order of their letters in the Flags cell.
 constexpr struct {
@@ -53,8 +49,7 @@ int fail(int status, const char *what) {
     return status;
 }
 
-void print_usage() {
-    std::fputs(usage, stdout);
+void print_lists() {
     std::putchar('\n');
     sb_print_colp_styles(stdout);
     std::putchar('\n');
@@ -63,32 +58,21 @@ void print_usage() {
     for (const auto &flag : mem_flags) std::printf("  %c - %s\n", flag.letter, flag.meaning);
 }
 
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    e_setlongoption(&state, long_opts);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'a': opts.all = true; break;
-        case 'm': opts.virtual_spaces = false; break;
-        case 'v': opts.virtual_spaces = true; break;
-        case 'S':
-        case SB_SORT_OPTION: {
-            const char *text = sb_gettableoption("lsmem", &state, c);
-            if (!text) return SB_FAILED;
-            (c == 'S' ? opts.style : opts.sort) = text;
-            break;
-        }
-        case E_HELP: print_usage(); return SB_DONE;
-        default: std::fprintf(stderr, "lsmem: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "lsmem: extra operand '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::all>('a', "--all"),
+    sets<&options::virtual_spaces, false>('m', "--memory"),
+    sets<&options::virtual_spaces>('v', "--virtual"),
+    takes_style<&options::style>("--style"),
+    takes_sort<&options::sort>(),
+};
+constexpr auto long_opts = sb_longoptions(option_table);
+constexpr sb_commandline command_line = {
+    .command = "lsmem",
+    .usage = usage,
+    .print_usage = print_lists,
+    .long_options = long_opts.data(),
+    .operands = {.max = 0, .extra = {"extra operand '%'", SB_FAILED}},
+};
 
 // ---- columns --------------------------------------------------------------------------------------------------------
 
@@ -206,9 +190,11 @@ int list_all(const listing &list, const subject &what, const options &opts) {
 }
 }  // namespace
 
+constexpr sb_description sb_lsmem_line = sb_describe(command_line, option_table);
+
 int sb_lsmem(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     std::span<const sb_column> columns = opts.all ? std::span<const sb_column>(all_chunk_columns) : chunk_columns;
     if (opts.virtual_spaces) columns = opts.all ? std::span<const sb_column>(all_space_columns) : space_columns;

@@ -3,11 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -41,7 +40,6 @@ EXSPECs:
 }
 
 struct options {
-    uint64_t exception = 0;
     uint64_t parameter = 0;
     sb_taskoperand operands = sb_taskoperand::name;
 };
@@ -63,37 +61,25 @@ bool parse_exception(const char *text, uint64_t &id) {
     return !wrong;
 }
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'p': {
-            long long parameter = 0;
-            if (e_opt_getint(&state, &parameter) != E_OPT_DONE) {
-                std::fprintf(stderr, "%s: missing or invalid argument of -%c\n", "raiseexc", c);
-                return SB_FAILED;
-            }
-            opts.parameter = static_cast<uint64_t>(parameter);
-            break;
-        }
-        case 'P': opts.operands = sb_taskoperand::number; break;
-        case E_HELP: print_usage(); return SB_DONE;
-        default: std::fprintf(stderr, "%s: unknown switch: -%c\n", "raiseexc", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc == 0) {
-        std::fprintf(stderr, "%s: missing operand\n", "raiseexc");
-        return SB_FAILED;
-    }
-    if (!parse_exception(argv[0], opts.exception)) return SB_FAILED;
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    takes_number<&options::parameter>('p'),
+    sets<&options::operands, sb_taskoperand::number>('P'),
+};
+constexpr sb_commandline command_line = {
+    .command = "raiseexc",
+    .print_usage = print_usage,
+    .operands = {.min = 1, .words = {sb_word::exception, sb_word::task}},
+    .bad_argument = {"missing or invalid argument of -%", SB_FAILED},
+};
 }  // namespace
+
+constexpr sb_description sb_raiseexc_line = sb_describe(command_line, option_table);
 
 int sb_raiseexc(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    uint64_t exception = 0;
+    if (!parse_exception(argv[0], exception)) return SB_FAILED;
 
     int status = SB_DONE;
     for (int i = 1; i < argc; ++i) {
@@ -101,7 +87,7 @@ int sb_raiseexc(int argc, char **argv) {
         if (!sb_resolvetask(argv[i], opts.operands, &task)) {
             std::fprintf(stderr, "%s: %s: process not found\n", "raiseexc", argv[i]);
             status = SB_FAILED;
-        } else if (const uint64_t code = _SL_RaiseException(task, 0, opts.exception, opts.parameter, 0)) {
+        } else if (const uint64_t code = _SL_RaiseException(task, 0, exception, opts.parameter, 0)) {
             std::fprintf(stderr, "%s: %s: failed to raise exception (0x%04X).\n", "raiseexc", argv[i],
                          static_cast<unsigned>(code));
             status = SB_FAILED;

@@ -8,11 +8,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/protocol/log.h"
 
@@ -41,9 +40,9 @@ struct options {
     bool half_lines = false;
     bool tail = true;
     bool verbose = false;
-    long long size = DEFAULT_SIZE;
-    long long timeout = DEFAULT_TIMEOUT;
-    long long unit = DEFAULT_UNIT;
+    uint32_t size = DEFAULT_SIZE;
+    uint32_t timeout = DEFAULT_TIMEOUT;
+    int32_t unit = DEFAULT_UNIT;
 };
 
 int fail(int status, const char *what) {
@@ -51,34 +50,22 @@ int fail(int status, const char *what) {
     return status;
 }
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        int result = E_OPT_DONE;
-        switch (c) {
-        case 'f': opts.half_lines = false; break;
-        case 'h': opts.half_lines = true; break;
-        case 'H': opts.tail = false; break;
-        case 't': opts.tail = true; break;
-        case 'v': opts.verbose = true; break;
-        case 's': result = e_opt_getrangeint(&state, &opts.size, MIN_SIZE, MAX_NUMBER); break;
-        case 'T': result = e_opt_getrangeint(&state, &opts.timeout, 0, MAX_NUMBER); break;
-        case 'u': result = e_opt_getrangeint(&state, &opts.unit, INT32_MIN, INT32_MAX); break;
-        case E_HELP: std::printf(usage, DEFAULT_SIZE, MIN_SIZE, DEFAULT_TIMEOUT, DEFAULT_UNIT); return SB_DONE;
-        default: std::fprintf(stderr, "readlog: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-        if (result != E_OPT_DONE) {
-            std::fprintf(stderr, "readlog: missing or invalid operand of -%c\n", c);
-            return SB_SETUP;
-        }
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "readlog: extra operand '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::half_lines, false>('f'),
+    sets<&options::half_lines>('h'),
+    sets<&options::tail, false>('H'),
+    sets<&options::tail>('t'),
+    sets<&options::verbose>('v'),
+    takes_number<&options::size, MIN_SIZE, MAX_NUMBER>('s'),
+    takes_number<&options::timeout, 0, MAX_NUMBER>('T'),
+    takes_number<&options::unit, INT32_MIN, INT32_MAX>('u'),
+};
+constexpr sb_commandline command_line = {
+    .command = "readlog",
+    .print_usage = [] { std::printf(usage, DEFAULT_SIZE, MIN_SIZE, DEFAULT_TIMEOUT, DEFAULT_UNIT); },
+    .operands = {.max = 0, .extra = {"extra operand '%'", SB_FAILED}},
+    .bad_argument = {"missing or invalid operand of -%", SB_SETUP},
+};
 
 // ---- printing in place ----------------------------------------------------------------------------------------------
 
@@ -161,7 +148,7 @@ const char *find(const char *text, const char *end, char wanted) {
 
 bool perform(log_read_request &request, uint32_t command, const options &opts) {
     request.header.command = command;
-    request.header.timeout = static_cast<uint32_t>(opts.timeout);
+    request.header.timeout = opts.timeout;
     request.header.payload = reinterpret_cast<uint64_t>(&request.offset);
     if (opts.verbose) std::fprintf(stderr, "readlog: send IOreq with %u msec timeout\n", request.header.timeout);
     if (SyncIO(&request.header) == IO_SUCCESS) return true;
@@ -175,7 +162,7 @@ int show_slice(log_read_request &request, const options &opts) {
     const uint32_t length = request.offset;
     if (opts.verbose) std::fprintf(stderr, "readlog: log contains %u characters\n", length);
 
-    const auto size = static_cast<uint32_t>(opts.size);
+    const uint32_t size = opts.size;
     char *buffer = reinterpret_cast<char *>(&request) + sizeof request;
     request.offset = opts.tail ? length - std::min(length, size) : 0;
     request.count = size;
@@ -191,6 +178,8 @@ int show_slice(log_read_request &request, const options &opts) {
 }
 
 }  // namespace
+
+constexpr sb_description sb_readlog_line = sb_describe(command_line, option_table);
 
 void sb_readlog_display(const char *text, uint32_t, int mode) {
     const bool half_lines = mode != 0;
@@ -223,7 +212,7 @@ void sb_readlog_display(const char *text, uint32_t, int mode) {
 // On success only the device is closed; a failed run leaves everything to the system.
 int sb_readlog(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     if (opts.verbose) std::fprintf(stderr, "readlog: open \"%s\" device\n", LOG_DEVICE);
     device_record *device = OpenDevice(LOG_DEVICE);
@@ -236,7 +225,7 @@ int sb_readlog(int argc, char **argv) {
     if (port == NO_OBJECT) return fail(SB_SETUP, "failed to create MsgPort");
     if (opts.verbose) std::fputs("readlog: create I/O request\n", stderr);
     IOreq *request = CreateIOreq(device, static_cast<uint32_t>(opts.unit), IOREQ_FLAGS_DEFAULT,
-                                 sizeof(log_read_request) + static_cast<uint64_t>(opts.size) + 1, port);
+                                 sizeof(log_read_request) + uint64_t{opts.size} + 1, port);
     if (request == nullptr) return fail(SB_SETUP, "failed to create I/O request");
     if (const int status = show_slice(*reinterpret_cast<log_read_request *>(request), opts)) return status;
     CloseDevice(device);

@@ -3,11 +3,10 @@
 #include <cctype>
 #include <cinttypes>
 #include <cstdio>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/registry.h"
 
 namespace {
@@ -35,30 +34,17 @@ struct options {
     int integers = 'd';  // the last of -d, -x and -X
 };
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'a': opts.hexdump = false; break;
-        case 'b': opts.hexdump = true; break;
-        case 'd':
-        case 'x':
-        case 'X': opts.integers = c; break;
-        case 'k': opts.show_names = true; break;
-        case 'l': opts.show_lengths = true; break;
-        case 'q': opts.quiet = true; break;
-        case 'Q': opts.quoted = true; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc == 0) {
-        std::puts("readreg: missing operand");
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::hexdump, false>('a'), sets<&options::hexdump>('b'),       sets<&options::integers, 'd'>('d'),
+    sets<&options::integers, 'x'>('x'),  sets<&options::integers, 'X'>('X'), sets<&options::show_names>('k'),
+    sets<&options::show_lengths>('l'),   sets<&options::quiet>('q'),         sets<&options::quoted>('Q'),
+};
+constexpr sb_commandline command_line = {
+    .command = "readreg",
+    .usage = usage,
+    .operands = {.min = 1, .words = {sb_word::registry_key}},
+    .speech = sb_speech::on_stdout,
+};
 
 bool fail(const char *what) {
     std::puts(what);
@@ -117,10 +103,12 @@ bool show_key(device_record *registry, const char *key, const options &opts) {
 
 }  // namespace
 
+constexpr sb_description sb_readreg_line = sb_describe(command_line, option_table);
+
 // The status is the number of keys that failed.
 int sb_readreg(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
     device_record *registry = GetRegDev();
     int failures = 0;
     for (int i = 0; i < argc; i++) failures += show_key(registry, argv[i], opts) ? 0 : 1;

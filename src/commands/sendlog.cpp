@@ -3,11 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/protocol/log.h"
 
@@ -35,51 +34,39 @@ can have any length up to %zu.
 struct options {
     bool emergency = false;
     bool verbose = false;
-    long long timeout = DEFAULT_TIMEOUT;
-    long long unit = DEFAULT_UNIT;
+    uint32_t timeout = DEFAULT_TIMEOUT;
+    int32_t unit = DEFAULT_UNIT;
 };
-
-int show_usage() {
-    std::printf(usage, WORD_CHARACTERS, LONGEST_MESSAGE, DEFAULT_TIMEOUT, DEFAULT_UNIT);
-    return SB_DONE;
-}
 
 int fail(int status, const char *what) {
     std::printf("sendlog: %s\n", what);
     return status;
 }
 
-// The argument of an option as a number; one without any digit counts as missing.
-bool get_number(e_optstate &state, long long min, long long max, long long &value) {
-    const char *text = e_opt_getstr(&state);
+// Takes a number; an argument without any digit counts as missing.
+template <auto Member, long long Min, long long Max>
+bool get_number(void *options, e_optstate *state, const sb_optionrow &) {
+    const char *text = e_opt_getstr(state);
     if (text == nullptr || std::strpbrk(text, "0123456789") == nullptr) return false;
     const long long number = std::strtoll(text, nullptr, 0);
-    if (number < min || number > max) return false;
-    value = number;
+    if (number < Min || number > Max) return false;
+    sb_field<Member>(options) = static_cast<sb_valueof<Member>>(number);
     return true;
 }
 
-// A bad number is answered with the usage and status 0; kept.
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'e': opts.emergency = true; break;
-        case 'v': opts.verbose = true; break;
-        case 'T':
-            if (!get_number(state, 0, MAX_NUMBER, opts.timeout)) return show_usage();
-            break;
-        case 'u':
-            if (!get_number(state, INT32_MIN, INT32_MAX, opts.unit)) return show_usage();
-            break;
-        case E_HELP: return show_usage();
-        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc == 0) return fail(SB_FAILED, "missing operand");
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::emergency>('e'),
+    sets<&options::verbose>('v'),
+    takes<options>('T', sb_word::number, get_number<&options::timeout, 0, MAX_NUMBER>),
+    takes<options>('u', sb_word::number, get_number<&options::unit, INT32_MIN, INT32_MAX>),
+};
+constexpr sb_commandline command_line = {
+    .command = "sendlog",
+    .print_usage = [] { std::printf(usage, WORD_CHARACTERS, LONGEST_MESSAGE, DEFAULT_TIMEOUT, DEFAULT_UNIT); },
+    .operands = {.min = 1, .words = {sb_word::text}},
+    .bad_argument = SB_SHOW_USAGE,
+    .speech = sb_speech::on_stdout,
+};
 
 // The next 8 characters of a text, the first in the most significant byte, filled up with spaces.
 uint64_t pack_word(const char *&text) {
@@ -164,10 +151,11 @@ int sb_sendlog_emerg(int argc, char **argv, uint32_t timeout, bool verbose) {
 
 }  // namespace
 
+constexpr sb_description sb_sendlog_line = sb_describe(command_line, option_table);
+
 int sb_sendlog(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
-    const auto timeout = static_cast<uint32_t>(opts.timeout);
-    if (opts.emergency) return sb_sendlog_emerg(argc, argv, timeout, opts.verbose);
-    return sb_sendlog_long(argc, argv, timeout, opts.verbose, static_cast<int32_t>(opts.unit));
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    if (opts.emergency) return sb_sendlog_emerg(argc, argv, opts.timeout, opts.verbose);
+    return sb_sendlog_long(argc, argv, opts.timeout, opts.verbose, opts.unit);
 }

@@ -8,14 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
-#include <optional>
 #include <span>
 #include <string>
 #include <utility>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "common/service.h"
 
 namespace {
@@ -51,34 +50,22 @@ A KEYVAL has the format of "key=value".
 struct options {
     bool hexadecimal = false;
     bool show_ports = true;
-    long long pool_size = DEFAULT_POOL;
+    uint64_t pool_size = DEFAULT_POOL;
 };
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'd': opts.hexadecimal = false; break;
-        case 'h': opts.hexadecimal = true; break;
-        case 'p': opts.show_ports = true; break;
-        case 'P': opts.show_ports = false; break;
-        case 's':
-            if (e_opt_getrangeint(&state, &opts.pool_size, MIN_POOL, MAX_POOL) != E_OPT_DONE) {
-                std::fprintf(stderr, "svccall: missing or invalid operand of -%c\n", c);
-                return SB_SETUP;
-            }
-            break;
-        case E_HELP: std::printf(usage, " (default)", "", DEFAULT_POOL, MIN_POOL, MAX_POOL); return SB_DONE;
-        default: std::fprintf(stderr, "svccall: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc < 2) {
-        std::fputs("svccall: missing operand\n", stderr);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::hexadecimal, false>('d'),
+    sets<&options::hexadecimal>('h'),
+    sets<&options::show_ports>('p'),
+    sets<&options::show_ports, false>('P'),
+    takes_number<&options::pool_size, MIN_POOL, MAX_POOL>('s'),
+};
+constexpr sb_commandline command_line = {
+    .command = "svccall",
+    .print_usage = [] { std::printf(usage, " (default)", "", DEFAULT_POOL, MIN_POOL, MAX_POOL); },
+    .operands = {.min = 2, .words = {sb_word::device, sb_word::service, sb_word::keyval}},
+    .bad_argument = {"missing or invalid operand of -%", SB_SETUP},
+};
 
 void unknown_type(const svc_descriptor &item) {
     std::fprintf(stderr, "svccall: \"%.*s\" has an unknown argument type of 0x%x\n",
@@ -208,7 +195,7 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
     call->arg_count = info.arg_count;
     call->result_count = info.result_count;
     const auto base = reinterpret_cast<uint64_t>(service.request);
-    pool taken{base + POOL_OFFSET, static_cast<uint64_t>(opts.pool_size), base + service.size};
+    pool taken{base + POOL_OFFSET, opts.pool_size, base + service.size};
     bool good = true;
     for (uint64_t i = 0; good && i < info.arg_count; i++) {
         const svc_descriptor &item = info.args[i];
@@ -344,17 +331,19 @@ int call_service(const sb_service &service, const char *called, char **keyvals, 
 
 }  // namespace
 
+constexpr sb_description sb_svccall_line = sb_describe(command_line, option_table);
+
 // A run that fails leaves device and port to the system.
 int sb_svccall(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     const uint64_t reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
     if (reply_port == NO_OBJECT) {
         std::fputs("svccall: failed to create MsgPort.\n", stderr);
         return SB_SETUP;
     }
-    sb_service service{"svccall", argv[0], reply_port, POOL_OFFSET + static_cast<uint64_t>(opts.pool_size)};
+    sb_service service{"svccall", argv[0], reply_port, POOL_OFFSET + opts.pool_size};
     if (!sb_service_open(service)) return SB_FAILED;
     if (const int status = call_service(service, argv[1], argv + 2, argc - 2, opts)) return status;
     CloseDevice(service.device);

@@ -7,8 +7,8 @@
 #include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "common/service.h"
 
 namespace {
@@ -28,22 +28,13 @@ static_assert(REQUEST_SIZE == 8704);
 constexpr uint64_t ANY_NUMBER = std::numeric_limits<uint64_t>::max();
 constexpr uint64_t RESULT_ROOM = (REQUEST_SIZE - INFO_OFFSET - sizeof(svc_info_block)) / sizeof(svc_descriptor);
 
-std::optional<int> parse(int &argc, char **&argv, bool &by_service) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 's': by_service = true; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::fprintf(stderr, "svcinfo: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc < (by_service ? 2 : 1)) {
-        std::fputs("svcinfo: missing operand\n", stderr);
-        return SB_FAILED;
-    }
-    return std::nullopt;
-}
+struct options {
+    bool by_service = false;
+};
+
+constexpr sb_option<options> option_table[] = {sets<&options::by_service>('s')};
+constexpr sb_commandline command_line = {
+    .command = "svcinfo", .usage = usage, .operands = {.min = 1, .words = {sb_word::device, sb_word::service}}};
 
 const char *plural(uint64_t count) { return count == 1 ? "" : "s"; }
 
@@ -109,13 +100,19 @@ bool list_services(const sb_service &service) {
 
 }  // namespace
 
+constexpr sb_description sb_svcinfo_line = sb_describe(command_line, option_table);
+
 int sb_svcinfo(int argc, char **argv) {
-    bool by_service = false;
-    if (const auto status = parse(argc, argv, by_service)) return *status;
+    options opts;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    if (opts.by_service && argc < 2) {
+        std::fputs("svcinfo: missing operand\n", stderr);
+        return SB_FAILED;
+    }
 
     uint64_t reply_port = NO_OBJECT;
     int status = SB_DONE;
-    const int devices = by_service ? 1 : argc;
+    const int devices = opts.by_service ? 1 : argc;
     for (int i = 0; i < devices; i++) {
         if (reply_port == NO_OBJECT) reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
         if (reply_port == NO_OBJECT) {
@@ -124,8 +121,8 @@ int sb_svcinfo(int argc, char **argv) {
         }
         sb_service service{"svcinfo", argv[i], reply_port, REQUEST_SIZE};
         bool good = sb_service_open(service);
-        if (good && !by_service && i > 0) std::putchar('\n');
-        if (good) good = by_service ? describe_named(service, argv + 1, argc - 1) : list_services(service);
+        if (good && !opts.by_service && i > 0) std::putchar('\n');
+        if (good) good = opts.by_service ? describe_named(service, argv + 1, argc - 1) : list_services(service);
         CloseDevice(service.device);  // none was opened: ignored
         if (good) continue;
         status = SB_FAILED;

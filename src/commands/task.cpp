@@ -6,11 +6,12 @@
 #include <iterator>
 #include <optional>
 #include <span>
+#include <string_view>
 
 #include "colp/colp.h"
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
 #include "platform/protocol/task.h"
@@ -51,68 +52,20 @@ Print process/task list.
     -Y, --systime       show time spent in the kernel (aka. system time)
 )";
 
-// "--stlegent" and "--mainmam" are what is accepted, whatever the usage says; kept.
-constexpr e_longopt long_opts[] = {
-    {"--all-common", 'a'}, {"--all", 'A'},     {"--crtick", 'c'},  {"--group", 'g'},
-    {"--pgid", 'G'},       {"--handles", 'h'}, {"--hwid", 'w'},    {"--slabstat", 'l'},
-    {"--stlegent", 'L'},   {"--name", 'n'},    {"--mainmam", 'm'}, {"--pfnum", 'p'},
-    {"--parent", 'P'},     {"--state", 's'},   {"--style", 'S'},   {"--exetime", 't'},
-    {"--accumtime", 'T'},  {"--syscall", 'y'}, {"--systime", 'Y'}, {"--isrtime", 'R'},
-    {"--uptime", 'u'},     {"--giduid", 'U'},  {"--virt", 'v'},    {"--pid", 'i'},
-    {"--ppid", 'I'},       {"--sid", 'd'},     {"--ctxsw", 'C'},   {"--sort", SB_SORT_OPTION},
-    {nullptr, 0}};
+// A set of options by their letters: those that show columns, then those that show parts of the footer.
+constexpr uint64_t option_set(std::string_view letters) {
+    uint64_t set = 0;
+    for (const char letter : letters) set |= uint64_t{1} << (letter - 'A');
+    return set;
+}
+constexpr uint64_t bit(char letter) { return option_set({&letter, 1}); }
+constexpr char ALWAYS = '_';  // not an option: always in the set
 
-// What options switch on: columns, then parts of the footer.
-enum : uint32_t {
-    SHOW_ALWAYS = 1u << 0,
-    SHOW_GROUP = 1u << 1,
-    SHOW_PARENT = 1u << 2,
-    SHOW_PID = 1u << 3,
-    SHOW_PPID = 1u << 4,
-    SHOW_PGID = 1u << 5,
-    SHOW_SID = 1u << 6,
-    SHOW_HWID = 1u << 7,
-    SHOW_GID_UID = 1u << 8,
-    SHOW_STATE = 1u << 9,
-    SHOW_FLAGS = 1u << 10,
-    SHOW_SLAB = 1u << 11,
-    SHOW_VIRT = 1u << 12,
-    SHOW_EXE_TIME = 1u << 13,
-    SHOW_ISR_TIME = 1u << 14,
-    SHOW_SYS_TIME = 1u << 15,
-    SHOW_ACCUM_TIME = 1u << 16,
-    SHOW_SYSTEM_CALLS = 1u << 17,
-    SHOW_PAGE_FAULTS = 1u << 18,
-    SHOW_CREATION_TICK = 1u << 19,
-    SHOW_SWITCHES = 1u << 20,
-    SHOW_NAME = 1u << 21,
-    SHOW_UPTIME = 1u << 22,
-    SHOW_HANDLES = 1u << 23,
-    SHOW_MAIN_CHUNK = 1u << 24,
-    SHOW_LEGEND = 1u << 25,
-
-    SHOW_IDS = SHOW_PID | SHOW_PPID | SHOW_PGID | SHOW_SID,
-    SHOW_TIMES = SHOW_EXE_TIME | SHOW_ISR_TIME | SHOW_SYS_TIME | SHOW_ACCUM_TIME,
-    SHOW_COMMON = SHOW_GROUP | SHOW_PARENT | SHOW_HWID | SHOW_GID_UID | SHOW_STATE | SHOW_SLAB | SHOW_VIRT |
-                  SHOW_ACCUM_TIME | SHOW_SYSTEM_CALLS | SHOW_PAGE_FAULTS | SHOW_NAME,
-    SHOW_ALL = SHOW_COMMON | SHOW_IDS | SHOW_FLAGS | SHOW_TIMES | SHOW_CREATION_TICK | SHOW_SWITCHES,
-};
-
-constexpr struct {
-    int letter;
-    uint32_t shows;
-} switches[] = {
-    {'a', SHOW_COMMON},     {'A', SHOW_ALL},          {'c', SHOW_CREATION_TICK}, {'C', SHOW_SWITCHES},
-    {'d', SHOW_SID},        {'f', SHOW_FLAGS},        {'g', SHOW_GROUP},         {'G', SHOW_PGID},
-    {'h', SHOW_HANDLES},    {'i', SHOW_PID},          {'I', SHOW_PPID},          {'l', SHOW_SLAB},
-    {'L', SHOW_LEGEND},     {'m', SHOW_MAIN_CHUNK},   {'n', SHOW_NAME},          {'p', SHOW_PAGE_FAULTS},
-    {'P', SHOW_PARENT},     {'R', SHOW_ISR_TIME},     {'s', SHOW_STATE},         {'t', SHOW_EXE_TIME},
-    {'T', SHOW_ACCUM_TIME}, {'u', SHOW_UPTIME},       {'U', SHOW_GID_UID},       {'v', SHOW_VIRT},
-    {'w', SHOW_HWID},       {'y', SHOW_SYSTEM_CALLS}, {'Y', SHOW_SYS_TIME},
-};
+constexpr uint64_t COMMON = option_set("gPwUslvTypn");
+constexpr uint64_t ALL = COMMON | option_set("iIGdtRYfcC");
 
 struct options {
-    uint32_t shows = SHOW_ALWAYS;
+    uint64_t shown = bit(ALWAYS);
     const char *style = nullptr;
     const char *sort = nullptr;
 };
@@ -122,49 +75,49 @@ int fail(int status, const char *what) {
     return status;
 }
 
-void print_usage() {
-    std::fputs(usage, stdout);
+void print_lists() {
     std::putchar('\n');
     sb_print_colp_styles(stdout);
     std::putchar('\n');
     sb_print_colp_sort(stdout, "SORTSPEC");
 }
 
-uint32_t shown_by(int letter) {
-    for (const auto &row : switches) {
-        if (row.letter == letter) return row.shows;
-    }
-    return 0;
+bool show(void *opts, e_optstate *, const sb_optionrow &row) {
+    const auto letter = static_cast<char>(row.code);
+    static_cast<options *>(opts)->shown |= letter == 'a' ? COMMON : letter == 'A' ? ALL : bit(letter);
+    return true;
 }
 
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    e_setlongoption(&state, long_opts);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        if (c == E_HELP) {
-            print_usage();
-            return SB_DONE;
-        }
-        if (c == 'S' || c == SB_SORT_OPTION) {
-            const char *text = sb_gettableoption("task", &state, c);
-            if (!text) return SB_FAILED;
-            (c == 'S' ? opts.style : opts.sort) = text;
-            continue;
-        }
-        const uint32_t shows = shown_by(c);
-        if (shows == 0) {
-            std::fprintf(stderr, "task: unknown switch: -%c\n", c);
-            return SB_BAD_SWITCH;
-        }
-        opts.shows |= shows;
-    }
-    if (argc > 0) {
-        std::fprintf(stderr, "task: extra operand: '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
+constexpr sb_option<options> shows(char letter, const char *long_name = nullptr) {
+    return takes<options>(letter, sb_word::none, show, long_name);
 }
+
+// Deliberate: "--stlegent" and "--mainmam" are accepted, "--flags" is not; the usage says otherwise.
+constexpr sb_option<options> option_table[] = {
+    shows('a', "--all-common"),   shows('A', "--all"),
+    shows('c', "--crtick"),       shows('C', "--ctxsw"),
+    shows('d', "--sid"),          shows('f'),
+    shows('g', "--group"),        shows('G', "--pgid"),
+    shows('h', "--handles"),      shows('i', "--pid"),
+    shows('I', "--ppid"),         shows('l', "--slabstat"),
+    shows('L', "--stlegent"),     shows('m', "--mainmam"),
+    shows('n', "--name"),         shows('p', "--pfnum"),
+    shows('P', "--parent"),       shows('R', "--isrtime"),
+    shows('s', "--state"),        shows('t', "--exetime"),
+    shows('T', "--accumtime"),    shows('u', "--uptime"),
+    shows('U', "--giduid"),       shows('v', "--virt"),
+    shows('w', "--hwid"),         shows('y', "--syscall"),
+    shows('Y', "--systime"),      takes_style<&options::style>("--style"),
+    takes_sort<&options::sort>(),
+};
+constexpr auto long_opts = sb_longoptions(option_table);
+constexpr sb_commandline command_line = {
+    .command = "task",
+    .usage = usage,
+    .print_usage = print_lists,
+    .long_options = long_opts.data(),
+    .operands = SB_NO_OPERANDS,
+};
 
 // ---- states and flags -----------------------------------------------------------------------------------------------
 
@@ -186,69 +139,38 @@ constexpr flag idle_flag = {TASKFLAG_IDLE, 'i', "idle task"};
 constexpr const flag *cell_flags[] = {&kernel_flag, &idle_flag, &sid_flag, &sealed_flag, &super_flag};
 constexpr const flag *legend_flags[] = {&super_flag, &sid_flag, &sealed_flag, &kernel_flag, &idle_flag};
 
-// ---- columns and rows -----------------------------------------------------------------------------------------------
+// ---- rows -----------------------------------------------------------------------------------------------------------
 
-constexpr sb_column left(const char *title) { return {COLP_STRING, title, COLP_JUST_LEFT, COLP_JUST_LEFT}; }
-constexpr sb_column right(uint32_t type, const char *title, unsigned extras = 0, const char *suffix = nullptr) {
-    return {type, title, COLP_JUST_RIGHT, COLP_JUST_RIGHT, extras, suffix};
-}
-constexpr sb_column number(const char *title) { return right(COLP_UINT, title); }
-constexpr sb_column summed(const char *title, const char *suffix = nullptr) {
-    return right(COLP_UINT, title, SB_COLUMN_SUMMED, suffix);
-}
+struct listing {
+    colp_table *table;
+    uint64_t iterator;
+    uint64_t page_size;
+    device_record *service;
+    uint64_t shown;  // options
 
-// Every column, in order; add_row() fills those that are shown in this order.
-constexpr struct {
-    uint32_t shown_with;
-    sb_column column;
-} catalogue[] = {
-    {SHOW_ALWAYS, right(COLP_STRING, "Handle")},
-    {SHOW_GROUP, right(COLP_HEX, "Group", SB_COLUMN_HANDLE)},
-    {SHOW_PARENT, right(COLP_HEX, "Parent", SB_COLUMN_HANDLE)},
-    {SHOW_PID, number("PID")},
-    {SHOW_PPID, number("PPID")},
-    {SHOW_PGID, number("PGID")},
-    {SHOW_SID, number("SID")},
-    {SHOW_ALWAYS, number("Pri")},
-    {SHOW_HWID, right(COLP_HEX, "HWID", SB_COLUMN_UPPER)},
-    {SHOW_GID_UID, number("GID")},
-    {SHOW_GID_UID, number("UID")},
-    {SHOW_STATE, right(COLP_STRING, "St")},
-    {SHOW_FLAGS, left("Flags")},
-    {SHOW_ALWAYS, summed("Th")},
-    {SHOW_SLAB, summed("Sl_u")},
-    {SHOW_SLAB, summed("Sl_p")},
-    {SHOW_ALWAYS, summed("Mo")},
-    {SHOW_ALWAYS, summed("Alloc", "k")},
-    {SHOW_ALWAYS, summed("Reserved", "k")},
-    {SHOW_VIRT, summed("Virt", "k")},
-    {SHOW_EXE_TIME, summed("ExeTime")},
-    {SHOW_ISR_TIME, summed("ISRTime")},
-    {SHOW_SYS_TIME, summed("SysTime")},
-    {SHOW_ACCUM_TIME, summed("AccumTime")},
-    {SHOW_SYSTEM_CALLS, summed("SysCalls")},
-    {SHOW_PAGE_FAULTS, summed("PF")},
-    {SHOW_CREATION_TICK, number("CrTick")},
-    {SHOW_SWITCHES, number("VolCtxSw")},
-    {SHOW_SWITCHES, number("InvCtxSw")},
-    {SHOW_NAME, left("Name")},
+    bool shows(char option) const { return (shown & bit(option)) != 0; }
+    uint64_t kilobytes(uint64_t pages) const { return pages * page_size >> 10; }
+    uint64_t item(uint64_t number, uint64_t fallback = 0) const { return sb_iteratoritem(iterator, number, fallback); }
+    uint64_t counter(uint64_t low, uint64_t high) const { return sb_iteratorcounter(iterator, low, high); }
+    void add_hex(uint64_t value) const { colp_addcell_hex(table, value); }
+    void add(uint64_t value) const { colp_addcell_uint(table, value); }
+    void add(const char *text) const { colp_addcell_string(table, text); }
 };
 
-sb_table make_table(const options &opts) {
-    std::array<sb_column, std::size(catalogue)> shown = {};
-    size_t count = 0;
-    for (const auto &[shown_with, column] : catalogue) {
-        if (opts.shows & shown_with) shown[count++] = column;
-    }
-    return sb_newtable("task", opts.style, std::span(shown).first(count));
-}
-
-// What every row is made of. A task of which one item cannot be read has no row.
-struct basics {
-    uint64_t handle, flags, priority, threads, memos, alloc_pages, reserved_pages;
+struct task_times {
+    uint64_t exe, isr, sys;
 };
 
-bool read_basics(uint64_t iterator, basics &task) {
+struct task_row {
+    uint64_t handle, flags, priority, threads, memos, alloc_pages, reserved_pages;  // read for every row
+    // Shared by several columns; read for the first of them that is shown.
+    std::optional<uint64_t> pid;
+    std::optional<task_times> times;
+    uint64_t ids;  // group and user
+};
+
+// False after a message: a task of which one item cannot be read has no row.
+bool read_basics(uint64_t iterator, task_row &task) {
     const struct {
         uint64_t item;
         uint64_t *value;
@@ -269,114 +191,158 @@ bool read_basics(uint64_t iterator, basics &task) {
     return true;
 }
 
-struct listing {
-    colp_table *table;
-    uint64_t iterator;
-    uint64_t page_size;
-    device_record *service;
-    uint32_t shows;
+uint64_t pid_of(const listing &list, task_row &task) {
+    if (!task.pid) {
+        uint64_t pid = 0;  // stays 0 where the service has no answer
+        SysvcGetPid(list.service, task.handle, &pid);
+        task.pid = pid;
+    }
+    return *task.pid;
+}
 
-    uint64_t kilobytes(uint64_t pages) const { return pages * page_size >> 10; }
-    uint64_t item(uint64_t number, uint64_t fallback = 0) const { return sb_iteratoritem(iterator, number, fallback); }
-    uint64_t counter(uint64_t low, uint64_t high) const { return sb_iteratorcounter(iterator, low, high); }
-    void add_hex(uint64_t value) const { colp_addcell_hex(table, value); }
-    void add(uint64_t value) const { colp_addcell_uint(table, value); }
-    void add(const char *text) const { colp_addcell_string(table, text); }
-};
+const task_times &times_of(const listing &list, task_row &task) {
+    if (!task.times) {
+        const uint64_t exe = list.counter(TASKINFO_EXETIME_LO, TASKINFO_EXETIME_HI);
+        const uint64_t isr = list.counter(TASKINFO_ISRTIME_LO, TASKINFO_ISRTIME_HI);
+        const uint64_t sys = list.counter(TASKINFO_SYSTIME_LO, TASKINFO_SYSTIME_HI);
+        task.times = {exe, isr, sys};
+    }
+    return *task.times;
+}
 
-void add_handle(const listing &list, const basics &task) {
+// ---- cells ----------------------------------------------------------------------------------------------------------
+
+void add_handle(const listing &list, task_row &task) {
     std::array<char, 3 + TASK_KEY_SIZE + 2> text = {' ', '0', 'x'};
     char *end = write_task_key(text.data() + 3, task.handle);
     *end = task.flags & TASKFLAG_SUPER ? '^' : ' ';
     list.add(text.data());
 }
 
-void add_ids(const listing &list, uint64_t handle) {
-    uint64_t pid = 0, ppid = 0, pgid = 0, sid = 0;  // what the service cannot tell stays 0
-    SysvcGetPid(list.service, handle, &pid);
-    if (list.shows & SHOW_PID) list.add(pid);
-    if (list.shows & SHOW_PPID) {
-        SysvcGetPPid(list.service, pid, &ppid);
-        list.add(ppid);
-    }
-    if (list.shows & SHOW_PGID) {
-        SysvcGetPgid(list.service, pid, &pgid);
-        list.add(pgid);
-    }
-    if (list.shows & SHOW_SID) {
-        SysvcGetSid(list.service, pid, &sid);
-        list.add(sid);
-    }
+void add_pid(const listing &list, task_row &task) { list.add(pid_of(list, task)); }
+
+// An id that the system service derives from the process id.
+template <int (*Get)(device_record *, uint64_t, uint64_t *)> void add_derived(const listing &list, task_row &task) {
+    uint64_t id = 0;
+    Get(list.service, pid_of(list, task), &id);
+    list.add(id);
 }
 
-void add_state(const listing &list) {
+void add_gid(const listing &list, task_row &task) {
+    task.ids = list.item(TASKINFO_IDS);
+    list.add(task.ids >> 16 & 0xFFFF);
+}
+
+void add_uid(const listing &list, task_row &task) { list.add(task.ids & 0xFFFF); }  // shown with the group alone
+
+void add_state(const listing &list, task_row &) {
     const uint64_t state = list.item(OBJINFO_STATE, UINT64_MAX);
     const char text[] = {state < std::size(states) ? states[state].letter : '?', '\0'};
     list.add(text);
 }
 
-void add_flags(const listing &list, uint64_t flags) {
+void add_flags(const listing &list, task_row &task) {
     std::array<char, std::size(cell_flags) + 1> text = {};
     char *end = text.data();
     for (const flag *row : cell_flags) {
-        if (flags & row->bit) *end++ = row->letter;
+        if (task.flags & row->bit) *end++ = row->letter;
     }
     list.add(text.data());
 }
 
-void add_times(const listing &list) {
-    const uint64_t exe = list.counter(TASKINFO_EXETIME_LO, TASKINFO_EXETIME_HI);
-    const uint64_t isr = list.counter(TASKINFO_ISRTIME_LO, TASKINFO_ISRTIME_HI);
-    const uint64_t sys = list.counter(TASKINFO_SYSTIME_LO, TASKINFO_SYSTIME_HI);
-    if (list.shows & SHOW_EXE_TIME) list.add(exe);
-    if (list.shows & SHOW_ISR_TIME) list.add(isr);
-    if (list.shows & SHOW_SYS_TIME) list.add(sys);
-    if (list.shows & SHOW_ACCUM_TIME) list.add(exe + sys + isr);
-}
-
 // A task without a name has a row that ends one cell short.
-void add_name(const listing &list, const basics &task) {
+void add_name(const listing &list, task_row &task) {
     if (task.flags & TASKFLAG_IDLE) return list.add("[idle]");
     if (task.flags & TASKFLAG_KERNEL) return list.add("[kernel]");
     std::array<char, 84> name = {};
     if (sb_gettaskname(task.handle, name.data(), name.size() - 1)) list.add(name.data());
 }
 
-// Reads an item only where it is shown.
-void add_row(const listing &list, const basics &task) {
-    const uint32_t shows = list.shows;
+template <uint64_t task_times::*Time> void add_time(const listing &list, task_row &task) {
+    list.add(times_of(list, task).*Time);
+}
+
+void add_accumulated(const listing &list, task_row &task) {
+    const auto [exe, isr, sys] = times_of(list, task);
+    list.add(exe + sys + isr);
+}
+
+template <uint64_t Item> void add_item(const listing &list, task_row &) { list.add(list.item(Item)); }
+template <uint64_t Item> void add_hex_item(const listing &list, task_row &) {
+    list.add_hex(list.item(Item, NO_OBJECT));
+}
+template <uint64_t Low, uint64_t High> void add_counter(const listing &list, task_row &) {
+    list.add(list.counter(Low, High));
+}
+template <uint64_t task_row::*Value> void add_value(const listing &list, task_row &task) { list.add(task.*Value); }
+void add_virtual(const listing &list, task_row &) { list.add(list.kilobytes(list.item(TASKINFO_VIRT_PAGES))); }
+template <uint64_t task_row::*Pages> void add_pages(const listing &list, task_row &task) {
+    list.add(list.kilobytes(task.*Pages));
+}
+
+// ---- columns --------------------------------------------------------------------------------------------------------
+
+constexpr sb_column left(const char *title) { return {COLP_STRING, title, COLP_JUST_LEFT, COLP_JUST_LEFT}; }
+constexpr sb_column right(uint32_t type, const char *title, unsigned extras = 0, const char *suffix = nullptr) {
+    return {type, title, COLP_JUST_RIGHT, COLP_JUST_RIGHT, extras, suffix};
+}
+constexpr sb_column number(const char *title) { return right(COLP_UINT, title); }
+constexpr sb_column summed(const char *title, const char *suffix = nullptr) {
+    return right(COLP_UINT, title, SB_COLUMN_SUMMED, suffix);
+}
+
+// Every column, in order, with the option that shows it and the function that adds its cell.
+constexpr struct {
+    char option;
+    sb_column column;
+    void (*add)(const listing &, task_row &);
+} catalogue[] = {
+    {ALWAYS, right(COLP_STRING, "Handle"), add_handle},
+    {'g', right(COLP_HEX, "Group", SB_COLUMN_HANDLE), add_hex_item<TASKINFO_GROUP>},
+    {'P', right(COLP_HEX, "Parent", SB_COLUMN_HANDLE), add_hex_item<TASKINFO_PARENT>},
+    {'i', number("PID"), add_pid},
+    {'I', number("PPID"), add_derived<SysvcGetPPid>},
+    {'G', number("PGID"), add_derived<SysvcGetPgid>},
+    {'d', number("SID"), add_derived<SysvcGetSid>},
+    {ALWAYS, number("Pri"), add_value<&task_row::priority>},
+    {'w', right(COLP_HEX, "HWID", SB_COLUMN_UPPER), add_hex_item<TASKINFO_HWID>},
+    {'U', number("GID"), add_gid},
+    {'U', number("UID"), add_uid},
+    {'s', right(COLP_STRING, "St"), add_state},
+    {'f', left("Flags"), add_flags},
+    {ALWAYS, summed("Th"), add_value<&task_row::threads>},
+    {'l', summed("Sl_u"), add_item<TASKINFO_SLAB_U>},
+    {'l', summed("Sl_p"), add_item<TASKINFO_SLAB_P>},
+    {ALWAYS, summed("Mo"), add_value<&task_row::memos>},
+    {ALWAYS, summed("Alloc", "k"), add_pages<&task_row::alloc_pages>},
+    {ALWAYS, summed("Reserved", "k"), add_pages<&task_row::reserved_pages>},
+    {'v', summed("Virt", "k"), add_virtual},
+    {'t', summed("ExeTime"), add_time<&task_times::exe>},
+    {'R', summed("ISRTime"), add_time<&task_times::isr>},
+    {'Y', summed("SysTime"), add_time<&task_times::sys>},
+    {'T', summed("AccumTime"), add_accumulated},
+    {'y', summed("SysCalls"), add_counter<TASKINFO_SYSCALLS_LO, TASKINFO_SYSCALLS_HI>},
+    {'p', summed("PF"), add_counter<TASKINFO_PAGEFAULTS_LO, TASKINFO_PAGEFAULTS_HI>},
+    {'c', number("CrTick"), add_counter<TASKINFO_CRTICK_LO, TASKINFO_CRTICK_HI>},
+    {'C', number("VolCtxSw"), add_counter<TASKINFO_VOLCTXSW_LO, TASKINFO_VOLCTXSW_HI>},
+    {'C', number("InvCtxSw"), add_counter<TASKINFO_INVCTXSW_LO, TASKINFO_INVCTXSW_HI>},
+    {'n', left("Name"), add_name},
+};
+
+sb_table make_table(const options &opts) {
+    std::array<sb_column, std::size(catalogue)> shown = {};
+    size_t count = 0;
+    for (const auto &entry : catalogue) {
+        if (opts.shown & bit(entry.option)) shown[count++] = entry.column;
+    }
+    return sb_newtable("task", opts.style, std::span(shown).first(count));
+}
+
+void add_row(const listing &list, task_row &task) {
     colp_beginrow(list.table);
-    add_handle(list, task);
-    if (shows & SHOW_GROUP) list.add_hex(list.item(TASKINFO_GROUP, NO_OBJECT));
-    if (shows & SHOW_PARENT) list.add_hex(list.item(TASKINFO_PARENT, NO_OBJECT));
-    if (shows & SHOW_IDS) add_ids(list, task.handle);
-    list.add(task.priority);
-    if (shows & SHOW_HWID) list.add_hex(list.item(TASKINFO_HWID, NO_OBJECT));
-    if (shows & SHOW_GID_UID) {
-        const uint64_t ids = list.item(TASKINFO_IDS);
-        list.add(ids >> 16 & 0xFFFF);
-        list.add(ids & 0xFFFF);
+    for (const auto &entry : catalogue) {
+        if (list.shows(entry.option)) entry.add(list, task);
     }
-    if (shows & SHOW_STATE) add_state(list);
-    if (shows & SHOW_FLAGS) add_flags(list, task.flags);
-    list.add(task.threads);
-    if (shows & SHOW_SLAB) {
-        list.add(list.item(TASKINFO_SLAB_U));
-        list.add(list.item(TASKINFO_SLAB_P));
-    }
-    list.add(task.memos);
-    list.add(list.kilobytes(task.alloc_pages));
-    list.add(list.kilobytes(task.reserved_pages));
-    if (shows & SHOW_VIRT) list.add(list.kilobytes(list.item(TASKINFO_VIRT_PAGES)));
-    if (shows & SHOW_TIMES) add_times(list);
-    if (shows & SHOW_SYSTEM_CALLS) list.add(list.counter(TASKINFO_SYSCALLS_LO, TASKINFO_SYSCALLS_HI));
-    if (shows & SHOW_PAGE_FAULTS) list.add(list.counter(TASKINFO_PAGEFAULTS_LO, TASKINFO_PAGEFAULTS_HI));
-    if (shows & SHOW_CREATION_TICK) list.add(list.counter(TASKINFO_CRTICK_LO, TASKINFO_CRTICK_HI));
-    if (shows & SHOW_SWITCHES) {
-        list.add(list.counter(TASKINFO_VOLCTXSW_LO, TASKINFO_VOLCTXSW_HI));
-        list.add(list.counter(TASKINFO_INVCTXSW_LO, TASKINFO_INVCTXSW_HI));
-    }
-    if (shows & SHOW_NAME) add_name(list, task);
     colp_endrow(list.table);
 }
 
@@ -391,24 +357,24 @@ void print_legend() {
 
 void print_footer(const listing &list) {
     std::printf("  Total: %" PRIu64 " tasks\n", colp_getrowcount(list.table));
-    if (list.shows & SHOW_UPTIME) std::printf("  Uptime: %" PRIu64 " msec\n", TickGetCount());
-    if (list.shows & SHOW_HANDLES) {
+    if (list.shows('u')) std::printf("  Uptime: %" PRIu64 " msec\n", TickGetCount());
+    if (list.shows('h')) {
         const bool managed = _SL_GetState(KSTATE_HANDLE_MANAGER) != 0;
         const uint64_t handles = _SL_GetState(KSTATE_HANDLE_COUNT);
         std::printf(managed ? "  Handles: %" PRIu64 "\n" : "  Handles %" PRIu64 " (handle manager is off)\n", handles);
     }
-    if (list.shows & SHOW_MAIN_CHUNK) {
+    if (list.shows('m')) {
         const uint64_t free_pages = _SL_GetState(KSTATE_MAIN_CHUNK_FREE_PAGES);
         const uint64_t pages = _SL_GetState(KSTATE_MAIN_CHUNK_PAGES);
         std::printf("  Main chunk: %" PRIu64 "k free of %" PRIu64 "k\n", list.kilobytes(free_pages),
                     list.kilobytes(pages));
     }
-    if (list.shows & SHOW_LEGEND) print_legend();
+    if (list.shows('L')) print_legend();
 }
 
 int list_tasks(const listing &list, const options &opts) {
     while (_SL_StepIterator(list.iterator) == RESULT_SUCCESS) {
-        basics task = {};
+        task_row task = {};
         if (read_basics(list.iterator, task)) add_row(list, task);
     }
     if (sb_parse_colp_sort(list.table, opts.sort) != 0) return SB_FAILED;
@@ -418,12 +384,14 @@ int list_tasks(const listing &list, const options &opts) {
 }
 }  // namespace
 
+constexpr sb_description sb_task_line = sb_describe(command_line, option_table);
+
 int sb_task(int argc, char **argv) {
     const uint64_t page_size = _SL_GetState(KSTATE_PAGE_SIZE);
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
-    device_record *service = GetSystemService();  // null is fine: its answers are then missing
+    device_record *service = GetSystemService();  // null: no answers
     const sb_table table = make_table(opts);
     if (!table) return SB_FAILED;
     const uint64_t iterator = _SL_CreateIterator(0, 0);
@@ -433,7 +401,7 @@ int sb_task(int argc, char **argv) {
     }
     int status = SB_FAILED;
     const bool begun = _SL_BeginIterator(iterator, SYSTEM_WIDE, ITERSEL_TASKS) == RESULT_SUCCESS;
-    if (begun) status = list_tasks({table.get(), iterator, page_size, service, opts.shows}, opts);
+    if (begun) status = list_tasks({table.get(), iterator, page_size, service, opts.shown}, opts);
     _SL_DeleteObject(iterator, DELETE_HANDLE);
     return begun ? status : fail(status, "failed to start iteration");
 }

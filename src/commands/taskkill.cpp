@@ -2,11 +2,10 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
 #include "platform/protocol/task.h"
@@ -25,24 +24,15 @@ struct options {
     sb_taskoperand operands = sb_taskoperand::name;
 };
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'a': opts.all = true; break;
-        case 'P': opts.operands = sb_taskoperand::number; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::fprintf(stderr, "%s: unknown switch: -%c\n", "taskkill", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (opts.operands == sb_taskoperand::number) opts.all = false;
-    if (argc == 0) {
-        std::fputs(usage, stdout);
-        return SB_DONE;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::all>('a'),
+    sets<&options::operands, sb_taskoperand::number>('P'),
+};
+constexpr sb_commandline command_line = {
+    .command = "taskkill",
+    .usage = usage,
+    .operands = {.min = 1, .words = {sb_word::task}, .missing = SB_SHOW_USAGE},
+};
 
 void kill(uint64_t handle, uint64_t notice_port) {
     constexpr uint64_t notice_word = 6;  // an exit code shifted by 8 in a task's own notice; kept as it is
@@ -57,10 +47,13 @@ void kill(uint64_t handle, uint64_t notice_port) {
 }
 }  // namespace
 
+constexpr sb_description sb_taskkill_line = sb_describe(command_line, option_table);
+
 // The status is 0 whatever failed: failures stand in the output.
 int sb_taskkill(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    const bool all = opts.all && opts.operands == sb_taskoperand::name;
 
     const uint64_t notice_port = _SL_GetState(KSTATE_EXIT_NOTICE_PORT);
     for (int i = 0; i < argc; ++i) {
@@ -71,7 +64,7 @@ int sb_taskkill(int argc, char **argv) {
         }
         // With -a a task that cannot be deleted is tried again for as long as its name is found.
         do kill(handle, notice_port);
-        while (opts.all && sb_resolvetask(argv[i], opts.operands, &handle));
+        while (all && sb_resolvetask(argv[i], opts.operands, &handle));
     }
     return SB_DONE;
 }

@@ -7,13 +7,12 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
-#include <optional>
 #include <span>
 #include <utility>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "common/registers.h"
 #include "platform/kernel.h"
 
@@ -47,39 +46,26 @@ struct options {
     bool stack = false;
     bool time = false;
     bool waiting = false;
-    bool waiting_master = false;
+    bool waiting_master = false;  // shown instead of the handle
     bool registers = false;
-    bool all_nodes = false;
+    bool all_nodes = false;  // the registers of each
     bool legend = false;
     sb_taskoperand operands = sb_taskoperand::name;
 };
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'C': opts.switches = true; break;
-        case 'D': opts.depth = true; break;
-        case 'p': opts.pc = true; break;
-        case 'P': opts.operands = sb_taskoperand::hex; break;
-        case 'r': opts.registers = true; break;
-        case 'R': opts.registers = opts.all_nodes = true; break;
-        case 's': opts.stack = true; break;
-        case 'S': opts.legend = true; break;
-        case 'w': opts.waiting = true; break;
-        case 'W': opts.waiting = opts.waiting_master = true; break;
-        case 'x': opts.time = true; break;
-        case E_HELP: std::fputs(usage, stdout); return SB_DONE;
-        default: std::fprintf(stderr, "threads: unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc == 0) {
-        std::fputs(usage, stdout);
-        return SB_DONE;
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::switches>('C'),  sets<&options::depth>('D'),
+    sets<&options::pc>('p'),        sets<&options::operands, sb_taskoperand::hex>('P'),
+    sets<&options::registers>('r'), sets<&options::all_nodes>('R'),
+    sets<&options::stack>('s'),     sets<&options::legend>('S'),
+    sets<&options::waiting>('w'),   sets<&options::waiting_master>('W'),
+    sets<&options::time>('x'),
+};
+constexpr sb_commandline command_line = {
+    .command = "threads",
+    .usage = usage,
+    .operands = {.min = 1, .words = {sb_word::task}, .missing = SB_SHOW_USAGE},
+};
 
 // ---- registers ------------------------------------------------------------------------------------------------------
 
@@ -156,7 +142,7 @@ void print_heading(const options &opts) {
     if (opts.stack) std::printf("   %*s", 16, "StackPtr");
     if (opts.depth) std::printf(" %*s", 5, "Depth");
     if (opts.switches) std::printf(" %*s %*s", 9, "VolCtxSw", 9, "InvCtxSw");
-    if (opts.waiting) std::printf("   %*s", 16, "Wait on");
+    if (opts.waiting || opts.waiting_master) std::printf("   %*s", 16, "Wait on");
     std::putchar('\n');
 }
 
@@ -197,7 +183,7 @@ void print_row(uint64_t iterator, const thread &row, const options &opts) {
         const uint64_t involuntary = sb_iteratorcounter(iterator, THREADINFO_INVCTXSW_LO, THREADINFO_INVCTXSW_HI);
         std::printf(" %*" PRIu64 " %*" PRIu64, 9, voluntary, 9, involuntary);
     }
-    if (opts.waiting) std::printf(" 0x%0*" PRIX64, 16, row.waiting);
+    if (opts.waiting || opts.waiting_master) std::printf(" 0x%0*" PRIX64, 16, row.waiting);
     std::putchar('\n');
 }
 
@@ -239,9 +225,11 @@ int list_tasks(uint64_t iterator, std::span<char *const> operands, const options
 }
 }  // namespace
 
+constexpr sb_description sb_threads_line = sb_describe(command_line, option_table);
+
 int sb_threads(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     register_table table;
     if (!build_register_table(table)) std::fputs("threads: could not build register table\n", stderr);

@@ -4,6 +4,7 @@
 
 #include "colp/colp.h"
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
 #include "common/taskobjects.h"
 #include "platform/kernel.h"
@@ -28,14 +29,33 @@ constexpr struct {
     const char *meaning;
 } flags[FLAG_COUNT] = {{'D', "Deleted"}, {'R', "Reclaimable"}, {'L', "Reclaim lock"}, {'r', "Reclaimed"}};
 
-void print_usage() {
-    std::fputs(usage, stdout);
+void print_lists() {
     for (const auto &[letter, meaning] : flags) std::printf("  %c - %s\n", letter, meaning);
     std::putchar('\n');
     sb_print_colp_styles(stdout);
     std::putchar('\n');
     sb_print_colp_sort(stdout, "SORTSPEC");
 }
+
+struct options {
+    sb_taskoperand operands = sb_taskoperand::name;
+    const char *style = nullptr;
+    const char *sort = nullptr;
+};
+
+constexpr sb_option<options> option_table[] = {
+    sets<&options::operands, sb_taskoperand::hex>('P'),
+    takes_style<&options::style>(),
+    takes_sort<&options::sort>(),
+};
+constexpr auto long_opts = sb_longoptions(option_table);
+constexpr sb_commandline command_line = {
+    .command = "tmemo",
+    .usage = usage,
+    .print_usage = print_lists,
+    .long_options = long_opts.data(),
+    .operands = {.min = 1, .words = {sb_word::task}, .missing = SB_SHOW_USAGE},
+};
 
 constexpr sb_column columns[] = {
     {COLP_HEX, "Handle", COLP_JUST_RIGHT, COLP_JUST_RIGHT, SB_COLUMN_HANDLE},
@@ -86,14 +106,19 @@ void add_row(void *, colp_table *table, uint64_t iterator) {
 }
 }  // namespace
 
+constexpr sb_description sb_tmemo_line = sb_describe(command_line, option_table);
+
 int sb_tmemo(int argc, char **argv) {
-    return sb_listtaskobjects(argc, argv,
-                              {.command = "tmemo",
+    options opts;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    return sb_listtaskobjects({.command = "tmemo",
                                .plural = "memos",
                                .selection = ITERSEL_MEMOS,
                                .columns = columns,
-                               .switches = {},
-                               .print_usage = print_usage,
+                               .tasks = {argv, static_cast<size_t>(argc)},
+                               .operands = opts.operands,
+                               .style = opts.style,
+                               .sort = opts.sort,
                                .context = nullptr,
                                .begin_task = nullptr,
                                .add_row = add_row});

@@ -4,11 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
 
@@ -74,33 +73,18 @@ bool parse_value(options &opts) {
     return *number != '\0' && *end == '\0';
 }
 
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'd': opts.hexadecimal = false; break;
-        case 'x': opts.hexadecimal = true; break;
-        case 'P': opts.operands = sb_taskoperand::number; break;
-        case 's':
-            opts.value = e_opt_getstr(&state);
-            if (!opts.value) {
-                std::fprintf(stderr, "%s: missing or invalid argument of -%c\n", "tprop", c);
-                return SB_FAILED;
-            }
-            break;
-        case E_HELP: print_usage(); return SB_DONE;
-        default: std::fprintf(stderr, "%s: unknown switch: -%c\n", "tprop", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc < 2) return fail("missing operand");
-    if (std::strcmp(argv[0], priority.name) != 0) {
-        std::fprintf(stderr, "%s: invalid property name: %s\n", "tprop", argv[0]);
-        return SB_FAILED;
-    }
-    if (opts.value && !parse_value(opts)) return fail("invalid set operand");
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::hexadecimal, false>('d'),
+    sets<&options::hexadecimal>('x'),
+    sets<&options::operands, sb_taskoperand::number>('P'),
+    takes_text<&options::value>('s', sb_word::text),
+};
+constexpr sb_commandline command_line = {
+    .command = "tprop",
+    .print_usage = print_usage,
+    .operands = {.min = 2, .words = {sb_word::property, sb_word::task}},
+    .bad_argument = {"missing or invalid argument of -%", SB_FAILED},
+};
 
 // Shows or sets the property of one task; false after a message.
 bool handle_target(const char *target, const options &opts) {
@@ -125,11 +109,18 @@ bool handle_target(const char *target, const options &opts) {
 }
 }  // namespace
 
+constexpr sb_description sb_tprop_line = sb_describe(command_line, option_table);
+
 int sb_tprop(int argc, char **argv) {
     if (!IsCurrentTaskSuper()) return fail("only root can do that");
 
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    if (std::strcmp(argv[0], priority.name) != 0) {
+        std::fprintf(stderr, "%s: invalid property name: %s\n", "tprop", argv[0]);
+        return SB_FAILED;
+    }
+    if (opts.value && !parse_value(opts)) return fail("invalid set operand");
 
     if (!opts.value) std::printf("%s:\n", priority.description);
     int status = SB_DONE;

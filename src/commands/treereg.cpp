@@ -2,11 +2,10 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "common/vector.h"
 #include "platform/registry.h"
 
@@ -55,37 +54,20 @@ struct options {
     long long depth = -1;  // levels below the first; negative: no limit
 };
 
-int show_usage() {
-    std::fputs(usage, stdout);
-    return SB_DONE;
-}
-
-// A missing number is answered with the usage and status 0; kept.
-std::optional<int> parse(int &argc, char **&argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'a': opts.flags |= SHOW_ASCII; break;
-        case 'b':
-            if (e_opt_getint(&state, &opts.octets) != E_OPT_DONE) return show_usage();
-            break;
-        case 'B': opts.flags &= ~SHOW_BINARIES; break;
-        case 'c': opts.show_caps = true; break;
-        case 'D': opts.flags &= ~SHOW_OCTETS; break;
-        case 'F': opts.flags |= SHOW_TYPE; break;
-        case 'I': opts.flags &= ~SHOW_INTEGERS; break;
-        case 'L':
-            if (e_opt_getint(&state, &opts.depth) != E_OPT_DONE) return show_usage();
-            break;
-        case 'x': opts.flags |= HEXADECIMAL; break;
-        case 'X': opts.flags |= BOTH_BASES; break;
-        case E_HELP: return show_usage();
-        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    adds<&options::flags>('a', SHOW_ASCII),       takes_number<&options::octets>('b'),
+    removes<&options::flags>('B', SHOW_BINARIES), sets<&options::show_caps>('c'),
+    removes<&options::flags>('D', SHOW_OCTETS),   adds<&options::flags>('F', SHOW_TYPE),
+    removes<&options::flags>('I', SHOW_INTEGERS), takes_number<&options::depth>('L'),
+    adds<&options::flags>('x', HEXADECIMAL),      adds<&options::flags>('X', BOTH_BASES),
+};
+constexpr sb_commandline command_line = {
+    .command = "treereg",
+    .usage = usage,
+    .operands = {.words = {sb_word::registry_path}},
+    .bad_argument = SB_SHOW_USAGE,
+    .speech = sb_speech::on_stdout,
+};
 
 bool is_directory(const RegIterator &entry) { return entry.type == REGTYPE_DIR || entry.type == REGTYPE_TMP; }
 
@@ -223,9 +205,11 @@ int sb_treereg_list(vector *levels, unsigned char *buffer, unsigned flags, long 
 
 }  // namespace
 
+constexpr sb_description sb_treereg_line = sb_describe(command_line, option_table);
+
 int sb_treereg(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     uint32_t max_name = 0, max_binary = 0, max_depth = 0;
     if (!RegCaps(GetRegDev(), &max_name, &max_binary, &max_depth)) {

@@ -5,6 +5,7 @@
 
 #include "colp/colp.h"
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
 #include "common/taskobjects.h"
 #include "platform/kernel.h"
@@ -46,14 +47,35 @@ constexpr struct {
 };
 constexpr size_t basic_flags = 6;  // shown without -f
 
-void print_usage() {
-    std::fputs(usage, stdout);
+void print_lists() {
     sb_print_colp_styles(stdout);
     std::putchar('\n');
     sb_print_colp_sort(stdout, "SORTSPEC");
     std::puts("\nView flags:");
     for (const auto &flag : flags) std::printf("  %c - %s\n", flag.letter, flag.meaning);
 }
+
+struct options {
+    sb_taskoperand operands = sb_taskoperand::name;
+    const char *style = nullptr;
+    const char *sort = nullptr;
+    bool all_flags = false;
+    bool names = false;
+};
+
+constexpr sb_option<options> option_table[] = {
+    sets<&options::all_flags>('f'), sets<&options::operands, sb_taskoperand::hex>('P'),
+    sets<&options::names>('n'),     takes_style<&options::style>(),
+    takes_sort<&options::sort>(),
+};
+constexpr auto long_opts = sb_longoptions(option_table);
+constexpr sb_commandline command_line = {
+    .command = "tview",
+    .usage = usage,
+    .print_usage = print_lists,
+    .long_options = long_opts.data(),
+    .operands = {.min = 1, .words = {sb_word::task}, .missing = SB_SHOW_USAGE},
+};
 
 constexpr sb_column number(const char *title) {
     return {COLP_HEX, title, COLP_JUST_RIGHT, COLP_JUST_RIGHT, SB_COLUMN_HANDLE};
@@ -64,8 +86,7 @@ constexpr sb_column columns[] = {
     number("Memo"),   number("Owner"), {COLP_STRING, "", COLP_JUST_LEFT, COLP_JUST_LEFT}};
 
 struct listing {
-    bool all_flags = false;
-    bool names = false;
+    const options &opts;
     uint64_t page_size = 0;
     uint64_t master = 0;  // of the task listed
 };
@@ -108,10 +129,10 @@ void add_row(void *context, colp_table *table, uint64_t iterator) {
     colp_addcell_hex(table, begin + size - 1);
     colp_addcell_hex(table, size);
     colp_addcell_hex(table, offset);
-    add_flags(table, bits, list.all_flags);
+    add_flags(table, bits, list.opts.all_flags);
     colp_addcell_hex(table, memo);
     colp_addcell_hex(table, owner);
-    if (list.names) {
+    if (list.opts.names) {
         char name[64];
         if (sb_gettaskname(owner, name, sizeof name - 1)) colp_addcell_string(table, name);
     } else if (owner == list.master) {
@@ -120,16 +141,20 @@ void add_row(void *context, colp_table *table, uint64_t iterator) {
 }
 }  // namespace
 
+constexpr sb_description sb_tview_line = sb_describe(command_line, option_table);
+
 int sb_tview(int argc, char **argv) {
-    listing list;
-    const sb_switch switches[] = {{'f', &list.all_flags}, {'n', &list.names}};
-    return sb_listtaskobjects(argc, argv,
-                              {.command = "tview",
+    options opts;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
+    listing list = {opts};
+    return sb_listtaskobjects({.command = "tview",
                                .plural = "views",
                                .selection = ITERSEL_VIEWS,
                                .columns = columns,
-                               .switches = switches,
-                               .print_usage = print_usage,
+                               .tasks = {argv, static_cast<size_t>(argc)},
+                               .operands = opts.operands,
+                               .style = opts.style,
+                               .sort = opts.sort,
                                .context = &list,
                                .begin_task = begin_task,
                                .add_row = add_row});

@@ -2,11 +2,10 @@
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
-#include <optional>
 
 #include "commands/commands.h"
+#include "common/commandline.h"
 #include "common/helpers.h"
-#include "common/options.h"
 #include "platform/device.h"
 
 namespace {
@@ -24,32 +23,24 @@ struct options {
     bool ticks_only = false;
 };
 
-int print_usage() {
-    std::fputs(usage, stdout);
-    return SB_DONE;
-}
-
-// Unlike the other commands, this one complains on standard output and answers an operand with its usage. Kept.
-std::optional<int> parse(int argc, char **argv, options &opts) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'c': opts.compact = true; break;
-        case 'm': opts.milliseconds = true; break;
-        case 't': opts.ticks_only = true; break;
-        case E_HELP: return print_usage();
-        default: std::printf("Unknown switch: -%c\n", c); return SB_BAD_SWITCH;
-        }
-    }
-    if (argc > 0) return print_usage();
-    return std::nullopt;
-}
+constexpr sb_option<options> option_table[] = {
+    sets<&options::compact>('c'),
+    sets<&options::milliseconds>('m'),
+    sets<&options::ticks_only>('t'),
+};
+constexpr sb_commandline command_line = {
+    .command = "uptime",
+    .usage = usage,
+    .operands = {.max = 0, .extra = SB_SHOW_USAGE},
+    .speech = sb_speech::on_stdout,
+};
 }  // namespace
+
+constexpr sb_description sb_uptime_line = sb_describe(command_line, option_table);
 
 int sb_uptime(int argc, char **argv) {
     options opts;
-    if (const auto status = parse(argc, argv, opts)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     const uint64_t milliseconds = TickGetCount();
     if (opts.ticks_only) {

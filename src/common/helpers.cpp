@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "colp/colp.h"
-#include "common/options.h"
 #include "platform/device.h"
 #include "platform/protocol/service.h"
 #include "platform/protocol/task.h"
@@ -206,12 +205,6 @@ void sb_print_colp_sort(FILE *stream, const char *option_name) {
                  "The optional MODE is any of the following sort modes:\n",
                  option_name);
     for (const char *const *name = colp_getsortorderlist(); *name; ++name) std::fprintf(stream, "  %s\n", *name);
-}
-
-const char *sb_gettableoption(const char *command, e_optstate *state, int option) {
-    const char *text = e_opt_getstr(state);
-    if (!text) std::fprintf(stderr, "%s: -%c: missing or invalid operand\n", command, option);
-    return text;
 }
 
 int sb_parse_colp_sort(colp_table *table, const char *spec) {

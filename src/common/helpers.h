@@ -17,7 +17,6 @@
 #include "platform/protocol/registry.h"
 
 struct colp_table;
-struct e_optstate;
 
 // Exit statuses. Commands that promise others keep their promise.
 enum : int {
@@ -135,10 +134,6 @@ void sb_print_colp_sort(FILE *stream, const char *option_name);
 
 // The code of the long option "--sort", which has no letter.
 inline constexpr int SB_SORT_OPTION = 1000;
-
-// The text that a table's option takes, "-S STYLE" or "--sort SORTSPEC", or null after printing on standard error that
-// it is missing. An option code that is no letter shows there as its low byte.
-const char *sb_gettableoption(const char *command, e_optstate *state, int option);
 
 // Sorts a table, its rows complete, by a user's COLUMN_INDEX [ "," MODE ].
 //   spec     null: leave the rows as they are

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "common/commandline.h"
+#include "main/descriptions.h"
 #include "main/tools.h"
 #include "run_ventix.h"
 
@@ -81,6 +83,12 @@ TEST(Dispatcher, MakesAndRemovesItsLinks) {
     EXPECT_EQ(run({"--uninstall", "--verbose"}), per_command("Remove symlink '", "'\n"));
     EXPECT_EQ(count(), 1);
     EXPECT_EQ(run({"--uninstall"}), "");
+}
+
+TEST(Descriptions, NameTheCommandsInTheirOrder) {
+    std::string described;
+    for (const sb_description *row : sb_descriptions()) described += std::string(row->line->command) + '\n';
+    EXPECT_EQ(described, per_command("", "\n"));
 }
 
 }  // namespace
