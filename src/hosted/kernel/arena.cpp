@@ -1,10 +1,11 @@
-// arena.cpp - reservation, opening and bookkeeping of the shared region.
+// hosted/kernel/arena.cpp - reservation, opening and bookkeeping of the shared region.
 #include "hosted/kernel/arena.h"
 
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define VENTIX_POISONS 1
@@ -25,12 +26,28 @@ namespace hosted {
 namespace {
 
 // Below the kernel's own mapping area for any amount of address randomisation, and within what the sanitizers' shadow
-// memory covers, on both processors. Not a promise: where it is taken, the region lies elsewhere.
+// memory covers, on both processors. No promise: if it is taken, the region lies elsewhere.
 constexpr uint64_t FIXED_ADDRESS = 0x7EA000000000;
-constexpr uint64_t LARGEST_RESERVATION = uint64_t{16} << 30;
+
+// The region begins with what nearly every run needs and is extended in place, for a long log by gigabytes. Elsewhere
+// nothing keeps the addresses above it free, so it is larger from the start.
+constexpr uint64_t FIRST_RESERVATION = uint64_t{16} << 20;
+constexpr uint64_t RESERVATION_ELSEWHERE = uint64_t{256} << 20;
 constexpr uint64_t SMALLEST_RESERVATION = uint64_t{1} << 20;
+constexpr uint64_t LARGEST_REGION = uint64_t{16} << 30;
 constexpr uint64_t OPENING_STEP = uint64_t{64} << 10;
 constexpr uint64_t ALIGNMENT = 16;
+
+// Reserves address space without access; null where the system refuses.
+//   at  the address that it must have; null: any
+std::byte *reserve_space(std::byte *at, uint64_t size) {
+    const int where = at != nullptr ? MAP_FIXED_NOREPLACE : 0;
+    void *made = mmap(at, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | where, -1, 0);
+    if (made == MAP_FAILED) return nullptr;
+    if (at == nullptr || made == at) return static_cast<std::byte *>(made);
+    munmap(made, size);  // a kernel that does not know the flag takes the address as a hint
+    return nullptr;
+}
 
 uint64_t round_up(uint64_t value, uint64_t step) { return (value + step - 1) / step * step; }
 
@@ -45,21 +62,31 @@ arena::~arena() {
 bool arena::reserve() {
     if (base_ != nullptr) return true;
     if (refused_) return false;
-    for (uint64_t size = LARGEST_RESERVATION; size >= SMALLEST_RESERVATION; size /= 2) {
-        constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE;
-        void *at = mmap(reinterpret_cast<void *>(FIXED_ADDRESS), size, PROT_NONE, flags | MAP_FIXED_NOREPLACE, -1, 0);
-        if (at == MAP_FAILED) at = mmap(nullptr, size, PROT_NONE, flags, -1, 0);
-        if (at == MAP_FAILED) continue;
-        base_ = static_cast<std::byte *>(at);
-        reserved_ = size;
-        return true;
+    auto *const fixed = reinterpret_cast<std::byte *>(FIXED_ADDRESS);
+    for (const auto &[at, largest] : {std::pair(fixed, FIRST_RESERVATION), {nullptr, RESERVATION_ELSEWHERE}}) {
+        for (uint64_t size = largest; size >= SMALLEST_RESERVATION; size /= 2) {
+            base_ = reserve_space(at, size);
+            if (base_ == nullptr) continue;
+            reserved_ = size;
+            return true;
+        }
     }
     refused_ = true;
     return false;
 }
 
+bool arena::extend_to(uint64_t end) {
+    if (end <= reserved_) return true;
+    if (end > LARGEST_REGION) return false;
+    const uint64_t wanted = round_up(end, SMALLEST_RESERVATION);
+    if (reserve_space(base_ + reserved_, wanted - reserved_) == nullptr) return false;
+    reserved_ = wanted;
+    return true;
+}
+
 bool arena::open_up_to(uint64_t end) {
     if (end <= opened_) return true;
+    if (!extend_to(end)) return false;
     const uint64_t wanted = std::min(round_up(end, OPENING_STEP), reserved_);
     if (mprotect(base_ + opened_, wanted - opened_, PROT_READ | PROT_WRITE) != 0) return false;
     ASAN_POISON_MEMORY_REGION(base_ + opened_, wanted - opened_);
@@ -68,10 +95,10 @@ bool arena::open_up_to(uint64_t end) {
 }
 
 uint64_t arena::allocate(uint64_t size) {
-    if (size == 0 || !reserve() || size > reserved_) return 0;
+    if (size == 0 || size > LARGEST_REGION || !reserve()) return 0;
     const uint64_t taken = round_up(size, ALIGNMENT);
 
-    // First fit among what was given back; the bytes there may have been written, so they are cleared.
+    // First fit among the released blocks. Their bytes may have been written, so they are cleared.
     for (auto hole = free_.begin(); hole != free_.end(); ++hole) {
         if (hole->second < taken) continue;
         const auto [offset, room] = *hole;
@@ -84,7 +111,7 @@ uint64_t arena::allocate(uint64_t size) {
     }
 
     const uint64_t offset = end_;
-    if (taken > reserved_ - offset || !open_up_to(offset + taken)) return 0;
+    if (!open_up_to(offset + taken)) return 0;
     ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
     used_.emplace(offset, size);
     end_ = offset + taken;

@@ -1,8 +1,8 @@
 // hosted/kernel/arena.h - the memory that clients and servers share.
 //
-// One region of address space, at one fixed address where that is free, reserved without access and opened as it grows.
-// Its bookkeeping lies outside it, so that nothing a client writes can corrupt it. Under the address sanitizer the
-// bytes that nobody asked for, or gave back, are poisoned.
+// One region of address space, at a fixed address where that is free. It is reserved without access, opened as blocks
+// need it, and extended when they no longer fit. Its bookkeeping lies outside it, so that nothing a client writes can
+// corrupt it. Under the address sanitizer, bytes that nobody asked for and released bytes are poisoned.
 #pragma once
 
 #include <cstddef>
@@ -19,14 +19,14 @@ public:
     arena(const arena &) = delete;
     arena &operator=(const arena &) = delete;
 
-    // Takes a zeroed block of size bytes, aligned to 16; its address, or 0 where it does not fit.
+    // Returns the address of a new block of zeroes, aligned to 16, or 0 where size bytes do not fit (or size is 0).
     uint64_t allocate(uint64_t size);
 
-    // Gives a block back by its address; anything else is ignored.
+    // Releases the block that begins at an address; any other address is ignored.
     void release(uint64_t address);
 
-    // The bytes at an address, if all of them lie in one block; else an empty span. The only way for a server to reach
-    // what an address of a client names.
+    // The bytes at an address, if all of them lie in one block; else an empty span. It is valid until the block is
+    // released. The only way for a server to reach what a client's address names.
     std::span<std::byte> span(uint64_t address, uint64_t length) const;
 
     // The record of type T at an address, or null (not inside one block, or misaligned).
@@ -40,17 +40,18 @@ public:
     bool contains(uint64_t address) const { return !span(address, 1).empty(); }
 
 private:
-    bool reserve();
-    bool open_up_to(uint64_t end);  // offset in bytes
+    bool reserve();                 // the region, unless there is one
+    bool extend_to(uint64_t end);   // the region, to an offset in bytes
+    bool open_up_to(uint64_t end);  // for access
 
     std::byte *base_ = nullptr;
     uint64_t reserved_ = 0;              // bytes of address space
     uint64_t opened_ = 0;                // bytes from base_ that may be accessed
-    uint64_t end_ = 0;                   // offset behind the last block ever handed out
-    bool refused_ = false;               // the system gave no address space at all
+    uint64_t end_ = 0;                   // offset after the highest block ever allocated
+    bool refused_ = false;               // the system refuses any address space
     std::map<uint64_t, uint64_t> used_;  // offset -> size asked for
     std::map<uint64_t, uint64_t> free_;  // offset -> bytes, neighbours joined
-    mutable std::map<uint64_t, uint64_t>::const_iterator found_ = used_.end();  // the block that was reached last
+    mutable std::map<uint64_t, uint64_t>::const_iterator found_ = used_.end();  // the block reached last
 };
 
 }  // namespace hosted
