@@ -17,9 +17,9 @@ struct register_info {
     uint64_t type;  // the type word: CPUREG_ bits and the width
 };
 
-// Reads an item of the groups over a table of registers; RESULT_ codes.
+// Reads an item of the groups over a table of registers. RESULT_NO_ITEM where there is none.
 //   longest  bytes of the longest name
-//   at       gives the register_info of a place in the table
+//   at       returns the register_info of an index in the table
 template <class At>
 uint64_t read_register_info(size_t count, size_t longest, At at, uint64_t group, uint64_t index, uint64_t &value) {
     constexpr uint64_t PIECE = sizeof value;                    // bytes of a name in one item

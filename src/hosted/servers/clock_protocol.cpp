@@ -1,4 +1,4 @@
-// clock_protocol.cpp - reading and setting a real-time clock.
+// hosted/servers/clock_protocol.cpp - reading and setting a real-time clock.
 #include "hosted/servers/protocols.h"
 
 namespace hosted {

@@ -1,4 +1,4 @@
-// counter_protocol.cpp - statistics counters, and how their records are written.
+// hosted/servers/counter_protocol.cpp - statistics counters, and how their records are written.
 #include <algorithm>
 #include <cstring>
 #include <string>

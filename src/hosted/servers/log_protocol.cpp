@@ -1,4 +1,4 @@
-// log_protocol.cpp - reading and writing a system log, and its emergency messages.
+// hosted/servers/log_protocol.cpp - reading and writing a system log, and its emergency messages.
 #include <algorithm>
 #include <cstring>
 #include <limits>
@@ -10,8 +10,8 @@ namespace hosted {
 
 namespace {
 
-// The requests carry their own argument blocks, right behind the header; the payload word says nothing more. Their
-// time-out is not heeded: nothing here takes time.
+// The requests carry their own argument blocks, right after the header, and the payload word is not used. Their
+// time-out is ignored: nothing here takes time.
 class log_protocol : public device_protocol {
 public:
     explicit log_protocol(log_source &source) : source_(source) {}

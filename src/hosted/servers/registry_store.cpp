@@ -1,4 +1,4 @@
-// registry_store.cpp - how paths are taken apart.
+// hosted/servers/registry_store.cpp - how paths are taken apart.
 #include "hosted/servers/registry_store.h"
 
 #include <algorithm>

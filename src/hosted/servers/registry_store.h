@@ -1,6 +1,7 @@
 // hosted/servers/registry_store.h - what the registry server serves: a machine's tree of keys.
 //
-// Paths are as clients give them: components separated by '/', empty ones to be skipped; the empty path is the root.
+// Paths are as clients give them: components separated by '/', of which empty ones are skipped. The empty path is the
+// root.
 #pragma once
 
 #include <cstddef>
@@ -20,11 +21,13 @@ struct registry_entry {
     uint32_t length = 0;  // bytes of its value
 };
 
-// A walk over one directory's entries, in the registry's order.
+// A walk over the entries of one directory, in the registry's order.
 class registry_cursor {
 public:
     virtual ~registry_cursor() = default;
-    virtual bool next(registry_entry &entry) = 0;  // false at the end
+
+    // Moves to the next entry and reads it; the first call reads the first entry. Returns false at the end.
+    virtual bool next(registry_entry &entry) = 0;
 };
 
 struct registry_limits {
@@ -34,10 +37,10 @@ struct registry_limits {
     uint32_t buffer = 4096;        // bytes of a client's payload buffer
 };
 
-// Takes the first component off a path; empty when none is left.
+// Removes the first component of a path and returns it; empty where none is left.
 std::string_view next_component(std::string_view &path);
 
-// Results are error words: 0, IOERROR_NOT_FOUND, or another code.
+// Results are error words: 0 (done), IOERROR_NOT_FOUND, or another code. Outputs are written on success only.
 class registry_store {
 public:
     virtual ~registry_store() = default;
@@ -46,9 +49,10 @@ public:
     virtual std::unique_ptr<registry_cursor> list(std::string_view path) = 0;  // null: no such directory
     virtual uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) = 0;
     virtual uint32_t read_int(std::string_view path, uint64_t &value) = 0;
-    virtual uint32_t read_binary(std::string_view path, std::string &value) = 0;
+    virtual uint32_t read_binary(std::string_view path, std::string &value) = 0;  // the whole value
 
-    // A store that is read-only leaves these as they are.
+    // Make or replace a binary key, make a temporary directory, make an integer key. A read-only store does not
+    // override them.
     virtual uint32_t write_binary(std::string_view, std::string_view) { return RESULT_NOT_PERMITTED; }
     virtual uint32_t create_temporary(std::string_view) { return RESULT_NOT_PERMITTED; }
     virtual uint32_t create_guard(std::string_view, uint64_t) { return RESULT_NOT_PERMITTED; }

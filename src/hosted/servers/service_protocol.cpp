@@ -1,4 +1,5 @@
-// service_protocol.cpp - service devices: their list, the description of a service, and calls with typed results.
+// hosted/servers/service_protocol.cpp - service devices: their list, the description of a service, and calls with typed
+// results.
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -31,7 +32,7 @@ svc_descriptor descriptor_of(const service_description::item &item) {
     return made;
 }
 
-// One call, on the block of its request. Result texts are blocks of shared memory that are kept for the request.
+// One call, on the block of its request. Result texts are blocks of shared memory that live as long as the request.
 class block_call : public service_call {
 public:
     block_call(const request_view &request, svc_call_block &block, std::vector<uint64_t> &kept)
@@ -69,8 +70,8 @@ public:
     }
 
 private:
-    // Puts a value into shared memory, zeroes behind it, and its address into the result's slot; 0 where there is no
-    // memory.
+    // Copies a value into shared memory, followed by zeroes, and stores its address in the result's slot: 0 where there
+    // is no memory.
     void keep(size_t result, const void *value, size_t bytes, size_t room) {
         if (result >= SVC_MAX_RESULTS) return;
         const uint64_t address = request_.memory.allocate(room);
@@ -138,7 +139,7 @@ uint32_t service_protocol::list(const request_view &request) const {
     return 0;
 }
 
-// Counts are told as they are; of the descriptors only what the request has room for is written.
+// Reports the true counts. Writes only the descriptors that the request has room for.
 uint32_t service_protocol::info(const request_view &request) const {
     auto *block = request.block<svc_info_block>();
     const auto name = block != nullptr ? read_field(block->name) : std::nullopt;
@@ -151,10 +152,10 @@ uint32_t service_protocol::info(const request_view &request) const {
         block->args[i] = descriptor_of(described.args[i]);
     }
     block->result_count = described.results.size();
-    const auto behind = request.rest(request.payload).subspan(sizeof(svc_info_block));
-    for (size_t i = 0; i < std::min(described.results.size(), behind.size() / sizeof(svc_descriptor)); i++) {
+    const auto results = request.rest(request.payload).subspan(sizeof(svc_info_block));
+    for (size_t i = 0; i < std::min(described.results.size(), results.size() / sizeof(svc_descriptor)); i++) {
         const svc_descriptor result = descriptor_of(described.results[i]);
-        std::memcpy(behind.data() + i * sizeof result, &result, sizeof result);
+        std::memcpy(results.data() + i * sizeof result, &result, sizeof result);
     }
     return 0;
 }

@@ -1,6 +1,7 @@
-// hosted/servers/sources.h - where the protocols of devices get their data: each machine implements these.
+// hosted/servers/sources.h - where the protocols of devices get their data. Each machine implements these.
 //
-// Results are error words of the request: 0, IOERROR_NOT_FOUND, or another code.
+// A result is the error word of the request: 0 (done), IOERROR_NOT_FOUND, or another code. Outputs are written on
+// success only. All are called with the kernel's lock held.
 #pragma once
 
 #include <cstdint>
@@ -20,16 +21,16 @@ public:
     virtual ~counter_source() = default;
 
     // The counter records of a unit.
-    //   room      bytes that the client offers; only whole records that fit are given, raw bytes are cut to it
+    //   room      bytes that the client offers; only whole records that fit are delivered, raw bytes are cut to it
     //   bytes     out: the records
-    //   returned  out: the byte count to report, the size of bytes unless the source lies on purpose
+    //   returned  out: the byte count to report: the size of bytes, unless the source misbehaves on purpose
     virtual uint32_t read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) = 0;
 };
 
-// Appends one counter record to bytes unless it would grow past room; false then.
+// Appends one counter record to bytes. Returns false, and appends nothing, if it would grow past room.
 bool append_counter(std::string &bytes, uint64_t room, std::string_view name, uint64_t value);
 
-// One service and what it takes and gives.
+// One service: its arguments and its results.
 struct service_description {
     struct item {
         std::string key;
@@ -40,16 +41,21 @@ struct service_description {
     std::vector<item> results;
 };
 
-// One call of a service: its arguments, and where its results go. Implemented by the service protocol.
+// One call of a service: its arguments, and where its results go. The service protocol implements it.
 class service_call {
 public:
     virtual ~service_call() = default;
-    virtual uint64_t word(size_t argument) const = 0;                    // slot word; 0 past the last
-    virtual std::optional<std::string> text(size_t argument) const = 0;  // of a string argument, if it is readable
+
+    // An argument: its slot word (0 past the last slot), or the text or address that it points at (nothing where that
+    // is out of reach).
+    virtual uint64_t word(size_t argument) const = 0;
+    virtual std::optional<std::string> text(size_t argument) const = 0;
     virtual std::optional<svc_sockaddr> address(size_t argument) const = 0;
 
-    virtual void set_word(size_t result, uint64_t value) = 0;          // past the last slot: ignored, as below
-    virtual void set_text(size_t result, std::string_view value) = 0;  // kept in server memory until the request goes
+    // Store a result; past the last slot nothing is stored. Texts and addresses lie in the server's memory until the
+    // request is deleted.
+    virtual void set_word(size_t result, uint64_t value) = 0;
+    virtual void set_text(size_t result, std::string_view value) = 0;
     virtual void set_wide(size_t result, std::u32string_view value) = 0;
     virtual void set_address(size_t result, const svc_sockaddr &value) = 0;
 };
@@ -58,7 +64,7 @@ class service_source {
 public:
     virtual ~service_source() = default;
     virtual size_t count() const = 0;
-    virtual uint64_t total() const { return count(); }  // what the list reports
+    virtual uint64_t total() const { return count(); }  // that the list reports
     virtual const service_description &describe(size_t index) const = 0;
     virtual uint32_t call(size_t index, service_call &call) = 0;
 };
@@ -68,7 +74,9 @@ class log_source {
 public:
     virtual ~log_source() = default;
     virtual uint32_t length(uint64_t &characters) = 0;
-    virtual uint32_t read(uint64_t offset, uint64_t room, std::string_view &text) = 0;  // valid until the next call
+
+    // Reads at most room characters from an offset. The text is valid until the next call.
+    virtual uint32_t read(uint64_t offset, uint64_t room, std::string_view &text) = 0;
     virtual uint32_t write(std::string_view message) = 0;
     virtual void emergency(uint64_t word1, uint64_t code, uint64_t word2) = 0;
 };
@@ -85,8 +93,13 @@ public:
 class process_source {
 public:
     virtual ~process_source() = default;
-    virtual uint32_t id(uint32_t command, uint64_t key,
-                        uint64_t &value) = 0;  // SYSVCCMD_GET_..ID; key as the client gave
+
+    // One id of a process.
+    //   command  SYSVCCMD_GET_PID, _PPID, _PGID or _SID
+    //   key      what the client named: a task handle, or a process id
+    virtual uint32_t id(uint32_t command, uint64_t key, uint64_t &value) = 0;
+
+    // The driver of a device number, and its major number.
     virtual uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) = 0;
     virtual uint32_t max_major(uint32_t &major) = 0;
 };

@@ -1,4 +1,4 @@
-// system_service_protocol.cpp - the ids of processes and the drivers behind device numbers.
+// hosted/servers/system_service_protocol.cpp - the ids of processes and the drivers behind device numbers.
 #include <cstring>
 #include <string>
 
