@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "hosted/boot.h"
-#include "hosted/kernel/entry.h"
+#include "hosted/kernel/run.h"
 #include "input.h"
 #include "platform/registry.h"
 #include "platform/sysvc.h"

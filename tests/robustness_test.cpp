@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "hosted/boot.h"
-#include "hosted/kernel/entry.h"
+#include "hosted/kernel/run.h"
 #include "hosted/live/own_child.h"
 #include "main/tools.h"
 

@@ -1,4 +1,4 @@
-// hosted/boot.h - making the machine that the environment names, and the machines' constructors.
+// hosted/boot.h - the machines' constructors.
 #pragma once
 
 #include <memory>
@@ -11,8 +11,8 @@ namespace hosted {
 
 std::unique_ptr<machine> make_live_machine();
 
-// Loads the machine file at path. With a save path the machine is written there at the end; where both are the same
-// file, it stays locked from here until then.
+// Loads the machine file at path. With a save path the machine is written there at the end of the run. If both name the
+// same file, it stays locked from here until then.
 //   faults   out: the faults that the file lists
 //   message  out, on failure: "FILE: what is wrong", for a person
 //   returns  null on failure

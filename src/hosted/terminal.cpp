@@ -1,24 +1,28 @@
-// terminal.cpp - platform/terminal.h over the running machine's terminals.
+// hosted/terminal.cpp - platform/terminal.h over the terminals of the machine.
 #include "platform/terminal.h"
 
 #include <mutex>
 
-#include "hosted/kernel/entry.h"
+#include "hosted/kernel/run.h"
 
-int OpenTerminal(const char *path, int flags) {
+namespace {
+
+template <class Request> auto with_terminals(Request request) {
     hosted::kernel &owner = hosted::running();
     const std::lock_guard lock(owner.mutex());
-    return owner.machine().open_terminal(path, flags);
+    return request(owner.machine().terminals());
+}
+
+}  // namespace
+
+int OpenTerminal(const char *path, int flags) {
+    return with_terminals([=](auto &terminals) { return terminals.open_terminal(path, flags); });
 }
 
 int ControlTerminal(int descriptor, unsigned long request, char *buffer) {
-    hosted::kernel &owner = hosted::running();
-    const std::lock_guard lock(owner.mutex());
-    return owner.machine().control_terminal(descriptor, request, buffer);
+    return with_terminals([=](auto &terminals) { return terminals.control_terminal(descriptor, request, buffer); });
 }
 
 void CloseTerminal(int descriptor) {
-    hosted::kernel &owner = hosted::running();
-    const std::lock_guard lock(owner.mutex());
-    owner.machine().close_terminal(descriptor);
+    with_terminals([=](auto &terminals) { terminals.close_terminal(descriptor); });
 }

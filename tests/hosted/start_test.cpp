@@ -135,6 +135,8 @@ TEST(Start, NoFileTakesTheOutputOfAClosedStream) {
     }
 }
 
+TEST(Start, ACountOf256IsNoSuccess) { EXPECT_EQ(shell("readreg $(seq 256)", "run").status, 255); }
+
 // A limit on the size of files ends neither the run nor leaves half a file behind.
 TEST(Start, FilesThatMayNotGrow) {
     const scratch_directory place;

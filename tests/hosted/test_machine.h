@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "hosted/kernel/entry.h"
+#include "hosted/kernel/run.h"
 #include "hosted/servers/protocols.h"
 #include "platform/protocol/registry.h"
 #include "platform/registry.h"
@@ -49,10 +49,10 @@ inline std::unique_ptr<hosted::server> make_server(hosted::kernel &owner,
     return made;
 }
 
-class test_machine : public hosted::machine {
+class test_machine : public hosted::machine, hosted::server_source, hosted::terminal_source {
 public:
     using maker = std::function<std::unique_ptr<hosted::server>(hosted::kernel &)>;
-    static constexpr uint64_t TASK = 0x10, THREAD = 0x11;
+    static constexpr uint64_t TASK = 0x10, THREAD = 0x11, FIRST = 0x20;
 
     std::map<std::string, maker, std::less<>> makers;  // of the devices' servers, by name
     maker registry_maker;                              // none: a healthy registry over store
@@ -62,19 +62,18 @@ public:
     std::vector<uint64_t> destroyed;                          // what was asked to be ended; nothing ever is
 
     void attach(hosted::kernel &owner) override { store.kernel = &owner; }
-    uint64_t task() override { return TASK; }
+    hosted::machine_start start() override {
+        return {.task = TASK, .first_handle = FIRST, .virtual_tick = 1000, .call_budget = {}, .traces_calls = false};
+    }
     uint64_t thread(bool first) override { return first ? THREAD : 0; }
     bool knows(uint64_t handle) override { return handle == TASK || handle == THREAD; }
-    uint64_t first_handle() override { return 0x20; }
     bool reserves(uint64_t) override { return false; }
-    std::optional<uint64_t> virtual_tick() override { return 1000; }
     bool state(uint64_t item, uint64_t &value) override {
         const auto known = states.find(item);
         if (known != states.end()) value = known->second;
         return known != states.end();
     }
     uint64_t system_data(uint64_t, uint64_t, uint64_t &) override { return RESULT_NO_ITEM; }
-    bool traces_calls() override { return false; }
     uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override {
         const auto found = infos.find({handle, item});
         if (found == infos.end()) return RESULT_NO_ITEM;
@@ -87,6 +86,7 @@ public:
     uint64_t raise(uint64_t, uint64_t, uint64_t) override { return RESULT_NOT_PERMITTED; }
     uint64_t destroy(uint64_t handle) override { return destroyed.push_back(handle), RESULT_NOT_PERMITTED; }
     void exit_notice(uint64_t, uint64_t) override {}
+    hosted::server_source &servers() override { return *this; }
     std::unique_ptr<hosted::server> make_registry(hosted::kernel &owner) override {
         if (registry_maker) return registry_maker(owner);
         return make_server(owner, hosted::make_registry_protocol(store), store.limits().buffer);
@@ -95,6 +95,7 @@ public:
         const auto found = makers.find(name);
         return found == makers.end() ? nullptr : found->second(owner);
     }
+    hosted::terminal_source &terminals() override { return *this; }
     int open_terminal(const char *, int) override { return -1; }
     int control_terminal(int, unsigned long, char *) override { return -1; }
     void close_terminal(int) override {}
@@ -146,7 +147,7 @@ public:
         _SL_GetAddressMemo(0, block, ADDRESS_MEMO_ANY);  // makes the arena's memo, if it was not there yet
         kernel().memory().release(block);
         std::set<uint64_t> found;
-        for (uint64_t end = kernel().new_handle(), handle = machine_->first_handle(), master; handle < end; handle++) {
+        for (uint64_t end = kernel().new_handle(), handle = test_machine::FIRST, master; handle < end; handle++) {
             if (_SL_GetObjectInfo(handle, OBJINFO_HANDLE, &master) == RESULT_SUCCESS) found.insert(handle);
         }
         return found;

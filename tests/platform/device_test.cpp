@@ -31,7 +31,7 @@ protected:
 private:
     void play(const script &steps, uint64_t reply_port, uint64_t id) {
         for (const step &one : steps) {
-            kernel_.after(one.delay, [this, reply_port, code = one.code, id] { kernel_.post(reply_port, code, id); });
+            host_.after(one.delay, [this, reply_port, code = one.code, id] { host_.post(reply_port, code, id); });
         }
     }
     script begun_, aborted_;

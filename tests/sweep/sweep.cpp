@@ -39,7 +39,7 @@
 
 #include "failing_allocations.h"
 #include "hosted/boot.h"
-#include "hosted/kernel/entry.h"
+#include "hosted/kernel/run.h"
 #include "main/tools.h"
 #include "platform/protocol/device.h"
 #include "shell_words.h"

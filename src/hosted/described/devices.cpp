@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "hosted/described/text.h"
+#include "hosted/kernel/kernel.h"
 #include "hosted/servers/protocols.h"
 #include "hosted/utf8.h"
 #include "platform/protocol/device.h"

@@ -88,7 +88,7 @@ template <class Record> std::unique_ptr<walk> walk_over(const std::vector<Record
     return std::make_unique<list_walk<Record>>(list);
 }
 
-class described_machine : public machine {
+class described_machine : public machine, private server_source, private terminal_source {
 public:
     // Reads the file and settles who is calling.
     bool load(const std::string &path, const std::string &save_path, std::string &message);
@@ -100,19 +100,21 @@ public:
         records_.registry.attach(owner);
     }
 
-    uint64_t task() override { return self_task_.handle; }
+    machine_start start() override {
+        return {.task = self_task_.handle,
+                .first_handle = first_handle_,
+                .virtual_tick = records_.tick,
+                .call_budget = call_budget(),
+                .traces_calls = false};
+    }
     uint64_t thread(bool first) override { return first ? self_thread_.handle : 0; }
     bool knows(uint64_t handle) override { return find(handle) != nullptr; }
-    uint64_t first_handle() override { return first_handle_; }
     bool reserves(uint64_t handle) override {
         return handle == self_task_.handle || handle == self_thread_.handle || records_.objects.contains(handle);
     }
-    std::optional<uint64_t> virtual_tick() override { return records_.tick; }
-    std::optional<uint64_t> call_budget() override;
 
     bool state(uint64_t number, uint64_t &value) override;
     uint64_t system_data(uint64_t group, uint64_t index, uint64_t &value) override;
-    bool traces_calls() override { return false; }
 
     uint64_t object_info(uint64_t handle, uint64_t number, uint64_t &value) override;
     uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) override;
@@ -122,11 +124,13 @@ public:
     uint64_t destroy(uint64_t handle) override;
     void exit_notice(uint64_t master, uint64_t word) override { records_.exit_notices.emplace_back(master, word); }
 
+    server_source &servers() override { return *this; }
     std::unique_ptr<server> make_registry(kernel &owner) override;
     std::unique_ptr<server> make_device(kernel &owner, std::string_view name) override {
         return devices_.make(owner, name);
     }
 
+    terminal_source &terminals() override { return *this; }
     int open_terminal(const char *path, int flags) override;
     int control_terminal(int descriptor, unsigned long request, char *buffer) override;
     void close_terminal(int descriptor) override;
@@ -135,6 +139,7 @@ public:
 
 private:
     void settle_callers();
+    uint64_t call_budget() const;
     object *find(uint64_t handle);  // null: gone or never there
     described::task *find_task(uint64_t handle);
     terminal *find_terminal(std::string_view path);
@@ -206,8 +211,8 @@ bool described_machine::save(std::string &message) {
     }
 }
 
-std::optional<uint64_t> described_machine::call_budget() {
-    if (records_.call_budget) return records_.call_budget;
+uint64_t described_machine::call_budget() const {
+    if (records_.call_budget) return *records_.call_budget;
     return BASE_BUDGET + BUDGET_PER_OBJECT * (records_.objects.size() + records_.registry.given_count());
 }
 

@@ -1,81 +1,104 @@
-// call_log.cpp - formatting and writing of the call log's lines.
+// hosted/kernel/call_log.cpp - formatting and writing of the call log's lines.
 #include "hosted/kernel/call_log.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <charconv>
+#include <iterator>
+#include <string>
+#include <utility>
 
 namespace hosted {
 
 namespace {
 
-void append_hex(std::string &line, uint64_t value) {
-    char digits[16];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value, 16).ptr;
-    line.append("0x").append(digits, end);
-}
+// One line on the stack. A call has at most 6 arguments of 20 characters, or one record of three words.
+class line {
+public:
+    line &text(std::string_view added) {
+        const size_t fits = std::min(added.size(), static_cast<size_t>(std::end(characters_) - end_));
+        end_ = std::copy_n(added.data(), fits, end_);
+        return *this;
+    }
+    line &hex(uint64_t value) {
+        text("0x");
+        end_ = std::to_chars(end_, std::end(characters_), value, 16).ptr;
+        return *this;
+    }
+    line &decimal(int64_t value) {
+        end_ = std::to_chars(end_, std::end(characters_), value).ptr;
+        return *this;
+    }
+    std::string_view view() const { return {characters_, static_cast<size_t>(end_ - characters_)}; }
 
-void append_count(std::string &line, int64_t value) {
-    char digits[20];
-    line.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
-}
+private:
+    char characters_[512];
+    char *end_ = characters_;
+};
 
-void append_argument(std::string &line, const argument &given, bool succeeded) {
+void append_argument(line &to, const argument &given, bool succeeded) {
     switch (given.what) {
-    case argument::kind::number: append_hex(line, given.value); return;
-    case argument::kind::count: append_count(line, static_cast<int64_t>(given.value)); return;
+    case argument::kind::number: to.hex(given.value); return;
+    case argument::kind::count: to.decimal(static_cast<int64_t>(given.value)); return;
     case argument::kind::output:
-        line += '{';
-        if (succeeded && given.output != nullptr) append_hex(line, *given.output);
-        line += '}';
+        to.text("{");
+        if (succeeded && given.output != nullptr) to.hex(*given.output);
+        to.text("}");
         return;
     case argument::kind::record:
-        line += '{';
+        to.text("{");
         if (succeeded && given.record != nullptr) {
-            append_hex(line, given.record->word1);
-            append_hex(line += ", ", given.record->code);
-            append_hex(line += ", ", given.record->word2);
+            to.hex(given.record->word1).text(", ").hex(given.record->code).text(", ").hex(given.record->word2);
         }
-        line += '}';
+        to.text("}");
         return;
     }
 }
 
 }  // namespace
 
-call_log::~call_log() {
-    if (descriptor_ >= 0) close(descriptor_);
-}
-
-bool call_log::open(const char *path) {
-    descriptor_ = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    return descriptor_ >= 0;
+bool call_log::open(std::string_view name) {
+    constexpr std::string_view PROCESS_ID = "%p";
+    std::string path(name);
+    const std::string id = std::to_string(getpid());
+    for (size_t at = 0; (at = path.find(PROCESS_ID, at)) != path.npos; at += id.size()) {
+        path.replace(at, PROCESS_ID.size(), id);
+    }
+    file_ = open_named(std::move(path), O_WRONLY | O_APPEND | O_CREAT, 0666);
+    return is_open();
 }
 
 void call_log::write(call which, std::span<const argument> arguments, bool succeeded, std::optional<uint64_t> result) {
-    line_.assign(call_name(which));
-    const char *separator = "(";
+    line made;
+    made.text(call_name(which)).text("(");
     for (const argument &given : arguments) {
-        line_ += separator;
-        append_argument(line_, given, succeeded);
-        separator = ", ";
+        if (&given != arguments.data()) made.text(", ");
+        append_argument(made, given, succeeded);
     }
-    line_ += arguments.empty() ? "()" : ")";
-    if (result) append_hex(line_ += " = ", *result);
-    line_ += '\n';
+    made.text(")");
+    if (result) made.text(" = ").hex(*result);
+    write_line(made.text("\n").view());
+}
 
-    // One write a line, so that lines of several processes do not mix, and none is lost to a crash.
-    for (size_t done = 0; done < line_.size();) {
-        const ssize_t written = ::write(descriptor_, line_.data() + done, line_.size() - done);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) {
-            if (error_ == 0) error_ = written < 0 ? errno : EIO;
-            return;
+void call_log::write(const request_subject &subject) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string made(line().text("# request ").hex(subject.command).text(" \"").view());
+    for (const char c : subject.path) {
+        if (c >= ' ' && c <= '~' && c != '"' && c != '\\') {
+            made += c;
+        } else {
+            const auto byte = static_cast<unsigned char>(c);
+            made.append("\\x").append({digits[byte >> 4], digits[byte & 0xF]});
         }
-        done += static_cast<size_t>(written);
     }
+    write_line(made += "\"\n");
+}
+
+// One write a line, so that lines of several processes do not mix and a crash loses none.
+void call_log::write_line(std::string_view text) {
+    const int error = write_all(file_.get(), text);
+    if (error_ == 0) error_ = error;
 }
 
 }  // namespace hosted

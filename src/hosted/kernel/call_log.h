@@ -1,17 +1,23 @@
 // hosted/kernel/call_log.h - one line per kernel call, appended to a file.
 //
+//     # request 0xc0020021 "run/dev/rtc0"
+//     _SL_SendMsg(0x100004, 0x100005, 0x20100, 0x1, -1) = 0x0
 //     _SL_GetIteratorInfo(0x21, 0x401, {0xa}) = 0x0
 //
-// Numbers are in lower-case hexadecimal, time-outs and semaphore counts in signed decimal, outputs in braces, which
-// stay empty when the call failed. A call that ends the process has no result.
+// Numbers are in lower-case hexadecimal, time-outs and semaphore counts in signed decimal. Outputs are in braces, which
+// stay empty when the call failed. A call that ends the process has no result. The line of a send that begins a request
+// to the registry follows one with the request's command and path, where bytes outside printable ASCII, quotes and
+// backslashes are written as \xHH.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
+#include <string_view>
 
+#include "hosted/descriptors.h"
 #include "hosted/kernel/calls.h"
+#include "hosted/kernel/server.h"
 #include "platform/kernel.h"
 
 namespace hosted {
@@ -32,25 +38,24 @@ struct argument {
 
 class call_log {
 public:
-    call_log() = default;
-    ~call_log();
-    call_log(const call_log &) = delete;
-    call_log &operator=(const call_log &) = delete;
+    // Opens the file to append to; %p in its name is the process id. Returns false, with errno set, on failure.
+    bool open(std::string_view name);
+    bool is_open() const { return static_cast<bool>(file_); }
 
-    // Opens the file to append to; false, with errno set, when that fails.
-    bool open(const char *path);
-    bool is_open() const { return descriptor_ >= 0; }
-
-    // Writes one line. Outputs are shown when the call succeeded.
+    // Writes the line of a call. Outputs are shown if it succeeded. Takes no memory.
     void write(call which, std::span<const argument> arguments, bool succeeded, std::optional<uint64_t> result);
+
+    // Writes the line of a request to the registry.
+    void write(const request_subject &subject);
 
     // The errno of the first write that failed, or 0.
     int error() const { return error_; }
 
 private:
-    int descriptor_ = -1;
+    void write_line(std::string_view line);
+
+    descriptor file_;
     int error_ = 0;
-    std::string line_;
 };
 
 }  // namespace hosted

@@ -1,4 +1,4 @@
-// kernel.cpp - objects and handles, messages, semaphores, iterators, and the one function that waits.
+// hosted/kernel/kernel.cpp - objects and handles, messages, semaphores, iterators, and the one function that waits.
 #include "hosted/kernel/kernel.h"
 
 #include <algorithm>
@@ -31,39 +31,41 @@ uint64_t fail(caller &who, uint64_t result) {
     return NO_OBJECT;
 }
 
-// Behind the port of item 10: tells the machine of every task's end.
+// Owns the port of KSTATE_EXIT_NOTICE_PORT.
 class exit_notices : public server {
 public:
-    explicit exit_notices(machine &told) : told_(told) {}
-    void receive(const kernel_message &message) override {
-        if (message.code == MSG_TASK_EXIT) told_.exit_notice(message.word1, message.word2);
+    explicit exit_notices(machine &receiver) : receiver_(receiver) {}
+    void receive(const delivery &received) override {
+        const kernel_message &message = received.message;
+        if (message.code == MSG_TASK_EXIT) receiver_.exit_notice(message.word1, message.word2);
     }
 
 private:
-    machine &told_;
+    machine &receiver_;
 };
 
 }  // namespace
 
 enum class kernel::object_kind : uint8_t { any, port, semaphore, iterator, memo };
 
-// An object of the kernel's own. It lives as long as one of its handles; what still holds it then finds it dead.
+// An object of the kernel's own. It lives as long as one of its handles. A call that still holds it then finds it dead.
 struct kernel::object {
     static constexpr object_kind KIND = object_kind::any;
-    explicit object(object_kind made) : is(made) {}
+    explicit object(object_kind made) : kind(made) {}
 
-    const object_kind is;  // tells what it is at less cost than the language does: every call asks
+    const object_kind kind;  // cheaper to read than the language's own type: every call does
+    bool dead = false;
     uint64_t master = 0;
     uint64_t owner = 0;             // the task it was made for
-    std::vector<uint64_t> handles;  // those that still stand for it
-    bool dead = false;
+    std::vector<uint64_t> handles;  // that name it
+    waiter *waiting = nullptr;      // the first of a list
 };
 
 struct kernel::port_object : object {
     static constexpr object_kind KIND = object_kind::port;
     port_object() : object(KIND) {}
     std::deque<kernel_message> queue;
-    server *behind = nullptr;  // takes messages at once, in place of the queue
+    hosted::server *server = nullptr;  // receives messages at once, in place of the queue
 };
 
 struct kernel::semaphore_object : object {
@@ -83,12 +85,10 @@ struct kernel::memo_object : object {
     memo_object() : object(KIND) {}
 };
 
-kernel::kernel(std::unique_ptr<hosted::machine> machine)
-    : machine_(std::move(machine)), next_handle_(machine_->first_handle()) {
-    if (const auto tick = machine_->virtual_tick()) {
-        virtual_clock_ = true;
-        virtual_tick_ = *tick;
-    }
+kernel::kernel(std::unique_ptr<hosted::machine> machine) : machine_(std::move(machine)), start_(machine_->start()) {
+    next_handle_ = start_.first_handle;
+    virtual_tick_ = start_.virtual_tick.value_or(0);
+    if (start_.traces_calls) trace_ = std::make_unique_for_overwrite<trace_ring>();
     machine_->attach(*this);
 }
 
@@ -98,18 +98,14 @@ kernel::~kernel() {
     servers_.clear();
 }
 
-caller &kernel::enter() {
-    auto made = std::make_unique<caller>();
-    made->task = machine_->task();
-    made->thread = machine_->thread(callers_.empty());
-    if (made->thread == 0) made->thread = new_handle();
-    callers_.push_back(std::move(made));
-    return *callers_.back();
+void kernel::enter(caller &who, uint64_t task, uint64_t thread) {
+    who = {.task = task, .thread = thread != 0 ? thread : new_handle()};
+    callers_.push_back(&who);
 }
 
 void kernel::leave(const caller &who) {
-    std::erase_if(callers_, [&](const auto &one) { return one.get() == &who; });
-    wake_waiters();  // those who wait may be all that is left
+    std::erase(callers_, &who);
+    if (!waiters_.empty()) waiters_.front()->wake.notify_one();  // those left may all be waiting now: time can move
 }
 
 // ---- handles --------------------------------------------------------------------------------------------------------
@@ -121,7 +117,7 @@ uint64_t kernel::new_handle() {
 
 template <class T> const std::shared_ptr<kernel::object> *kernel::entry(uint64_t handle) const {
     const auto found = handles_.find(handle);
-    const bool fits = found != handles_.end() && (T::KIND == object_kind::any || found->second->is == T::KIND);
+    const bool fits = found != handles_.end() && (T::KIND == object_kind::any || found->second->kind == T::KIND);
     return fits ? &found->second : nullptr;
 }
 
@@ -152,16 +148,20 @@ template <class T> std::shared_ptr<T> kernel::add(uint64_t owner) {
 void kernel::drop(object &gone) {
     gone.dead = true;
     for (const uint64_t handle : std::exchange(gone.handles, {})) handles_.erase(handle);
-    wake_waiters();
+    wake(gone);
+}
+
+uint64_t kernel::new_handle_to(uint64_t other) {
+    const auto named = hold<object>(other);
+    if (!named) return NO_OBJECT;
+    const uint64_t handle = new_handle();
+    named->handles.push_back(handle);
+    handles_.emplace(handle, named);
+    return handle;
 }
 
 uint64_t kernel::create_handle(caller &who, uint64_t named) {
-    if (const auto own = hold<object>(named)) {
-        const uint64_t handle = new_handle();
-        own->handles.push_back(handle);
-        handles_.emplace(handle, own);
-        return handle;
-    }
+    if (const uint64_t own = new_handle_to(named); own != NO_OBJECT) return own;
     const uint64_t foreign = master(named);
     if (!machine_->knows(foreign)) return fail(who, RESULT_NO_OBJECT);
     const uint64_t handle = new_handle();
@@ -169,21 +169,28 @@ uint64_t kernel::create_handle(caller &who, uint64_t named) {
     return handle;
 }
 
+// The object goes with its last handle.
+void kernel::close_handle(uint64_t handle) {
+    const auto named = hold<object>(handle);  // drop() still uses it then
+    if (!named) return;
+    if (named->handles.size() == 1) return drop(*named);
+    std::erase(named->handles, handle);
+    handles_.erase(handle);
+}
+
 uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
     const bool whole = (flags & DELETE_OBJECT) != 0;
-    if (const auto own = hold<object>(handle)) {  // it goes with its last handle, and drop() is still at it then
-        if (whole || own->handles.size() == 1) {
-            drop(*own);
-        } else {
-            std::erase(own->handles, handle);
-            handles_.erase(handle);
-        }
+    if (find<object>(handle) != nullptr) {
+        if (whole)
+            destroy(handle);
+        else
+            close_handle(handle);
         return RESULT_SUCCESS;
     }
     if (!whole && foreign_handles_.erase(handle) != 0) return RESULT_SUCCESS;
     const uint64_t foreign = master(handle);
     if (!machine_->knows(foreign)) return RESULT_NO_OBJECT;
-    if (!whole) return RESULT_NOT_PERMITTED;  // an object of the machine is not ours to forget
+    if (!whole) return RESULT_NOT_PERMITTED;  // the machine's own handle
     if (const uint64_t result = machine_->destroy(foreign); result != RESULT_SUCCESS) return result;
     std::erase_if(foreign_handles_, [&](const auto &made) { return made.second == foreign; });
     if (foreign == who.task) who.fate = fate::self_deleted;
@@ -192,54 +199,59 @@ uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
 
 // ---- ports and messages ---------------------------------------------------------------------------------------------
 
-uint64_t kernel::new_port(uint64_t owner) { return add<port_object>(owner)->master; }
+uint64_t kernel::new_port(uint64_t task) { return add<port_object>(task)->master; }
 
 uint64_t kernel::create_port(const caller &who) { return new_port(who.task); }
 
 uint64_t kernel::serve(std::unique_ptr<server> made) {
     const auto port = add<port_object>(0);
-    port->behind = made.get();
+    port->server = made.get();
     made->set_port(port->master);
     servers_.push_back(std::move(made));
     return port->master;
 }
 
 uint64_t kernel::registry_port() {
-    if (registry_port_ == 0) registry_port_ = serve(machine_->make_registry(*this));
+    if (registry_port_ == 0) registry_port_ = serve(machine_->servers().make_registry(*this));
     return registry_port_;
 }
 
 uint64_t kernel::device_port(std::string_view name) {
     if (const auto known = device_ports_.find(name); known != device_ports_.end()) return known->second;
-    auto made = machine_->make_device(*this, name);
+    auto made = machine_->servers().make_device(*this, name);
     const uint64_t port = made ? serve(std::move(made)) : NO_OBJECT;
     if (port != NO_OBJECT) device_ports_.emplace(name, port);
     return port;
+}
+
+std::optional<request_subject> kernel::registry_subject(uint64_t port, const kernel_message &message) {
+    const auto *const to = find<port_object>(port);
+    if (to == nullptr || to->server == nullptr || to->master != registry_port_) return std::nullopt;
+    return to->server->subject_of(message);
 }
 
 uint64_t kernel::send(uint64_t port, const kernel_message &message) {
     auto *const to = find<port_object>(port);
     if (to == nullptr) return RESULT_NO_OBJECT;
     const kernel_message sent = {message.word1, message.code & 0xFFFFFFFF, message.word2};
-    if (to->behind != nullptr) {
-        to->behind->deliver(sent, port);
+    if (to->server != nullptr) {
+        to->server->receive({sent, port});
     } else {
         to->queue.push_back(sent);
-        wake_waiters();
+        wake(*to);
     }
     return RESULT_SUCCESS;
 }
 
 void kernel::post(uint64_t port, uint64_t code, uint64_t word2) {
-    static_cast<void>(send(port, {0, code, word2}));  // an answer due to a dead port is dropped
+    static_cast<void>(send(port, {0, code, word2}));  // fails for a dead port
 }
 
 uint64_t kernel::receive(std::unique_lock<std::mutex> &lock, caller &who, uint64_t port, kernel_message &message,
                          int64_t timeout) {
     const auto from = hold<port_object>(port);
-    if (!from || from->behind != nullptr) return RESULT_NO_OBJECT;
-    const auto ready = [&from = *from] { return from.dead || !from.queue.empty(); };
-    if (const uint64_t result = wait(lock, who, timeout, ready); result != RESULT_SUCCESS) return result;
+    if (!from || from->server != nullptr) return RESULT_NO_OBJECT;
+    if (const uint64_t result = wait(lock, who, from.get(), 0, timeout); result != RESULT_SUCCESS) return result;
     if (from->dead) return RESULT_NO_OBJECT;
     message = from->queue.front();
     from->queue.pop_front();
@@ -248,8 +260,8 @@ uint64_t kernel::receive(std::unique_lock<std::mutex> &lock, caller &who, uint64
 
 // ---- semaphores -----------------------------------------------------------------------------------------------------
 
-uint64_t kernel::new_semaphore(uint64_t owner, int64_t count) {
-    const auto made = add<semaphore_object>(owner);
+uint64_t kernel::new_semaphore(uint64_t task, int64_t count) {
+    const auto made = add<semaphore_object>(task);
     made->count = count;
     return made->master;
 }
@@ -263,8 +275,7 @@ uint64_t kernel::wait_semaphore(std::unique_lock<std::mutex> &lock, caller &who,
     const auto awaited = hold<semaphore_object>(semaphore);
     if (!awaited) return RESULT_NO_OBJECT;
     if (count < 0) return RESULT_BAD_ARGUMENT;
-    const auto ready = [&on = *awaited, count] { return on.dead || on.count >= count; };
-    if (const uint64_t result = wait(lock, who, timeout, ready); result != RESULT_SUCCESS) return result;
+    if (const uint64_t result = wait(lock, who, awaited.get(), count, timeout); result != RESULT_SUCCESS) return result;
     if (awaited->dead) return RESULT_NO_OBJECT;
     awaited->count -= count;
     return RESULT_SUCCESS;
@@ -275,7 +286,7 @@ uint64_t kernel::signal_semaphore(uint64_t semaphore, int64_t count) {
     if (signalled == nullptr) return RESULT_NO_OBJECT;
     if (count < 0 || count > std::numeric_limits<int64_t>::max() - signalled->count) return RESULT_BAD_ARGUMENT;
     signalled->count += count;
-    wake_waiters();
+    wake(*signalled);
     return RESULT_SUCCESS;
 }
 
@@ -285,73 +296,117 @@ void kernel::destroy(uint64_t handle) {
 
 // ---- time and waiting -----------------------------------------------------------------------------------------------
 
-uint64_t kernel::now() const { return virtual_clock_ ? virtual_tick_ : milliseconds_of(CLOCK_BOOTTIME); }
+uint64_t kernel::now() const { return start_.virtual_tick ? virtual_tick_ : milliseconds_of(CLOCK_BOOTTIME); }
 
-// Waits go by a clock that the machine's sleep does not move; the tick counts from boot, sleep included.
-uint64_t kernel::clock() const { return virtual_clock_ ? virtual_tick_ : milliseconds_of(CLOCK_MONOTONIC); }
+// Waits go by a clock that the host's sleep does not move. The tick counts from boot, sleep included.
+uint64_t kernel::clock() const { return start_.virtual_tick ? virtual_tick_ : milliseconds_of(CLOCK_MONOTONIC); }
 
 void kernel::after(int64_t milliseconds, std::function<void()> event) {
     const uint64_t due = later(clock(), milliseconds < 0 ? 0 : static_cast<uint64_t>(milliseconds));
     events_.emplace(std::pair(due, events_made_++), std::move(event));
-    wake_waiters();
+    if (!waiters_.empty()) waiters_.front()->wake.notify_one();
 }
 
-uint64_t kernel::wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout,
-                            std::function<bool()> ready) {
-    if (!lock.owns_lock()) lock.lock();  // the only thread does without it, but cannot wait without
-    const waiter self = {std::move(ready), timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
-    struct listed {  // one leaves the list also where an event finds no memory
-        std::vector<const waiter *> &all;
-        const waiter *one;
-        ~listed() { std::erase(all, one); }
-    };
-    waiters_.push_back(&self);
-    const listed until_the_end{waiters_, &self};
-    while (true) {
-        if (self.ready()) return RESULT_SUCCESS;
-        const uint64_t at = clock();
-        if (!events_.empty() && events_.begin()->first.first <= at) {
+// Whether a wait for an object is over.
+bool kernel::ready(const object *on, int64_t count) {
+    if (on == nullptr) return false;
+    if (on->dead) return true;
+    if (on->kind == object_kind::semaphore) return static_cast<const semaphore_object *>(on)->count >= count;
+    return !static_cast<const port_object *>(on)->queue.empty();
+}
+
+void kernel::wake(const object &changed) {
+    for (waiter *one = changed.waiting; one != nullptr; one = one->next) one->wake.notify_one();
+}
+
+// A waiter on the lists of the kernel and of its object, for the length of a scope: it leaves them also where an event
+// finds no memory.
+class kernel::enlisted {
+public:
+    enlisted(std::vector<waiter *> &all, waiter &one) : all_(all), one_(one) {
+        all_.push_back(&one);
+        if (one.on == nullptr) return;
+        one.next = one.on->waiting;
+        one.on->waiting = &one;
+    }
+    enlisted(const enlisted &) = delete;
+    enlisted &operator=(const enlisted &) = delete;
+    ~enlisted() {
+        std::erase(all_, &one_);
+        if (!all_.empty()) all_.front()->wake.notify_one();  // the events may be its to run now
+        if (one_.on == nullptr) return;
+        waiter **link = &one_.on->waiting;
+        while (*link != &one_) link = &(*link)->next;
+        *link = one_.next;
+    }
+
+private:
+    std::vector<waiter *> &all_;
+    waiter &one_;
+};
+
+// The one function that waits: until the object is ready, or the time is up. Runs the events that fall due meanwhile.
+//   on     null: for the time alone
+//   count  wanted of a semaphore
+uint64_t kernel::wait(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count, int64_t timeout) {
+    if (ready(on, count)) return RESULT_SUCCESS;
+    if (!lock.owns_lock()) lock.lock();  // the only thread calls without it, but a sleep needs it
+    waiter self{
+        .on = on, .count = count, .deadline = timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
+    const enlisted for_this_scope(waiters_, self);
+    while (!ready(on, count)) {
+        const uint64_t now = clock();
+        if (!events_.empty() && events_.begin()->first.first <= now) {
             auto event = events_.extract(events_.begin());
-            event.mapped()();  // an event due at the very deadline still comes
-            continue;
+            event.mapped()();  // one due at the very deadline still counts
+        } else if (self.deadline <= now) {
+            return RESULT_TIMEOUT;
+        } else if (!start_.virtual_tick) {
+            sleep(lock, self, now);
+        } else if (!move_virtual_clock(lock, self)) {
+            who.fate = fate::deadlock;
+            return RESULT_TIMEOUT;
         }
-        if (self.deadline <= at) return RESULT_TIMEOUT;
-        if (virtual_clock_) {
-            move_virtual_clock(lock, self, who);
-            if (who.fate != fate::returns) return RESULT_TIMEOUT;
-            continue;
-        }
-        const uint64_t until = std::min(self.deadline, events_.empty() ? NEVER : events_.begin()->first.first);
-        if (until == NEVER) {
-            wake_.wait(lock);
-        } else {
-            wake_.wait_for(lock, std::chrono::milliseconds(std::min<uint64_t>(until - at, 3600000)));
-        }
+    }
+    return RESULT_SUCCESS;
+}
+
+// Sleeps until the waiter is woken, its deadline, or, for the one that runs the events, the next event.
+void kernel::sleep(std::unique_lock<std::mutex> &lock, waiter &self, uint64_t now) {
+    constexpr uint64_t LONGEST = 3600000;  // milliseconds: a deadline in the far future must not overflow a time point
+    const bool runs_events = waiters_.front() == &self && !events_.empty();
+    const uint64_t until = std::min(self.deadline, runs_events ? events_.begin()->first.first : NEVER);
+    if (until == NEVER) {
+        self.wake.wait(lock);
+    } else {
+        self.wake.wait_for(lock, std::chrono::milliseconds(std::min(until - now, LONGEST)));
     }
 }
 
-// Moves the clock to what comes next, if every thread that has begun to call waits and none of them can go on already;
-// else waits for the others. Where nothing will ever come, the caller is lost.
-void kernel::move_virtual_clock(std::unique_lock<std::mutex> &lock, const waiter &self, caller &who) {
-    const auto goes_on = [this](const waiter *one) { return one->deadline <= virtual_tick_ || one->ready(); };
+// Moves the virtual clock to the next event or deadline, if every registered thread waits and none of them can go on
+// already; else sleeps until the others have called. Returns false where nothing will ever come.
+bool kernel::move_virtual_clock(std::unique_lock<std::mutex> &lock, waiter &self) {
+    const auto goes_on = [this](const waiter *one) {
+        return one->deadline <= virtual_tick_ || ready(one->on, one->count);
+    };
     if (waiters_.size() < callers_.size() || std::any_of(waiters_.begin(), waiters_.end(), goes_on)) {
-        wake_.wait(lock);
-        return;
+        self.wake.wait(lock);
+        return true;
     }
     uint64_t next = events_.empty() ? NEVER : events_.begin()->first.first;
     for (const waiter *one : waiters_) next = std::min(next, one->deadline);
-    if (next == NEVER) {
-        who.fate = fate::deadlock;
-        return;
-    }
+    if (next == NEVER) return false;
     virtual_tick_ = next;
-    if (self.deadline > next || waiters_.size() > 1) wake_.notify_all();
+    for (waiter *const one : waiters_) {
+        if (one != &self && one->deadline <= next) one->wake.notify_one();
+    }
+    return true;
 }
 
 uint64_t kernel::delay(std::unique_lock<std::mutex> &lock, caller &who, uint64_t milliseconds) {
     const auto longest = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
     const auto timeout = static_cast<int64_t>(std::min(milliseconds, longest));
-    return wait(lock, who, timeout, [] { return false; }) == RESULT_TIMEOUT ? RESULT_SUCCESS : RESULT_INTERRUPTED;
+    return wait(lock, who, nullptr, 0, timeout) == RESULT_TIMEOUT ? RESULT_SUCCESS : RESULT_INTERRUPTED;
 }
 
 // ---- state and objects ----------------------------------------------------------------------------------------------
@@ -425,8 +480,7 @@ uint64_t kernel::raise(uint64_t task, uint64_t exception, uint64_t parameter) {
 
 uint64_t kernel::system_data(uint64_t group, uint64_t index, uint64_t &value) {
     const uint64_t result = machine_->system_data(group, index, value);
-    if (result != RESULT_NO_ITEM || !machine_->traces_calls()) return result;
-    return trace_.read(group, index, value);
+    return result == RESULT_NO_ITEM && trace_ ? trace_->read(group, index, value) : result;
 }
 
 // ---- iterators ------------------------------------------------------------------------------------------------------

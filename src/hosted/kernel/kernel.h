@@ -1,9 +1,10 @@
 // hosted/kernel/kernel.h - the hosted kernel: handles, ports, messages, semaphores, iterators, events and the clock,
 // over the objects of one machine.
 //
-// The object never ends the process, reads the environment or writes a stream: what a call comes to beyond its result
-// (a wait that can never end, a task that deletes itself) stands in its caller's fate, and the entry functions act on
-// it. Every method is called with the kernel's lock held, or by the only thread there is; it is taken for a wait.
+// The object never ends the process, reads the environment or writes a stream. What a call leads to beyond its result
+// (a wait that can never end, a task that deletes itself) is its caller's fate, and the entry functions act on it.
+// Every method is called with the kernel's lock held, or by the only thread of the process. A wait takes the lock in
+// any case, and releases it while it sleeps. Nothing here takes another lock or touches a socket.
 #pragma once
 
 #include <condition_variable>
@@ -13,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -26,34 +28,37 @@
 
 namespace hosted {
 
-// What a call came to, beyond its result.
+// What a call leads to, beyond its result.
 enum class fate : uint8_t {
-    returns,       // it has a result
+    returns,       // the call returns its result
     deadlock,      // its wait would never end
+    endless,       // it is past the run's budget of calls
     self_deleted,  // the calling task deleted itself
 };
 
-// One calling thread of one task.
+// One calling thread of one task, and what belongs to it alone.
 struct caller {
     uint64_t task = 0;
     uint64_t thread = 0;
-    uint64_t last_error = 0;  // result code of its last failed call
-    uint64_t fetched_register = 0;
+    uint64_t last_error = 0;        // result code of its last failed call
+    uint64_t fetched_register = 0;  // item THREADINFO_FETCHED_REGISTER of its thread
     hosted::fate fate = hosted::fate::returns;
 };
 
-class kernel {
+class kernel final : public server_host {
 public:
     explicit kernel(std::unique_ptr<hosted::machine> machine);
     ~kernel();
 
     std::mutex &mutex() { return mutex_; }
     hosted::machine &machine() { return *machine_; }
-    trace_ring &trace() { return trace_; }
+    const machine_start &start() const { return start_; }
+    trace_ring *trace() { return trace_.get(); }  // the ring to record calls in; null where the machine has a trace
 
-    // A thread that has begun to call, and one that has ended. With a virtual clock, time moves when all that have
-    // begun wait.
-    caller &enter();
+    // Registers a thread that begins to call. With a virtual clock, time moves only while every registered thread
+    // waits. The caller must outlive its registration.
+    //   thread  its handle; 0: the kernel makes one
+    void enter(caller &who, uint64_t task, uint64_t thread);
     void leave(const caller &who);
 
     // ---- the calls, in the order of platform/kernel.h -----------------------------------------------------------
@@ -82,18 +87,25 @@ public:
 
     // ---- for servers and machines -------------------------------------------------------------------------------
 
-    arena &memory() { return arena_; }
-    uint64_t now() const;               // the tick, milliseconds
-    uint64_t new_handle();              // one that names nothing yet
-    uint64_t new_port(uint64_t owner);  // owner: the task it is made for
-    uint64_t new_semaphore(uint64_t owner, int64_t count);
-    void destroy(uint64_t handle);                            // an object of the kernel's own, with all its handles
-    void post(uint64_t port, uint64_t code, uint64_t word2);  // queues an answer; one for a dead port is dropped
-    void after(int64_t milliseconds, std::function<void()> event);  // events come in order of time, then of making
+    arena &memory() override { return arena_; }
+    void post(uint64_t port, uint64_t code, uint64_t word2) override;
+    void after(int64_t milliseconds, std::function<void()> event) override;
+    uint64_t task_of(uint64_t handle) override { return master(handle); }
+    uint64_t new_port(uint64_t task) override;
+    uint64_t new_semaphore(uint64_t task, int64_t count) override;
+    void destroy(uint64_t handle) override;
+    uint64_t new_handle_to(uint64_t handle) override;
+    void close_handle(uint64_t handle) override;
 
-    // The port of the registry, and of a device (NO_OBJECT: there is none of that name); made at the first question.
+    uint64_t now() const;   // the tick, milliseconds
+    uint64_t new_handle();  // a fresh one that names nothing yet
+
+    // The port of the registry, and of a device (NO_OBJECT: there is none of that name). Made at the first request.
     uint64_t registry_port();
     uint64_t device_port(std::string_view name);
+
+    // What a message would begin at the registry; nothing for any other port or message.
+    std::optional<request_subject> registry_subject(uint64_t port, const kernel_message &message);
 
 private:
     enum class object_kind : uint8_t;
@@ -103,48 +115,48 @@ private:
     struct iterator_object;
     struct memo_object;
 
-    // A caller that waits: until ready says so, or the deadline.
+    // A thread that waits: for its object, until a deadline.
     struct waiter {
-        std::function<bool()> ready;
-        uint64_t deadline;  // of the kernel's clock; NEVER: none
+        std::condition_variable wake = {};
+        object *on = nullptr;    // null: for the deadline alone
+        int64_t count = 0;       // wanted of a semaphore
+        uint64_t deadline = 0;   // of clock(); NEVER: none
+        waiter *next = nullptr;  // that waits for the same object
     };
+    class enlisted;
 
-    // The kernel's own object of a handle and kind, or null: to look at within the call, and to keep over a wait or an
-    // end of handles.
+    // The kernel's own object of a handle and kind, or null. find() is for use within the call. hold() keeps the object
+    // over a wait or the end of its handles.
     template <class T> T *find(uint64_t handle) const;
     template <class T> std::shared_ptr<T> hold(uint64_t handle) const;
     template <class T> const std::shared_ptr<object> *entry(uint64_t handle) const;
-    uint64_t master(uint64_t handle) const;  // of an object of the machine, through the handles made to it
     template <class T> std::shared_ptr<T> add(uint64_t owner);
+    uint64_t master(uint64_t handle) const;  // the machine's own handle of its object, from any handle to it
     void drop(object &gone);
     uint64_t serve(std::unique_ptr<server> made);
-    uint64_t clock() const;  // milliseconds of the clock that waits and events go by
-    template <class Ready>
-    uint64_t wait(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, Ready ready) {
-        return ready() ? uint64_t{RESULT_SUCCESS} : wait_until(lock, who, timeout, ready);
-    }
-    uint64_t wait_until(std::unique_lock<std::mutex> &lock, caller &who, int64_t timeout, std::function<bool()> ready);
-    void wake_waiters() {  // something changed that one of them may wait for
-        if (!waiters_.empty()) wake_.notify_all();
-    }
-    void move_virtual_clock(std::unique_lock<std::mutex> &lock, const waiter &self, caller &who);
+
+    uint64_t clock() const;  // the clock of waits and events, milliseconds
+    static bool ready(const object *on, int64_t count);
+    static void wake(const object &changed);
+    uint64_t wait(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count, int64_t timeout);
+    void sleep(std::unique_lock<std::mutex> &lock, waiter &self, uint64_t now);
+    bool move_virtual_clock(std::unique_lock<std::mutex> &lock, waiter &self);
 
     std::mutex mutex_;
-    std::condition_variable wake_;
     std::unique_ptr<hosted::machine> machine_;
+    machine_start start_;
     arena arena_;
-    trace_ring trace_;
+    std::unique_ptr<trace_ring> trace_;
 
     uint64_t next_handle_ = 0;
-    bool virtual_clock_ = false;
     uint64_t virtual_tick_ = 0;
-    std::unordered_map<uint64_t, std::shared_ptr<object>> handles_;  // of the kernel's own objects
+    std::unordered_map<uint64_t, std::shared_ptr<object>> handles_;  // to the kernel's own objects
     std::unordered_map<uint64_t, uint64_t> foreign_handles_;         // made to objects of the machine
     std::vector<std::unique_ptr<server>> servers_;
     std::map<std::pair<uint64_t, uint64_t>, std::function<void()>> events_;  // by time due, then by making
     uint64_t events_made_ = 0;
-    std::vector<std::unique_ptr<caller>> callers_;
-    std::vector<const waiter *> waiters_;
+    std::vector<const caller *> callers_;
+    std::vector<waiter *> waiters_;  // the first one runs the events that fall due
     std::map<std::string, uint64_t, std::less<>> device_ports_;
     uint64_t registry_port_ = 0;
     uint64_t exit_port_ = 0;

@@ -1,7 +1,8 @@
-// hosted/kernel/machine.h - what a machine gives to the hosted kernel: the objects behind the kernel calls.
+// hosted/kernel/machine.h - what the hosted kernel asks of a machine: the objects, figures and servers that the kernel
+// calls show.
 //
 // A machine is called with the kernel's lock held, never from two threads at once. Handles reach it resolved: it sees
-// only master handles. All results are RESULT_ codes; outputs are written on success only.
+// only master handles. Results are RESULT_ codes. Outputs are written on success only.
 #pragma once
 
 #include <cstdint>
@@ -9,91 +10,129 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace hosted {
 
 class kernel;
 class server;
 
-// One walk of an iterator over objects of a machine.
+// One walk of an iterator over objects of a machine. It is used only while the machine lives.
 class walk {
 public:
     virtual ~walk() = default;
 
-    // Moves onto the next object that still exists; RESULT_NO_ITEM at the end.
+    // Moves to the next object that still exists. RESULT_NO_ITEM at the end.
     virtual uint64_t step() = 0;
 
-    // Reads one item of the object stood on; RESULT_NO_ITEM when it stands on none.
+    // Reads one item of the current object. RESULT_NO_ITEM before the first step, after the end, and for an item that
+    // the object does not have.
     virtual uint64_t info(uint64_t item, uint64_t &value) = 0;
+};
+
+// The servers of a machine. Each is made once, when its port is first asked for.
+class server_source {
+public:
+    // The server of the registry (KSTATE_REGISTRY_PORT).
+    virtual std::unique_ptr<server> make_registry(kernel &owner) = 0;
+
+    // The server of a device; null where there is no device of that name.
+    virtual std::unique_ptr<server> make_device(kernel &owner, std::string_view name) = 0;
+
+protected:
+    ~server_source() = default;
+};
+
+// The terminals of a machine, with the results and errno of open(), ioctl() and close().
+class terminal_source {
+public:
+    virtual int open_terminal(const char *path, int flags) = 0;
+    virtual int control_terminal(int descriptor, unsigned long request, char *buffer) = 0;
+    virtual void close_terminal(int descriptor) = 0;
+
+protected:
+    ~terminal_source() = default;
+};
+
+// What the kernel asks a machine once, when it starts to run over it.
+struct machine_start {
+    uint64_t task = 0;          // the calling task
+    uint64_t first_handle = 1;  // where the kernel's own handles begin
+
+    // The tick at which a virtual clock starts; nothing for the real clock.
+    std::optional<uint64_t> virtual_tick;
+
+    // The number of kernel calls that a run may make; nothing for any number.
+    std::optional<uint64_t> call_budget;
+
+    // The machine has no trace of its own: the kernel records its calls, and its ring answers the KSYSIDX_TRACE groups
+    // where system_data() returns RESULT_NO_ITEM.
+    bool traces_calls = false;
 };
 
 class machine {
 public:
     virtual ~machine() = default;
 
-    // The kernel is ready: from here on ports, memory and handles of it may be used.
+    virtual machine_start start() = 0;
+
+    // The kernel is ready: from here on the machine may use its ports, memory and handles. It must outlive the servers
+    // and walks of the machine.
     virtual void attach(kernel &owner) = 0;
 
-    // ---- identity and handles -----------------------------------------------------------------------------------
+    // ---- handles ------------------------------------------------------------------------------------------------
 
-    virtual uint64_t task() = 0;                 // the calling task
-    virtual uint64_t thread(bool first) = 0;     // a calling thread, the process's first or a further one; 0: of no
-                                                 // name here, the kernel gives it a handle
-    virtual bool knows(uint64_t handle) = 0;     // names an object of this machine (a vanished one does not)
-    virtual uint64_t first_handle() = 0;         // where the kernel's own handles begin
-    virtual bool reserves(uint64_t handle) = 0;  // a handle that the kernel must not give out
+    // The handle of the calling thread, at its first call; 0: the kernel makes one.
+    //   first  it is the first thread of the run to call
+    virtual uint64_t thread(bool first) = 0;
 
-    // The tick at which a virtual clock starts; nothing for a machine that runs on the real clock.
-    virtual std::optional<uint64_t> virtual_tick() = 0;
-
-    // The number of kernel calls that a run may make; nothing for a machine that sets no limit.
-    virtual std::optional<uint64_t> call_budget() { return std::nullopt; }
+    virtual bool knows(uint64_t handle) = 0;     // names an object of this machine that still exists
+    virtual bool reserves(uint64_t handle) = 0;  // the kernel must not use it for an object of its own
 
     // ---- state and system data ----------------------------------------------------------------------------------
 
-    // A state item; false where the machine has no word on it (it then reads 0, and the ports of items 9 and 10 are
-    // the kernel's own).
+    // Reads a KSTATE_ item. False where the machine does not define it: it then reads 0, and KSTATE_REGISTRY_PORT and
+    // KSTATE_EXIT_NOTICE_PORT read the kernel's own ports.
     virtual bool state(uint64_t item, uint64_t &value) = 0;
 
+    // Reads one figure of a KSYSIDX_ group. RESULT_NO_ITEM where there is none.
     virtual uint64_t system_data(uint64_t group, uint64_t index, uint64_t &value) = 0;
-
-    // Whether the kernel's own ring of calls stands in where system_data has no trace.
-    virtual bool traces_calls() = 0;
 
     // ---- objects ------------------------------------------------------------------------------------------------
 
+    // Reads an item (OBJINFO_, TASKINFO_, ...) of an object. RESULT_NO_OBJECT, RESULT_NO_ITEM, or the code that reading
+    // that item fails with.
     virtual uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) = 0;
 
-    // Begins a walk of kind ITERSEL_ over parent (SYSTEM_WIDE or a task). A walk given in may be reused or replaced.
+    // Begins a walk over the objects that an ITERSEL_ kind selects.
+    //   parent  SYSTEM_WIDE for tasks, memory chunks and virtual spaces; else a task
+    //   out     replaced on success; a walk passed in may be reused
+    //   returns RESULT_NO_OBJECT for a wrong parent, RESULT_BAD_ARGUMENT for an unknown kind
     virtual uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) = 0;
 
+    // Sets a TASKPROP_ property of a task. RESULT_BAD_ARGUMENT for an unknown property or a value out of range,
+    // RESULT_NOT_PERMITTED where the machine refuses.
     virtual uint64_t set_property(uint64_t task, uint64_t property, uint64_t value) = 0;
+
+    // Reads a register of a thread, by its id of the register-information groups.
+    //   node  depth of the exception whose registers to read; 0: none
     virtual uint64_t fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) = 0;
+
+    // Raises an exception (below EXC_LIMIT, else RESULT_BAD_ARGUMENT) in a task.
     virtual uint64_t raise(uint64_t task, uint64_t exception, uint64_t parameter) = 0;
 
-    // Ends an object. The calling task itself is ended by the entry functions, after this has agreed to it.
+    // Ends an object. For the calling task this only agrees to its end; the process is ended by the entry functions.
     virtual uint64_t destroy(uint64_t handle) = 0;
 
+    // Receives what arrives on the port of KSTATE_EXIT_NOTICE_PORT as MSG_TASK_EXIT: a task and the second word.
     virtual void exit_notice(uint64_t master, uint64_t word) = 0;
 
-    // ---- servers ------------------------------------------------------------------------------------------------
+    // ---- the rest -----------------------------------------------------------------------------------------------
 
-    // The server behind the registry port.
-    virtual std::unique_ptr<server> make_registry(kernel &owner) = 0;
+    virtual server_source &servers() = 0;
+    virtual terminal_source &terminals() = 0;
 
-    // The server of a device (null: no such device). Each is made once, when its port is first asked for.
-    virtual std::unique_ptr<server> make_device(kernel &owner, std::string_view name) = 0;
-
-    // ---- terminals: as open, ioctl and close, errno included ----------------------------------------------------
-
-    virtual int open_terminal(const char *path, int flags) = 0;
-    virtual int control_terminal(int descriptor, unsigned long request, char *buffer) = 0;
-    virtual void close_terminal(int descriptor) = 0;
-
-    // ---- the end ------------------------------------------------------------------------------------------------
-
-    // Writes the machine's state where it is to be saved; false with a message for a person when that failed.
+    // Writes the machine's state where it is to be saved, if anywhere. On failure returns false.
+    //   message  out, on failure: "FILE: what is wrong", for a person
     virtual bool save(std::string &message) = 0;
 };
 

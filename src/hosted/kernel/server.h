@@ -1,34 +1,75 @@
-// hosted/kernel/server.h - a passive server: an object behind a port, run inside its sender's call.
+// hosted/kernel/server.h - a passive server: an object that owns a port and runs inside its sender's call; and what it
+// needs of the kernel that it serves on.
 #pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
 
 #include "platform/kernel.h"
 
 namespace hosted {
+
+class arena;
+
+// The kernel as a device server sees it. The hosted kernel is one. A process that serves on a kernel which it reaches
+// by calls implements it on those calls.
+class server_host {
+public:
+    // The memory that the server shares with its clients: the only way to reach what a client's address names.
+    virtual arena &memory() = 0;
+
+    // Queues an answer (0, code, word2) on a port. An answer due to a dead port is dropped.
+    virtual void post(uint64_t port, uint64_t code, uint64_t word2) = 0;
+
+    // Runs an event after so many milliseconds, within some call's wait. Events run in order of time, then of making.
+    virtual void after(int64_t milliseconds, std::function<void()> event) = 0;
+
+    // The task that a handle names: an open message may carry any handle to its client's task.
+    virtual uint64_t task_of(uint64_t handle) = 0;
+
+    // Objects made on behalf of a task, which their item OBJINFO_OWNER names. destroy() ends one with all its handles.
+    virtual uint64_t new_port(uint64_t task) = 0;
+    virtual uint64_t new_semaphore(uint64_t task, int64_t count) = 0;
+    virtual void destroy(uint64_t handle) = 0;
+
+    // One more handle to the object of a handle (NO_OBJECT: there is none of the kernel's own), and the end of one.
+    virtual uint64_t new_handle_to(uint64_t handle) = 0;
+    virtual void close_handle(uint64_t handle) = 0;
+
+protected:
+    ~server_host() = default;
+};
+
+// A message as a server receives it.
+struct delivery {
+    kernel_message message;
+    uint64_t handle = 0;  // to its port that the message was sent to: what the server gave that handle out for
+};
+
+// What a request that a message begins asks for; the path is empty where the command has none.
+struct request_subject {
+    uint32_t command = 0;
+    std::string path;
+};
 
 class server {
 public:
     virtual ~server() = default;
 
     // Handles one message at once; answers are posted on reply ports. Called with the kernel's lock held.
-    virtual void receive(const kernel_message &message) = 0;
+    virtual void receive(const delivery &received) = 0;
 
-    // Hands over a message that was sent to a handle of the port.
-    void deliver(const kernel_message &message, uint64_t handle) {
-        addressed_ = handle;
-        receive(message);
-    }
+    // What a begin message is about to begin, for the call log; nothing for any other message.
+    virtual std::optional<request_subject> subject_of(const kernel_message &) { return std::nullopt; }
 
-    // The handle of its port, told once before the first message.
+    // The handle of its port, set once before the first message.
     void set_port(uint64_t handle) { port_ = handle; }
     uint64_t port() const { return port_; }
 
-protected:
-    // The handle that the message at hand was sent to: a server tells by it what it gave out the handle for.
-    uint64_t addressed() const { return addressed_; }
-
 private:
     uint64_t port_ = 0;
-    uint64_t addressed_ = 0;
 };
 
 }  // namespace hosted

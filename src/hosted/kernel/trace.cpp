@@ -1,4 +1,4 @@
-// trace.cpp - the ring of the last calls.
+// hosted/kernel/trace.cpp - the ring of the last calls.
 #include "hosted/kernel/trace.h"
 
 #include <algorithm>
@@ -9,7 +9,7 @@ namespace hosted {
 
 namespace {
 
-constexpr uint64_t HEADER_WORDS = 3;  // of a buffer, in front of its entries
+constexpr uint64_t HEADER_WORDS = 3;  // of a buffer, before its entries
 
 }  // namespace
 
@@ -18,7 +18,7 @@ void trace_ring::record(call which, uint8_t result_class, std::span<const argume
     const uint64_t count = std::min<uint64_t>(arguments.size(), LARGEST_ENTRY - 1);
     if (position_ + count >= WORDS_PER_BUFFER) return record_in_next(which, result_class, arguments);
     frozen_ = read_;
-    uint64_t *words = buffers_[filling_]->data();
+    uint64_t *words = buffers_[filling_].data();
     uint64_t *at = words + position_;
     position_ += count + 1;
     words[0]++;
@@ -26,13 +26,17 @@ void trace_ring::record(call which, uint8_t result_class, std::span<const argume
     for (const argument &one : arguments.first(count)) *at++ = one.value;
 }
 
-// Goes on in the next buffer, without what that held. Apart, so that the many calls in between save no registers.
+// Continues in the next buffer and drops its entries. A function of its own, so that the many calls between two buffers
+// save no registers.
 [[gnu::noinline]] void trace_ring::record_in_next(call which, uint8_t result_class,
                                                   std::span<const argument> arguments) {
     filling_ = (filling_ + 1) % BUFFERS;
     auto &into = buffers_[filling_];
-    if (!into) into = std::make_unique<buffer>();
-    (*into)[0] = 0;
+    if (filling_ >= cleared_) {
+        into.fill(0);
+        cleared_ = filling_ + 1;
+    }
+    into[0] = 0;
     position_ = HEADER_WORDS;
     record(which, result_class, arguments);
 }
@@ -51,9 +55,9 @@ uint64_t trace_ring::read(uint64_t group, uint64_t index, uint64_t &value) {
     case KSYSIDX_TRACE_RAW_WORDS:
     case KSYSIDX_TRACE_ENTRY_WORDS: {
         if (index >= BUFFERS * WORDS_PER_BUFFER) return RESULT_NO_ITEM;
-        const uint64_t oldest = filling_ + 1;  // or one that was never filled, and holds no entries
-        const auto &kept = buffers_[(oldest + index / WORDS_PER_BUFFER) % BUFFERS];
-        value = kept ? (*kept)[index % WORDS_PER_BUFFER] : 0;
+        // The oldest buffer follows the one being filled. One that was never filled holds no entries.
+        const uint64_t asked = (filling_ + 1 + index / WORDS_PER_BUFFER) % BUFFERS;
+        value = asked < cleared_ ? buffers_[asked][index % WORDS_PER_BUFFER] : 0;
         return RESULT_SUCCESS;
     }
     default: return RESULT_NO_ITEM;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <unordered_set>
 
+#include "hosted/kernel/kernel.h"
 #include "hosted/live/devices.h"
 #include "hosted/live/system.h"
 #include "hosted/servers/protocols.h"

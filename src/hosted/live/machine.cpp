@@ -60,22 +60,25 @@ private:
     driver_table &drivers_;
 };
 
-class live_machine : public machine {
+class live_machine : public machine, private server_source, private terminal_source {
 public:
+    machine_start start() override {
+        return {.task = static_cast<uint64_t>(processes_.root().self),
+                .first_handle = KERNEL_HANDLES.first,
+                .virtual_tick = {},
+                .call_budget = {},
+                .traces_calls = true};
+    }
     void attach(kernel &) override {}
 
-    uint64_t task() override { return static_cast<uint64_t>(processes_.root().self); }
     uint64_t thread(bool) override { return THREAD_HANDLES.first + static_cast<uint64_t>(gettid()); }
     bool knows(uint64_t handle) override;
-    uint64_t first_handle() override { return KERNEL_HANDLES.first; }
     bool reserves(uint64_t handle) override { return !KERNEL_HANDLES.contains(handle); }
-    std::optional<uint64_t> virtual_tick() override { return std::nullopt; }
 
     bool state(uint64_t item, uint64_t &value) override { return totals_.state(item, value); }
     uint64_t system_data(uint64_t group, uint64_t index, uint64_t &value) override {
         return cpu_register_data(group, index, value);
     }
-    bool traces_calls() override { return true; }
 
     uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override;
     uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) override;
@@ -89,9 +92,11 @@ public:
     uint64_t destroy(uint64_t handle) override;
     void exit_notice(uint64_t, uint64_t) override {}  // the system tells a process's parent itself
 
+    server_source &servers() override { return *this; }
     std::unique_ptr<server> make_registry(kernel &owner) override;
     std::unique_ptr<server> make_device(kernel &owner, std::string_view name) override;
 
+    terminal_source &terminals() override { return *this; }
     int open_terminal(const char *path, int flags) override { return live::open_terminal(path, flags); }
     int control_terminal(int descriptor, unsigned long request, char *buffer) override {
         return live::control_terminal(descriptor, request, buffer);

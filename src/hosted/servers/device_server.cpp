@@ -1,4 +1,5 @@
-// device_server.cpp - opens, requests, completions, aborts and queries, healthy or as the behaviour says.
+// hosted/servers/device_server.cpp - opens, requests, completions, aborts and queries, healthy or as the behaviour
+// says.
 #include "hosted/servers/device_server.h"
 
 #include <cstring>
@@ -6,7 +7,7 @@
 
 namespace hosted {
 
-// ---- what a protocol may reach --------------------------------------------------------------------------------------
+// ---- the reach of a protocol ----------------------------------------------------------------------------------------
 
 std::span<std::byte> request_view::rest(uint64_t at) const {
     if (at - address < size) return memory.span(at, size - (at - address));
@@ -29,25 +30,26 @@ std::optional<std::string_view> request_view::text(uint64_t at) const {
 
 // ---- messages -------------------------------------------------------------------------------------------------------
 
-device_server::device_server(kernel &owner, device_behaviour behaviour)
-    : kernel_(owner), behaviour_(std::move(behaviour)) {}
+device_server::device_server(server_host &host, device_behaviour behaviour)
+    : host_(host), behaviour_(std::move(behaviour)) {}
 
-// The kernel, its ports and its memory go as a whole; there is nobody left to tell.
+// The ports and the memory go with the host.
 device_server::~device_server() = default;
 
 void device_server::add(std::unique_ptr<device_protocol> protocol) { protocols_.push_back(std::move(protocol)); }
 
-void device_server::receive(const kernel_message &message) {
+void device_server::receive(const delivery &received) {
+    const kernel_message &message = received.message;
     switch (message.code) {
-    case DEVMSG_OPEN: return open(message.word1);
-    case DEVMSG_CLOSE: return close(message.word2);
+    case DEVMSG_OPEN: return open(message.word1, host_.task_of(message.word2));
+    case DEVMSG_CLOSE: return close(message.word2, received.handle);
     case DEVMSG_CREATE_REQUEST: return create(message.word1, message.word2);
     case DEVMSG_DELETE_REQUEST:
         if (const auto known = records_.find(message.word1); known != records_.end()) {
             if (const request *named = find(message.word2); named != nullptr && named->record == known->first) {
                 remove(message.word2);
             }
-            kernel_.post(known->second.private_port, DEVMSG_REQUEST_DELETED, message.word2);
+            host_.post(known->second.private_port, DEVMSG_REQUEST_DELETED, message.word2);
         }
         return;
     case DEVMSG_DELETE_REQUEST_ASYNC: return remove(message.word2);
@@ -60,19 +62,19 @@ void device_server::receive(const kernel_message &message) {
 void device_server::query(const kernel_message &message) {
     const auto code = static_cast<uint32_t>(message.code);
     if (const auto listed = behaviour_.answers.find(code); listed != behaviour_.answers.end()) {
-        const device_behaviour::answer &told = listed->second;
-        if (told.silent) return;
-        const uint32_t reply = told.code.value_or(code + 1);
-        const auto post = [&to = kernel_, port = message.word1, reply, value = told.value, times = told.times] {
+        const device_behaviour::answer &given = listed->second;
+        if (given.silent) return;
+        const uint32_t reply = given.code.value_or(code + 1);
+        const auto post = [&to = host_, port = message.word1, reply, value = given.value, times = given.times] {
             for (uint32_t i = 0; i < times; i++) to.post(port, reply, value);
         };
-        return told.delay <= 0 ? post() : kernel_.after(told.delay, post);
+        return given.delay <= 0 ? post() : host_.after(given.delay, post);
     }
-    if (const auto value = answer(code, message.word2)) return kernel_.post(message.word1, code + 1, *value);
+    if (const auto value = answer(code, message.word2)) return host_.post(message.word1, code + 1, *value);
     for (const auto &protocol : protocols_) {
         if (protocol->direct(message)) return;
     }
-    kernel_.post(message.word1, QUERY_UNKNOWN_ANSWER, 0);
+    host_.post(message.word1, QUERY_UNKNOWN_ANSWER, 0);
 }
 
 std::optional<uint64_t> device_server::answer(uint32_t code, uint64_t parameter) const {
@@ -84,26 +86,25 @@ std::optional<uint64_t> device_server::answer(uint32_t code, uint64_t parameter)
 
 // ---- device records -------------------------------------------------------------------------------------------------
 
-void device_server::open(uint64_t reply_port) {
+void device_server::open(uint64_t reply_port, uint64_t client) {
     using opening = device_behaviour::opening;
     if (behaviour_.open == opening::silent) return;
     uint64_t address = 0;
     if (behaviour_.open != opening::null) {
-        if (const auto made = make_record()) address = made->address;
+        if (const auto made = make_record(client)) address = made->address;
     }
-    kernel_.post(reply_port, DEVMSG_OPENED, address);
+    host_.post(reply_port, DEVMSG_OPENED, address);
 }
 
-std::optional<device_server::record> device_server::make_record() {
+std::optional<device_server::record> device_server::make_record(uint64_t client) {
     record made;
-    made.address = kernel_.memory().allocate(sizeof(device_record));
-    auto *shared = kernel_.memory().record<device_record>(made.address);
+    made.client = client;
+    made.address = host_.memory().allocate(sizeof(device_record));
+    auto *shared = host_.memory().record<device_record>(made.address);
     if (shared == nullptr) return std::nullopt;
-    const uint64_t client = kernel_.machine().task();
-    caller self;
-    made.server_port = kernel_.create_handle(self, port());
-    made.private_port = kernel_.new_port(client);
-    made.semaphore = kernel_.new_semaphore(client, 1);
+    made.server_port = host_.new_handle_to(port());
+    made.private_port = host_.new_port(client);
+    made.semaphore = host_.new_semaphore(client, 1);
     if (context_size_ != 0 && !make_client_context(made)) {
         release(made);
         return std::nullopt;
@@ -117,16 +118,15 @@ std::optional<device_server::record> device_server::make_record() {
     return made;
 }
 
-// What it made before it failed stands in the record, to be released with it.
+// On failure the record lists what was made so far, to be released with it.
 bool device_server::make_client_context(record &made) {
-    arena &memory = kernel_.memory();
+    arena &memory = host_.memory();
     made.context = memory.allocate(sizeof(client_context));
     made.buffer = memory.allocate(context_size_);
     auto *context = memory.record<client_context>(made.context);
     if (context == nullptr || made.buffer == 0) return false;
-    const uint64_t client = kernel_.machine().task();
-    made.lock = kernel_.new_semaphore(client, 1);
-    made.context_port = kernel_.new_port(client);
+    made.lock = host_.new_semaphore(made.client, 1);
+    made.context_port = host_.new_port(made.client);
     context->lock = made.lock;
     context->buffer = made.buffer;
     context->buffer_size = context_size_;
@@ -140,15 +140,15 @@ bool device_server::make_client_context(record &made) {
     return true;
 }
 
-void device_server::close(uint64_t reply_port) {
+void device_server::close(uint64_t reply_port, uint64_t server_port) {
     for (auto known = records_.begin(); known != records_.end(); ++known) {
-        if (known->second.server_port != addressed()) continue;
+        if (known->second.server_port != server_port) continue;
         const record gone = known->second;
         records_.erase(known);
         release(gone);
         break;
     }
-    kernel_.post(reply_port, DEVMSG_CLOSED, 0);
+    host_.post(reply_port, DEVMSG_CLOSED, 0);
 }
 
 void device_server::release(const record &gone) {
@@ -158,26 +158,25 @@ void device_server::release(const record &gone) {
         return true;
     });
     for (const uint64_t object : {gone.private_port, gone.semaphore, gone.lock, gone.context_port}) {
-        kernel_.destroy(object);
+        host_.destroy(object);
     }
-    caller self;
-    static_cast<void>(kernel_.delete_object(self, gone.server_port, DELETE_HANDLE));  // the client may have deleted it
-    for (const uint64_t block : {gone.buffer, gone.context, gone.address}) kernel_.memory().release(block);
+    host_.close_handle(gone.server_port);  // unless the client has done so
+    for (const uint64_t block : {gone.buffer, gone.context, gone.address}) host_.memory().release(block);
 }
 
 // ---- requests -------------------------------------------------------------------------------------------------------
 
 void device_server::create(uint64_t record_address, uint64_t size) {
     const auto known = records_.find(record_address);
-    if (known == records_.end()) return;  // nobody knows where a reply would be awaited
+    if (known == records_.end()) return;  // no record, no port to reply on
     IOreq *made = behaviour_.null_requests ? nullptr : make_request(record_address, size);
-    kernel_.post(known->second.private_port, DEVMSG_REQUEST_CREATED, reinterpret_cast<uint64_t>(made));
+    host_.post(known->second.private_port, DEVMSG_REQUEST_CREATED, reinterpret_cast<uint64_t>(made));
 }
 
 IOreq *device_server::make_request(uint64_t record_address, uint64_t size) {
     if (size < sizeof(IOreq)) return nullptr;
-    const uint64_t address = kernel_.memory().allocate(size);
-    auto *shared = kernel_.memory().record<IOreq>(address);
+    const uint64_t address = host_.memory().allocate(size);
+    auto *shared = host_.memory().record<IOreq>(address);
     if (shared == nullptr) return nullptr;
     shared->id = ++last_id_;
     shared->device = record_address;
@@ -198,27 +197,27 @@ void device_server::remove(uint64_t id) {
 }
 
 void device_server::drop(const request &gone) {
-    for (const auto &protocol : protocols_) protocol->forget(kernel_.memory(), gone.address);
-    kernel_.memory().release(gone.address);
+    for (const auto &protocol : protocols_) protocol->forget(host_.memory(), gone.address);
+    host_.memory().release(gone.address);
 }
 
 void device_server::begin(uint64_t reply_port, uint64_t id) {
     request *begun = find(id);
-    if (begun == nullptr) return kernel_.post(reply_port, IOMSG_FAILED, id);
-    if (begun->pending) return;  // its one answer is under way
+    if (begun == nullptr) return host_.post(reply_port, IOMSG_FAILED, id);
+    if (begun->pending) return;  // the first begin is still owed its answer
     begun->pending = true;
     begun->begun = ++begins_;
     begun->reply_port = reply_port;
 
     const device_behaviour::outcome *outcome = &healthy_;
     if (!behaviour_.requests.empty()) {
-        const uint32_t command = kernel_.memory().record<IOreq>(begun->address)->command;
+        const uint32_t command = host_.memory().record<IOreq>(begun->address)->command;
         const auto listed = behaviour_.requests.find(command);
         if (listed != behaviour_.requests.end()) outcome = &listed->second;
     }
     if (outcome->silent) return;
     if (outcome->delay <= 0) return finish(*begun, *outcome);
-    kernel_.after(outcome->delay, [this, id, begins = begins_, outcome] {
+    host_.after(outcome->delay, [this, id, begins = begins_, outcome] {
         request *late = find(id);
         if (late != nullptr && late->pending && late->begun == begins) finish(*late, *outcome);
     });
@@ -241,22 +240,31 @@ void device_server::finish(request &done, const device_behaviour::outcome &outco
             if (!reached.empty()) std::memcpy(reached.data(), bytes.data(), reached.size());
         }
     }
-    // Copies: a client may await its answers on this server's own port, and a code of the behaviour's may delete there.
+    // Copies: an answer to this server's own port, with a code from the behaviour, may delete the request.
     const uint64_t reply_port = done.reply_port, id = done.id;
-    for (uint32_t i = 0; i < outcome.times; i++) kernel_.post(reply_port, outcome.code.value_or(code), id);
+    for (uint32_t i = 0; i < outcome.times; i++) host_.post(reply_port, outcome.code.value_or(code), id);
 }
 
-request_view device_server::view_of(const request &seen) const {
-    IOreq *header = kernel_.memory().record<IOreq>(seen.address);
-    const auto opened = records_.find(seen.record);
+request_view device_server::view_of(const request &viewed) const {
+    IOreq *header = host_.memory().record<IOreq>(viewed.address);
+    const auto opened = records_.find(viewed.record);
     const uint64_t buffer = opened == records_.end() ? 0 : opened->second.buffer;
-    return {.memory = kernel_.memory(),
+    return {.memory = host_.memory(),
             .header = *header,
-            .address = seen.address,
-            .size = seen.size,
+            .address = viewed.address,
+            .size = viewed.size,
             .payload = header->payload,
             .buffer = buffer,
             .buffer_size = buffer != 0 ? context_size_ : 0};
+}
+
+std::optional<request_subject> device_server::subject_of(const kernel_message &message) {
+    const request *named = message.code == IOMSG_BEGIN ? find(message.word2) : nullptr;
+    if (named == nullptr) return std::nullopt;
+    const request_view view = view_of(*named);
+    request_subject subject{view.header.command, {}};
+    for (const auto &protocol : protocols_) subject.path += protocol->path_of(subject.command, view);
+    return subject;
 }
 
 uint32_t device_server::perform(const request_view &view) {
@@ -270,9 +278,9 @@ uint32_t device_server::perform(const request_view &view) {
 void device_server::abort(uint64_t reply_port, uint64_t id) {
     if (request *aborted = find(id); aborted != nullptr && aborted->pending) {
         aborted->pending = false;
-        kernel_.post(aborted->reply_port, IOMSG_ABORTED, id);
+        host_.post(aborted->reply_port, IOMSG_ABORTED, id);
     }
-    kernel_.post(reply_port, IOMSG_ABORT_ACKNOWLEDGED, id);
+    host_.post(reply_port, IOMSG_ABORT_ACKNOWLEDGED, id);
 }
 
 }  // namespace hosted

@@ -1,11 +1,11 @@
 // hosted/servers/device_server.h - the server side of the device protocol, for every device of both machines.
 //
-// A device is a name, a behaviour and the protocols that it speaks. The server here opens and closes, makes and deletes
-// requests, begins and aborts them, answers queries, and answers late, wrongly or never where the behaviour says so; a
-// protocol only performs its commands.
+// A device is a name, a behaviour and the protocols that it speaks. The server here opens and closes, creates and
+// deletes requests, begins and aborts them, and answers queries. Where the behaviour says so, it answers late, wrongly
+// or never. A protocol only performs its commands.
 //
-// A request that was begun is answered once, whatever happens in between. What names an unknown request or record
-// changes nothing, but a reply that its sender waits for comes all the same.
+// A request that was begun is answered once, whatever happens in between. A message about an unknown request or record
+// changes nothing, but its sender gets the reply that it waits for.
 #pragma once
 
 #include <cstdint>
@@ -17,49 +17,48 @@
 #include <string_view>
 #include <vector>
 
-#include "hosted/kernel/kernel.h"
+#include "hosted/kernel/arena.h"
 #include "hosted/kernel/server.h"
 #include "platform/protocol/device.h"
 
 namespace hosted {
 
-// How a device behaves where that is not left to its protocols; everything at its default is a healthy device.
+// How a device behaves where that is not left to its protocols. With every member at its default it is healthy.
 struct device_behaviour {
     enum class opening : uint8_t { accept, refuse, null, silent };
 
     struct outcome {                    // of a request of one command
         bool silent = false;            // never completes
-        bool abort = false;             // completes as aborted; its error word is left alone
+        bool abort = false;             // completes as aborted and leaves its error word alone
         std::optional<uint32_t> error;  // completes with this error
         int64_t delay = 0;              // milliseconds until it is performed and completes
-        std::optional<uint32_t> code;   // of the completion, in place of the one that says how it went
-        uint32_t times = 1;             // so often comes the completion
-        // Bytes that are written over the request, and over its argument block, before it completes; by offset. What
-        // no request reaches stays as it is.
+        std::optional<uint32_t> code;   // of the completion, whatever the outcome
+        uint32_t times = 1;             // number of completions
+        // Bytes to write over the request, and over its argument block, before it completes, by offset. Bytes out of
+        // reach of the request are left out.
         std::map<uint64_t, std::string> request_bytes;
         std::map<uint64_t, std::string> payload_bytes;
     };
 
     struct answer {                    // to one query
-        bool silent = false;           // never comes
+        bool silent = false;           // none comes
         std::optional<uint32_t> code;  // in place of the query's code + 1
         uint64_t value = 0;
         int64_t delay = 0;   // milliseconds
-        uint32_t times = 1;  // so often it comes
+        uint32_t times = 1;  // number of answers
     };
 
     opening open = opening::accept;
-    bool null_requests = false;            // creating a request gives no request
+    bool null_requests = false;            // a creation returns address 0
     std::vector<uint64_t> classes;         // class codes, for the class query
     std::map<uint32_t, uint64_t> queries;  // further queries and their answers; a ping is always answered
-    std::map<uint32_t, answer> answers;    // in place of what the query would be answered
+    std::map<uint32_t, answer> answers;    // in place of the healthy answer, by query
     std::map<uint32_t, outcome> requests;  // by command
 };
 
-inline constexpr uint32_t QUERY_UNKNOWN_ANSWER = 0x20003;  // code of the answer to what a device does not answer
+inline constexpr uint32_t QUERY_UNKNOWN_ANSWER = 0x20003;  // code of the answer to an unknown query
 
-// A begun request, as a protocol sees it. Its memory is the client's to write at any time, so that a field is read
-// once.
+// A begun request, as a protocol sees it. The client may write its memory at any time: read each field once.
 struct request_view {
     arena &memory;
     IOreq &header;
@@ -69,14 +68,14 @@ struct request_view {
     uint64_t buffer;   // address of the payload buffer of its device record; 0 where there is none
     uint64_t buffer_size;
 
-    // The bytes from an address to the end of what it lies in: the request, or the payload buffer. Empty elsewhere: no
-    // request reaches other memory.
+    // The bytes from an address to the end of the request or of the payload buffer that it lies in. Empty elsewhere:
+    // no request reaches other memory.
     std::span<std::byte> rest(uint64_t at) const;
 
-    // So many bytes at an address; empty unless all of them may be reached.
+    // length bytes at an address; empty unless all of them are within reach.
     std::span<std::byte> bytes(uint64_t at, uint64_t length) const;
 
-    // The text at an address, without its NUL; nothing where it does not end in time.
+    // The text at an address, without its NUL; nothing where no NUL is within reach.
     std::optional<std::string_view> text(uint64_t at) const;
 
     // The argument block as a record, or null (out of reach, or misaligned).
@@ -93,40 +92,48 @@ class device_protocol {
 public:
     virtual ~device_protocol() = default;
 
-    // Performs a request's command: 0 or the error word it fails with; nothing for a command of another protocol.
+    // Performs a request's command. Returns 0, or the error word to fail it with; nothing for a command of another
+    // protocol.
     virtual std::optional<uint32_t> perform(uint32_t command, const request_view &request) = 0;
 
-    // Takes a message that is none of the device protocol's; false if it is none of this one's either.
+    // Receives a message that is not one of the device protocol's. Returns false if it is not one of this protocol's
+    // either.
     virtual bool direct(const kernel_message &) { return false; }
 
-    // The request at an address is deleted, or its device closed: what was kept for it goes.
+    // The request at an address is deleted, or its device closed: releases what the protocol holds for it.
     virtual void forget(arena & /*memory*/, uint64_t /*request*/) {}
+
+    // The path that a request names, for the call log; empty where its command has none, or it is out of reach.
+    virtual std::string_view path_of(uint32_t /*command*/, const request_view &) { return {}; }
 };
 
 class device_server : public server {
 public:
-    device_server(kernel &owner, device_behaviour behaviour);
+    // The host must outlive the server.
+    device_server(server_host &host, device_behaviour behaviour);
     ~device_server() override;
 
     void add(std::unique_ptr<device_protocol> protocol);
 
-    // Makes a client context (lock, request, payload buffer of that many bytes) at every open.
+    // Makes a client context (lock, request, payload buffer of so many bytes) at every open. 0: none.
     void make_context(uint64_t buffer_size) { context_size_ = buffer_size; }
 
-    void receive(const kernel_message &message) override;
+    void receive(const delivery &received) override;
+    std::optional<request_subject> subject_of(const kernel_message &message) override;
 
 protected:
-    // Overridden by a server that must misbehave in a way no behaviour says.
+    // Overridden by a server that must misbehave in a way that device_behaviour cannot express.
     virtual void begin(uint64_t reply_port, uint64_t id);
     virtual void abort(uint64_t reply_port, uint64_t id);
 
-    kernel &kernel_;
+    server_host &host_;
 
 private:
     // One open of the device.
     struct record {
         uint64_t address = 0;
-        uint64_t server_port = 0;  // a handle of its own to the server's port, by which a close names it
+        uint64_t client = 0;       // the task that opened it
+        uint64_t server_port = 0;  // its own handle to the server's port; a close sent there names this record
         uint64_t private_port = 0;
         uint64_t semaphore = 0;
         uint64_t context = 0;
@@ -141,29 +148,29 @@ private:
         uint64_t size = 0;
         uint64_t record = 0;      // address of its device record
         bool pending = false;     // begun and not answered
-        uint64_t begun = 0;       // count of the begin; tells a late completion of an earlier one
+        uint64_t begun = 0;       // number of that begin: a late completion of an earlier one does not count
         uint64_t reply_port = 0;  // of that begin
     };
 
-    void open(uint64_t reply_port);
-    void close(uint64_t reply_port);
+    void open(uint64_t reply_port, uint64_t client);
+    void close(uint64_t reply_port, uint64_t server_port);
     void create(uint64_t record_address, uint64_t size);
     void remove(uint64_t id);
     void query(const kernel_message &message);
 
-    std::optional<record> make_record();
+    std::optional<record> make_record(uint64_t client);
     bool make_client_context(record &made);
     void release(const record &gone);
     IOreq *make_request(uint64_t record_address, uint64_t size);
     request *find(uint64_t id);
     void drop(const request &gone);
     void finish(request &done, const device_behaviour::outcome &outcome);
-    request_view view_of(const request &seen) const;
+    request_view view_of(const request &viewed) const;
     uint32_t perform(const request_view &view);
     std::optional<uint64_t> answer(uint32_t code, uint64_t parameter) const;
 
     const device_behaviour behaviour_;
-    const device_behaviour::outcome healthy_;  // of a request about which the behaviour says nothing
+    const device_behaviour::outcome healthy_;  // of a command that the behaviour does not mention
     std::vector<std::unique_ptr<device_protocol>> protocols_;
     uint64_t context_size_ = 0;             // 0: no context
     std::map<uint64_t, record> records_;    // by address

@@ -1,4 +1,4 @@
-// registry_protocol.cpp - the registry's commands over a machine's tree of keys.
+// hosted/servers/registry_protocol.cpp - the registry's commands over a machine's tree of keys.
 #include <algorithm>
 #include <cstring>
 #include <map>
@@ -41,6 +41,19 @@ public:
         case REGCMD_ITERATOR_NEXT: return iterator_next(request);
         case REGCMD_ITERATOR_END: return iterator_end(request);
         default: return std::nullopt;
+        }
+    }
+
+    std::string_view path_of(uint32_t command, const request_view &request) override {
+        switch (command) {
+        case REGCMD_KEY_INFO: return arguments_of<reg_info_block>(request).path;
+        case REGCMD_GET_INT:
+        case REGCMD_CREATE_GUARD: return arguments_of<reg_int_block>(request).path;
+        case REGCMD_GET_BIN:
+        case REGCMD_SET_BIN: return arguments_of<reg_bin_block>(request).path;
+        case REGCMD_CREATE_TMP: return arguments_of<reg_path_block>(request).path;
+        case REGCMD_ITERATOR_BEGIN: return arguments_of<reg_begin_block>(request).path;
+        default: return {};
         }
     }
 
@@ -161,7 +174,7 @@ private:
         return word;
     }
 
-    // Moves a cursor on and writes the record of what it stands on then.
+    // Moves a cursor to the next entry and writes its record.
     void step(registry_cursor &cursor, uint32_t word, std::span<std::byte> record) {
         RegIterator shown{};
         shown.server_word = word;
@@ -177,7 +190,7 @@ private:
     registry_store &store_;
     std::map<uint32_t, iteration> iterations_;  // by the server's word of their records
     uint32_t last_iteration_ = 0;
-    std::string value_;  // kept, as the next, so that a look-up costs no memory of its own
+    std::string value_;  // these two are members so that look-ups reuse their memory
     registry_entry entry_;
 };
 

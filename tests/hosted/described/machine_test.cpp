@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "hosted/boot.h"
-#include "hosted/kernel/entry.h"
+#include "hosted/kernel/run.h"
 #include "platform/protocol/log.h"
 #include "platform/protocol/terminal.h"
 #include "platform/registry.h"

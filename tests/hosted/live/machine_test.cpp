@@ -15,6 +15,8 @@ namespace {
 
 class LiveMachine : public testing::Test {
 protected:
+    LiveMachine() { owner.enter(who, owner.start().task, owner.machine().thread(true)); }
+
     // The handles of a walk, in its order.
     std::vector<uint64_t> handles(uint64_t parent, uint64_t kind) {
         std::vector<uint64_t> out;
@@ -35,7 +37,7 @@ protected:
     }
 
     kernel owner{make_live_machine()};
-    caller &who = owner.enter();
+    caller who;
 };
 
 TEST_F(LiveMachine, EveryHandleNamesItsObject) {

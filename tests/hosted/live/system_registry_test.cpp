@@ -168,7 +168,6 @@ TEST(LiveRegistry, RunningProcessesAndDevices) {
     });
     child.heard();
     kernel owner(make_live_machine());
-    owner.enter();
     const file_roots roots;
     process_table processes;
     system_registry system(roots);

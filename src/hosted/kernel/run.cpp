@@ -1,0 +1,172 @@
+// hosted/kernel/run.cpp - the environment, the start of a run and its ends.
+#include "hosted/kernel/run.h"
+
+#include <sys/auxv.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <string>
+#include <string_view>
+
+#include "hosted/boot.h"
+#include "hosted/nearest.h"
+#include "hosted/output.h"
+
+namespace hosted {
+
+std::atomic<run *> current_run = nullptr;
+
+namespace {
+
+constexpr int STATUS_BAD_MACHINE = 125;
+constexpr int STATUS_NEVER_ENDS = 124;
+
+std::atomic<uint64_t> runs_made = 0;
+
+// ---- the environment ------------------------------------------------------------------------------------------------
+
+constexpr std::string_view PREFIX = "VENTIX_";
+constexpr char MACHINE[] = "VENTIX_MACHINE";
+constexpr char MACHINE_SAVE[] = "VENTIX_MACHINE_SAVE";
+constexpr char CALL_LOG[] = "VENTIX_CALL_LOG";
+constexpr std::string_view variables[] = {MACHINE, MACHINE_SAVE, CALL_LOG};
+
+// Ends a process that cannot begin its run. Takes no memory.
+[[noreturn, gnu::format(printf, 1, 2)]] void refuse(const char *format, ...) {
+    va_list words;
+    va_start(words, format);
+    std::fputs("ventix: ", stderr);
+    std::vfprintf(stderr, format, words);
+    std::fputc('\n', stderr);
+    va_end(words);
+    _exit(check_output(STATUS_BAD_MACHINE));
+}
+
+// A misspelt variable must not lead a command to the live machine.
+void refuse_unknown_variables() {
+    constexpr size_t SHOWN = 200;  // bytes of a name
+    for (char *const *entry = environ; *entry != nullptr; entry++) {
+        std::string_view name = *entry;
+        if (!name.starts_with(PREFIX)) continue;
+        name = name.substr(0, name.find('='));
+        if (std::ranges::find(variables, name) != std::end(variables)) continue;
+        const std::string_view meant = nearest_word(name, variables);
+        std::string shown(name.substr(0, SHOWN));
+        std::ranges::replace_if(
+            shown, [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
+        refuse("%s: unknown variable; did you mean \"%s\"?", shown.c_str(), meant.data());
+    }
+}
+
+std::unique_ptr<run> make_run(const char *path, const char *save) {
+    if (path == nullptr || std::strcmp(path, "live") == 0) {
+        if (*save == '\0') return std::make_unique<run>(make_live_machine());
+        refuse("%s: the live machine is not saved; ventix-machine snapshot captures it", MACHINE_SAVE);
+    }
+    if (*path == '\0') refuse("%s: empty; name a machine file, or live", MACHINE);
+    fault_list faults;
+    std::string message;
+    auto machine = make_described_machine(path, save, faults, message);
+    if (!machine) refuse("%s", message.c_str());
+    return std::make_unique<run>(std::move(machine), std::move(faults));
+}
+
+void save_at_exit() {
+    static_cast<void>(finish(0));  // the status is settled; only the saving is left
+}
+
+run *boot() {
+    // A process with raised privileges must not read or write files on behalf of its caller.
+    const bool obeys = getauxval(AT_SECURE) == 0;
+    const auto variable = [obeys](const char *name) { return obeys ? std::getenv(name) : nullptr; };
+    const char *path = variable(MACHINE);
+    try {
+        if (obeys) refuse_unknown_variables();
+        const char *save = variable(MACHINE_SAVE);
+        auto made = make_run(path, save == nullptr ? "" : save);
+        if (const char *log = variable(CALL_LOG); log != nullptr && !made->log.open(log)) {
+            std::fprintf(stderr, "ventix: %s: %s\n", log, std::strerror(errno));
+            made->failed = true;
+        }
+        std::atexit(save_at_exit);  // a command may leave by exit()
+        return made.release();
+    } catch (const std::bad_alloc &) {
+        refuse("%s: %s", path == nullptr ? "live" : path, std::strerror(ENOMEM));
+    }
+}
+
+}  // namespace
+
+// ---- the start ------------------------------------------------------------------------------------------------------
+
+run::run(std::unique_ptr<machine> over, fault_list listed)
+    : number(++runs_made), kernel(std::move(over)), faults(std::move(listed)),
+      calls_left(kernel.start().call_budget.value_or(std::numeric_limits<uint64_t>::max())) {}
+
+[[gnu::cold, gnu::noinline]] run &begin_run() {
+    static std::mutex beginning;
+    const std::lock_guard lock(beginning);
+    if (current_run.load(std::memory_order_relaxed) == nullptr) current_run.store(boot(), std::memory_order_release);
+    return *current_run.load(std::memory_order_relaxed);
+}
+
+void install(std::unique_ptr<machine> brought, fault_list faults) {
+    shut_down();
+    current_run.store(std::make_unique<run>(std::move(brought), std::move(faults)).release(),
+                      std::memory_order_release);
+}
+
+void shut_down() { delete current_run.exchange(nullptr, std::memory_order_acq_rel); }
+
+void observe(observer *watching) { this_run().watching = watching; }
+
+// ---- the ends -------------------------------------------------------------------------------------------------------
+
+int finish(int status) {
+    run *const ending = current_run.load(std::memory_order_acquire);
+    if (ending == nullptr) return status;
+    std::string message;
+    bool saved = true;
+    int log_error = 0;
+    {
+        const std::lock_guard lock(ending->kernel.mutex());  // other threads may still be calling
+        if (ending->finished) return status;
+        ending->finished = true;
+        saved = ending->kernel.machine().save(message);
+        log_error = ending->log.error();
+    }
+    if (!saved) std::fprintf(stderr, "ventix: %s\n", message.c_str());
+    if (log_error != 0) std::fprintf(stderr, "ventix: call log: %s\n", std::strerror(log_error));
+    const bool failed = ending->failed || !saved || log_error != 0;
+    return status == 0 && failed ? 1 : status;
+}
+
+[[gnu::cold]] void end_in_call(run &ending, std::unique_lock<std::mutex> &lock, const caller &who, call which,
+                               std::span<const argument> arguments) {
+    if (ending.log.is_open()) ending.log.write(which, arguments, false, std::nullopt);
+    if (lock.owns_lock()) lock.unlock();
+    if (who.fate == fate::self_deleted) {
+        static_cast<void>(finish(0));
+        kill(getpid(), SIGKILL);
+        _exit(128 + SIGKILL);  // the first process of a system cannot be killed
+    }
+    const int status = check_output(STATUS_NEVER_ENDS);
+    if (who.fate == fate::endless) {
+        std::fprintf(stderr, "ventix: endless: %s\n", call_name(which).data());
+    } else {
+        const char *object = which == call::wait_semaphore ? "semaphore" : "port";
+        std::fprintf(stderr, "ventix: deadlock: %s on %s 0x%llx\n", call_name(which).data(), object,
+                     static_cast<unsigned long long>(arguments.empty() ? 0 : arguments[0].value));
+    }
+    _exit(finish(status));
+}
+
+}  // namespace hosted

@@ -1,0 +1,79 @@
+// hosted/kernel/run.h - the life of a run: the kernel of this process, from its first call to its end.
+//
+// A run begins at the first kernel call or terminal request, over the machine that the environment names. It carries
+// out what the kernel object cannot: it refuses a bad machine, and ends the process for a wait that never ends, a run
+// past its budget of calls and a task that deletes itself.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+
+#include "hosted/kernel/call_log.h"
+#include "hosted/kernel/faults.h"
+#include "hosted/kernel/kernel.h"
+
+namespace hosted {
+
+// Sees every kernel call of the process, with the kernel's lock held: for programs that bring a machine of their own.
+class observer {
+public:
+    virtual ~observer() = default;
+
+    // Before a call does anything. Returns the result to replace the call with, as a fault does, or nothing.
+    virtual std::optional<uint64_t> begins(call which, std::span<const argument> arguments) = 0;
+
+    // After it, with the outputs stored if it succeeded. Not called for a call that ends the process.
+    virtual void ended(call which, std::span<const argument> arguments, uint64_t result, bool succeeded) = 0;
+};
+
+// The kernel of a process and what surrounds it. Its members are guarded by the kernel's lock.
+struct run {
+    explicit run(std::unique_ptr<machine> over, fault_list listed = {});
+
+    const uint64_t number;  // unique in the process, unlike the address
+    hosted::kernel kernel;
+    fault_list faults;
+    call_log log;
+    observer *watching = nullptr;
+    uint64_t calls_left;   // of the machine's budget
+    bool entered = false;  // a thread has called
+    bool failed = false;   // a failure was reported that must show in the status
+    bool finished = false;
+};
+
+extern std::atomic<run *> current_run;  // null until the first call
+
+run &begin_run();
+
+// The run of this process, begun if there is none yet.
+inline run &this_run() {
+    run *known = current_run.load(std::memory_order_acquire);
+    return known != nullptr ? *known : begin_run();
+}
+
+inline kernel &running() { return this_run().kernel; }
+
+// Ends the process for the fate of the caller's call, which has not returned: saves the machine and completes the call
+// log before.
+[[noreturn]] void end_in_call(run &ending, std::unique_lock<std::mutex> &lock, const caller &who, call which,
+                              std::span<const argument> arguments);
+
+// Ends the run: saves the machine and checks the call log. A failure is reported once on standard error. Does nothing,
+// and reads no environment, if no run has begun.
+//   status   of the process so far
+//   returns  its status now: 1 in place of 0 after a failure
+int finish(int status);
+
+// Begins a run over a machine of the caller's own, in place of the current run; and ends a run without a save: for
+// programs that bring a machine, such as tests. No other thread may be inside a call.
+void install(std::unique_ptr<machine> brought, fault_list faults = {});
+void shut_down();
+
+// Lets one observer watch the current run, until it is shut down. Null: none.
+void observe(observer *watching);
+
+}  // namespace hosted

@@ -1,0 +1,39 @@
+// hosted/nearest.h - the known word that a misspelt one was probably meant to be.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <initializer_list>
+#include <numeric>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace hosted {
+
+// The number of characters to insert, delete or replace to make one word of the other.
+inline size_t edit_distance(std::string_view one, std::string_view other) {
+    std::vector<size_t> row(other.size() + 1);  // distances of a prefix of one to every prefix of other
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < one.size(); i++) {
+        size_t diagonal = row[0];
+        row[0] = i + 1;
+        for (size_t k = 0; k < other.size(); k++) {
+            const size_t replaced = diagonal + (one[i] == other[k] ? 0 : 1);
+            diagonal = row[k + 1];
+            row[k + 1] = std::min({replaced, diagonal + 1, row[k] + 1});
+        }
+    }
+    return row.back();
+}
+
+// The first of the known words that are nearest to a word. known must not be empty.
+inline std::string_view nearest_word(std::string_view word, std::span<const std::string_view> known) {
+    constexpr size_t LONGEST = 256;  // a longer word is compared by its beginning
+    word = word.substr(0, LONGEST);
+    return *std::min_element(known.begin(), known.end(), [word](std::string_view a, std::string_view b) {
+        return edit_distance(word, a) < edit_distance(word, b);
+    });
+}
+
+}  // namespace hosted

@@ -1,0 +1,15 @@
+// hosted/output.h - standard output of a run: one large buffer, and a report of what could not be written.
+#pragma once
+
+namespace hosted {
+
+// Puts standard output behind the buffer. Called once, before main().
+//   reader_gone  called when a write finds that nobody reads any more (EPIPE); null: the write fails like any other
+void prepare_output(void (*reader_gone)());
+
+// Flushes standard output. A failure is reported on standard error, once; a reader that went away is not one.
+//   status   of the run so far
+//   returns  its status now: 1 in place of 0 after a failure
+int check_output(int status);
+
+}  // namespace hosted
