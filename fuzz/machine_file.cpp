@@ -2,8 +2,7 @@
 // loads and is saved as the same text.
 #include <cstdlib>
 
-#include "hosted/described/load.h"
-#include "hosted/described/save.h"
+#include "hosted/described/format.h"
 #include "input.h"
 
 using namespace hosted::described;

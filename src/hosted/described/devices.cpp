@@ -22,7 +22,7 @@ public:
 
     uint32_t read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) override {
         const auto found =
-            std::find_if(units_.begin(), units_.end(), [&](const auto &listed) { return listed.unit == unit; });
+            std::find_if(units_.begin(), units_.end(), [&](const auto &listed) { return listed.number == unit; });
         if (found == units_.end()) return IOERROR_NOT_FOUND;
         bytes.clear();
         if (found->raw) bytes = found->raw->substr(0, room);
@@ -173,9 +173,9 @@ public:
 
 private:
     const task *by_handle(uint64_t handle) const {
-        const auto found = records_.objects.find(handle);
-        if (found == records_.objects.end() || found->second.what != reference::kind::task) return nullptr;
-        return found->second.object->gone ? nullptr : static_cast<const task *>(found->second.object);
+        const auto *const found = records_.objects.find(handle);
+        if (found == nullptr || found->what != object_index::kind::task || found->object->gone) return nullptr;
+        return static_cast<const task *>(found->object);
     }
 
     const task *by_process(uint64_t pid) {
@@ -212,7 +212,7 @@ device *device_maker::find(std::string_view name) {
 std::unique_ptr<server> device_maker::make(kernel &owner, std::string_view name) {
     device *const from = find(name);
     if (from == nullptr) return nullptr;
-    auto behaviour = from->behaviour;
+    device_behaviour behaviour = *from;
     const bool serves = from->services || from->services_total;
     auto &classes = behaviour.classes;
     if (serves && std::find(classes.begin(), classes.end(), SERVICE_CLASS) == classes.end()) {

@@ -1,13 +1,12 @@
-// hosted/described/document.cpp - reading a machine file's text.
+// hosted/described/document.cpp - scanning a machine file's text.
 #include "hosted/described/document.h"
 
 #include <algorithm>
-#include <unordered_set>
-
-#define JSON_NO_IO  // texts come and go as strings, never through streams
-#include <nlohmann/json.hpp>
+#include <charconv>
+#include <utility>
 
 #include "hosted/described/text.h"
+#include "hosted/utf8.h"
 
 namespace hosted::described {
 namespace {
@@ -16,26 +15,11 @@ constexpr size_t LONGEST_PATH = 24;  // components of a path that are shown
 constexpr size_t LONGEST_KEY = 64;   // bytes of a component
 constexpr uint32_t FEW_KEYS = 8;     // up to so many are compared one by one
 
-// What the parser says, without its own name and place, and without the text it read last: the place tells.
-std::string plain_message(std::string_view said) {
-    if (said.starts_with('[')) said.remove_prefix(std::min(said.find("] ") + 2, said.size()));
-    if (const size_t column = said.find("column "); column != said.npos && said.starts_with("parse error")) {
-        said.remove_prefix(std::min(said.find(": ", column) + 2, said.size()));
-    }
-    if (said.starts_with("syntax error")) said.remove_prefix(std::min(said.find(" - ") + 3, said.size()));
-    std::string message(said);
-    if (const size_t last = message.find("; last read: "); last != message.npos) {
-        const size_t rest = message.find("; expected", last);
-        message.erase(last, rest == message.npos ? rest : rest - last);
-    }
-    return message;
-}
-
-std::string line_and_column(std::string_view text, size_t characters_read) {
-    const size_t at = std::min(characters_read == 0 ? 0 : characters_read - 1, text.size());
-    const auto before = text.substr(0, at);
+// Line and column of the character at an offset.
+std::string line_and_column(std::string_view text, size_t offset) {
+    const auto before = text.substr(0, offset);
     const auto line = 1 + std::count(before.begin(), before.end(), '\n');
-    const size_t column = at - (before.rfind('\n') + 1) + 1;  // npos + 1 is 0
+    const size_t column = before.size() - (before.rfind('\n') + 1) + 1;  // npos + 1 is 0
     return std::to_string(line) + ":" + std::to_string(column);
 }
 
@@ -49,122 +33,320 @@ std::string shown_key(std::string_view key) {
     return shown;
 }
 
+void append_utf8(std::string &text, char32_t character) {
+    if (character < 0x80) {
+        text.push_back(static_cast<char>(character));
+        return;
+    }
+    const int following = character < 0x800 ? 1 : character < 0x10000 ? 2 : 3;
+    constexpr uint8_t first[] = {0, 0xC0, 0xE0, 0xF0};
+    text.push_back(static_cast<char>(first[following] | character >> (6 * following)));
+    for (int shift = 6 * (following - 1); shift >= 0; shift -= 6)
+        text.push_back(static_cast<char>(0x80 | (character >> shift & 0x3F)));
+}
+
+constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
 }  // namespace
 
-// Takes the parser's events.
-class document::builder {
+// Takes the text apart: JSON, with comments.
+class document::scanner {
 public:
-    builder(document &into, std::string_view text) : document_(into), text_(text) {}
+    struct error {
+        size_t offset;  // of the last character that was read
+        std::string what;
+    };
 
-    const std::string &message() const { return message_; }
+    scanner(document &into, std::string_view text) : document_(into), text_(text) {}
 
-    bool null() { return add(kind::null, 0); }
-    bool boolean(bool value) { return add(kind::boolean, value); }
-    bool number_integer(int64_t value) { return add(kind::number, static_cast<uint64_t>(value)); }
-    bool number_unsigned(uint64_t value) { return add(kind::number, value); }
-    bool number_float(double, const std::string &) { return add(kind::fraction, 0); }
-    bool string(std::string &value) {
-        const uint64_t begin = document_.texts_.size();
-        document_.texts_ += value;
-        add(kind::text, begin);
-        document_.nodes_.back().length = static_cast<uint32_t>(value.size());
-        return true;
-    }
-    bool binary(nlohmann::json::binary_t &) { return false; }  // not in this format
-
-    bool key(std::string &value) {
-        key_ = document_.texts_.size();
-        key_length_ = static_cast<uint32_t>(value.size());
-        document_.texts_ += value;
-        return true;
-    }
-
-    bool start_object(size_t) { return open(kind::object); }
-    bool end_object() { return close() && keys_differ(); }
-    bool start_array(size_t) { return open(kind::list); }
-    bool end_array() { return close(); }
-
-    bool parse_error(size_t characters_read, const std::string &, const nlohmann::json::exception &error) {
-        message_ = line_and_column(text_, characters_read) + ": " + plain_message(error.what());
-        return false;
+    void run() {
+        if (text_.starts_with("\xEF\xBB\xBF")) at_ = 3;
+        do {
+            scan_value();
+            while (!open_.empty() && !begins_another()) close();
+        } while (!open_.empty());
+        skip_blanks();
+        if (at_ != text_.size()) unexpected("end of input");
     }
 
 private:
-    bool add(kind what, uint64_t word) {
-        node made;
-        made.word = word;
-        made.key = key_;
-        made.key_length = std::exchange(key_length_, 0);
-        made.end = static_cast<uint32_t>(document_.nodes_.size() + 1);
-        made.what = what;
-        document_.nodes_.push_back(made);
-        return true;
-    }
+    [[noreturn]] void fail(std::string what) const { throw error{at_, std::move(what)}; }
+    bool at_end() const { return at_ >= text_.size(); }
+    char here() const { return at_end() ? '\0' : text_[at_]; }
 
-    bool open(kind what) {
-        add(what, 0);
-        open_.push_back(static_cast<uint32_t>(document_.nodes_.size() - 1));
-        return true;
-    }
-
-    bool close() {
-        closed_ = open_.back();
-        open_.pop_back();
-        document_.nodes_[closed_].end = static_cast<uint32_t>(document_.nodes_.size());
-        return true;
-    }
-
-    // Whether the members of the object just closed go by different keys.
-    bool keys_differ() {
-        const auto &nodes = document_.nodes_;
-        const uint32_t end = nodes[closed_].end;
-        std::unordered_set<std::string_view> keys;
-        uint32_t count = 0;
-        for (uint32_t at = closed_ + 1; at < end; at = nodes[at].end, ++count) {
-            const auto wanted = document_.key_of(nodes[at]);
-            bool twice = false;
-            if (count < FEW_KEYS) {
-                for (uint32_t before = closed_ + 1; before < at && !twice; before = nodes[before].end) {
-                    twice = document_.key_of(nodes[before]) == wanted;
-                }
-            } else {
-                if (count == FEW_KEYS) {
-                    for (uint32_t before = closed_ + 1; before < at; before = nodes[before].end) {
-                        keys.insert(document_.key_of(nodes[before]));
-                    }
-                }
-                twice = !keys.insert(wanted).second;
+    void skip_blanks() {
+        for (; !at_end(); ++at_) {
+            const char c = text_[at_];
+            if (c == '/') {
+                skip_comment();
+            } else if (c != ' ' && c != '\n' && c != '\t' && c != '\r') {
+                return;
             }
-            if (!twice) continue;
-            for (const uint32_t outer : open_) document_.nodes_[outer].end = static_cast<uint32_t>(nodes.size());
-            message_ = document_.path(at) + ": given twice";
-            return false;
         }
+    }
+
+    // Leaves at_ on its last character.
+    void skip_comment() {
+        ++at_;
+        const bool line = here() == '/';
+        if (!line && here() != '*') fail("invalid comment; expecting '/' or '*' after '/'");
+        const size_t end = line ? text_.find('\n', at_) : text_.find("*/", at_ + 1);
+        at_ = std::min(end, text_.size());
+        if (!line && end == text_.npos) fail("invalid comment; missing closing '*/'");
+        if (!line) ++at_;
+    }
+
+    // Fails at the token that is here; its last character is where.
+    [[noreturn]] void unexpected(std::string_view expected) {
+        const char c = here();
+        std::string found = "'" + std::string(1, c) + "'";
+        if (at_end()) {
+            found = "end of input";
+        } else if (c == '"') {
+            scan_text();
+            --at_;
+            found = "string literal";
+        } else if (c == '-' || is_digit(c)) {
+            scan_number();
+            --at_;
+            found = "number literal";
+        } else if (c == '\0') {
+            found = "NUL";
+        } else if (std::string_view("{}[]:,").find(c) == std::string_view::npos) {
+            const char *const word = c == 't' ? "true" : c == 'f' ? "false" : "null";
+            scan_word(word);
+            --at_;
+            found = std::string(word) + " literal";
+        }
+        fail("unexpected " + found + "; expected " + std::string(expected));
+    }
+
+    void scan_value() {
+        skip_blanks();
+        node made;
+        made.at = static_cast<uint32_t>(at_);
+        made.key = key_;
+        made.end = static_cast<uint32_t>(document_.nodes_.size() + 1);
+        key_ = 0;
+        const char c = here();
+        if (c == '"') {
+            scan_text();
+        } else if (c == '-' || is_digit(c)) {
+            scan_number();
+        } else if (c == '{' || c == '[') {
+            open_.push_back(static_cast<uint32_t>(document_.nodes_.size()));
+            ++at_;
+        } else if (c == 't' || c == 'f') {
+            scan_word(c == 't' ? "true" : "false");
+        } else if (c == 'n') {
+            scan_word("null");
+        } else {
+            unexpected("'[', '{', or a literal");
+        }
+        document_.nodes_.push_back(made);
+        empty_ = c == '{' || c == '[';
+    }
+
+    // Whether the innermost list or object goes on; then at_ is before the value, after its key.
+    bool begins_another() {
+        skip_blanks();
+        const bool object = text_[document_.nodes_[open_.back()].at] == '{';
+        const bool first = std::exchange(empty_, false);
+        if (here() == (object ? '}' : ']')) return false;
+        if (!first) {
+            if (here() != ',') unexpected(object ? "',' or '}'" : "',' or ']'");
+            ++at_;
+            skip_blanks();
+        }
+        if (!object) return true;
+        if (here() != '"') unexpected("string literal");
+        key_ = static_cast<uint32_t>(at_);
+        scan_text();
+        skip_blanks();
+        if (here() != ':') unexpected("':'");
+        ++at_;
         return true;
+    }
+
+    void close() {
+        ++at_;
+        document_.nodes_[open_.back()].end = static_cast<uint32_t>(document_.nodes_.size());
+        open_.pop_back();
+    }
+
+    void scan_word(std::string_view word) {
+        for (const char c : word) {
+            if (here() != c) fail("invalid literal");
+            ++at_;
+        }
+    }
+
+    void scan_number() {
+        if (here() == '-') ++at_;
+        if (!is_digit(here())) fail("invalid number; expected digit after '-'");
+        const auto skip_digits = [&] {
+            while (is_digit(here())) ++at_;
+        };
+        if (here() == '0') {
+            ++at_;
+        } else {
+            skip_digits();
+        }
+        if (here() == '.') {
+            ++at_;
+            if (!is_digit(here())) fail("invalid number; expected digit after '.'");
+            skip_digits();
+        }
+        if (here() == 'e' || here() == 'E') {
+            ++at_;
+            if (here() == '+' || here() == '-') ++at_;
+            if (!is_digit(here())) fail("invalid number; expected '+', '-', or digit after exponent");
+            skip_digits();
+        }
+    }
+
+    // From the opening quote to behind the closing one.
+    void scan_text() {
+        const size_t begin = at_++;
+        size_t plain = at_;  // where the part begins that is not decoded yet
+        std::string content;
+        while (true) {
+            if (at_end()) fail("invalid string: missing closing quote");
+            const auto c = static_cast<uint8_t>(text_[at_]);
+            if (c == '"') break;
+            if (c == '\\') {
+                content.append(text_, plain, at_ - plain);
+                scan_escape(content);
+                plain = at_;
+            } else if (c < ' ') {
+                fail("invalid string: " + control_character(c));
+            } else if (c < 0x80) {
+                ++at_;
+            } else {
+                char32_t character = 0;
+                if (!next_character(text_, at_, character)) fail("invalid string: ill-formed UTF-8 byte");
+            }
+        }
+        if (plain != begin + 1) {
+            content.append(text_, plain, at_ - plain);
+            document_.decoded_.push_back({static_cast<uint32_t>(begin), std::move(content)});
+        }
+        ++at_;
+    }
+
+    static std::string control_character(uint8_t c) {
+        constexpr const char *short_escapes[] = {"\\b", "\\t", "\\n", nullptr, "\\f", "\\r"};
+        constexpr const char *names[] = {"NUL", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL", "BS",  "HT",  "LF",
+                                         "VT",  "FF",  "CR",  "SO",  "SI",  "DLE", "DC1", "DC2", "DC3", "DC4", "NAK",
+                                         "SYN", "ETB", "CAN", "EM",  "SUB", "ESC", "FS",  "GS",  "RS",  "US"};
+        constexpr char digits[] = "0123456789ABCDEF";
+        const std::string number = {'0', '0', digits[c >> 4], digits[c & 15]};
+        std::string what = "control character U+" + number + " (" + names[c] + ") must be escaped to \\u" + number;
+        if (c >= '\b' && c <= '\r' && short_escapes[c - '\b'] != nullptr)
+            what += std::string(" or ") + short_escapes[c - '\b'];
+        return what;
+    }
+
+    char32_t scan_four_digits() {
+        char32_t value = 0;
+        for (int i = 0; i < 4; ++i) {
+            ++at_;
+            const char c = here();
+            const int digit = is_digit(c)            ? c - '0'
+                              : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                              : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                                     : -1;
+            if (digit < 0) fail("invalid string: '\\u' must be followed by 4 hex digits");
+            value = value << 4 | static_cast<char32_t>(digit);
+        }
+        return value;
+    }
+
+    // From the backslash to behind the escape.
+    void scan_escape(std::string &content) {
+        constexpr std::string_view letters = "\"\\/bfnrt";
+        constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
+        ++at_;
+        if (const size_t known = letters.find(here()); known != letters.npos && !at_end()) {
+            content.push_back(meanings[known]);
+        } else if (here() == 'u') {
+            char32_t character = scan_four_digits();
+            constexpr const char *high = "invalid string: surrogate U+D800..U+DBFF must be followed by U+DC00..U+DFFF";
+            if (character >= 0xDC00 && character < 0xE000)
+                fail("invalid string: surrogate U+DC00..U+DFFF must follow U+D800..U+DBFF");
+            if (character >= 0xD800 && character < 0xDC00) {
+                for (const char c : {'\\', 'u'}) {
+                    ++at_;
+                    if (here() != c) fail(high);
+                }
+                const char32_t low = scan_four_digits();
+                if (low < 0xDC00 || low >= 0xE000) fail(high);
+                character = 0x10000 + ((character - 0xD800) << 10) + (low - 0xDC00);
+            }
+            append_utf8(content, character);
+        } else {
+            fail("invalid string: forbidden character after backslash");
+        }
+        ++at_;
     }
 
     document &document_;
     std::string_view text_;
-    std::string message_;
+    size_t at_ = 0;
     std::vector<uint32_t> open_;  // lists and objects, outermost first
-    uint32_t closed_ = 0;
-    uint64_t key_ = 0;  // of the next value
-    uint32_t key_length_ = 0;
+    uint32_t key_ = 0;            // of the next value: offset of its opening quote
+    bool empty_ = false;          // nothing has been read of the innermost list or object
 };
 
 bool document::parse(std::string_view text, std::string &message) {
-    builder events(*this, text);
-    constexpr bool strict = true;
-    constexpr bool comments = true;
-    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &events, nlohmann::json::input_format_t::json, strict,
-                                   comments)) {
-        message = events.message();
+    source_ = text;
+    try {
+        nodes_.reserve(text.size() / 8);  // memory that is never touched costs nothing
+        scanner(*this, text).run();
+    } catch (const scanner::error &failed) {
+        message = line_and_column(text, failed.offset) + ": " + failed.what;
         return false;
     }
-    const size_t nul = text.find('\0');  // which the parser takes for the end of the text
-    if (nul == text.npos) return true;
-    message = line_and_column(text, nul + 1) + ": unexpected NUL; expected end of input";
-    return false;
+    refuse_repeated_keys();
+    return true;
+}
+
+// One pass over all objects, each member seen once.
+void document::refuse_repeated_keys() const {
+    std::vector<uint32_t> members;
+    for (uint32_t object = 0; object < nodes_.size(); ++object) {
+        if (first_of(nodes_[object]) != '{') continue;
+        members.clear();
+        for (uint32_t at = object + 1; at < nodes_[object].end; at = nodes_[at].end) members.push_back(at);
+        const auto key = [&](uint32_t member) { return key_of(nodes_[member]); };
+        uint32_t repeated = 0;  // the first that has the key of an earlier one
+        const auto found = [&](uint32_t member) { repeated = repeated == 0 ? member : std::min(repeated, member); };
+        if (members.size() <= FEW_KEYS) {
+            for (size_t i = 1; i < members.size() && repeated == 0; ++i) {
+                for (size_t before = 0; before < i; ++before) {
+                    if (key(members[before]) == key(members[i])) found(members[i]);
+                }
+            }
+        } else {
+            std::sort(members.begin(), members.end(), [&](uint32_t a, uint32_t b) {
+                const int order = key(a).compare(key(b));
+                return order != 0 ? order < 0 : a < b;
+            });
+            for (size_t i = 1; i < members.size(); ++i) {
+                if (key(members[i - 1]) == key(members[i])) found(members[i]);
+            }
+        }
+        if (repeated == 0) continue;
+        json_value(*this, repeated).attempt([&] { json_value(*this, repeated).wrong("given twice"); });
+    }
+}
+
+std::string_view document::text_at(uint32_t opening_quote) const {
+    const auto known = std::lower_bound(decoded_.begin(), decoded_.end(), opening_quote,
+                                        [](const decoded &each, uint32_t at) { return each.at < at; });
+    if (known != decoded_.end() && known->at == opening_quote) return known->text;
+    const auto rest = source_.substr(opening_quote + 1);
+    return rest.substr(0, rest.find('"'));
 }
 
 std::string document::path(uint32_t wanted) const {
@@ -180,7 +362,7 @@ std::string document::path(uint32_t wanted) const {
         const auto [at, index] = steps[i];
         if (steps.size() > LONGEST_PATH && i >= LONGEST_PATH / 2 && i < steps.size() - LONGEST_PATH / 2) {
             if (i == LONGEST_PATH / 2) shown += "...";
-        } else if (nodes_[outer].what == kind::list) {
+        } else if (first_of(nodes_[outer]) == '[') {
             shown += "[" + std::to_string(index) + "]";
         } else {
             if (!shown.empty()) shown += ".";
@@ -191,107 +373,100 @@ std::string document::path(uint32_t wanted) const {
     return shown;
 }
 
-// ---- place ----------------------------------------------------------------------------------------------------------
-
-namespace {
-
-template <class Number> Number narrow(const place &from) {
-    const uint64_t value = from.number();
-    const auto narrowed = static_cast<Number>(value);
-    const auto widened = static_cast<int64_t>(static_cast<std::make_signed_t<Number>>(narrowed));
-    if (value != narrowed && value != static_cast<uint64_t>(widened)) from.wrong("number out of range");
-    return narrowed;
+std::string document::position(uint32_t of) const {
+    return line_and_column(source_, nodes_[of].key != 0 ? nodes_[of].key : nodes_[of].at);
 }
 
-}  // namespace
-
-std::string_view place::key() const { return document_->key_of(document_->nodes_[node_]); }
-
-bool place::is_integer() const { return document_->nodes_[node_].what == document::kind::number; }
-
-bool place::is_number() const {
-    const auto &here = document_->nodes_[node_];
-    return is_integer() || (here.what == document::kind::text && parse_number(document_->text_of(here)));
+bool document::keep(const bad_value &bad) const {
+    if (collects_) findings_.push_back(bad);
+    return collects_;
 }
 
-bool place::is_text() const {
-    return document_->nodes_[node_].what == document::kind::text || (is_object() && has("hex") && count() == 1);
+// ---- json_value -----------------------------------------------------------------------------------------------------
+
+std::string_view json_value::key() const { return document_->key_of(document_->nodes_[node_]); }
+
+char json_value::first() const { return document_->first_of(document_->nodes_[node_]); }
+
+std::optional<uint64_t> json_value::integer() const {
+    if (first() != '-' && !is_digit(first())) return std::nullopt;
+    const auto rest = document_->source_.substr(document_->nodes_[node_].at);
+    const auto digits = rest.substr(0, rest.find_first_not_of("-0123456789"));
+    const bool fraction = digits.size() < rest.size() && std::string_view(".eE").find(rest[digits.size()]) != rest.npos;
+    return fraction ? std::nullopt : parse_number(digits);
 }
 
-bool place::is_list() const { return document_->nodes_[node_].what == document::kind::list; }
+std::string_view json_value::plain_text() const { return document_->text_of(document_->nodes_[node_]); }
 
-bool place::is_object() const { return document_->nodes_[node_].what == document::kind::object; }
+bool json_value::is_integer() const { return integer().has_value(); }
 
-bool place::is_word(std::string_view text) const {
-    const auto &here = document_->nodes_[node_];
-    return here.what == document::kind::text && document_->text_of(here) == text;
-}
+bool json_value::is_number() const { return first() == '"' ? parse_number(plain_text()).has_value() : is_integer(); }
 
-uint64_t place::number() const {
-    const auto &here = document_->nodes_[node_];
-    if (here.what == document::kind::number) return here.word;
-    const auto value = here.what == document::kind::text ? parse_number(document_->text_of(here)) : std::nullopt;
+bool json_value::is_text() const { return first() == '"' || (is_object() && has("hex") && count() == 1); }
+
+bool json_value::is_list() const { return first() == '['; }
+
+bool json_value::is_object() const { return first() == '{'; }
+
+bool json_value::is_word(std::string_view text) const { return first() == '"' && plain_text() == text; }
+
+uint64_t json_value::number() const {
+    const auto value = first() == '"' ? parse_number(plain_text()) : integer();
     if (!value) wrong("expected a number");
     return *value;
 }
 
-uint32_t place::number32() const { return narrow<uint32_t>(*this); }
-
-uint16_t place::number16() const { return narrow<uint16_t>(*this); }
-
-bool place::flag() const {
-    if (document_->nodes_[node_].what != document::kind::boolean) wrong("expected true or false");
-    return document_->nodes_[node_].word != 0;
+bool json_value::flag() const {
+    if (first() != 't' && first() != 'f') wrong("expected true or false");
+    return first() == 't';
 }
 
-std::string place::text() const {
-    const auto &here = document_->nodes_[node_];
-    if (here.what == document::kind::text) return std::string(document_->text_of(here));
+std::string json_value::text() const {
+    if (first() == '"') return std::string(plain_text());
     if (!is_text()) wrong("expected a text");
     return hex();
 }
 
-std::string place::hex() const {
-    const place digits = at("hex");
-    const auto &inside = document_->nodes_[digits.node_];
-    auto bytes = inside.what == document::kind::text ? parse_hex(document_->text_of(inside)) : std::nullopt;
+std::string json_value::hex() const {
+    const json_value digits = at("hex");
+    auto bytes = digits.first() == '"' ? parse_hex(digits.plain_text()) : std::nullopt;
     if (!bytes) digits.wrong("expected pairs of hexadecimal digits");
     return std::move(*bytes);
 }
 
-place::range place::items() const {
+json_value::range json_value::items() const {
     if (!is_list()) wrong("expected a list");
     return {{*document_, node_ + 1}, {*document_, document_->nodes_[node_].end}};
 }
 
-place::range place::members() const {
+json_value::range json_value::members() const {
     if (!is_object()) wrong("expected an object");
     return {{*document_, node_ + 1}, {*document_, document_->nodes_[node_].end}};
 }
 
-uint32_t place::count() const {
+uint32_t json_value::count() const {
     uint32_t count = 0;
     for (uint32_t at = node_ + 1; at < document_->nodes_[node_].end; at = document_->nodes_[at].end) ++count;
     return count;
 }
 
-bool place::has(std::string_view key) const {
-    for (const place member : members()) {
+bool json_value::has(std::string_view key) const {
+    for (const json_value member : members()) {
         if (member.key() == key) return true;
     }
     return false;
 }
 
-place place::at(std::string_view key) const {
-    for (const place member : members()) {
+json_value json_value::at(std::string_view key) const {
+    for (const json_value member : members()) {
         if (member.key() == key) return member;
     }
     wrong("\"" + std::string(key) + "\" is missing");
 }
 
-void place::wrong(std::string_view what) const { throw bad_value{node_, std::string(what)}; }
+void json_value::wrong(std::string_view what) const { throw bad_value{node_, std::string(what)}; }
 
-place::iterator &place::iterator::operator++() {
+json_value::iterator &json_value::iterator::operator++() {
     node_ = document_->nodes_[node_].end;
     return *this;
 }

@@ -1,10 +1,14 @@
-// hosted/described/document.h - a machine file as read: every value in the order of the file, keys given twice refused.
+// hosted/described/document.h - the values of a machine file in the order of the file.
 //
-// The values lie in one row, each followed by what is inside it, so that neither reading nor releasing a file needs a
+// A document holds 12 bytes for each value and reads everything else from the file's text when it is asked for. The
+// values lie in one array, each followed by what is inside it, so that neither reading nor releasing a file needs a
 // stack, however deep its values are nested.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
+#include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,19 +17,20 @@ namespace hosted::described {
 
 class document;
 
-// A value that cannot be used. Thrown while a file is taken apart, and caught by whoever began to load it.
+// What is wrong with a value. Thrown while a document is read; the document of a run passes it on to whoever began the
+// load, one that collects keeps it and goes on with the next value.
 struct bad_value {
     uint32_t node;
     std::string what;
 };
 
-// One value of a document, which it must not outlive.
-class place {
+// One value of a document, which must outlive it.
+class json_value {
 public:
     class iterator;
     struct range;
 
-    place(const document &owner, uint32_t node) : document_(&owner), node_(node) {}
+    json_value(const document &owner, uint32_t node) : document_(&owner), node_(node) {}
 
     std::string_view key() const;  // of a member of an object; else empty
     uint32_t node() const { return node_; }
@@ -37,65 +42,92 @@ public:
     bool is_object() const;
     bool is_word(std::string_view text) const;  // exactly this text
 
-    // What the value holds; bad_value where it holds something else.
+    // The value as what it must be; throw bad_value if it is something else.
     uint64_t number() const;
-    uint32_t number32() const;
-    uint16_t number16() const;
     bool flag() const;
     std::string text() const;
-    std::string hex() const;  // the bytes of {"hex": "00 ff"}, whatever stands beside
+    std::string hex() const;  // the bytes of {"hex": "00 ff"}, whatever its other members
     range items() const;      // of a list
     range members() const;    // of an object
-    uint32_t count() const;   // of what stands directly inside
+    uint32_t count() const;   // of the values directly inside
+
+    template <std::integral Number> Number number_as() const {
+        const uint64_t value = number();
+        if (value > static_cast<uint64_t>(std::numeric_limits<Number>::max())) wrong("number out of range");
+        return static_cast<Number>(value);
+    }
 
     bool has(std::string_view key) const;
-    place at(std::string_view key) const;  // a member that must be there
+    json_value at(std::string_view key) const;  // throws bad_value if there is no such member
 
     [[noreturn]] void wrong(std::string_view what) const;
 
+    // Reads a part of the document. What it throws ends here if the document collects.
+    template <class Step> void attempt(Step step) const;
+
 private:
+    char first() const;  // character of the value
+    std::optional<uint64_t> integer() const;
+    std::string_view plain_text() const;  // of a value that is a text in the file
+
     const document *document_;
     uint32_t node_;
 };
 
 class document {
 public:
-    // Reads a file's text.
-    //   message  out, on failure: "LINE:COLUMN: what is wrong" or "PATH: what is wrong"
+    // collects  whether bad values are kept instead of thrown
+    explicit document(bool collects = false) : collects_(collects) {}
+
+    // Reads a file's text, which must outlive this object.
+    //   message  out, on failure: "LINE:COLUMN: what is wrong"
+    //   throws   bad_value for a key that is given twice
     bool parse(std::string_view text, std::string &message);
 
-    place root() const { return {*this, 0}; }
+    json_value root() const { return {*this, 0}; }
 
-    // Where a value stands, as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long one is left
-    // out.
-    std::string path(uint32_t wanted) const;
+    // Where a value is, as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long path is left out.
+    std::string path(uint32_t node) const;
+
+    // "LINE:COLUMN" of a value; of its key where it has one.
+    std::string position(uint32_t node) const;
+
+    bool keep(const bad_value &bad) const;  // false: this document does not collect
+    std::vector<bad_value> take_findings() { return std::move(findings_); }
 
 private:
-    friend class place;
-    class builder;
-
-    enum class kind : uint8_t { null, boolean, number, fraction, text, list, object };
+    friend class json_value;
+    class scanner;
 
     struct node {
-        uint64_t word = 0;    // a number; of a text where it begins in texts_
-        uint64_t key = 0;     // where it begins in texts_
-        uint32_t length = 0;  // of the text
-        uint32_t key_length = 0;
-        uint32_t end = 0;  // behind the last node inside
-        kind what = kind::null;
+        uint32_t at = 0;   // offset in the text
+        uint32_t key = 0;  // offset of its opening quote; 0: none
+        uint32_t end = 0;  // index after the last node inside
     };
 
-    std::string_view text_of(const node &from) const { return {texts_.data() + from.word, from.length}; }
-    std::string_view key_of(const node &from) const { return {texts_.data() + from.key, from.key_length}; }
+    // A text with escapes, and its content.
+    struct decoded {
+        uint32_t at;
+        std::string text;
+    };
 
+    char first_of(const node &from) const { return source_[from.at]; }  // tells what the value is
+    std::string_view text_at(uint32_t opening_quote) const;
+    std::string_view text_of(const node &from) const { return text_at(from.at); }
+    std::string_view key_of(const node &from) const { return from.key == 0 ? "" : text_at(from.key); }
+    void refuse_repeated_keys() const;
+
+    std::string_view source_;
     std::vector<node> nodes_;
-    std::string texts_;
+    std::vector<decoded> decoded_;  // in the order of the source
+    const bool collects_;
+    mutable std::vector<bad_value> findings_;
 };
 
-class place::iterator {
+class json_value::iterator {
 public:
     iterator(const document &owner, uint32_t node) : document_(&owner), node_(node) {}
-    place operator*() const { return {*document_, node_}; }
+    json_value operator*() const { return {*document_, node_}; }
     iterator &operator++();
     bool operator==(const iterator &other) const { return node_ == other.node_; }
 
@@ -104,11 +136,19 @@ private:
     uint32_t node_;
 };
 
-struct place::range {
+struct json_value::range {
     iterator first;
     iterator last;
     iterator begin() const { return first; }
     iterator end() const { return last; }
 };
+
+template <class Step> void json_value::attempt(Step step) const {
+    try {
+        step();
+    } catch (const bad_value &bad) {
+        if (!document_->keep(bad)) throw;
+    }
+}
 
 }  // namespace hosted::described

@@ -7,9 +7,8 @@
 #include "hosted/boot.h"
 #include "hosted/described/devices.h"
 #include "hosted/described/file.h"
-#include "hosted/described/load.h"
+#include "hosted/described/format.h"
 #include "hosted/described/records.h"
-#include "hosted/described/save.h"
 #include "hosted/kernel/kernel.h"
 #include "hosted/kernel/register_info.h"
 #include "hosted/servers/protocols.h"
@@ -110,7 +109,7 @@ public:
     uint64_t thread(bool first) override { return first ? self_thread_.handle : 0; }
     bool knows(uint64_t handle) override { return find(handle) != nullptr; }
     bool reserves(uint64_t handle) override {
-        return handle == self_task_.handle || handle == self_thread_.handle || records_.objects.contains(handle);
+        return handle == self_task_.handle || handle == self_thread_.handle || records_.objects.find(handle) != nullptr;
     }
 
     bool state(uint64_t number, uint64_t &value) override;
@@ -122,7 +121,7 @@ public:
     uint64_t fetch_register(uint64_t handle, uint64_t id, uint64_t node, uint64_t &value) override;
     uint64_t raise(uint64_t handle, uint64_t exception, uint64_t parameter) override;
     uint64_t destroy(uint64_t handle) override;
-    void exit_notice(uint64_t master, uint64_t word) override { records_.exit_notices.emplace_back(master, word); }
+    void exit_notice(uint64_t master, uint64_t word) override { records_.exit_notices.push_back({master, word}); }
 
     server_source &servers() override { return *this; }
     std::unique_ptr<server> make_registry(kernel &owner) override;
@@ -182,7 +181,7 @@ void described_machine::settle_callers() {
     const auto count = [&](uint64_t handle) {
         if (handle < HIGHEST_COUNTED) highest = std::max(highest, handle);
     };
-    for (const auto &listed : records_.objects) count(listed.first);
+    for (const auto &listed : records_.objects.all()) count(listed.handle);
     count(self.task.value_or(0));
     count(self.thread.value_or(0));
 
@@ -213,7 +212,7 @@ bool described_machine::save(std::string &message) {
 
 uint64_t described_machine::call_budget() const {
     if (records_.call_budget) return *records_.call_budget;
-    return BASE_BUDGET + BUDGET_PER_OBJECT * (records_.objects.size() + records_.registry.given_count());
+    return BASE_BUDGET + BUDGET_PER_OBJECT * (records_.objects.all().size() + records_.registry.given_count());
 }
 
 // ---- state and system data ------------------------------------------------------------------------------------------
@@ -257,10 +256,10 @@ uint64_t described_machine::trace(uint64_t group, uint64_t index, uint64_t &valu
 
 uint64_t described_machine::system_data(uint64_t group, uint64_t index, uint64_t &value) {
     for (const data_group &given : records_.system_data) {
-        if (given.group != group) continue;
+        if (given.number != group) continue;
         if (given.is_list) {
             if (index < given.items.size()) return give(given.items[index], value);
-        } else if (const auto found = given.places.find(index); found != given.places.end()) {
+        } else if (const auto found = given.index.find(index); found != given.index.end()) {
             return give(given.items[found->second], value);
         }
         break;
@@ -279,8 +278,8 @@ uint64_t described_machine::system_data(uint64_t group, uint64_t index, uint64_t
 
 object *described_machine::find(uint64_t handle) {
     object *found = nullptr;
-    if (const auto listed = records_.objects.find(handle); listed != records_.objects.end()) {
-        found = listed->second.object;
+    if (const auto *const listed = records_.objects.find(handle)) {
+        found = listed->object;
     } else if (handle == self_task_.handle) {
         found = &self_task_;
     } else if (handle == self_thread_.handle) {
@@ -291,9 +290,8 @@ object *described_machine::find(uint64_t handle) {
 
 described::task *described_machine::find_task(uint64_t handle) {
     object *const found = find(handle);
-    const auto listed = records_.objects.find(handle);
-    const bool is_task =
-        listed != records_.objects.end() ? listed->second.what == reference::kind::task : found == &self_task_;
+    const auto *const listed = records_.objects.find(handle);
+    const bool is_task = listed != nullptr ? listed->what == object_index::kind::task : found == &self_task_;
     return found != nullptr && is_task ? static_cast<described::task *>(found) : nullptr;
 }
 
@@ -345,12 +343,12 @@ uint64_t described_machine::set_property(uint64_t handle, uint64_t property, uin
 
 uint64_t described_machine::fetch_register(uint64_t handle, uint64_t id, uint64_t node, uint64_t &value) {
     const object *const found = find(handle);
-    const auto listed = records_.objects.find(handle);
+    const auto *const listed = records_.objects.find(handle);
     if (found == nullptr) return RESULT_NO_OBJECT;
-    if (listed == records_.objects.end()) return found == &self_thread_ ? RESULT_NO_ITEM : RESULT_NO_OBJECT;
-    if (listed->second.what != reference::kind::thread) return RESULT_NO_OBJECT;
+    if (listed == nullptr) return found == &self_thread_ ? RESULT_NO_ITEM : RESULT_NO_OBJECT;
+    if (listed->what != object_index::kind::thread) return RESULT_NO_OBJECT;
     for (const auto &values : static_cast<const described::thread *>(found)->registers) {
-        if (values.id != id) continue;
+        if (values.number != id) continue;
         if (node >= values.nodes.size()) break;
         value = values.nodes[node];
         return RESULT_SUCCESS;
@@ -363,7 +361,7 @@ uint64_t described_machine::raise(uint64_t handle, uint64_t exception, uint64_t 
     if (in == nullptr) return RESULT_NO_OBJECT;
     if (exception >= EXC_LIMIT) return RESULT_BAD_ARGUMENT;
     if (in->refuse.exception) return *in->refuse.exception;
-    in->exceptions.emplace_back(exception, parameter);
+    in->exceptions.push_back({exception, parameter});
     return RESULT_SUCCESS;
 }
 

@@ -1,13 +1,15 @@
-// hosted/described/names.h - the names that numbered items go by in a machine file.
+// hosted/described/names.h - the numbered items of a machine file: their names, and how their values are written.
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <span>
+#include <string>
 #include <string_view>
 
 namespace hosted::described {
 
-// What a number stands for: the same number is another item in another place.
+// What a number is the number of: the same number is another item elsewhere.
 enum class naming : uint8_t {
     state,          // items of _SL_GetState
     object,         // information items of every kind of object
@@ -18,11 +20,30 @@ enum class naming : uint8_t {
     none,           // items without names
 };
 
+// How a saved machine writes a number: hexadecimal for handles, addresses and flag words, plain for all else.
+enum class form : uint8_t { plain, hexadecimal };
+
+struct named_item {
+    naming kind;
+    form value;
+    std::string_view name;
+    uint64_t item;
+};
+
+// All named items, those of a kind together and by number.
+std::span<const named_item> named_items();
+
 // "KSTATE_PAGE_SIZE" -> 8
 std::optional<uint64_t> item_by_name(naming kind, std::string_view name);
 
-// 8 -> "KSTATE_PAGE_SIZE"; empty where an item has no name
+// 8 -> "KSTATE_PAGE_SIZE"; empty where an item has no name.
 std::string_view item_name(naming kind, uint64_t item);
+
+// plain where an item has no name
+form item_form(naming kind, uint64_t item);
+
+// What an item goes by as a key: its name, or its number, from 0x1000 on in hexadecimal.
+std::string item_key(naming kind, uint64_t item);
 
 // How the indexes within a group of system data are named.
 naming index_naming(uint64_t group);

@@ -1,7 +1,7 @@
-// hosted/described/records.h - what a machine file describes, in the order in which it does.
+// hosted/described/records.h - what a machine file describes, in the order of the file.
 //
-// What the file does not give stays apart from what it gives with the default's value, so that a saved machine says no
-// more than the file did.
+// A value that the file does not give differs from a default that it does give, so that a saved machine says no more
+// than the file did. Records that are keyed by a number in the file keep it in a member of that name.
 #pragma once
 
 #include <cstdint>
@@ -33,13 +33,13 @@ struct object {
     uint64_t handle = 0;
     uint64_t owner = 0;  // item 4 where info does not give it; 0: no such item
     std::vector<item> info;
-    uint32_t node = 0;  // where it stands in the file, for messages
+    uint32_t node = 0;  // of the document, for messages while it is loaded
     bool gone = false;  // ended during the run
 };
 
 struct thread : object {
     struct register_values {
-        uint64_t id = 0;
+        uint64_t number = 0;
         std::vector<uint64_t> nodes;  // value at each exception node
     };
     std::vector<register_values> registers;
@@ -51,6 +51,11 @@ struct refusals {
     std::optional<uint64_t> threads, memos, views, isrs;
 };
 
+struct raised_exception {
+    uint64_t id = 0;
+    uint64_t parameter = 0;
+};
+
 struct task : object {
     std::optional<std::string> name;
     std::optional<uint64_t> pid, ppid, pgid, sid;
@@ -59,23 +64,38 @@ struct task : object {
     std::vector<object> views;
     std::vector<object> isrs;
     refusals refuse;
-    std::vector<std::pair<uint64_t, uint64_t>> exceptions;  // raised in it: id, parameter
+    std::vector<raised_exception> exceptions;
 };
 
-// What a handle names. The records never move once they are read.
-struct reference {
+// Every object of the file by its handle. The records never move once they are read.
+class object_index {
+public:
     enum class kind : uint8_t { task, thread, other };
-    kind what = kind::other;
-    described::object *object = nullptr;
+    struct entry {
+        uint64_t handle = 0;
+        described::object *object = nullptr;
+        kind what = kind::other;
+    };
+
+    void add(kind what, described::object &listed) { entries_.push_back({listed.handle, &listed, what}); }
+
+    // Makes find() work. Returns the objects whose handle an earlier one has.
+    std::vector<described::object *> sort();
+
+    const entry *find(uint64_t handle) const;  // null: no such object
+    const std::vector<entry> &all() const { return entries_; }
+
+private:
+    std::vector<entry> entries_;
 };
 
 // ---- system data ----------------------------------------------------------------------------------------------------
 
 struct data_group {
-    uint64_t group = 0;
-    bool is_list = false;  // the numbers of the items are their places
+    uint64_t number = 0;
+    bool is_list = false;  // the items are numbered from 0
     std::vector<item> items;
-    std::unordered_map<uint64_t, size_t> places;  // of the items, where it is no list
+    std::unordered_map<uint64_t, size_t> index;  // of the items by number, unless it is a list
 };
 
 struct cpu_register {
@@ -92,9 +112,14 @@ struct kernel_trace {
 
 // ---- devices --------------------------------------------------------------------------------------------------------
 
+struct counter {
+    std::string name;
+    uint64_t value = 0;
+};
+
 struct unit_counters {
-    uint32_t unit = 0;
-    std::vector<std::pair<std::string, uint64_t>> list;
+    uint32_t number = 0;  // of the unit
+    std::vector<counter> list;
     std::optional<std::string> raw;    // in place of the list
     std::optional<uint64_t> returned;  // the byte count to report, with raw bytes
 };
@@ -127,9 +152,8 @@ struct system_service {
     std::optional<uint32_t> max_major;
 };
 
-struct device {
+struct device : device_behaviour {
     std::string name;
-    device_behaviour behaviour;
     std::optional<std::vector<unit_counters>> counters;
     std::optional<std::vector<described::service>> services;
     std::optional<uint64_t> services_total;
@@ -155,6 +179,11 @@ struct terminal {
     std::string layout;
 };
 
+struct exit_notice {
+    uint64_t master = 0;  // handle
+    uint64_t word = 0;    // second word of the message
+};
+
 struct machine_records {
     std::optional<uint64_t> call_budget;
     uint64_t tick = 0;
@@ -172,9 +201,9 @@ struct machine_records {
     std::vector<device> devices;
     std::vector<terminal> terminals;
     std::vector<fault> faults;
-    std::vector<std::pair<uint64_t, uint64_t>> exit_notices;  // master handle, second word
+    std::vector<exit_notice> exit_notices;
 
-    std::unordered_map<uint64_t, reference> objects;  // every object of the file, by its handle
+    object_index objects;
 };
 
 }  // namespace hosted::described

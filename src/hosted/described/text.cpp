@@ -1,4 +1,4 @@
-// hosted/described/text.cpp - numbers, bytes and characters as a machine file writes them.
+// hosted/described/text.cpp - numbers and bytes as text in a machine file.
 #include "hosted/described/text.h"
 
 #include <arpa/inet.h>
@@ -34,6 +34,12 @@ std::optional<uint64_t> parse_number(std::string_view text) {
     if (!negative) return value;
     if (value > uint64_t{1} << 63) return std::nullopt;
     return 0 - value;
+}
+
+std::string number_text(uint64_t value, bool hexadecimal) {
+    char shown[2 + 20] = {'0', 'x'};
+    char *const begin = shown + (hexadecimal ? 2 : 0);
+    return {shown, std::to_chars(begin, std::end(shown), value, hexadecimal ? 16 : 10).ptr};
 }
 
 std::optional<std::string> parse_hex(std::string_view text) {

@@ -1,13 +1,19 @@
 // Machine files as text: what is refused, and that a saved machine is the machine that was loaded.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "hosted/described/load.h"
-#include "hosted/described/save.h"
+#include "hosted/described/format.h"
+#include "hosted/described/names.h"
 #include "run_ventix.h"
 
 namespace {
@@ -75,19 +81,76 @@ TEST(Load, BearsAnyDepth) {
               "none");
 }
 
-// The one is written by hand in the very form of a saved machine: every key, and the order of everything that is
-// walked. The other is written for people: comments, hexadecimal numbers, several values on a line.
+// everything.json has every key, in the very form of a saved machine. The others are written for people.
 TEST(Save, LoadsAsTheSameMachine) {
-    for (const char *file : {"/tests/machines/everything.json", "/machines/demo.json"}) {
-        const std::string machine = read_file(std::string(VENTIX_SOURCE_DIR) + file);
-        machine_records records, again;
-        std::string message;
-        ASSERT_TRUE(load(machine, records, message)) << message;
-        const std::string saved = machine_text(records);
-        EXPECT_EQ(saved == machine, file[1] == 't');
-        ASSERT_TRUE(load(saved, again, message)) << message;
-        EXPECT_EQ(machine_text(again), saved);
+    for (const char *folder : {"/tests/machines", "/machines"}) {
+        for (const auto &file : std::filesystem::directory_iterator(VENTIX_SOURCE_DIR + std::string(folder))) {
+            SCOPED_TRACE(file.path());
+            const std::string machine = read_file(file.path());
+            machine_records records, again;
+            std::string message;
+            ASSERT_TRUE(load(machine, records, message)) << message;
+            const std::string saved = machine_text(records);
+            if (file.path().stem() == "everything") EXPECT_EQ(saved, machine);
+            ASSERT_TRUE(load(saved, again, message)) << message;
+            EXPECT_EQ(machine_text(again), saved);
+        }
     }
+}
+
+std::vector<std::string> lines_of(const std::string &text) {
+    std::vector<std::string> lines;
+    std::istringstream rest(text);
+    for (std::string line; getline(rest, line);) lines.push_back(line);
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+// A run changes the lines of what it changed, and no other.
+TEST(Save, ShowsOnlyWhatChanged) {
+    const scratch_directory scratch;
+    const auto saved_by = [&](const std::string &machine, std::vector<std::string> arguments) {
+        const std::string saved = scratch.file(arguments[0]);
+        run_ventix(
+            {.arguments = std::move(arguments), .environment = {"VENTIX_MACHINE_SAVE=" + saved}, .machine = machine});
+        return saved;
+    };
+    const std::string before = saved_by(VENTIX_SOURCE_DIR "/machines/demo.json", {"uptime"});
+    const struct {
+        std::vector<std::string> arguments;
+        std::string changed;  // every line that comes or goes has one of these
+    } cases[] = {
+        {{"taskkill", "shell"},
+         R"(shell|exit_notices|\{"handle": "0x(20|30|40)..", |^ *("threads": |"memos": |"views": |\]))"},
+        {{"sendlog", "x"}, R"(^ *"x\\n",$)"},
+        {{"tprop", "prior", "-s", "77", "shell"}, R"("shell".*"TASKINFO_PRIORITY": (77|100),)"},
+    };
+    for (const auto &[arguments, changed] : cases) {
+        const auto old_lines = lines_of(read_file(before)),
+                   new_lines = lines_of(read_file(saved_by(before, arguments)));
+        std::vector<std::string> different;
+        std::set_symmetric_difference(old_lines.begin(), old_lines.end(), new_lines.begin(), new_lines.end(),
+                                      std::back_inserter(different));
+        EXPECT_FALSE(different.empty()) << arguments[0];
+        for (const auto &line : different) EXPECT_TRUE(std::regex_search(line, std::regex(changed))) << line;
+    }
+}
+
+// ---- the tables -----------------------------------------------------------------------------------------------------
+
+TEST(Tables, NameEveryItemOfTheKernel) {
+    const std::string kernel = read_file(VENTIX_SOURCE_DIR "/src/platform/kernel.h");
+    const std::regex item(R"(\b((KSTATE|[A-Z]+INFO|KSYSIDX)_\w+) =)");
+    std::set<std::string> named, found;
+    for (const auto &each : hosted::described::named_items()) {
+        if (each.kind != hosted::described::naming::service_type) named.emplace(each.name);
+    }
+    for (std::sregex_iterator at(kernel.begin(), kernel.end(), item), end; at != end; ++at) found.insert((*at)[1]);
+    EXPECT_EQ(named, found);
+}
+
+TEST(Tables, MakeTheSchema) {
+    EXPECT_EQ(hosted::described::machine_schema(), read_file(VENTIX_SOURCE_DIR "/docs/machine.schema.json"));
 }
 
 }  // namespace

@@ -342,7 +342,8 @@ TEST(MachineFile, IsHeldFromLoadToSave) {
     }
     const std::string saved = read_file(path);
     size_t notices = 0;
-    for (size_t at = saved.find("[1, 2]"); at != std::string::npos; at = saved.find("[1, 2]", at + 1)) ++notices;
+    constexpr char notice[] = R"(["0x1", 2])";
+    for (size_t at = saved.find(notice); at != std::string::npos; at = saved.find(notice, at + 1)) ++notices;
     EXPECT_EQ(notices, RUNS);
 }
 

@@ -1,0 +1,281 @@
+// hosted/described/fields.h - one table per record of a machine file: its keys, and how each is read and written.
+//
+// Loading, saving and the schema walk the same table, so that a key is never read without being written. A table is
+// table<Record>::fields, made of of<Record>::key<&Record::member>("key"). How a value looks in the file is its codec's:
+// a type with read, write, absent (the key is left out) and describe (a JSON schema).
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "hosted/described/document.h"
+#include "hosted/described/names.h"
+#include "hosted/described/writer.h"
+
+namespace hosted::described {
+
+// ---- tables ---------------------------------------------------------------------------------------------------------
+
+// One key of a record. The record is of the type whose table this is in.
+struct field {
+    std::string_view key;
+    bool on_line;  // starts a line of its own
+    void (*read)(json_value from, void *record);
+    bool (*absent)(const void *record);
+    void (*write)(json_writer &out, const void *record);
+    void (*describe)(json_writer &out);
+    bool required = false;
+};
+
+constexpr field required(field listed) {
+    listed.required = true;
+    return listed;
+}
+
+template <class Record> struct table;  // specialised for every record: static constexpr field fields[]
+
+void read_fields(json_value from, void *record, std::span<const field> fields);
+void write_fields(json_writer &out, const void *record, std::span<const field> fields, bool on_lines);
+bool are_absent(const void *record, std::span<const field> fields);
+void describe_fields(json_writer &out, std::span<const field> fields);
+
+// A record as a list, its keys in the order of the table: only their values are written.
+void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected);
+void write_row(json_writer &out, const void *record, std::span<const field> fields);
+void describe_row(json_writer &out, std::span<const field> fields);
+
+// {"$ref": "#/$defs/NAME"}
+void describe_reference(json_writer &out, std::string_view name);
+
+// The schema's name for what the keys of a kind look like.
+std::string_view key_definition(naming kind);
+
+inline void write_number(json_writer &out, form shown, uint64_t value) {
+    shown == form::plain ? out.number(value) : out.hexadecimal(value);
+}
+
+// The numbers that the keys of one object are: the same number written in two ways is one key given twice.
+class number_keys {
+public:
+    // The number of a member's key, by its name where its kind has names.
+    uint64_t take(json_value member, naming kind, uint64_t highest);
+
+private:
+    bool add(uint64_t number);
+
+    std::array<uint64_t, 32> few_{};
+    size_t count_ = 0;
+    std::unordered_set<uint64_t> many_;
+};
+
+// ---- codecs ---------------------------------------------------------------------------------------------------------
+
+struct codec {
+    static constexpr bool on_line = false;
+    template <class Value> static bool absent(const Value &) { return false; }
+};
+
+template <form Form> struct number_in : codec {
+    template <class Number> static void read(json_value from, Number &into) { into = from.number_as<Number>(); }
+    template <class Number> static void write(json_writer &out, Number value) {
+        write_number(out, Form, static_cast<uint64_t>(value));
+    }
+    static void describe(json_writer &out) { describe_reference(out, "number"); }
+};
+using plain = number_in<form::plain>;
+using hexadecimal = number_in<form::hexadecimal>;
+
+struct truth : codec {
+    static void read(json_value from, bool &into) { into = from.flag(); }
+    static void write(json_writer &out, bool value) { out.flag(value); }
+    static void describe(json_writer &out);
+};
+
+struct plain_text : codec {
+    static void read(json_value from, std::string &into) { into = from.text(); }
+    static void write(json_writer &out, const std::string &value) { out.text(value); }
+    static void describe(json_writer &out) { describe_reference(out, "text"); }
+};
+
+// A value that is left out where it is the default.
+template <auto Default, class Codec> struct unless : Codec {
+    template <class Value> static bool absent(const Value &value) { return value == Default; }
+};
+
+template <class Codec> struct optional_of : codec {
+    static constexpr bool on_line = Codec::on_line;
+    template <class Value> static void read(json_value from, std::optional<Value> &into) {
+        Codec::read(from, into.emplace());
+    }
+    template <class Value> static void write(json_writer &out, const std::optional<Value> &value) {
+        Codec::write(out, *value);
+    }
+    template <class Value> static bool absent(const std::optional<Value> &value) { return !value; }
+    static void describe(json_writer &out) { Codec::describe(out); }
+};
+
+// A record as an object.
+template <class Record> struct record_of : codec {
+    static constexpr std::span<const field> fields() { return table<Record>::fields; }
+    static void read(json_value from, Record &into) {
+        if constexpr (requires { into.node; }) into.node = from.node();
+        read_fields(from, &into, fields());
+        if constexpr (requires { table<Record>::check(from, into); }) table<Record>::check(from, into);
+    }
+    static void write(json_writer &out, const Record &value) { write_fields(out, &value, fields(), false); }
+    static bool absent(const Record &value) { return are_absent(&value, fields()); }
+    static void describe(json_writer &out) { describe_fields(out, fields()); }
+};
+
+// A record as a list; its table also says what is expected of it.
+template <class Record> struct row_of : codec {
+    static void read(json_value from, Record &into) {
+        read_row(from, &into, table<Record>::fields, table<Record>::expected);
+    }
+    static void write(json_writer &out, const Record &value) { write_row(out, &value, table<Record>::fields); }
+    static void describe(json_writer &out) { describe_row(out, table<Record>::fields); }
+};
+
+// What ended during the run is not written.
+template <class Value> bool is_gone(const Value &value) {
+    if constexpr (requires { value.gone; }) return value.gone;
+    return false;
+}
+
+template <class Codec, bool OnLines> struct list_of : codec {
+    static constexpr bool on_line = OnLines;
+    template <class Value> static void read(json_value from, std::vector<Value> &into) {
+        const auto elements = from.items();
+        into.resize(from.count());
+        auto next = into.begin();
+        for (const json_value element : elements) {
+            Value &made = *next++;
+            element.attempt([&] { Codec::read(element, made); });
+        }
+    }
+    template <class Value> static void write(json_writer &out, const std::vector<Value> &list) {
+        out.begin_list(OnLines);
+        for (const Value &value : list) {
+            if (!is_gone(value)) Codec::write(out, value);
+        }
+        out.end();
+    }
+    template <class Value> static bool absent(const std::vector<Value> &list) {
+        return std::all_of(list.begin(), list.end(), [](const Value &value) { return is_gone(value); });
+    }
+    static void describe(json_writer &out) {
+        out.begin_object();
+        out.key("type");
+        out.text("array");
+        out.key("items");
+        Codec::describe(out);
+        out.end();
+    }
+};
+
+// An object whose keys are numbers, or names of items: a map, a list of pairs, or a list of records that each keep
+// their number.
+template <naming Kind, class Codec, bool OnLines = false, class Key = uint64_t> struct keyed : codec {
+    static constexpr bool on_line = OnLines;
+
+    template <class Number, class Value> static Value &add(std::map<Number, Value> &to, Key number) {
+        return to[number];
+    }
+    template <class Value> static Value &add(std::vector<std::pair<Key, Value>> &to, Key number) {
+        return to.emplace_back(number, Value()).second;
+    }
+    template <class Value> static Value &add(std::vector<Value> &to, Key number) {
+        Value &made = to.emplace_back();
+        made.number = number;
+        return made;
+    }
+
+    template <class Values> static void read(json_value from, Values &into) {
+        number_keys keys;
+        const auto members = from.members();
+        if constexpr (requires { into.reserve(1); }) into.reserve(from.count());
+        for (const json_value member : members) {
+            member.attempt([&] {
+                const uint64_t number = keys.take(member, Kind, std::numeric_limits<Key>::max());
+                Codec::read(member, add(into, static_cast<Key>(number)));
+            });
+        }
+    }
+    template <class Values> static void write(json_writer &out, const Values &values) {
+        out.begin_object(OnLines);
+        for (const auto &each : values) {
+            if constexpr (requires { each.number; }) {
+                out.key(item_key(Kind, each.number));
+                Codec::write(out, each);
+            } else {
+                out.key(item_key(Kind, each.first));
+                Codec::write(out, each.second);
+            }
+        }
+        out.end();
+    }
+    template <class Values> static bool absent(const Values &values) { return values.empty(); }
+    static void describe(json_writer &out) {
+        out.begin_object();
+        out.key("type");
+        out.text("object");
+        out.key("propertyNames");
+        describe_reference(out, key_definition(Kind));
+        out.key("additionalProperties");
+        Codec::describe(out);
+        out.end();
+    }
+};
+
+// How a member of a record is written unless its table says otherwise.
+template <class Value> struct usual_codec { using type = record_of<Value>; };
+template <std::integral Number> struct usual_codec<Number> { using type = plain; };
+template <> struct usual_codec<bool> { using type = truth; };
+template <> struct usual_codec<std::string> { using type = plain_text; };
+template <class Value> struct usual_codec<std::vector<Value>> {
+    using inner = typename usual_codec<Value>::type;
+    using type = list_of<inner, std::is_same_v<inner, record_of<Value>>>;
+};
+template <class Value> struct usual_codec<std::optional<Value>> {
+    using type = optional_of<typename usual_codec<Value>::type>;
+};
+template <class Value> using usual = typename usual_codec<Value>::type;
+
+// Makes the fields of one record's table.
+template <class Record> struct of {
+    template <auto Member> using type = std::remove_cvref_t<decltype(std::declval<Record &>().*Member)>;
+
+    template <auto Member, class Codec = usual<type<Member>>> static constexpr field key(std::string_view name) {
+        return {name,
+                Codec::on_line,
+                [](json_value from, void *record) { Codec::read(from, static_cast<Record *>(record)->*Member); },
+                [](const void *record) { return Codec::absent(static_cast<const Record *>(record)->*Member); },
+                [](json_writer &out, const void *record) {
+                    Codec::write(out, static_cast<const Record *>(record)->*Member);
+                },
+                Codec::describe};
+    }
+
+    // A key whose codec takes the whole record.
+    template <class Codec> static constexpr field whole(std::string_view name) {
+        return {name,
+                Codec::on_line,
+                [](json_value from, void *record) { Codec::read(from, *static_cast<Record *>(record)); },
+                [](const void *record) { return Codec::absent(*static_cast<const Record *>(record)); },
+                [](json_writer &out, const void *record) { Codec::write(out, *static_cast<const Record *>(record)); },
+                Codec::describe};
+    }
+};
+
+}  // namespace hosted::described

@@ -1,0 +1,76 @@
+// hosted/described/schema.cpp - the JSON schema of machine files.
+#include <algorithm>
+
+#include "hosted/described/fields.h"
+#include "hosted/described/format.h"
+
+namespace hosted::described {
+namespace {
+
+// What values look like everywhere; the tables refer to these.
+constexpr char BEGIN[] = R"({
+  "$schema": "https://json-schema.org/draft/2019-09/schema",
+  "title": "Machine file",
+  "$ref": "#/$defs/machine",
+  "$defs": {
+    "digits": {"type": "string", "pattern": "^-?(0[xX][0-9a-fA-F]+|[0-9]+)$"},
+    "number": {"anyOf": [{"type": "integer"}, {"$ref": "#/$defs/digits"}]},
+    "hex": {"type": "string", "pattern": "^([ \\t\\n\\r]*[0-9a-fA-F]{2})*[ \\t\\n\\r]*$"},
+    "bytes": {"type": "object", "properties": {"hex": {"$ref": "#/$defs/hex"}}, "required": ["hex"],
+      "additionalProperties": false},
+    "text": {"anyOf": [{"type": "string"}, {"$ref": "#/$defs/bytes"}]},
+    "item": {"anyOf": [{"$ref": "#/$defs/number"}, {"type": "object", "properties": {"error": {"$ref": "#/$defs/number"}},
+      "required": ["error"], "additionalProperties": false}]},
+    "directory": {"type": "object", "propertyNames": {"pattern": "^[^/]{1,51}$"},
+      "additionalProperties": {"$ref": "#/$defs/entry"}},
+    "entry": {"anyOf": [{"type": "integer"}, {"$ref": "#/$defs/text"},
+      {"type": "object", "minProperties": 1, "maxProperties": 1, "additionalProperties": false,
+        "properties": {"dir": {"$ref": "#/$defs/directory"}, "tmp": {"$ref": "#/$defs/directory"},
+          "unreadable": {"$ref": "#/$defs/entry"}}},
+      {"type": "object", "minProperties": 1, "additionalProperties": false,
+        "properties": {"type": {"$ref": "#/$defs/number"}, "length": {"$ref": "#/$defs/number"},
+          "value": {"$ref": "#/$defs/entry"}}}]},
+)";
+
+constexpr std::pair<naming, std::string_view> key_definitions[] = {
+    {naming::state, "state_item"},       {naming::object, "object_item"}, {naming::data_group, "data_group"},
+    {naming::service_type, "data_type"}, {naming::none, "digits"},
+};
+
+}  // namespace
+
+std::string_view key_definition(naming kind) {
+    return std::find_if(std::begin(key_definitions), std::end(key_definitions),
+                        [&](const auto &each) { return each.first == kind; })
+        ->second;
+}
+
+std::string machine_schema() {
+    json_writer out;
+    out.begin_object(true);
+    for (const auto &[kind, name] : key_definitions) {
+        if (kind == naming::none) continue;
+        out.key(name);
+        out.begin_object();
+        out.key("anyOf");
+        out.begin_list();
+        describe_reference(out, kind == naming::service_type ? "number" : "digits");
+        out.begin_object();
+        out.key("enum");
+        out.begin_list(true);
+        for (const auto &item : named_items()) {
+            if (item.kind == kind) out.text(item.name);
+        }
+        out.end();
+        out.end();
+        out.end();
+        out.end();
+    }
+    out.key("machine");
+    describe_machine(out);
+    out.end();
+    const std::string generated = out.take();
+    return BEGIN + generated.substr(generated.find('\n') + 1) + "}\n";
+}
+
+}  // namespace hosted::described
