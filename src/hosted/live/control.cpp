@@ -1,19 +1,18 @@
-// control.cpp - what is done to processes: ending, exceptions as signals, priorities.
-//
-// Every way to a call that acts goes through hold(): it takes a descriptor of the process first and looks behind it
-// then, so that what was looked at and what is acted on are one process or, where it ended meanwhile, none.
+// hosted/live/control.cpp - ends processes, sends exceptions as signals and sets priorities.
+#include "hosted/live/control.h"
+
 #include <poll.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <vector>
 
-#include "hosted/live/handles.h"
-#include "hosted/live/processes.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -21,20 +20,6 @@ namespace hosted::live {
 namespace {
 
 constexpr auto LONGEST_END = std::chrono::seconds(2);
-
-uint64_t result_of(int error) {
-    switch (error) {
-    case 0: return RESULT_SUCCESS;
-    case ESRCH:
-    case ENOENT: return RESULT_NO_OBJECT;
-    case EINVAL: return RESULT_BAD_ARGUMENT;
-    case ENOMEM:
-    case EMFILE:
-    case ENFILE:
-    case EAGAIN: return RESULT_NO_MEMORY;
-    default: return RESULT_NOT_PERMITTED;
-    }
-}
 
 // The signal of an exception; 0 where it has none.
 int signal_of(uint64_t exception, uint64_t parameter) {
@@ -49,8 +34,7 @@ int signal_of(uint64_t exception, uint64_t parameter) {
     }
 }
 
-// The C library declares these two only for C.
-int open_pidfd(int process) { return static_cast<int>(syscall(SYS_pidfd_open, process, 0)); }
+// The C library declares this one only for C.
 bool send(const descriptor &pidfd, int signal, siginfo_t *info) {
     return syscall(SYS_pidfd_send_signal, pidfd.get(), signal, info, 0) == 0;
 }
@@ -68,121 +52,88 @@ uint64_t await_end(int pidfd) {
     }
 }
 
-// Priorities of tasks and of the system: 100 to 139 are nice levels -20 to 19, and below 100 the real-time levels count
-// the other way round. 99 would be real-time level 0, which does not exist.
+// Priorities of tasks and of the system: 100 to 139 are nice levels -20 to 19. Below 100 are the real-time levels, in
+// reverse; 99 would be level 0, which does not exist.
 constexpr uint64_t HIGHEST_PRIORITY = 139, FIRST_NICE = 100;
 constexpr int LOWEST_NICE = -20, NO_LEVEL = 99;
 
-// Sets one thread; true where that changed it.
-bool set_thread(int thread, uint64_t priority, int &error) {
+constexpr int DEADLINE = 6;  // the policy whose threads are ordered by time alone
+
+bool is_real_time(int policy) { return policy == SCHED_FIFO || policy == SCHED_RR; }
+
+bool lacks_priority(int thread) { return (sched_getscheduler(thread) & ~SCHED_RESET_ON_FORK) == DEADLINE; }
+
+// Sets one thread. changed: out. Returns 0 or the error number.
+int set_thread(int thread, uint64_t priority, bool &changed) {
+    changed = false;
     sched_param now{};
     const int scheduler = sched_getscheduler(thread);
-    const int policy = scheduler & ~SCHED_RESET_ON_FORK, kept = scheduler & SCHED_RESET_ON_FORK;
-    if (scheduler < 0 || sched_getparam(thread, &now) != 0) {
-        error = errno;
-        return false;
-    }
-    const bool real_time = policy == SCHED_FIFO || policy == SCHED_RR;
+    const int policy = scheduler & ~SCHED_RESET_ON_FORK, on_fork = scheduler & SCHED_RESET_ON_FORK;
+    if (scheduler < 0 || sched_getparam(thread, &now) != 0) return errno;
+    if (policy == DEADLINE) return EPERM;
+    const bool real_time = is_real_time(policy);
     if (priority < FIRST_NICE) {
         const sched_param wanted{NO_LEVEL - static_cast<int>(priority)};
-        if (real_time && now.sched_priority == wanted.sched_priority) return false;
-        error = sched_setscheduler(thread, (real_time ? policy : SCHED_RR) | kept, &wanted) == 0 ? 0 : errno;
-        return error == 0;
+        if (real_time && now.sched_priority == wanted.sched_priority) return 0;
+        if (sched_setscheduler(thread, (real_time ? policy : SCHED_RR) | on_fork, &wanted) != 0) return errno;
+    } else {
+        const int nice = static_cast<int>(priority - FIRST_NICE) + LOWEST_NICE;
+        const auto id = static_cast<id_t>(thread);
+        if (!real_time && getpriority(PRIO_PROCESS, id) == nice) return 0;
+        const sched_param none{};
+        if (real_time && sched_setscheduler(thread, SCHED_OTHER | on_fork, &none) != 0) return errno;
+        if (setpriority(PRIO_PROCESS, id, nice) != 0) return errno;
     }
-    const int nice = static_cast<int>(priority - FIRST_NICE) + LOWEST_NICE;
-    const auto id = static_cast<id_t>(thread);
-    const bool is_normal = policy == SCHED_OTHER || policy == SCHED_BATCH || policy == SCHED_IDLE;
-    if (is_normal && getpriority(PRIO_PROCESS, id) == nice) return false;
-    const sched_param none{};
-    if (!is_normal && sched_setscheduler(thread, SCHED_OTHER | kept, &none) != 0) error = errno;
-    if (error == 0 && setpriority(PRIO_PROCESS, id, nice) != 0) error = errno;
-    return error == 0;
+    changed = true;
+    return 0;
 }
 
 }  // namespace
 
-// A process that is held to be acted on.
-struct process_table::target {
-    explicit target(proc_root &root) : looked_at(root) {}
+descriptor open_process(int id) { return descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0))); }
 
-    descriptor pidfd;
-    process looked_at;
-};
-
-// The numbers of the process file system are those of the calls only where both see the same processes.
-bool process_table::sees_itself() {
-    char text[16];
-    const ssize_t length = readlinkat(root_.directory(), "self", text, sizeof text);
-    return length > 0 && std::string_view(text, static_cast<size_t>(length)) == numbered_path(root_.self).c_str();
+uint64_t kill_process(const descriptor &pidfd) {
+    if (!send(pidfd, SIGKILL, nullptr)) return result_of(errno);
+    return await_end(pidfd.get());
 }
 
-uint64_t process_table::hold(uint64_t handle, target &held) {
-    if (!PROCESS_HANDLES.contains(handle)) return RESULT_NO_OBJECT;
-    const int id = static_cast<int>(handle);
-    held.pidfd = descriptor(open_pidfd(id));
-    if (!held.pidfd) return errno == EINVAL ? RESULT_NO_OBJECT : result_of(errno);  // a thread's number
-    if (!held.looked_at.open(id)) return RESULT_NO_OBJECT;
-    if (const uint64_t result = held.looked_at.is_process(); result != RESULT_SUCCESS) return result;
-    if (!sees_itself()) return RESULT_NOT_PERMITTED;
-    if (was_ended(held.looked_at)) return RESULT_NO_OBJECT;
-    uint64_t start = 0;
-    if (!held.looked_at.start(start)) return held.looked_at.has_gone() ? RESULT_NO_OBJECT : RESULT_NOT_PERMITTED;
-    const auto given = handed_out_.find(id);
-    if (given != handed_out_.end() && start > given->second) return RESULT_NO_OBJECT;
-    asked_.close();  // what is known of it may be about to change
-    return RESULT_SUCCESS;
-}
-
-uint64_t process_table::end(uint64_t handle) {
-    target held(root_);
-    if (const uint64_t result = hold(handle, held); result != RESULT_SUCCESS) return result;
-    const int id = held.looked_at.number();
-    if (id == root_.self) return RESULT_SUCCESS;
-    if (!send(held.pidfd, SIGKILL, nullptr)) return result_of(errno);
-    if (const uint64_t result = await_end(held.pidfd.get()); result != RESULT_SUCCESS) return result;
-    uint64_t start = 0;
-    held.looked_at.start(start);
-    ended_[id] = start;
-    names_.erase(id);
-    return RESULT_SUCCESS;
-}
-
-uint64_t process_table::raise(uint64_t handle, uint64_t exception, uint64_t parameter) {
-    target held(root_);
-    if (const uint64_t result = hold(handle, held); result != RESULT_SUCCESS) return result;
+uint64_t signal_process(const descriptor &pidfd, uint64_t exception, uint64_t parameter) {
     const int signal = signal_of(exception, parameter);
     if (signal == 0) return RESULT_BAD_ARGUMENT;
     siginfo_t info{};
     info.si_signo = signal;
     info.si_code = SI_QUEUE;
-    info.si_pid = root_.self;
+    info.si_pid = getpid();
     info.si_uid = getuid();
     info.si_value.sival_ptr = reinterpret_cast<void *>(static_cast<uintptr_t>(parameter));
-    const bool carries = exception != EXC_SIGNAL;  // else the parameter is the signal itself
-    return send(held.pidfd, signal, carries ? &info : nullptr) ? uint64_t{RESULT_SUCCESS} : result_of(errno);
+    const bool carries_value = exception != EXC_SIGNAL;
+    return send(pidfd, signal, carries_value ? &info : nullptr) ? uint64_t{RESULT_SUCCESS} : result_of(errno);
 }
 
-// A thread that is made while the others are set may still have its maker's old priority: the list is gone through
-// until nothing in it changes any more.
-uint64_t process_table::set_priority(uint64_t handle, uint64_t priority) {
+// A process with a thread that cannot be set is refused before any other is. A thread that is made while the others are
+// set may still have its maker's old priority, so the list is gone through until nothing in it changes any more.
+uint64_t set_process_priority(process &which, uint64_t priority) {
     constexpr int MOST_PASSES = 10;
-    target held(root_);
-    if (const uint64_t result = hold(handle, held); result != RESULT_SUCCESS) return result;
+    uint64_t now = 0;
     if (priority > HIGHEST_PRIORITY || priority == NO_LEVEL) return RESULT_BAD_ARGUMENT;
-    number_scan scan(open_directory(held.looked_at.directory(), "task"));
-    bool any = false;
-    for (int pass = 0; pass < MOST_PASSES; pass++) {
-        bool changed = false;
-        while (const int thread = scan.next()) {
-            if (faccessat(scan.directory(), numbered_path(thread).c_str(), F_OK, 0) != 0) continue;  // has ended since
-            int error = 0;
-            if (set_thread(thread, priority, error)) changed = true;
+    if (const uint64_t result = which.item(TASKINFO_PRIORITY, now); result != RESULT_SUCCESS) return result;
+    if (now == priority) return RESULT_SUCCESS;
+    bool any = false, changed = true;
+    for (int pass = 0; pass < MOST_PASSES && changed; pass++) {
+        std::vector<int> threads;
+        descriptor tasks;
+        if (const int error = which.list_threads(threads, tasks); error != 0) return result_of(error);
+        if (pass == 0 && std::any_of(threads.begin(), threads.end(), lacks_priority)) return RESULT_NOT_PERMITTED;
+        changed = false;
+        for (const int thread : threads) {
+            if (faccessat(tasks.get(), numbered_path(thread).c_str(), F_OK, 0) != 0) continue;  // has ended since
+            bool one_changed = false;
+            const int error = set_thread(thread, priority, one_changed);
             if (error == ESRCH) continue;
             if (error != 0) return result_of(error);
+            changed |= one_changed;
             any = true;
         }
-        if (!changed) break;
-        scan.rewind();
     }
     return any ? RESULT_SUCCESS : RESULT_NO_OBJECT;
 }

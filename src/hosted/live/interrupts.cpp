@@ -1,16 +1,20 @@
-// interrupts.cpp - the system's interrupt lines.
-#include <algorithm>
+// hosted/live/interrupts.cpp - reads the interrupt lines.
+#include "hosted/live/interrupts.h"
 
-#include "hosted/live/system.h"
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+#include "hosted/live/handles.h"
+#include "hosted/live/proc_reader.h"
+#include "platform/kernel.h"
 
 namespace hosted::live {
 
 namespace {
 
-constexpr uint64_t HIGHEST_NUMBER = 0xFFFFFFFF;  // of a line; interrupt numbers have 32 bits
-
-// Whether handlers' names follow the counts and what says how the line is wired: the controller, its own number of the
-// line ("24", "24-edge", or none), how the line is triggered ("Level") and the name of that way ("-edge").
+// Whether names of handlers end a line, after its counts and wiring: the controller, the controller's own number of the
+// line ("24", "24-edge", or none), its trigger ("Level") and the trigger's name ("-edge").
 bool has_handler(std::string_view rest) {
     next_field(rest);
     std::string_view field = next_field(rest);
@@ -30,7 +34,8 @@ std::vector<interrupt_line> parse_interrupts(std::string_view text) {
     while (!text.empty()) {
         std::string_view line = next_line(text);
         const auto number = next_number(line);
-        if (!number || *number > HIGHEST_NUMBER || !line.starts_with(':')) continue;  // a processor's own, by letters
+        if (!number || *number >= ISR_HANDLES.size() || !line.starts_with(':'))
+            continue;  // a processor's own, by letters
         line.remove_prefix(1);
         interrupt_line found{.number = *number};
         for (size_t i = 0; i < processors; i++) {
@@ -44,13 +49,16 @@ std::vector<interrupt_line> parse_interrupts(std::string_view text) {
     return lines;
 }
 
+uint64_t interrupt_table::read() {
+    if (lines_) return RESULT_SUCCESS;
+    std::string text;
+    if (!read_file(roots_.proc + "/interrupts", text) && means_failure(errno)) return result_of(errno);
+    lines_ = parse_interrupts(text);
+    return RESULT_SUCCESS;
+}
+
 std::span<const interrupt_line> interrupt_table::lines() {
-    if (!lines_) {
-        std::string text;
-        read_file(roots_.proc + "/interrupts", text);
-        lines_ = parse_interrupts(text);
-    }
-    return *lines_;
+    return read() == RESULT_SUCCESS ? std::span<const interrupt_line>(*lines_) : std::span<const interrupt_line>();
 }
 
 uint64_t interrupt_table::limit() {

@@ -10,14 +10,14 @@
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
-#include "hosted/live/cpu_registers.h"
 #include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
 #include "hosted/live/maps.h"
-#include "hosted/live/processes.h"
-#include "hosted/live/registers.h"
+#include "hosted/live/process_table.h"
+#include "hosted/live/register_table.h"
 #include "hosted/live/run_registry.h"
 #include "hosted/live/system.h"
+#include "hosted/live/thread_registers.h"
 #include "hosted/servers/device_server.h"
 #include "hosted/servers/protocols.h"
 #include "platform/protocol/sysvc.h"
@@ -131,16 +131,20 @@ private:
 bool live_machine::knows(uint64_t handle) {
     process *named = nullptr;
     live::thread *named_thread = nullptr;
-    return processes_.find(handle, named) == RESULT_SUCCESS ||
-           processes_.find_thread(handle, named_thread) == RESULT_SUCCESS || maps_.knows(handle) ||
+    return processes_.find(handle, named) != RESULT_NO_OBJECT ||
+           processes_.find_thread(handle, named_thread) != RESULT_NO_OBJECT || maps_.knows(handle) ||
            memory_.knows(handle) || isrs_.find(handle) != nullptr;
 }
 
 uint64_t live_machine::object_info(uint64_t handle, uint64_t item, uint64_t &value) {
     process *named = nullptr;
     live::thread *named_thread = nullptr;
-    if (processes_.find(handle, named) == RESULT_SUCCESS) return named->item(item, value);
-    if (processes_.find_thread(handle, named_thread) == RESULT_SUCCESS) return named_thread->item(item, value);
+    uint64_t result = processes_.find(handle, named);
+    if (result == RESULT_SUCCESS) return named->item(item, value);
+    if (result != RESULT_NO_OBJECT) return result;
+    result = processes_.find_thread(handle, named_thread);
+    if (result == RESULT_SUCCESS) return named_thread->item(item, value);
+    if (result != RESULT_NO_OBJECT) return result;
     if (maps_.knows(handle)) return maps_.info(handle, item, value);
     if (memory_.knows(handle)) return memory_.info(handle, item, value);
     if (const isr *routine = isrs_.find(handle)) return routine->item(item, value);
@@ -148,34 +152,30 @@ uint64_t live_machine::object_info(uint64_t handle, uint64_t item, uint64_t &val
 }
 
 uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) {
-    const auto system_wide = [&](auto make) {
-        if (parent != SYSTEM_WIDE) return uint64_t{RESULT_NO_OBJECT};
-        out = make();
-        return uint64_t{out ? RESULT_SUCCESS : RESULT_NOT_PERMITTED};
-    };
-    const auto of_process = [&](auto make) {
-        process *owner = nullptr;
-        uint64_t result = processes_.find(parent, owner);
-        if (result != RESULT_SUCCESS) return result;
-        auto made = make(*owner, result);
-        if (result == RESULT_SUCCESS) out = std::move(made);
-        return result;
-    };
+    uint64_t result = RESULT_SUCCESS;
+    const bool of_process =
+        kind == ITERSEL_THREADS || kind == ITERSEL_MEMOS || kind == ITERSEL_VIEWS || kind == ITERSEL_ISRS;
+    process *owner = nullptr;
+    if (of_process) result = processes_.find(parent, owner);
+    if (!of_process && kind != ITERSEL_TASKS && kind != ITERSEL_MEMCHUNKS && kind != ITERSEL_VSPACES)
+        return RESULT_BAD_ARGUMENT;
+    if (!of_process && parent != SYSTEM_WIDE) result = RESULT_NO_OBJECT;
+    if (result != RESULT_SUCCESS) return result;
+    std::unique_ptr<walk> made;
     switch (kind) {
-    case ITERSEL_TASKS: return system_wide([this] { return processes_.walk_all(); });
-    case ITERSEL_MEMCHUNKS: return system_wide([this] { return memory_.walk_chunks(); });
-    case ITERSEL_VSPACES: return system_wide([this] { return memory_.walk_spaces(); });
+    case ITERSEL_TASKS: made = processes_.walk_all(result); break;
+    case ITERSEL_MEMCHUNKS: made = memory_.walk_chunks(); break;
+    case ITERSEL_VSPACES: made = memory_.walk_spaces(); break;
     case ITERSEL_THREADS:
         stopped_.reset();
-        return of_process([this](process &owner, uint64_t &result) { return processes_.walk_threads(owner, result); });
-    case ITERSEL_MEMOS:
-        return of_process([this](process &owner, uint64_t &result) { return maps_.walk_memos(owner, result); });
-    case ITERSEL_VIEWS:
-        return of_process([this](process &owner, uint64_t &result) { return maps_.walk_views(owner, result); });
-    case ITERSEL_ISRS:
-        return of_process([this](const process &owner, uint64_t &) { return isrs_.walk_owned(owner.number()); });
-    default: return RESULT_BAD_ARGUMENT;
+        made = processes_.walk_threads(*owner, result);
+        break;
+    case ITERSEL_MEMOS: made = maps_.walk_memos(*owner, result); break;
+    case ITERSEL_VIEWS: made = maps_.walk_views(*owner, result); break;
+    default: made = isrs_.walk_owned(owner->number(), result); break;
     }
+    if (result == RESULT_SUCCESS) out = std::move(made);
+    return result;
 }
 
 // Every thread stands on its node 0 alone: exceptions do not nest here.

@@ -1,4 +1,4 @@
-// maps.cpp - mappings as views and memos.
+// hosted/live/maps.cpp - reads the mappings of processes.
 #include "hosted/live/maps.h"
 
 #include <fcntl.h>
@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "hosted/live/indexed_walk.h"
+#include "hosted/live/scanner.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -25,28 +26,41 @@ struct file_hash {
 
 constexpr std::string_view DELETED = " (deleted)";
 
-// What the kernel itself lays into every process: [vdso], [vvar], [vsyscall] and the like. Not [heap] and [stack].
+// What the kernel itself maps into every process: [vdso], [vvar], [vsyscall] and the like, but not [heap] and [stack].
 bool is_fixed(const mapping_line &line) {
     constexpr std::string_view names[] = {"[v", "[sigpage]", "[vectors]", "[uprobes]"};
     return line.inode == 0 && std::any_of(std::begin(names), std::end(names),
                                           [&](std::string_view name) { return line.name.starts_with(name); });
 }
 
-// Whether a mapped file is a device, rather than shared memory that has its place beside the devices.
-bool is_device(const mapping_line &line) {
-    if (line.inode == 0 || !line.name.starts_with("/dev/") || line.name == "/dev/zero") return false;
-    struct ::stat file {};
-    return ::stat(std::string(line.name).c_str(), &file) == 0 && (S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode)) &&
-           file.st_ino == line.inode &&
-           makedev(static_cast<unsigned>(line.device >> 32), static_cast<unsigned>(line.device)) == file.st_dev;
+// Whether the file of a mapping has the mapping's name, here or in the process's own root directory.
+//   directory  of the process
+bool has_name(const mapping_line &line, int directory, struct ::stat &file) {
+    const std::string name(line.name);
+    const dev_t device = makedev(static_cast<unsigned>(line.device >> 32), static_cast<unsigned>(line.device));
+    const auto matches = [&](int below, const std::string &path) {
+        return fstatat(below, path.c_str(), &file, AT_NO_AUTOMOUNT) == 0 && file.st_ino == line.inode &&
+               file.st_dev == device;
+    };
+    return matches(AT_FDCWD, name) || matches(directory, "root" + name);
 }
 
-// Shared memory never had a name to lose.
-bool is_deleted(const mapping_line &line) {
+// Whether a mapped file is a device, rather than shared memory in a file beside the devices.
+bool is_device(const mapping_line &line, int directory) {
+    if (line.inode == 0 || !line.name.starts_with("/dev/") || line.name == "/dev/zero") return false;
+    struct ::stat file {};
+    return has_name(line, directory, file) && (S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode));
+}
+
+// The system marks what has no name, memory that never had one included. A file may bear the mark in its name.
+bool is_deleted(const mapping_line &line, int directory) {
     if (line.inode == 0 || !line.name.ends_with(DELETED)) return false;
-    constexpr std::string_view unnamed[] = {"/dev/zero", "/memfd:", "/SYSV"};
-    return std::none_of(std::begin(unnamed), std::end(unnamed),
-                        [&](std::string_view name) { return line.name.starts_with(name); });
+    constexpr std::string_view nameless[] = {"/SYSV",  "/[aio]",  "/anon_hugepage", "/dev/zero",
+                                             "/i915 ", "/memfd:", "/secretmem",     "/drm mm object"};
+    struct ::stat file {};
+    return std::none_of(std::begin(nameless), std::end(nameless),
+                        [&](std::string_view name) { return line.name.starts_with(name); }) &&
+           !has_name(line, directory, file);
 }
 
 uint32_t view_flags(const mapping_line &line) {
@@ -58,7 +72,7 @@ uint32_t view_flags(const mapping_line &line) {
     return static_cast<uint32_t>(flags);
 }
 
-// What tells the file of a mapping: "MAJOR:MINOR INODE".
+// The identity of a mapped file: "MAJOR:MINOR INODE".
 bool parse_file(scanner &scan, mapping_line &out) {
     uint64_t major = 0, minor = 0;
     if (!scan.hexadecimal(major) || !scan.take(':') || !scan.hexadecimal(minor)) return false;
@@ -78,48 +92,47 @@ bool parse_mapping(std::string_view line, mapping_line &out) {
     out.writable = permissions[1] == 'w';
     out.executable = permissions[2] == 'x';
     out.shared = permissions[3] == 's';
-    scan.skip_blanks();
     if (!scan.hexadecimal(out.offset)) return false;
-    scan.skip_blanks();
     if (!parse_file(scan, out)) return false;
     scan.skip_blanks();
     out.name = scan.rest();
     return true;
 }
 
-// A listing of all processes asks this of each, so that only the part of a line is read that tells files apart, and of
-// lines that tell the same one behind another the first. Few files get as far as the sort.
-uint64_t count_memos(proc_root &root, int directory) {
+// A listing of all processes counts for each, so only the part of a line that identifies the file is read, and only
+// where it differs from the line before. Few files get as far as the sort.
+int count_memos(proc_root &root, int directory, uint64_t &count) {
     auto &files = root.mapped_files;
     files.clear();
     uint64_t unnamed = 0;
-    char told[48];  // "MAJOR:MINOR INODE " of the line before
-    size_t told_length = 0;
-    bool told_unnamed = false;
+    char last[48];  // "MAJOR:MINOR INODE " of the line before
+    size_t last_length = 0;
+    bool last_unnamed = false;
     const int error = root.reader.lines(directory, "maps", [&](std::string_view text) {
         scanner scan(text);
         for (int word = 0; word < 3; word++) scan.skip_past(' ');  // addresses, permissions, offset
         const std::string_view rest = scan.rest();
-        if (told_length != 0 && rest.starts_with(std::string_view(told, told_length))) {
-            unnamed += told_unnamed;
+        if (last_length != 0 && rest.starts_with(std::string_view(last, last_length))) {
+            unnamed += last_unnamed;
             return;
         }
         mapping_line line;
         if (!parse_file(scan, line)) return;
         const bool whole = scan.take(' ');
         const size_t length = rest.size() - scan.rest().size();
-        told_length = whole && length <= sizeof told ? rest.copy(told, length) : 0;
-        told_unnamed = line.inode == 0;
-        if (told_unnamed) {
+        last_length = whole && length <= sizeof last ? rest.copy(last, length) : 0;
+        last_unnamed = line.inode == 0;
+        if (last_unnamed) {
             unnamed++;
         } else {
             files.emplace_back(line.device, line.inode);
         }
     });
-    if (error != 0) return 0;
+    if (error != 0) return error;
     std::sort(files.begin(), files.end());
     const auto distinct = std::unique(files.begin(), files.end()) - files.begin();
-    return unnamed + static_cast<uint64_t>(distinct);
+    count = unnamed + static_cast<uint64_t>(distinct);
+    return 0;
 }
 
 int process_map::read(proc_root &root, int directory) {
@@ -132,32 +145,32 @@ int process_map::read(proc_root &root, int directory) {
         if (line.inode != 0) shown = files.try_emplace({line.device, line.inode}, next).first->second;
         if (shown == next) {
             memo &made = memos_.emplace_back();
-            made.deleted = is_deleted(line);
+            made.deleted = is_deleted(line, directory);
             if (is_fixed(line)) {
                 made.type = MEMO_FIX;
                 made.address = line.begin;
-            } else if (is_device(line)) {
+            } else if (is_device(line, directory)) {
                 made.type = MEMO_HW;
                 made.address = line.offset;
             }
         }
-        memo &behind = memos_[shown];
-        if (behind.type == MEMO_HW) behind.address = std::min(behind.address, line.offset);
-        behind.size += line.end - line.begin;
-        behind.views++;
+        memo &mapped = memos_[shown];
+        if (mapped.type == MEMO_HW) mapped.address = std::min(mapped.address, line.offset);
+        mapped.size += line.end - line.begin;
+        mapped.views++;
         views_.push_back({line.begin, (line.end - line.begin) / root.page_size, line.offset / root.page_size, shown,
                           view_flags(line)});
     });
 }
 
-// "BEGIN-END ..." for each mapping, then a line "KEY: FIGURE kB" for each of its accounts. Mappings that have come or
-// changed since the first reading are left out.
-void process_map::read_resident(proc_root &root, int directory) {
-    if (resident_known_) return;
-    resident_known_ = true;
+// "BEGIN-END ..." for each mapping, then a line "KEY: FIGURE kB" for each of its accounts. Mappings made or changed
+// since read() are left out.
+uint64_t process_map::read_resident(proc_root &root, int directory) {
+    if (resident_known_) return RESULT_SUCCESS;
+    for (memo &one : memos_) one.resident = 0;
     size_t at = 0;
     memo *counted = nullptr;
-    root.reader.lines(directory, "smaps", [&](std::string_view line) {
+    const int error = root.reader.lines(directory, "smaps", [&](std::string_view line) {
         constexpr std::string_view key = "Rss:";
         if (line.empty()) return;
         if (line[0] >= 'A' && line[0] <= 'Z') {
@@ -172,6 +185,8 @@ void process_map::read_resident(proc_root &root, int directory) {
         while (at < views_.size() && views_[at].begin < begin) at++;
         if (at < views_.size() && views_[at].begin == begin) counted = &memos_[views_[at].memo];
     });
+    resident_known_ = !means_failure(error);
+    return resident_known_ ? uint64_t{RESULT_SUCCESS} : result_of(error);
 }
 
 uint64_t process_map::view_item(size_t index, uint64_t item, uint64_t &value) const {
@@ -223,10 +238,9 @@ process_map *map_table::map_of(process &owner, uint64_t &result) {
     const int id = owner.number();
     if (const auto known = by_process_.find(id); known != by_process_.end()) return known->second;
     auto made = std::make_unique<process_map>(id, next_handle_);
-    if (const int error = made->read(root_, owner.directory()); error != 0) {
-        result = means_gone(error) ? RESULT_NO_OBJECT : RESULT_NOT_PERMITTED;
-        return nullptr;
-    }
+    const int directory = owner.memory_directory(result);
+    if (result == RESULT_SUCCESS) result = result_of(made->read(root_, directory));
+    if (result != RESULT_SUCCESS) return nullptr;
     if (made->end_handle() > MAPPING_HANDLES.end) {
         result = RESULT_NO_MEMORY;
         return nullptr;
@@ -244,39 +258,48 @@ std::unique_ptr<walk> map_table::walk_views(process &owner, uint64_t &result) {
     });
 }
 
-// The walk holds the process's directory in case that resident amounts are asked for.
+// The resident amounts are read below a directory that stays with the process.
+uint64_t map_table::memo_item(process_map &map, int directory, size_t index, uint64_t item, uint64_t &value) {
+    if (item == MEMOINFO_ALLOC) {
+        if (const uint64_t result = map.read_resident(root_, directory); result != RESULT_SUCCESS) return result;
+    }
+    return map.memo_item(index, item, value);
+}
+
 std::unique_ptr<walk> map_table::walk_memos(process &owner, uint64_t &result) {
     process_map *map = map_of(owner, result);
     if (map == nullptr) return nullptr;
-    descriptor directory(fcntl(owner.directory(), F_DUPFD_CLOEXEC, 0));
+    descriptor directory(fcntl(owner.memory_directory(result), F_DUPFD_CLOEXEC, 0));
+    if (result == RESULT_SUCCESS && !directory) result = result_of(errno);
+    if (result != RESULT_SUCCESS) return nullptr;
     return walk_indexed(map->memo_count(),
                         [this, map, directory = std::move(directory)](size_t index, uint64_t item, uint64_t &value) {
-                            if (item == MEMOINFO_ALLOC) map->read_resident(root_, directory.get());
-                            return map->memo_item(index, item, value);
+                            return memo_item(*map, directory.get(), index, item, value);
                         });
 }
 
 process_map *map_table::find(uint64_t handle) const {
-    const auto behind = std::upper_bound(maps_.begin(), maps_.end(), handle,
-                                         [](uint64_t wanted, const auto &map) { return wanted < map->first_handle(); });
-    if (behind == maps_.begin()) return nullptr;
-    process_map *found = std::prev(behind)->get();
+    const auto next = std::upper_bound(maps_.begin(), maps_.end(), handle,
+                                       [](uint64_t wanted, const auto &map) { return wanted < map->first_handle(); });
+    if (next == maps_.begin()) return nullptr;
+    process_map *found = std::prev(next)->get();
     return handle < found->end_handle() ? found : nullptr;
 }
 
-// The resident amounts of a memo that no walk stands on come from whoever has the process's number now, if its mappings
-// are still where they were.
+// Without a walk, the resident amounts come from whoever has the process's number now, if its mappings are still where
+// they were.
 uint64_t map_table::info(uint64_t handle, uint64_t item, uint64_t &value) {
     process_map *map = find(handle);
     if (map == nullptr) return RESULT_NO_OBJECT;
     const uint64_t index = handle - map->first_handle();
     if (index < map->view_count()) return map->view_item(index, item, value);
-    if (item == MEMOINFO_ALLOC && !map->resident_known()) {
-        process owner(root_);
-        owner.open(map->task());
-        map->read_resident(root_, owner.directory());
-    }
-    return map->memo_item(index - map->view_count(), item, value);
+    const size_t memo = index - map->view_count();
+    process owner(root_);
+    if (item != MEMOINFO_ALLOC || map->resident_known() || !owner.open(map->task()))
+        return map->memo_item(memo, item, value);
+    uint64_t result = RESULT_SUCCESS;
+    const int directory = owner.memory_directory(result);
+    return result != RESULT_SUCCESS ? result : memo_item(*map, directory, memo, item, value);
 }
 
 }  // namespace hosted::live

@@ -1,7 +1,7 @@
-// live/maps.h - what a process maps: its views, and the memory objects behind them as memos.
+// hosted/live/maps.h - the mappings of processes as views, and the memory objects mapped as memos.
 //
-// Each mapping is a view. Mappings of one file (device and inode) show one memo, every other mapping has a memo of its
-// own, and all of them belong to the process: the same file mapped by two processes makes two memos.
+// Each mapping is a view. Mappings of one file (device and inode) are views of one memo, and every other mapping has a
+// memo of its own. All of them belong to the process: a file that two processes map is two memos.
 #pragma once
 
 #include <cstdint>
@@ -26,12 +26,12 @@ struct mapping_line {
 };
 bool parse_mapping(std::string_view line, mapping_line &out);
 
-// How many distinct objects a process maps; 0 where the caller may not look.
-//   directory  of the process
-uint64_t count_memos(proc_root &root, int directory);
+// Counts the memos that process_map would have, without making them. Returns 0 or the error number.
+//   directory  where the process's "maps" is
+int count_memos(proc_root &root, int directory, uint64_t &count);
 
-// What one process maps, as it was when first asked. Handles: the views have first_handle and the following, in order
-// of address, the memos those behind them.
+// What one process maps, as it was when first asked. Its views have the handles from first_handle on, in order of
+// address, and its memos those after them.
 class process_map {
 public:
     struct view {
@@ -50,11 +50,12 @@ public:
 
     process_map(int task, uint64_t first_handle) : task_(task), first_handle_(first_handle) {}
 
-    // Reads the mappings below a process's directory. Returns 0, or the error number.
+    // Reads the mappings from the "maps" in a directory. Returns 0 or the error number.
     int read(proc_root &root, int directory);
 
-    // Adds up what is resident, unless that is done: only a far longer file says it. Unreadable, all stay 0.
-    void read_resident(proc_root &root, int directory);
+    // Adds up the resident amounts, unless that is done: they are in a far longer file. They stay 0 where the caller
+    // may not look. Returns RESULT_SUCCESS or a failure.
+    uint64_t read_resident(proc_root &root, int directory);
     bool resident_known() const { return resident_known_; }
 
     int task() const { return task_; }
@@ -80,7 +81,7 @@ class map_table {
 public:
     explicit map_table(proc_root &root) : root_(root) {}
 
-    // Walks over a process's views and memos; null where the caller may not look (result says so).
+    // Walks over a process's views and memos; null where that fails (result says why).
     std::unique_ptr<walk> walk_views(process &owner, uint64_t &result);
     std::unique_ptr<walk> walk_memos(process &owner, uint64_t &result);
 
@@ -90,6 +91,7 @@ public:
 private:
     process_map *map_of(process &owner, uint64_t &result);
     process_map *find(uint64_t handle) const;
+    uint64_t memo_item(process_map &map, int directory, size_t index, uint64_t item, uint64_t &value);
 
     proc_root &root_;
     uint64_t next_handle_ = MAPPING_HANDLES.first;

@@ -1,4 +1,4 @@
-// run_registry.cpp - the directories of running processes and devices.
+// hosted/live/run_registry.cpp - the directories of running processes and devices.
 #include "hosted/live/run_registry.h"
 
 #include <array>
@@ -19,29 +19,35 @@ constexpr std::string_view RUN = reg_component(PROCESS_DIRECTORY, 0);
 constexpr std::string_view PROC = reg_component(PROCESS_DIRECTORY, 1);
 constexpr std::string_view DEV = reg_component(DEVICE_DIRECTORY, 1);
 
-// A path in the terms of this store.
-struct place {
+// What a path of this store names.
+struct location {
     enum kind { root, run, processes, process, devices, device, system, nowhere } kind = root;
     std::string_view name;  // of a process's key or a device
 };
 
-place locate(std::string_view path) {
+location locate(std::string_view path) {
     const std::string_view first = next_component(path);
-    if (first.empty()) return {place::root, {}};
-    if (first != RUN) return {place::system, {}};
+    if (first.empty()) return {location::root, {}};
+    if (first != RUN) return {location::system, {}};
     const std::string_view second = next_component(path);
-    if (second.empty()) return {place::run, {}};
+    if (second.empty()) return {location::run, {}};
     const bool processes = second == PROC;
-    if (!processes && second != DEV) return {place::nowhere, {}};
+    if (!processes && second != DEV) return {location::nowhere, {}};
     const std::string_view name = next_component(path);
-    if (!next_component(path).empty()) return {place::nowhere, {}};
-    if (name.empty()) return {processes ? place::processes : place::devices, {}};
-    return {processes ? place::process : place::device, name};
+    if (!next_component(path).empty()) return {location::nowhere, {}};
+    if (name.empty()) return {processes ? location::processes : location::devices, {}};
+    return {processes ? location::process : location::device, name};
+}
+
+// The error word of a RESULT_ code: one that the code does not name is passed on.
+uint32_t error_word_of(uint64_t result) {
+    return result == RESULT_NO_OBJECT ? uint32_t{IOERROR_NOT_FOUND} : static_cast<uint32_t>(result);
 }
 
 class process_cursor : public registry_cursor {
 public:
     explicit process_cursor(process_table &table) : listing_(table) {}
+    uint32_t begin() { return error_word_of(listing_.begin()); }
     bool next(registry_entry &entry) override {
         const std::string *name = nullptr;
         const int id = listing_.next(name);
@@ -49,7 +55,7 @@ public:
         entry.name.resize(TASK_KEY_SIZE);
         write_task_key(entry.name.data(), static_cast<uint64_t>(id));
         entry.type = REGTYPE_BIN;
-        entry.length = static_cast<uint32_t>(name->size());
+        entry.length = name == nullptr ? 0 : static_cast<uint32_t>(name->size());  // reading it fails then
         return true;
     }
 
@@ -61,10 +67,10 @@ private:
 class fixed_cursor : public registry_cursor {
 public:
     fixed_cursor(std::vector<std::string> names, uint16_t type, uint32_t length,
-                 std::unique_ptr<registry_cursor> behind = nullptr)
-        : names_(std::move(names)), type_(type), length_(length), behind_(std::move(behind)) {}
+                 std::unique_ptr<registry_cursor> others = nullptr)
+        : names_(std::move(names)), type_(type), length_(length), others_(std::move(others)) {}
     bool next(registry_entry &entry) override {
-        if (at_ == names_.size()) return behind_ && behind_->next(entry);
+        if (at_ == names_.size()) return others_ && others_->next(entry);
         entry = {names_[at_++], type_, length_};
         return true;
     }
@@ -73,56 +79,58 @@ private:
     std::vector<std::string> names_;
     uint16_t type_;
     uint32_t length_;
-    std::unique_ptr<registry_cursor> behind_;
+    std::unique_ptr<registry_cursor> others_;
     size_t at_ = 0;
 };
 
 }  // namespace
 
-// The key's digits are exactly those that a listing shows.
-const std::string *run_registry::process_name(std::string_view key) {
+// A key's digits are exactly those that a listing shows.
+uint32_t run_registry::process_name(std::string_view key, const std::string *&name) {
     const uint64_t handle = parse_task_key(key);
     std::array<char, TASK_KEY_SIZE> listed;
     write_task_key(listed.data(), handle);
-    if (key != std::string_view(listed.data(), listed.size())) return nullptr;
-    const std::string *name = nullptr;
-    return processes_.name(handle, name) == RESULT_SUCCESS ? name : nullptr;
+    if (key != std::string_view(listed.data(), listed.size())) return IOERROR_NOT_FOUND;
+    return error_word_of(processes_.name(handle, name));
 }
 
 std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
     switch (locate(path).kind) {
-    case place::root:
+    case location::root:
         return std::make_unique<fixed_cursor>(std::vector{std::string(RUN)}, REGTYPE_DIR, 0, system_.list({}));
-    case place::run:
+    case location::run:
         return std::make_unique<fixed_cursor>(std::vector{std::string(PROC), std::string(DEV)}, REGTYPE_DIR, 0);
-    case place::processes: return std::make_unique<process_cursor>(processes_);
-    case place::devices: {
+    case location::processes: {
+        auto made = std::make_unique<process_cursor>(processes_);
+        return made->begin() == 0 ? std::move(made) : nullptr;
+    }
+    case location::devices: {
         std::vector<std::string> names = devices_.names();
         names.insert(names.begin(), std::string(SYSVC_DEVICE));
         return std::make_unique<fixed_cursor>(std::move(names), REGTYPE_INT, sizeof(uint64_t));
     }
-    case place::system: return system_.list(path);
+    case location::system: return system_.list(path);
     default: return nullptr;
     }
 }
 
 uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t &length) {
-    const place asked = locate(path);
+    const location asked = locate(path);
     switch (asked.kind) {
-    case place::process: {
-        const std::string *name = process_name(asked.name);
-        if (name == nullptr) return IOERROR_NOT_FOUND;
+    case location::process: {
+        const std::string *name = nullptr;
+        if (const uint32_t error = process_name(asked.name, name)) return error;
         type = REGTYPE_BIN;
         length = static_cast<uint32_t>(name->size());
         return 0;
     }
-    case place::device:
+    case location::device:
         if (asked.name != SYSVC_DEVICE && !devices_.has(asked.name)) return IOERROR_NOT_FOUND;
         type = REGTYPE_INT;
         length = sizeof(uint64_t);
         return 0;
-    case place::system: return system_.describe(path, type, length);
-    case place::nowhere: return IOERROR_NOT_FOUND;
+    case location::system: return system_.describe(path, type, length);
+    case location::nowhere: return IOERROR_NOT_FOUND;
     default:
         type = REGTYPE_DIR;
         length = 0;
@@ -131,9 +139,9 @@ uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t 
 }
 
 uint32_t run_registry::read_int(std::string_view path, uint64_t &value) {
-    const place asked = locate(path);
-    if (asked.kind == place::system) return system_.read_int(path, value);
-    if (asked.kind != place::device) return IOERROR_NOT_FOUND;
+    const location asked = locate(path);
+    if (asked.kind == location::system) return system_.read_int(path, value);
+    if (asked.kind != location::device) return IOERROR_NOT_FOUND;
     const uint64_t port = owner_.device_port(asked.name);
     if (port == NO_OBJECT) return IOERROR_NOT_FOUND;
     value = port;
@@ -141,10 +149,11 @@ uint32_t run_registry::read_int(std::string_view path, uint64_t &value) {
 }
 
 uint32_t run_registry::read_binary(std::string_view path, std::string &value) {
-    const place asked = locate(path);
-    if (asked.kind == place::system) return system_.read_binary(path, value);
-    const std::string *name = asked.kind == place::process ? process_name(asked.name) : nullptr;
-    if (name == nullptr) return IOERROR_NOT_FOUND;
+    const location asked = locate(path);
+    if (asked.kind == location::system) return system_.read_binary(path, value);
+    const std::string *name = nullptr;
+    if (asked.kind != location::process) return IOERROR_NOT_FOUND;
+    if (const uint32_t error = process_name(asked.name, name)) return error;
     value = *name;
     return 0;
 }

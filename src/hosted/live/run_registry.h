@@ -1,7 +1,7 @@
-// live/run_registry.h - the live machine's registry: run/proc and run/dev beside what the system itself publishes.
+// hosted/live/run_registry.h - the live machine's registry: run/proc/ and run/dev/, and another store beside them.
 //
-// All of it is read-only. A process is a binary key, its handle as 16 hexadecimal digits, that holds its name; a device
-// is an integer key that holds its port, which is made when the key is read.
+// All of it is read-only. A process is a binary key that holds its name, and is named by its handle in 16 hexadecimal
+// digits. A device is an integer key that holds its port, which is made when the key is read.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "hosted/kernel/kernel.h"
-#include "hosted/live/processes.h"
+#include "hosted/live/process_table.h"
 #include "hosted/live/system.h"
 #include "hosted/servers/registry_store.h"
 
@@ -19,7 +19,7 @@ namespace hosted::live {
 class run_registry : public registry_store {
 public:
     //   devices  those beside the system service
-    //   system   the directories beside run/, outlived by nothing here
+    //   system   the directories beside run/; must outlive this object
     run_registry(kernel &owner, process_table &processes, device_table &devices, registry_store &system)
         : owner_(owner), processes_(processes), devices_(devices), system_(system) {}
 
@@ -30,7 +30,8 @@ public:
     uint32_t read_binary(std::string_view path, std::string &value) override;
 
 private:
-    const std::string *process_name(std::string_view key);  // null: no such key
+    // The name of a process by its key. Returns 0 or the error word.
+    uint32_t process_name(std::string_view key, const std::string *&name);
 
     kernel &owner_;
     process_table &processes_;

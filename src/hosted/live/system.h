@@ -1,4 +1,4 @@
-// hosted/live/system.h - what the live machine says of the system as a whole: totals, memory, interrupts, drivers,
+// hosted/live/system.h - what the live machine says of the system as a whole: totals, memory, drivers,
 // devices, terminals, and the registry's hardware/ and kernel/.
 //
 // Every file is read when a value of it is first asked for, and what it said is kept for the run; counters, logs and
@@ -17,6 +17,7 @@
 
 #include "hosted/kernel/machine.h"
 #include "hosted/live/files.h"
+#include "hosted/live/interrupts.h"
 #include "hosted/servers/registry_store.h"
 
 namespace hosted::live {
@@ -67,28 +68,6 @@ private:
     const file_roots &roots_;
     std::optional<std::vector<memory_zone>> zones_;
     std::optional<std::vector<address_space>> spaces_;
-};
-
-// ---- interrupts -----------------------------------------------------------------------------------------------------
-
-struct interrupt_line {
-    uint64_t number = 0;
-    uint64_t count = 0;    // times it came, over all processors
-    bool handled = false;  // a driver has a handler on it
-};
-
-// The numbered lines of a text like /proc/interrupts, in its order.
-std::vector<interrupt_line> parse_interrupts(std::string_view text);
-
-class interrupt_table {
-public:
-    explicit interrupt_table(const file_roots &roots) : roots_(roots) {}
-    std::span<const interrupt_line> lines();
-    uint64_t limit();  // highest number + 1; 0 without lines
-
-private:
-    const file_roots &roots_;
-    std::optional<std::vector<interrupt_line>> lines_;
 };
 
 // ---- totals ---------------------------------------------------------------------------------------------------------

@@ -6,7 +6,7 @@
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
-#include "hosted/live/cpu_registers.h"
+#include "hosted/live/register_table.h"
 #include "own_child.h"
 
 using namespace hosted;

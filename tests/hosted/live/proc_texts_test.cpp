@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "hosted/live/maps.h"
-#include "hosted/live/process.h"
+#include "hosted/live/thread.h"
 #include "run_ventix.h"
 
 using namespace hosted::live;
@@ -83,7 +83,7 @@ TEST(LiveTexts, Mappings) {
 TEST(LiveTexts, LinesAcrossPieces) {
     const scratch_directory scratch;
     const int directory = open(scratch.path().c_str(), O_PATH | O_DIRECTORY);
-    file_reader reader;
+    proc_reader reader;
     for (const size_t length : std::initializer_list<size_t>{1, 65534, 65535, 65536, 65537, 200000}) {
         for (const char *end : {"\n", ""}) {
             std::string text = std::string(length, 'a') + "\n\nlast" + end, joined;

@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "hosted/live/handles.h"
-#include "hosted/live/processes.h"
+#include "hosted/live/process_table.h"
 #include "own_child.h"
 #include "platform/kernel.h"
 #include "system_tree.h"
@@ -36,6 +36,7 @@ uint64_t item_of(process_table &table, uint64_t handle, uint64_t item) {
 std::map<int, std::string> published(process_table &table) {
     std::map<int, std::string> names;
     process_table::listing listing(table);
+    EXPECT_EQ(listing.begin(), RESULT_SUCCESS);
     const std::string *name = nullptr;
     while (const int id = listing.next(name)) names[id] = *name;
     return names;
@@ -117,7 +118,8 @@ TEST(LiveProcesses, StatesAndWhatHasGone) {
     await_state(busy.id(), "R");
     await_state(zombie.id(), "Z");
     process_table table;
-    const auto walk = table.walk_all();
+    uint64_t result = 0;
+    const auto walk = table.walk_all(result);
     std::map<uint64_t, uint64_t> states;
     while (walk->step() == RESULT_SUCCESS) {
         uint64_t handle = 0, state = 0, value = 77;
@@ -177,20 +179,23 @@ TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
         for (const char *file : {"1", "2", "1", "2", "0"}) maps += std::string("1-2 r--p 0 8:1 ") + file + '\n';
         tree.put(at + "/maps", maps + (id == 302 ? "1-2 r--p 0 8:1 3\n" : ""));
         tree.put(at + "/task/" + number + "/stat", number + " (many) S 0 0 0 0 0 0 0 0 0 0 30 40 0 0 20 0 2 0 0 0 0");
-        static_cast<void>(!chown(tree.path(at).c_str(), 5, 7));
+        static_cast<void>(!chown(tree.path(at).c_str(), 70000, 65535));
     }
     process_table table(tree.roots.proc);
-    const auto walk = table.walk_all();
+    uint64_t result = 0;
+    const auto walk = table.walk_all(result);
     std::set<uint64_t> rows;
     for (uint64_t id = 0, value = 0; walk->step() == RESULT_SUCCESS; rows.insert(id)) {
         EXPECT_EQ(walk->info(OBJINFO_HANDLE, id), RESULT_SUCCESS);
+        if (id == 1) continue;  // a task wherever it cannot be seen, too
         const std::map<uint64_t, uint64_t> wanted = {
             {TASKINFO_SYSCALLS_LO, id + 1},
             {TASKINFO_RESERVED_PAGES, id},
             {TASKINFO_MEMOS, id == 302 ? 4 : 3},
             {TASKINFO_VOLCTXSW_LO, 2 * id},
             {TASKINFO_INVCTXSW_LO, 2},
-            {TASKINFO_IDS, geteuid() == 0 ? 7 << 16 | 5 : (getegid() & 0xFFFFu) << 16 | (geteuid() & 0xFFFFu)},
+            {TASKINFO_IDS,
+             geteuid() == 0 ? uint64_t{65535} << 16 | 65534 : (getegid() & 0xFFFFu) << 16 | (geteuid() & 0xFFFFu)},
         };
         for (const auto &[item, figure] : wanted) {
             EXPECT_EQ(walk->info(item, value), RESULT_SUCCESS);
@@ -201,28 +206,66 @@ TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
         EXPECT_EQ(thread->item(THREADINFO_EXETIME, value), RESULT_SUCCESS);
         EXPECT_EQ(value, table.root().milliseconds(70)) << id;
     }
-    EXPECT_EQ(rows, (std::set<uint64_t>{301, 302, 303}));
+    EXPECT_EQ(rows, (std::set<uint64_t>{1, 301, 302, 303}));
 }
 
 TEST(LiveProcesses, NoDescriptorIsLeft) {
     own_child child([](own_child &self) {
-        process_table table;
-        table.walk_all()->step();  // the sanitizer needs descriptors when it meets a type for the first time
-        const auto walk = table.walk_all();
+        process_table table, fresh;
+        uint64_t result = 0, value = 0;
+        table.walk_all(result)->step();  // the sanitizer needs descriptors when it meets a type for the first time
+        const auto walk = table.walk_all(result);
         const int next = dup(0);
         close(next);
         const rlimit none_left{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
         setrlimit(RLIMIT_NOFILE, &none_left);
-        std::map<uint64_t, uint64_t> states;
-        for (uint64_t handle = 0; walk->step() == RESULT_SUCCESS;) {
-            walk->info(OBJINFO_HANDLE, handle);
-            walk->info(OBJINFO_STATE, states[handle]);
+        size_t rows = 0, failed = 0;
+        for (; walk->step() == RESULT_SUCCESS; rows++) {
+            const bool listed = walk->info(OBJINFO_HANDLE, value) == RESULT_SUCCESS;
+            for (const uint64_t item : {OBJINFO_STATE, TASKINFO_RESERVED_PAGES, TASKINFO_MEMOS, TASKINFO_VOLCTXSW_LO})
+                failed += listed && walk->info(item, value) == RESULT_NO_MEMORY;
         }
-        self.say(states.contains(1) && states[1] == TASKSTATE_BLOCKED);  // there, though nothing else is told
-        self.say(process_table().walk_all() == nullptr);
+        self.say(rows > 1 && failed == 4 * rows);
+        const std::string *name = nullptr;
+        self.say(static_cast<int64_t>(fresh.name(static_cast<uint64_t>(getpid()), name)));
+        self.say(static_cast<int64_t>(process_table::listing(fresh).begin()));
+        self.say(fresh.walk_all(result) == nullptr ? static_cast<int64_t>(result) : 0);
     });
     EXPECT_EQ(child.heard(), 1);
-    EXPECT_EQ(child.heard(), 1);
+    for (int i = 0; i < 3; i++) EXPECT_EQ(child.heard(), static_cast<int64_t>(RESULT_NO_MEMORY));
+}
+
+// What looks like the process file system of this machine, but is not, leads to no process.
+TEST(LiveProcesses, AForeignProcessFileSystem) {
+    own_child child;
+    const std::string number = std::to_string(child.id()), at = "proc/" + number;
+    const system_tree tree;
+    tree.put(at + "/status", "\nTgid:\t" + number);
+    tree.put(at + "/stat", number + " (alike) S 0 0 0 0 0 0 0 0 0 0 0 0 0 0 20 0 1 0 0 0 0");
+    process_table table(tree.roots.proc);
+    const std::string *name = nullptr;
+    EXPECT_EQ(table.name(child.handle(), name), RESULT_SUCCESS);
+    EXPECT_EQ(table.raise(child.handle(), EXC_SIGNAL, SIGKILL), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(table.set_priority(child.handle(), 139), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(table.end(child.handle()), RESULT_NOT_PERMITTED);
+    EXPECT_TRUE(child.is_alive());
+}
+
+// Memory and arguments are a living thread's where the main thread has ended.
+TEST(LiveProcesses, OfFurtherThreadsAlone) {
+    own_child child([](own_child &self) {
+        std::thread([&self] {
+            await_state(getpid(), "Z");
+            self.say(1);
+            while (true) pause();
+        }).detach();
+        syscall(SYS_exit, 0);
+    });
+    child.heard();
+    process_table table;
+    for (const uint64_t item : {TASKINFO_ALLOC_PAGES, TASKINFO_RESERVED_PAGES, TASKINFO_VIRT_PAGES, TASKINFO_MEMOS})
+        EXPECT_GT(item_of(table, child.handle(), item), 1u) << item;
+    EXPECT_EQ(item_of(table, child.handle(), OBJINFO_STATE), TASKSTATE_ZOMBIE);
 }
 
 TEST(LiveProcesses, Names) {

@@ -10,8 +10,8 @@
 #include <new>
 #include <thread>
 
-#include "hosted/live/cpu_registers.h"
-#include "hosted/live/registers.h"
+#include "hosted/live/register_table.h"
+#include "hosted/live/thread_registers.h"
 #include "own_child.h"
 #include "platform/kernel.h"
 

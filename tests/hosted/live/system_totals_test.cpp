@@ -7,9 +7,9 @@
 #include <random>
 #include <sstream>
 
-#include "hosted/live/cpu_registers.h"
 #include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
+#include "hosted/live/register_table.h"
 #include "hosted/live/system.h"
 #include "hosted/live/system_tree.h"
 #include "platform/kernel.h"
@@ -121,8 +121,9 @@ TEST(LiveInterrupts, ServedByThreadsOfTheKernelAlone) {
     proc_root root(tree.roots.proc);
     interrupt_table lines(tree.roots);
     isr_table table(root, lines);
-    EXPECT_EQ(table.walk_owned(7)->step(), RESULT_SUCCESS);
-    EXPECT_EQ(table.walk_owned(8)->step(), RESULT_NO_ITEM);
+    uint64_t result = 0;
+    EXPECT_EQ(table.walk_owned(7, result)->step(), RESULT_SUCCESS);
+    EXPECT_EQ(table.walk_owned(8, result)->step(), RESULT_NO_ITEM);
 }
 
 TEST(LiveDrivers, CharacterDriversFirst) {

@@ -1,5 +1,5 @@
-// registers.cpp - stopping a thread, reading it, letting it go.
-#include "hosted/live/registers.h"
+// hosted/live/thread_registers.cpp - stops a thread, reads its registers and lets it go.
+#include "hosted/live/thread_registers.h"
 
 #include <elf.h>
 #include <pthread.h>
@@ -27,11 +27,11 @@ struct job {
     uint64_t result = RESULT_NO_MEMORY;
 };
 
-// A traced thread takes its data word as a pointer.
+// ptrace() takes its data word as a pointer.
 void *data_word(int value) { return reinterpret_cast<void *>(static_cast<intptr_t>(value)); }
 
-// Waits until the thread stops, and only looks: its end, if it comes first, is left for its parent to be told. The
-// signal that it was about to take, if that is why it stopped, has to be given back to it.
+// Waits until the thread stops. The wait collects nothing: if the thread ends first, its end is left to its parent.
+//   signal  out: the signal that it stopped for and has to take afterwards; 0: none
 uint64_t await_stop(int thread, int &signal) {
     const auto deadline = std::chrono::steady_clock::now() + LONGEST_WAIT;
     for (unsigned tries = 0;; tries++) {
@@ -68,30 +68,30 @@ uint64_t read_seized(int thread, register_block &out) {
 }
 
 void *perform(void *argument) {
-    job &given = *static_cast<job *>(argument);
-    if (ptrace(PTRACE_SEIZE, given.thread, nullptr, nullptr) == 0) {
-        given.result = read_seized(given.thread, *given.out);
+    job &work = *static_cast<job *>(argument);
+    if (ptrace(PTRACE_SEIZE, work.thread, nullptr, nullptr) == 0) {
+        work.result = read_seized(work.thread, *work.out);
     } else {
-        given.result = errno == ESRCH ? RESULT_NO_OBJECT : RESULT_NOT_PERMITTED;
+        work.result = errno == ESRCH ? RESULT_NO_OBJECT : RESULT_NOT_PERMITTED;
     }
     return nullptr;
 }
 
 }  // namespace
 
-// The tracer is a thread made for this alone. Whatever happens, a thread that did not stop in time included, the kernel
-// lets all go that a tracer holds when the tracer ends.
+// The tracer is a thread made for this alone. When it ends, the kernel releases all that it traces, a thread that did
+// not stop in time included.
 uint64_t read_registers(int thread, register_block &out) {
     if (thread <= 0) return RESULT_NO_OBJECT;
-    job given{thread, &out};
+    job work{thread, &out};
     sigset_t all, before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);  // the tracer inherits it: no handler of the program runs there
     pthread_t tracer;
-    const bool made = pthread_create(&tracer, nullptr, perform, &given) == 0;
+    const bool made = pthread_create(&tracer, nullptr, perform, &work) == 0;
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (made) pthread_join(tracer, nullptr);
-    return given.result;
+    return work.result;
 }
 
 }  // namespace hosted::live

@@ -1,4 +1,5 @@
-// hosted/live/cpu_registers.h - the general registers of the processor this was built for, by their debugger names.
+// hosted/live/register_table.h - the general registers of the processor that this is built for, by their debugger
+// names.
 #pragma once
 
 #include <cstddef>
@@ -22,11 +23,11 @@ std::span<const cpu_register> cpu_registers();
 const cpu_register *find_cpu_register(uint64_t id);
 
 // The value of a register in a register set, cut to its width.
-//   set  bytes of a user_regs_struct, as many as the debugger interface gave
+//   set      bytes of a user_regs_struct, as many as the debugger interface returned
 //   returns  false where the set ends before the register's field
 bool cpu_register_value(const cpu_register &which, std::span<const std::byte> set, uint64_t &value);
 
-// The KSYSIDX_REGISTERINFO groups; RESULT_ codes.
+// Reads an item of the KSYSIDX_REGISTERINFO groups; RESULT_ codes.
 uint64_t cpu_register_data(uint64_t group, uint64_t index, uint64_t &value);
 
 }  // namespace hosted::live

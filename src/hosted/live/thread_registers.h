@@ -1,4 +1,4 @@
-// live/registers.h - the general registers of a thread.
+// hosted/live/thread_registers.h - reads the general registers of a thread.
 #pragma once
 
 #include <array>
@@ -13,11 +13,11 @@ struct register_block {
     size_t size = 0;  // of what was read
 };
 
-// Reads them by stopping the thread for the moment of reading: it is seized and interrupted, never attached, so that a
-// thread that is stopped already stays so, and goes on as before. It needs the right to trace it.
+// Reads them by stopping the thread for the moment of reading. It is seized and interrupted, never attached: a stopped
+// thread stays stopped, and a running one goes on as before. The caller needs the right to trace it.
 //   returns  RESULT_SUCCESS, RESULT_NO_OBJECT (ended), RESULT_NOT_PERMITTED, RESULT_TIMEOUT (did not stop within 100
 //            milliseconds) or RESULT_NO_MEMORY
-// A call of the thread that the kernel cannot begin again by itself ends as interrupted, as after any stop.
+// As after any stop, a system call that the kernel cannot restart by itself ends as interrupted.
 uint64_t read_registers(int thread, register_block &out);
 
 }  // namespace hosted::live

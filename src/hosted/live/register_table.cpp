@@ -1,5 +1,5 @@
-// cpu_registers.cpp - the one table of general registers, for each processor.
-#include "hosted/live/cpu_registers.h"
+// hosted/live/register_table.cpp - the tables of general registers, one for each processor.
+#include "hosted/live/register_table.h"
 
 #include <sys/user.h>
 
@@ -14,8 +14,7 @@ namespace hosted::live {
 
 namespace {
 
-// The kernel below offers no call that sets a register, so that each is readable only. The ids are the places in the
-// table, from 1.
+// No kernel call sets a register, so each is readable only. The ids are the positions in the table, from 1.
 struct row {
     const char *name;
     uint8_t width;
@@ -96,8 +95,8 @@ bool cpu_register_value(const cpu_register &which, std::span<const std::byte> se
 }
 
 uint64_t cpu_register_data(uint64_t group, uint64_t index, uint64_t &value) {
-    const auto at = [](size_t place) {
-        const cpu_register &which = all[place];
+    const auto at = [](size_t position) {
+        const cpu_register &which = all[position];
         return register_info{which.name, which.id, which.access | which.width};
     };
     return read_register_info(all.size(), longest_name, at, group, index, value);
