@@ -1,7 +1,7 @@
-// records.h - the records of the column printer, for its own sources and for tests.
+// colp/records.h - the records of the column printer, for its own sources and for tests.
 //
-// A table owns its columns, each an allocation of its own, and the arena that holds its rows and texts. Rows are never
-// freed alone, so neither the order of the row list nor a row's absence from it matters to who frees what.
+// A table owns its columns, each allocated by itself, and the arena that holds its rows and texts. Rows are never freed
+// one by one, so a row may leave the list without leaking.
 #pragma once
 
 #include <cstdint>
@@ -27,9 +27,9 @@ struct colp_column {
     uint64_t suffix_length = 0;
     uint32_t leading_zero = 0;  // nonzero on hexadecimal columns only
     uint32_t summarize = 0;     // nonzero on columns of numbers only
-    uint64_t sum = 0;           // modulo 2^64; like the widths, of the rows present when it was worked out
-    uint64_t cells_left = 0;    // what the cells of the table ask of width_left, width_right and sum; kept up to date
-    uint64_t cells_right = 0;   // with every cell, so that printing need not look at all of them twice
+    uint64_t sum = 0;           // modulo 2^64; like the widths, of the rows present when it was computed
+    uint64_t cells_left = 0;   // width_left, width_right and sum as far as the cells determine them. Updated with every
+    uint64_t cells_right = 0;  // cell, so that printing reads the cells once
     uint64_t cells_sum = 0;
     uint32_t id = 0;
     char justchar = 0;
@@ -46,20 +46,20 @@ struct colp_row {
     uint64_t cell_count;  // the cells present are those of the first columns
 };
 
-// Memory that is given back all at once.
+// Memory that is freed all at once.
 struct colp_arena {
     struct block {
         block *next;
     };
-    block *blocks = nullptr;   // newest first; memory is given out of the newest
-    char *position = nullptr;  // the free part of it
+    block *blocks = nullptr;   // newest first; the newest has the free memory
+    char *position = nullptr;  // its free part
     char *end = nullptr;
     uint64_t next_size = 16 << 10;  // bytes of the next block, unless one request needs more
 };
 
 struct colp_table {
     uint8_t header_ended = 0;
-    uint8_t dirty = 0;  // widths and sums have to be worked out by the next print
+    uint8_t dirty = 0;  // the next print computes widths and sums
     uint8_t fancy = 0;  // 1 for the styles fancy and fancyw
     uint32_t style = COLP_STYLE_SIMPLE;
     colp_column *first_column = nullptr;
@@ -67,7 +67,7 @@ struct colp_table {
     colp_column *open_column = nullptr;
     uint64_t column_count = 0;
     colp_row *first_row = nullptr;
-    colp_row *last_row = nullptr;  // new rows go behind it; a sort leaves it at the row that was first before
+    colp_row *last_row = nullptr;  // new rows follow it; a sort sets it to the row that was first
     colp_row *open_row = nullptr;
     colp_column *cell_cursor = nullptr;  // column of the next added cell; null when the row is full or none was begun
     colp_row *cell_row = nullptr;        // row of the next added cell, also after it was ended
@@ -79,7 +79,7 @@ struct colp_table {
     char sum_replace_raw[2] = "-";
     char sum_replace_simple[2] = " ";
     char sum_replace_fancy[2] = " ";
-    char justchar = '.';  // from here: what new columns begin with
+    char justchar = '.';  // from here on: defaults of new columns
     uint32_t title_just = COLP_JUST_LEFT;
     uint32_t cell_just = COLP_JUST_LEFT;
     uint32_t hex_case = COLP_HEX_LOWER;
@@ -89,7 +89,7 @@ struct colp_table {
 
 inline constexpr char empty_string[] = "";
 
-// Texts are kept with their length in front: in one byte, or in eight behind a byte that says so.
+// A text is stored after its length: one byte, or the byte long_text and eight more.
 inline constexpr unsigned char long_text = 255;
 
 inline std::string_view cell_text(const colp_cell *cell) {
@@ -110,16 +110,16 @@ inline const colp_cell *cell_at(const colp_row *row, uint64_t position) {
     return position < row->cell_count ? row_cells(row) + position : nullptr;
 }
 
-// Asks the cache for a row, its cells and, since they mostly follow, its first texts. Sorted rows lie scattered, and to
-// wait for each takes longer than the work on it.
+// Prefetches a row, its cells and, since they mostly follow, its first texts. Sorted rows are scattered, and a cache
+// miss for each costs more than the work on it.
 inline void fetch_ahead(const colp_row *row, uint64_t column_count) {
     if (!row) return;
     __builtin_prefetch(row);
     __builtin_prefetch(row_cells(row) + column_count);
 }
 
-// The address of the last byte equal to the character, or null. Bytes are taken as unsigned and the character as it is
-// passed, so a negative one is never found.
+// The address of the last byte equal to the character, or null. Bytes are compared as unsigned, so a negative character
+// is never found.
 const char *colp_memrchr__(const char *buffer, int character, uint64_t length);
 
 // Compares two cells of one column: negative, zero or positive.
@@ -128,5 +128,5 @@ using colp_cell_cmp = int (*)(const colp_cell *, const colp_cell *);
 // The comparison for a column's type and sort mode, or null for an unknown type.
 colp_cell_cmp colp_get_cell_cmp__(const colp_column *column);
 
-// Lets a column's running widths and sum take a cell in.
+// Adds a cell to a column's running widths and sum.
 void colp_measure_cell__(colp_column *column, const colp_cell *cell);

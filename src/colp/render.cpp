@@ -1,4 +1,4 @@
-// render.cpp - styles, widths and the printing of tables.
+// colp/render.cpp - styles, widths and the printing of tables.
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -27,8 +27,8 @@ constexpr struct {
 } style_map[] = {
     {"raw", COLP_STYLE_RAW}, {"simple", COLP_STYLE_SIMPLE}, {"fancy", COLP_STYLE_FANCY}, {"fancyw", COLP_STYLE_FANCYW}};
 
-// The text of one print call on its way to the stream, handed over in large pieces. What the stream makes of them is
-// its owner's business, so results of writing are not looked at.
+// Buffers the text of one print call and writes it to the stream in large pieces. Does not check the writes: the
+// stream's owner does.
 class output {
 public:
     explicit output(FILE *stream) : stream_(stream) {}
@@ -50,13 +50,13 @@ public:
         ++position_;
     }
 
-    // Puts the first count characters of an array. To copy all of it costs less than to copy no more than is wanted.
+    // Puts the first count characters of an array. Copies all of it: a fixed size costs less than a variable one.
     template <size_t size> void put_part(const char (&array)[size], uint64_t count) {
         std::memcpy(reserve(size), array, size);
         position_ += count;
     }
 
-    // Puts count characters that are all the same.
+    // Puts count equal characters.
     void put_run(const run &characters, uint64_t count) {
         for (; count > run_length; count -= run_length) put_part(characters, run_length);
         put_part(characters, count);
@@ -135,7 +135,7 @@ void format_number(number_text &number, const colp_column *column, uint64_t valu
 
 bool lines_up_on_char(uint32_t just) { return just == COLP_JUST_FIRSTCHAR || just == COLP_JUST_LASTCHAR; }
 
-// The length of a text up to and with the character that it lines up on, or 0 when it has none.
+// The length of a text up to and including the character that it lines up on, or 0 where it has none.
 uint64_t split_text(uint32_t just, std::string_view text, char justchar) {
     const void *found = just == COLP_JUST_FIRSTCHAR
                             ? std::memchr(text.data(), justchar, text.size())
@@ -143,7 +143,7 @@ uint64_t split_text(uint32_t just, std::string_view text, char justchar) {
     return found ? static_cast<uint64_t>(static_cast<const char *>(found) - text.data()) + 1 : 0;
 }
 
-// Raises two widths to what a text or a number asks for.
+// Two widths, raised to what each text or number needs.
 struct widths {
     uint64_t &left;
     uint64_t &right;
@@ -169,7 +169,7 @@ const char *column_title(const colp_column *column, uint64_t width) {
     return column->title_function(column->title_argument, static_cast<int>(width));
 }
 
-// Works a column's widths and sum out of its cells, its title and its settings.
+// Computes a column's widths and sum from its cells, its title and its settings.
 void measure_column(colp_column *column) {
     column->sum = column->summarize ? column->cells_sum : 0;
     column->width_left = column->cells_left;
@@ -186,7 +186,7 @@ void measure_column(colp_column *column) {
     if (column_width(column) < column->min_width) column->width_left = column->min_width - column->width_right;
 }
 
-// Works out widths and sums, and makes the scratch for numbers.
+// Computes widths and sums, and allocates the scratch for numbers.
 int measure(colp_table *table) {
     uint64_t widest = 0;
     for (colp_column *column = table->first_column; column; column = column->next) {
@@ -202,7 +202,7 @@ int measure(colp_table *table) {
 
 // ---- fields ---------------------------------------------------------------------------------------------------------
 
-// Places a text in a column. Blanks behind it are written only when pad_after is set.
+// Writes a text justified in its column. Blanks after it are written only with pad_after.
 void print_justified(output &out, uint32_t mode, std::string_view text, const colp_column *column, bool pad_after) {
     const uint64_t left = column->width_left;
     const uint64_t right = column->width_right;
@@ -224,10 +224,10 @@ void print_justified(output &out, uint32_t mode, std::string_view text, const co
             after = right > rest ? right - rest : 0;
         } else {
             before = left > text.size() + 1 ? left - text.size() - 1 : 0;
-            after = right + 1;  // kept also behind a text that fills the column
+            after = right + 1;  // Deliberate: also after a text that fills the column
         }
         break;
-    default: std::abort();  // the setters let no other mode in
+    default: std::abort();  // the setters accept no other mode
     }
     out.put_run(spaces, before);
     out.put(text);
@@ -235,7 +235,7 @@ void print_justified(output &out, uint32_t mode, std::string_view text, const co
 }
 
 // Writes a number as printf does for "%*lli%s", "%*llu%s", "0x%llx%s" and "0x%0*llx%s": a negative field width aligns
-// left and takes no zeros, and what is longer than an int can count is not written at all.
+// left and pads without zeros, and a result longer than INT_MAX is not written at all.
 void render_number(output &out, const colp_table *table, const colp_column *column, uint64_t value, bool pad_after) {
     number_text number;
     format_number(number, column, value);
@@ -265,14 +265,14 @@ void render_number(output &out, const colp_table *table, const colp_column *colu
         if (!suffix.empty()) out.put(suffix);
         return;
     }
-    // Shorter than the column, so without padding of its own and with room in the scratch.
+    // Shorter than the column: it has no padding of its own, and the scratch has room.
     char *text = table->format_buffer.get();
     char *end = std::copy_n(number.text, number.length, text);
     end = std::copy(suffix.begin(), suffix.end(), end);
     print_justified(out, column->cell_just, {text, end}, column, pad_after);
 }
 
-// Writes one cell, or the column's sum when there is no cell.
+// Writes one cell, or the column's sum where cell is null.
 void render(output &out, const colp_table *table, const colp_column *column, const colp_cell *cell, bool pad_after) {
     if (!cell || column->type != COLP_STRING) {
         render_number(out, table, column, cell ? cell->number : column->sum, pad_after);

@@ -1,4 +1,4 @@
-// sort.cpp - sorting the rows of a table by one column.
+// colp/sort.cpp - sorting the rows of a table by one column.
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -42,7 +42,7 @@ constexpr struct {
 } sortorder_ents[] = {
     {cmp_wrap_asc, COLP_SORT_ASC}, {cmp_wrap_desc, COLP_SORT_DESC}, {cmp_wrap_unord, COLP_SORT_UNORD}};
 
-// The order of rows. Wrapper and comparison decide; keys are there to ask them seldom.
+// The order of rows. Wrapper and comparison decide; keys make most of their calls unnecessary.
 struct row_order {
     const colp_column *column;
     uint64_t position;
@@ -52,15 +52,16 @@ struct row_order {
     colp_cell_cmp compare;
     uint64_t shared_length;  // leading bytes that all texts of the column have in common
 
-    // A number that tells which of two rows comes first, unless it is equal for both.
+    // A number that orders two rows, unless it is equal for both.
     uint64_t key(const colp_row *row) const {
         const colp_cell *cell = cell_at(row, position);
         const uint64_t key = cell ? cell_key(cell) : 0;
         return descending ? ~key : key;
     }
 
-    // Whether rows with this same key are equal: it tells all but of a missing cell and of what follows its bytes.
-    bool tells_all(uint64_t key) const {
+    // Whether rows with this key are equal. A key does not distinguish a missing cell, nor what follows its eight
+    // bytes.
+    bool decides(uint64_t key) const {
         if (descending) key = ~key;
         const bool is_text = column->type == COLP_STRING;
         return key != 0 && (!is_text || (!(column->sort_mode & COLP_SORTMODE_LENGTH) && (key & 0xFF) == 0));
@@ -84,7 +85,7 @@ private:
     }
 };
 
-// How many leading bytes all texts of a column share. Names often begin alike, and keys have room for few bytes.
+// The number of leading bytes that all texts of a column share. Names often begin alike, and a key holds eight bytes.
 uint64_t count_shared_bytes(const colp_row *rows, uint64_t position) {
     const char *first = nullptr;
     uint64_t shared = 0;
@@ -102,10 +103,10 @@ uint64_t count_shared_bytes(const colp_row *rows, uint64_t position) {
 
 // Merges up to fan_in sorted lists of rows. Of equal rows, those of the earlier list come first.
 //
-// The lists play a knock-out: they hang below the nodes of a binary tree (below node n are the nodes 2n and 2n + 1, and
-// node fan_in + i would be list i), every node remembers the list that lost there, and once the winner's first row is
-// taken, its next one plays only on the way up from that list. Taking many lists at a time, with their keys at hand and
-// their next rows fetched ahead, is what makes a large table fast: few rows are waited for.
+// A loser tree: the children of node n are the nodes 2n and 2n + 1, the leaf fan_in + i is list i, and every inner node
+// holds the list that lost there. After the winner's first row is taken, its next row is compared on the path from that
+// list to the root only. A wide merge with keys in the tree and rows prefetched keeps cache misses few, which dominate
+// a large table.
 class merger {
 public:
     static constexpr uint64_t fan_in = 32;
@@ -128,13 +129,13 @@ public:
                 winner = beaten ? rival : winner;
             }
         }
-        return merged;  // the row taken last was the last of its list, so the link behind it is null
+        return merged;  // the row taken last ended its list, so its link is null
     }
 
 private:
     struct head {
         uint64_t key;
-        colp_row *row;  // null when the list is used up
+        colp_row *row;  // null: the list is empty
     };
 
     void set_head(uint64_t list, colp_row *row) {
@@ -142,7 +143,7 @@ private:
         if (row) fetch_ahead(row->next, order_.column_count);
     }
 
-    // Lets the lists below a node play; returns the winner.
+    // Fills the tree below a node; returns the list that wins there.
     uint64_t play(uint64_t node) {
         if (node >= fan_in) return node - fan_in;
         uint64_t winner = play(2 * node);
@@ -159,7 +160,7 @@ private:
 
     bool before_by_comparison(uint64_t a, uint64_t b) const {
         if (!heads_[a].row || !heads_[b].row) return heads_[a].row;
-        const int result = order_.tells_all(heads_[a].key) ? 0 : order_.compare_rows(heads_[a].row, heads_[b].row);
+        const int result = order_.decides(heads_[a].key) ? 0 : order_.compare_rows(heads_[a].row, heads_[b].row);
         return result != 0 ? result < 0 : a < b;
     }
 
@@ -168,10 +169,10 @@ private:
     uint64_t losers_[fan_in];
 };
 
-// Sorts a list, keeping the order of equal rows and taking no memory.
+// Sorts a list stably and without memory.
 colp_row *sort_rows(colp_row *rows, const row_order &order) {
     constexpr uint64_t fan_in = merger::fan_in;
-    constexpr uint64_t levels = 64 / 5 + 1;  // 32 ^ 13 rows are more than can be
+    constexpr uint64_t levels = 64 / 5 + 1;  // 32 ^ 13 rows exceed any memory
     colp_row *sorted[levels][fan_in];        // lists of fan_in ^ level rows, earlier rows first
     uint64_t count[levels] = {};
     merger merger(order);
@@ -185,7 +186,7 @@ colp_row *sort_rows(colp_row *rows, const row_order &order) {
             list = merger.merge(sorted[level], std::exchange(count[level], 0));
         }
     }
-    // What is left is merged from the shortest lists up.
+    // The rest is merged from the shortest lists up.
     colp_row *all = nullptr;
     for (uint64_t level = 0; level < levels; ++level) {
         if (count[level] == 0) continue;
@@ -222,7 +223,7 @@ int colp_sort(colp_table *table, uint32_t order, uint32_t column_id) {
     if (!wrap) return COLP_BAD_ORDER;
     if (!table->first_row || !table->first_row->next) return COLP_SUCCESS;
 
-    // The last-row reference stays behind on purpose: rows are added before a table is sorted, never after.
+    // Deliberate: the reference to the last row is not updated. Rows are added before a table is sorted, never after.
     table->last_row = table->first_row;
     const uint64_t shared = column->type == COLP_STRING ? count_shared_bytes(table->first_row, position) : 0;
     table->first_row = sort_rows(

@@ -1,4 +1,4 @@
-// table.cpp - building, emptying and freeing tables: columns, rows and cells.
+// colp/table.cpp - building, emptying and freeing tables: columns, rows and cells.
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint64_t last_block_size = 1 << 20;
 
-// Gives memory, or null when it runs out. The alignment is 8 bytes or fewer.
+// Returns memory, or null where there is none. The alignment is at most 8 bytes.
 char *arena_allocate(colp_arena &arena, uint64_t size, uint64_t alignment) {
     const auto room = static_cast<uint64_t>(arena.end - arena.position);
     uint64_t gap = -reinterpret_cast<uintptr_t>(arena.position) & (alignment - 1);
@@ -40,7 +40,7 @@ void free_column(colp_column *column) { delete column; }
 
 const char *title_ident(void *argument, int) { return static_cast<const char *>(argument); }
 
-// What every call on the open column checks first.
+// The check that every call on the open column makes first.
 int check_open_column(const colp_table *table) {
     if (!table) return COLP_BAD_ARGUMENT;
     if (table->header_ended) return COLP_HEADER_ENDED;
@@ -70,7 +70,7 @@ int check_cell(const colp_table *table, uint32_t type) {
     return COLP_SUCCESS;
 }
 
-// Hangs a checked cell into the row being filled, which has room for one cell per column.
+// Appends a checked cell to the row being filled, which has room for one cell per column.
 void append_cell(colp_table *table, colp_cell cell) {
     colp_row *row = table->cell_row;
     row_cells(row)[row->cell_count++] = cell;
@@ -83,8 +83,8 @@ void forget_measures(colp_table *table) {
         column->cells_left = column->cells_right = column->cells_sum = 0;
 }
 
-// Lets go of the rows behind the last row, which a sort left there.
-void drop_rows_behind_last(colp_table *table) {
+// Drops the rows after the last row, which a sort left there.
+void drop_rows_after_last(colp_table *table) {
     table->last_row->next = nullptr;
     forget_measures(table);
     for (const colp_row *row = table->first_row; row; row = row->next) {
@@ -247,7 +247,7 @@ int colp_beginrow(colp_table *table) {
     if (!table->first_row)
         table->first_row = row;
     else {
-        if (table->last_row->next) drop_rows_behind_last(table);
+        if (table->last_row->next) drop_rows_after_last(table);
         table->last_row->next = row;
     }
     table->last_row = row;

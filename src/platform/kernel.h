@@ -1,9 +1,29 @@
-// kernel.h - the kernel interface: the calls by which everything above reaches the system, and their numbers.
+// platform/kernel.h - the kernel interface: the calls by which everything above reaches the system, and their numbers.
 //
-// Handles are unsigned 64-bit names of kernel objects; NO_OBJECT (all bits set) means that there is none and is what a
-// failed call that gives a handle returns, its reason then being _SL_GetLastError()'s. The other calls return a result
-// code, RESULT_SUCCESS or one of the RESULT_ codes, and leave their outputs untouched when they fail.
-// Time-outs are signed milliseconds; WAIT_FOREVER (-1) never expires.
+// Handle: an unsigned 64-bit name of a kernel object. An object may have several; the master handle is the one that the
+// system lists it under. Handles of one task mean the same in every task. NO_OBJECT (all bits set) names nothing; where
+// a call's port is optional, 0 names nothing too.
+//
+// Port: a queue of messages with one receiver. Who holds a handle to a port may send to it; a client gives a server a
+// handle to its own port to be answered on. Message: two 64-bit words and a code of 32 bits between them. It carries no
+// sender: a reply port is one of its words.
+//
+// Iterator: an object that walks a list of the kernel, one object at a time. A begin chooses the list and leaves the
+// iterator in front of its first object, a step moves it onto the next one, and items are read of the object that it is
+// on. Objects may appear and vanish during a walk.
+//
+// Memo: a piece of memory as the kernel keeps it. View: a memo mapped into a task's address space.
+//
+// Time-out: signed milliseconds. WAIT_FOREVER (-1) never expires; 0 does not wait.
+//
+// Results: a call that makes something returns its handle, or NO_OBJECT with the reason in _SL_GetLastError(). Every
+// other call returns RESULT_SUCCESS or another RESULT_ code, which _SL_GetLastError() returns too; _SL_GetState and
+// _SL_GetLastError return a value and cannot fail. A call that fails changes nothing and leaves its outputs untouched.
+// Codes beyond those named here exist and may come from any call: show them, do not interpret them. No call prints.
+//
+// Ownership: what a task makes (ports, handles, iterators, semaphores) is its own until it deletes it, and the kernel
+// deletes the rest when the task ends. Deleting an object invalidates all its handles, whoever holds them. Pointers
+// passed to a call are used during the call only.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +32,7 @@
 // ---- handles and result codes ---------------------------------------------------------------------------------------
 
 inline constexpr uint64_t NO_OBJECT = ~uint64_t{0};
-inline constexpr uint64_t SYSTEM_WIDE = static_cast<uint64_t>(-2);  // parent of a walk over a list of the whole system
+inline constexpr uint64_t SYSTEM_WIDE = static_cast<uint64_t>(-2);  // parent of a walk over a list of the system
 inline constexpr int64_t WAIT_FOREVER = -1;
 
 enum : uint64_t {
@@ -23,22 +43,23 @@ enum : uint64_t {
     RESULT_NOT_PERMITTED = 5,
     RESULT_NO_MEMORY = 6,
     RESULT_TIMEOUT = 293,      // the time-out expired
-    RESULT_INTERRUPTED = 310,  // the call was interrupted; the client library repeats it
+    RESULT_INTERRUPTED = 310,  // the call was interrupted and did nothing; the client library repeats it
 };
 
 // ---- flags ----------------------------------------------------------------------------------------------------------
 
+// Flags of _SL_DeleteObject.
 enum : uint64_t {
-    DELETE_HANDLE = 0,           // _SL_DeleteObject: this handle (or iterator) only
-    DELETE_OBJECT = 0x80000000,  // _SL_DeleteObject: the object and all its handles
+    DELETE_HANDLE = 0,           // this handle or iterator only; the object goes with its last handle
+    DELETE_OBJECT = 0x80000000,  // the object and all its handles
 };
 
 // Rights words of _SL_CreateHandle, by the use of the new handle.
 enum : uint64_t {
     RIGHTS_REPLY = 0x40004,        // reply port of a command
     RIGHTS_QUERY_REPLY = 0x40024,  // temporary reply port of device queries and of closing
-    RIGHTS_OPEN = 0xC0024,         // port used to look a device up or to open one, and a task's own handle
-    RIGHTS_SHARED = 0x20,          // added by CreateSharedMsgPort
+    RIGHTS_OPEN = 0xC0024,         // reply port of a device look-up or open; a task's handle to itself
+    RIGHTS_SHARED = 0x20,          // CreateSharedMsgPort adds it
 };
 
 inline constexpr uint64_t ADDRESS_MEMO_ANY = 2;  // third argument of _SL_GetAddressMemo
@@ -46,23 +67,23 @@ inline constexpr uint64_t ADDRESS_MEMO_ANY = 2;  // third argument of _SL_GetAdd
 // ---- state items (_SL_GetState) -------------------------------------------------------------------------------------
 
 enum : uint64_t {
-    KSTATE_CURRENT_THREAD = 1,
-    KSTATE_CURRENT_TASK = 2,
-    KSTATE_PAGE_SIZE = 8,  // bytes
-    KSTATE_REGISTRY_PORT = 9,
-    KSTATE_EXIT_NOTICE_PORT = 10,
+    KSTATE_CURRENT_THREAD = 1,     // handle of the caller's
+    KSTATE_CURRENT_TASK = 2,       // likewise
+    KSTATE_PAGE_SIZE = 8,          // bytes
+    KSTATE_REGISTRY_PORT = 9,      // of the device REGISTRY_DEVICE
+    KSTATE_EXIT_NOTICE_PORT = 10,  // receives the ends of tasks, as protocol/task.h says
     KSTATE_FREE_PAGES = 0xB,
     KSTATE_TOTAL_PAGES = 0xC,
     KSTATE_VIRT_FREE_PAGES = 0xD,
     KSTATE_VIRT_TOTAL_PAGES = 0xE,
-    KSTATE_HANDLE_MANAGER = 0x14,  // nonzero: on, and a task sends a fresh handle to itself, not its own
+    KSTATE_HANDLE_MANAGER = 0x14,  // nonzero: on; a task that opens a device sends a new handle to itself
     KSTATE_HANDLE_COUNT = 0x15,
     KSTATE_MAIN_CHUNK_PAGES = 0x16,
     KSTATE_MAIN_CHUNK_FREE_PAGES = 0x17,
-    KSTATE_ISR_NUMBER_LIMIT = 0x19,
+    KSTATE_ISR_NUMBER_LIMIT = 0x19,  // interrupt numbers are below it
     KSTATE_RECLAIM_PAGES = 0x23,
-    KSTATE_RECLAIM_USED_PAGES = 0x24,
-    KSTATE_TICK = 0x64000005,  // milliseconds
+    KSTATE_RECLAIM_USED_PAGES = 0x24,  // the part of them in use
+    KSTATE_TICK = 0x64000005,          // milliseconds since the system started
 };
 
 // ---- iterator selections (_SL_BeginIterator) ------------------------------------------------------------------------
@@ -78,11 +99,12 @@ enum : uint64_t {
 };
 
 // ---- information items (_SL_GetObjectInfo, _SL_GetIteratorInfo) -----------------------------------------------------
-// _HI and _LO items are the halves of one 64-bit counter, 32 bits each.
+// PAGES items count pages of KSTATE_PAGE_SIZE bytes, TIME items milliseconds. A counter in two items has its high and
+// low 32 bits in _HI and _LO; the two are not read at one moment.
 
 enum : uint64_t {
-    OBJINFO_STATE = 3,
-    OBJINFO_OWNER = 4,
+    OBJINFO_STATE = 3,   // TASKSTATE_ or THREADSTATE_
+    OBJINFO_OWNER = 4,   // handle of the task that owns it
     OBJINFO_HANDLE = 6,  // the object's master handle
 
     TASKINFO_PRIORITY = 0x401,
@@ -91,7 +113,7 @@ enum : uint64_t {
     TASKINFO_VIRT_PAGES = 0x405,
     TASKINFO_EXETIME_HI = 0x406,
     TASKINFO_EXETIME_LO = 0x407,
-    TASKINFO_FLAGS = 0x408,
+    TASKINFO_FLAGS = 0x408,  // TASKFLAG_
     TASKINFO_HWID = 0x409,
     TASKINFO_THREADS = 0x40A,
     TASKINFO_MEMOS = 0x40B,
@@ -105,25 +127,25 @@ enum : uint64_t {
     TASKINFO_SYSTIME_HI = 0x41A,
     TASKINFO_SYSCALLS_LO = 0x41B,
     TASKINFO_SYSCALLS_HI = 0x41C,
-    TASKINFO_CRTICK_LO = 0x423,
+    TASKINFO_CRTICK_LO = 0x423,  // the tick when it was created
     TASKINFO_CRTICK_HI = 0x424,
     TASKINFO_VOLCTXSW_LO = 0x425,
     TASKINFO_VOLCTXSW_HI = 0x426,
     TASKINFO_INVCTXSW_LO = 0x427,
     TASKINFO_INVCTXSW_HI = 0x428,
     TASKINFO_GROUP = 0x841D,
-    TASKINFO_IDS = 0x8420,  // group id in bits 16 to 31, user id in bits 0 to 15
-    TASKINFO_PARENT = 0x8422,
+    TASKINFO_IDS = 0x8420,     // group id in bits 16 to 31, user id in bits 0 to 15
+    TASKINFO_PARENT = 0x8422,  // handle, as the group
 
     THREADINFO_PRIORITY = 0x301,
-    THREADINFO_ERROR = 0x303,
+    THREADINFO_ERROR = 0x303,  // result code of its last failed call
     THREADINFO_PC = 0x30A,
     THREADINFO_EXETIME = 0x30B,
     THREADINFO_DEPTH = 0x30C,             // exception nesting
-    THREADINFO_FETCHED_REGISTER = 0x30F,  // the value that CTRL_FETCH_REGISTER fetched, of the calling thread
+    THREADINFO_FETCHED_REGISTER = 0x30F,  // of the calling thread: what CTRL_FETCH_REGISTER fetched
     THREADINFO_STACKPTR = 0x310,
-    THREADINFO_WAITON = 0x311,
-    THREADINFO_WAITON_MASTER = 0x312,
+    THREADINFO_WAITON = 0x311,         // the handle that it waits on, as it was given
+    THREADINFO_WAITON_MASTER = 0x312,  // that object's master handle
     THREADINFO_VOLCTXSW_LO = 0x317,
     THREADINFO_VOLCTXSW_HI = 0x318,
     THREADINFO_INVCTXSW_LO = 0x319,
@@ -140,33 +162,33 @@ enum : uint64_t {
     ISRINFO_ISRTIME_HI = 0xD0C,
     ISRINFO_ISRTIME_LO = 0xD0D,
 
-    MEMINFO_BEGIN = 0x5001,
+    MEMINFO_BEGIN = 0x5001,  // addresses
     MEMINFO_END = 0x5002,
     MEMINFO_BASE = 0x5003,
     MEMINFO_PAGES = 0x5004,
-    MEMINFO_FLAGS = 0x5005,
+    MEMINFO_FLAGS = 0x5005,  // MEMFLAG_ and a type
     MEMINFO_FREE_PAGES = 0x5006,
 
-    VSINFO_BEGIN = 0x5101,
+    VSINFO_BEGIN = 0x5101,  // address
     VSINFO_PAGES = 0x5102,
     VSINFO_TYPE = 0x5103,
-    VSINFO_GLOBAL = 0x5104,
+    VSINFO_GLOBAL = 0x5104,  // nonzero: one space for all tasks
 
     MEMOINFO_SIZE = 257,
     MEMOINFO_ALLOC = 258,
     MEMOINFO_VIEWS = 259,
     MEMOINFO_COPIES = 260,
-    MEMOINFO_DELETED = 261,
-    MEMOINFO_HWADDR = 262,
-    MEMOINFO_FIXADDR = 263,
-    MEMOINFO_TYPE = 264,
-    MEMOINFO_RECLAIM = 270,
+    MEMOINFO_DELETED = 261,  // nonzero: deleted while views of it are left
+    MEMOINFO_HWADDR = 262,   // with MEMO_HW
+    MEMOINFO_FIXADDR = 263,  // with MEMO_FIX
+    MEMOINFO_TYPE = 264,     // MEMO_ bits
+    MEMOINFO_RECLAIM = 270,  // MEMORECLAIM_ bits
 
     VIEWINFO_PAGES = 513,
-    VIEWINFO_BEGIN = 514,
+    VIEWINFO_BEGIN = 514,   // address
     VIEWINFO_OFFSET = 515,  // into its memo, in pages
-    VIEWINFO_MEMO = 518,
-    VIEWINFO_FLAGS = 521,
+    VIEWINFO_MEMO = 518,    // handle
+    VIEWINFO_FLAGS = 521,   // VIEWFLAG_
 };
 
 // Task states (OBJINFO_STATE of a task).
@@ -237,9 +259,13 @@ enum : uint64_t {
 // ---- control codes, exceptions --------------------------------------------------------------------------------------
 
 enum : uint64_t {
-    CTRL_SET_PROPERTY = 0x5001,    // of a task: property number, new value, 0, 0
-    CTRL_FETCH_REGISTER = 0x5006,  // of a thread: register id, exception node, 0, size in bytes (at most 8)
+    // Sets a property of a task: a the TASKPROP_, b the value.
+    CTRL_SET_PROPERTY = 0x5001,
     TASKPROP_PRIORITY = 1,
+
+    // Fetches a register of a thread into THREADINFO_FETCHED_REGISTER of the calling thread: a the register's id, b the
+    // exception node (0: the thread itself), d the size in bytes, at most 8.
+    CTRL_FETCH_REGISTER = 0x5006,
 };
 
 enum : uint64_t {
@@ -279,10 +305,9 @@ enum : uint64_t {
 
 // ---- the calls ------------------------------------------------------------------------------------------------------
 
-// What a receive gives. Only the low 32 bits of the code are significant.
 struct kernel_message {
     uint64_t word1;
-    uint64_t code;
+    uint64_t code;  // the low 32 bits count
     uint64_t word2;
 };
 static_assert(offsetof(kernel_message, code) == 8);
@@ -291,38 +316,140 @@ static_assert(sizeof(kernel_message) == 24);
 
 extern "C" {
 
-// Message ports and handles. The arguments that are always 0 are reserved.
-uint64_t _SL_CreateMsgPort(uint64_t reserved1, uint64_t reserved2);              // new port, or NO_OBJECT
-uint64_t _SL_CreateHandle(uint64_t reserved, uint64_t object, uint64_t rights);  // new handle, or NO_OBJECT
-uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags);                      // DELETE_ flags
+// Arguments called reserved are 0.
+
+// ---- ports, handles and messages ----
+
+// Makes a message port that the calling task receives from.
+//   returns  its handle, or NO_OBJECT
+uint64_t _SL_CreateMsgPort(uint64_t reserved1, uint64_t reserved2);
+
+// Makes another handle to an object.
+//   object   any handle of it
+//   rights   RIGHTS_ word: what the handle's holder may do
+//   returns  the handle, or NO_OBJECT (RESULT_NO_OBJECT: object names nothing)
+uint64_t _SL_CreateHandle(uint64_t reserved, uint64_t object, uint64_t rights);
+
+// Deletes a handle, or an object with all its handles. A thread that waits on a deleted object fails with
+// RESULT_NO_OBJECT. The calling task may delete itself; the call does not return then.
+//   handle   of a port, handle, iterator or semaphore of the caller's, or of a task
+//   flags    DELETE_HANDLE or DELETE_OBJECT
+//   returns  RESULT_NO_OBJECT: handle names nothing; RESULT_NOT_PERMITTED: not the caller's to delete;
+//            RESULT_TIMEOUT: the task has not ended in time
+uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags);
+
+// Queues a message at a port. Success says that it is queued, not that it was received.
+//   port           any handle of it
+//   word1, word2   passed on as they are
+//   code           its low 32 bits are passed on
+//   timeout        milliseconds to wait for room in the queue
+//   returns        RESULT_NO_OBJECT: no such port; RESULT_TIMEOUT; RESULT_INTERRUPTED: not queued, send it again
 uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word2, int64_t timeout);
+
+// Takes the oldest message off a port of the calling task, waiting for one if need be.
+//   port                 any handle of it
+//   word1, code, word2   out; each may be null
+//   timeout              milliseconds
+//   returns              RESULT_NO_OBJECT: no such port, or deleted during the wait; RESULT_TIMEOUT;
+//                        RESULT_INTERRUPTED: no message was taken, receive again
 uint64_t _SL_RecvMsg(uint64_t port, uint64_t *word1, uint64_t *code, uint64_t *word2, int64_t timeout);
+
+// The same into one record.
+//   record   out; null fails with RESULT_BAD_ARGUMENT
 uint64_t _SL_RecvMsgPtr(uint64_t port, kernel_message *record, int64_t timeout);
 
-// Synchronisation, time and state.
-uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t count, int64_t timeout);
-uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t count);
-uint64_t _SL_Delay(uint64_t ticks);    // milliseconds
-uint64_t _SL_GetState(uint64_t item);  // KSTATE_ item; its value
+// ---- synchronisation, time and state ----
 
-// Objects. _SL_GetObjectInfo reads one OBJINFO_ ... item of any object.
+// Waits until a semaphore's count is at least count, and takes count off it.
+//   count    at least 0, else RESULT_BAD_ARGUMENT
+//   timeout  milliseconds
+//   returns  RESULT_NO_OBJECT: no such semaphore, or deleted during the wait; RESULT_TIMEOUT; RESULT_INTERRUPTED:
+//            nothing was taken, wait again
+uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t count, int64_t timeout);
+
+// Adds count to a semaphore's count and wakes who waits for it.
+//   returns  RESULT_NO_OBJECT; RESULT_BAD_ARGUMENT: count is negative or the sum does not fit
+uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t count);
+
+// Sleeps for a number of milliseconds.
+//   returns  RESULT_INTERRUPTED: woken early
+uint64_t _SL_Delay(uint64_t ticks);
+
+// Reads an item of the system's state, or of the calling task and thread.
+//   item     KSTATE_
+//   returns  its value; 0 for an item that the kernel does not have
+uint64_t _SL_GetState(uint64_t item);
+
+// ---- objects ----
+
+// Reads one item of an object, without an iterator.
+//   handle   any handle of it
+//   item     OBJINFO_, or one of the object's own kind (TASKINFO_, THREADINFO_ ...)
+//   value    out
+//   returns  RESULT_NO_OBJECT: no such object; RESULT_NO_ITEM: it has no such item; RESULT_NOT_PERMITTED
 uint64_t _SL_GetObjectInfo(uint64_t handle, uint64_t item, uint64_t *value);
-uint64_t _SL_GetAddressMemo(uint64_t reserved, uint64_t address, uint64_t kind);  // memo at address, or NO_OBJECT
-uint64_t _SL_ControlObject(uint64_t handle, uint64_t control, uint64_t a, uint64_t b, uint64_t c, uint64_t d);  // CTRL_
+
+// Finds the memo that is mapped at an address of the calling task.
+//   address  need not be aligned
+//   kind     ADDRESS_MEMO_ANY
+//   returns  a handle of the memo, which stays the kernel's, or NO_OBJECT: nothing is mapped there
+uint64_t _SL_GetAddressMemo(uint64_t reserved, uint64_t address, uint64_t kind);
+
+// Changes a property of an object, or has the kernel look up something about it.
+//   handle   of a task or thread
+//   control  CTRL_, which says what a to d are
+//   returns  RESULT_NO_OBJECT; RESULT_BAD_ARGUMENT: unknown control, or a value out of range; RESULT_NO_ITEM: no
+//            such register or node; RESULT_NOT_PERMITTED
+uint64_t _SL_ControlObject(uint64_t handle, uint64_t control, uint64_t a, uint64_t b, uint64_t c, uint64_t d);
+
+// Raises an exception in a task. Success says that it was raised, not how the task took it.
+//   exception   EXC_
+//   parameter   the exception's own; for EXC_SIGNAL the signal
+//   returns     RESULT_NO_OBJECT; RESULT_BAD_ARGUMENT: no such exception or signal; RESULT_NOT_PERMITTED
 uint64_t _SL_RaiseException(uint64_t task, uint64_t reserved1, uint64_t exception, uint64_t parameter,
                             uint64_t reserved2);
-uint64_t _SL_GetSystemData(uint64_t group, uint64_t index, uint64_t *value);  // KSYSIDX_
-uint64_t _SL_GetLastError();  // result code of the calling thread's last failed call
 
-// Iterators: create, begin, then step onto each object in turn (the first step lands on the first one) and read items
-// of the object stood on; delete when done. A begun iterator may be begun again.
-uint64_t _SL_CreateIterator(uint64_t reserved1, uint64_t reserved2);            // new iterator, or NO_OBJECT
-uint64_t _SL_BeginIterator(uint64_t iterator, uint64_t parent, uint64_t kind);  // ITERSEL_
+// Reads one word of the kernel's own data.
+//   group, index   KSYSIDX_
+//   value          out
+//   returns        RESULT_NO_ITEM: no such word; any other code where it cannot be read
+uint64_t _SL_GetSystemData(uint64_t group, uint64_t index, uint64_t *value);
+
+// The result code of the calling thread's last failed call; 0 where none has failed. A call that succeeds leaves it.
+uint64_t _SL_GetLastError();
+
+// ---- iterators ----
+
+// Makes an iterator, which has to be begun. Delete it with DELETE_HANDLE.
+//   returns  its handle, or NO_OBJECT
+uint64_t _SL_CreateIterator(uint64_t reserved1, uint64_t reserved2);
+
+// Begins a walk. An iterator may be begun again at any time.
+//   parent   SYSTEM_WIDE for a list of the system, or the handle of the task whose objects it walks
+//   kind     ITERSEL_
+//   returns  RESULT_NO_OBJECT: no such iterator or parent, or a parent that does not go with the kind;
+//            RESULT_BAD_ARGUMENT: unknown kind; RESULT_NOT_PERMITTED
+uint64_t _SL_BeginIterator(uint64_t iterator, uint64_t parent, uint64_t kind);
+
+// Moves onto the next object, the first time onto the first. Objects that have vanished are passed over.
+//   returns  RESULT_NO_ITEM: the end, or not begun; RESULT_NO_OBJECT: no such iterator; other codes end the walk too
 uint64_t _SL_StepIterator(uint64_t iterator);
+
+// Reads one item of the object that an iterator is on.
+//   item     OBJINFO_, or one of the kind that is walked (MEMOINFO_, VIEWINFO_ ...)
+//   value    out
+//   returns  RESULT_NO_ITEM: no such item, or on no object; RESULT_NO_OBJECT; RESULT_NOT_PERMITTED
 uint64_t _SL_GetIteratorInfo(uint64_t iterator, uint64_t item, uint64_t *value);
 
-// Used by a run-time library only (start-up, memory, threads, signals), by no command.
-uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t count);  // new semaphore, or NO_OBJECT
+// ---- used by a run-time library only (start-up, memory, threads, signals), by no command ----
+
+// Makes a semaphore.
+//   count    its first count, at least 0
+//   returns  its handle, or NO_OBJECT
+uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t count);
+
+// Declared so that a run-time library links. What they do is between it and the kernel; the hosted kernel offers none
+// of them and fails each with RESULT_BAD_ARGUMENT.
 uint64_t _SL_CreateMemo(uint64_t reserved, uint64_t size, uint64_t kind);
 uint64_t _SL_AllocView(uint64_t task, uint64_t memo, uint64_t address, uint64_t offset, uint64_t pages, uint64_t flags);
 uint64_t _SL_VirtualFree(uint64_t task, uint64_t address, uint64_t pages);

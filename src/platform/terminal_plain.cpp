@@ -1,5 +1,5 @@
-// The terminal calls of a build for the real system, whose own open() and ioctl() reach the device. Beside the hosted
-// kernel, which has terminals of its own, this file is left out.
+// platform/terminal_plain.cpp - the terminal calls of a build for the real system, whose open() and ioctl() reach the
+// device. A build with the hosted kernel, which has its own terminals, leaves this file out.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>

@@ -1,8 +1,8 @@
-// protocol/counters.h - a device's statistics counters.
+// platform/protocol/counters.h - a device's statistics counters.
 //
-// The request's transfer.buffer_size is the room of its in-line area; the server leaves there a sequence of records and
-// stores the bytes written in transfer.returned_size. A record: one byte L, the length of the name field (0 ends the
-// list); L bytes of name, NUL-terminated; the value in 8 bytes, little-endian, unaligned.
+// The request's transfer.buffer_size is the capacity of its in-line area. The server writes a sequence of records there
+// and stores the bytes written in transfer.returned_size. A record: one byte L, the length of the name field (0 ends
+// the list); L bytes of name, NUL-terminated; the value in 8 bytes, little-endian, unaligned.
 #pragma once
 
 #include <cstddef>

@@ -1,7 +1,8 @@
-// protocol/device.h - what a device's client and its server share: message codes, the device record, the I/O request.
+// platform/protocol/device.h - what a device's client and server share: message codes, device record, I/O request.
 //
-// The records lie in memory that both sides map. Only the fields named here are the client's to read; the rest of a
-// device record belongs to its server. Addresses are 64-bit words, so that both sides agree on every offset.
+// The records are in memory that both sides map, and that belongs to the server. A client reads only the fields named
+// here, and of a device record and its context only at the open. Addresses are 64-bit words: every offset is the same
+// for both sides. A field's comment says who writes it.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +12,8 @@
 
 enum : uint32_t {
     DEVMSG_OPEN = 0x20D00,    // to a device's port: reply port, handle of the calling task
-    DEVMSG_OPENED = 0x20D01,  // reply: word2 the address of the device record, or 0
-    DEVMSG_CLOSE = 0x20D10,   // to the record's server port, which names the record: 0, reply port
+    DEVMSG_OPENED = 0x20D01,  // on the reply port: word2 the address of the device record, or 0
+    DEVMSG_CLOSE = 0x20D10,   // to the record's server port, which identifies the record: 0, reply port
     DEVMSG_CLOSED = 0x20D11,
     DEVMSG_CREATE_REQUEST = 0x21D10,        // device record address, total size in bytes
     DEVMSG_REQUEST_CREATED = 0x21D11,       // on the record's private port: word2 the request's address, or 0
@@ -22,12 +23,12 @@ enum : uint32_t {
 
     IOMSG_BEGIN = 0x20100,    // request's reply port, request id
     IOMSG_ABORT = 0x20101,    // request's reply port, request id
-    IOMSG_ABORTED = 0x20002,  // on the request's reply port, as the ones below
+    IOMSG_ABORTED = 0x20002,  // on the request's reply port, as the three below
     IOMSG_FAILED = 0x20003,
     IOMSG_DONE = 0x20004,
     IOMSG_ABORT_ACKNOWLEDGED = 0x20012,
 
-    // Queries, to a device's port: reply port, parameter. Answered with the code + 1 and the result in word2.
+    // Queries, to a device's port: reply port, parameter. The answer has the code + 1 and the result in word2.
     DEVQUERY_GET_CLASS = 0x20C00,  // parameter: index into the device's list of classes
     DEVQUERY_CHANGE_POWER_LEVEL = 0x20C61,
     DEVQUERY_POWER_LEVEL = 0x20C63,
@@ -41,11 +42,11 @@ struct device_record {
     uint64_t reserved0[4];
     uint64_t accepted;  // nonzero when the server accepted the open
     uint64_t reserved40[5];
-    uint64_t semaphore;  // serialises the creation and deletion of requests on this record
+    uint64_t semaphore;  // count 1; serialises the creation and deletion of requests on this record
     uint64_t reserved88[3];
-    uint64_t server_port;  // where all requests go
+    uint64_t server_port;  // receives every message about the record and its requests
     uint64_t reserved120;
-    uint64_t private_port;  // where the replies to creation and deletion arrive
+    uint64_t private_port;  // receives the replies to creation and deletion
     uint64_t reserved136[8];
     uint64_t context;  // address of a client_context, or 0
 };
@@ -56,7 +57,7 @@ static_assert(offsetof(device_record, private_port) == 128);
 static_assert(offsetof(device_record, context) == 200);
 static_assert(sizeof(device_record) == 208);
 
-// Made at open by servers whose clients share one request per process (registry, system service).
+// Made at the open by servers whose clients share one request per process (registry, system service).
 struct client_context {
     uint64_t lock;         // semaphore of count 1
     uint64_t request;      // address of the pre-made request with its reply port, or 0
@@ -71,17 +72,17 @@ static_assert(sizeof(client_context) == 32);
 // ---- I/O request ----------------------------------------------------------------------------------------------------
 
 struct IOreq {
-    uint64_t id;           // server: names the request in every message about it
-    uint64_t device;       // server: address of the device record
+    uint64_t id;           // server: identifies the request in every message about it
+    uint64_t device;       // server: address of the device record; the client library does not read it
     uint64_t server_word;  // server's own
-    uint64_t reply_port;   // client, at creation: where completion messages arrive
+    uint64_t reply_port;   // client, at creation: receives the completions
     uint32_t unit;         // client, at creation
     uint32_t status;       // client, at creation: IOREQ_STATUS_NEW
     uint32_t command;      // client, before the start
     uint8_t flags;         // client, at creation
     uint8_t reserved45[3];
-    uint32_t error;          // server's error code of a failed request; 1 where it could not be sent or answered
-    uint32_t timeout;        // client: milliseconds, for the servers that heed it
+    uint32_t error;          // server: why it failed; client: IOERROR_LOCAL where it could not be sent or answered
+    uint32_t timeout;        // client: milliseconds, for servers that use it
     uint64_t reserved56[3];  // cleared at creation
     union {                  // command-specific
         uint64_t words[4];
@@ -108,12 +109,12 @@ static_assert(offsetof(IOreq, payload) == 112);
 static_assert(sizeof(IOreq) == 120);
 
 inline constexpr uint32_t IOREQ_STATUS_NEW = 0xFFFFFFFF;
-inline constexpr uint8_t IOREQ_FLAGS_DEFAULT = 3;        // what every command of the toolbox creates its requests with
+inline constexpr uint8_t IOREQ_FLAGS_DEFAULT = 3;        // of every request of the toolbox
 inline constexpr uint64_t IOREQ_INLINE = sizeof(IOreq);  // offset of the in-line area
 
-// Error words that servers put into a failed request.
+// Error words of failed requests.
 enum : uint32_t {
-    IOERROR_LOCAL = 1,      // client: not sent, or no reply
+    IOERROR_LOCAL = 1,      // from the client library: not sent, or no reply
     IOERROR_NOT_FOUND = 3,  // no such unit, service or key
     IOERROR_BAD_COMMAND = 4,
 };

@@ -1,7 +1,8 @@
-// protocol/registry.h - the registry's commands, argument blocks and records, shared by its client and its server.
+// platform/protocol/registry.h - what the registry's client and server share: names, commands, argument blocks,
+// records.
 //
-// An argument block lies at the start of the client context's payload buffer; every address in it points into that
-// buffer. Texts end in a NUL.
+// An argument block is at the start of the client context's payload buffer; every address in it points into that
+// buffer. Texts end in a NUL. "in" is written by the client, "out" by the server.
 #pragma once
 
 #include <cstddef>
@@ -12,8 +13,8 @@
 
 inline constexpr char REGISTRY_DEVICE[] = "Registry";  // its port is the state item KSTATE_REGISTRY_PORT
 
-// What the kernel publishes: a binary key per task, named as protocol/task.h says, with the task's name; an integer key
-// per device, named as the device, with its port.
+// What the kernel publishes: for each task a binary key, its name as protocol/task.h says, its value the task's name;
+// for each device an integer key of its name with its port.
 inline constexpr char PROCESS_DIRECTORY[] = "run/proc/";
 inline constexpr char DEVICE_DIRECTORY[] = "run/dev/";
 
@@ -58,14 +59,14 @@ enum : uint16_t {
 
 inline constexpr uint64_t REG_ITERATOR_FAILED = 0xFFFF00000000;  // first 8 bytes after a failed begin or step
 
-// One entry of a directory, as an iteration stands on it.
+// One entry of a directory, as an iteration returns it.
 struct RegIterator {
     uint32_t server_word;  // the server's own
     uint16_t type;         // REGTYPE_
-    uint8_t on_entry;      // nonzero while the iterator stands on an entry
+    uint8_t on_entry;      // nonzero while the iterator is on an entry
     uint8_t reserved7;
     uint32_t length;           // bytes of the entry's value
-    char name[REG_NAME_ROOM];  // NUL-terminated
+    char name[REG_NAME_ROOM];  // NUL-terminated by a server that keeps to the protocol
 };
 static_assert(offsetof(RegIterator, type) == 4);
 static_assert(offsetof(RegIterator, on_entry) == 6);
@@ -81,7 +82,7 @@ struct reg_caps_block {
 static_assert(sizeof(reg_caps_block) == 12);
 
 struct reg_path_block {  // REGCMD_CREATE_TMP; the path follows
-    uint64_t path;
+    uint64_t path;       // in: its address, as in every block
 };
 static_assert(sizeof(reg_path_block) == 8);
 
@@ -94,7 +95,7 @@ static_assert(sizeof(reg_int_block) == 16);
 struct reg_bin_block {  // REGCMD_GET_BIN, REGCMD_SET_BIN; the key follows, then the data
     uint64_t path;
     uint64_t data;    // right after the key's NUL
-    uint64_t length;  // bytes; get: in the room, out what was delivered
+    uint64_t length;  // bytes; get: in the capacity, out what was delivered
 };
 static_assert(sizeof(reg_bin_block) == 24);
 
@@ -108,7 +109,7 @@ static_assert(offsetof(reg_info_block, length) == 12);
 static_assert(sizeof(reg_info_block) == 16);
 
 struct reg_begin_block {  // REGCMD_ITERATOR_BEGIN; the path follows
-    uint64_t record;      // address of iterator, below
+    uint64_t record;      // in: address of iterator, below
     uint64_t path;
     RegIterator iterator;  // out
 };

@@ -1,4 +1,4 @@
-// protocol/rtc.h - the real-time clock device.
+// platform/protocol/rtc.h - the real-time clock device.
 #pragma once
 
 #include <cstddef>

@@ -1,10 +1,10 @@
-// protocol/service.h - service devices: the list of services, the description of one, and a call.
+// platform/protocol/service.h - service devices: the list of services, the description of one, and a call.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-inline constexpr uint64_t SERVICE_CLASS = 0xDCE7005C;  // class code that every service device lists
+inline constexpr uint64_t SERVICE_CLASS = 0xDCE7005C;  // class code of every service device
 
 enum : uint32_t {
     SVCCMD_LIST = 0xC05C0001,
@@ -46,8 +46,7 @@ struct svc_info_block {
     uint64_t arg_count;
     svc_descriptor args[SVC_MAX_ARGS];
     uint64_t result_count;
-    // As many result descriptors follow as the count says and the request holds: SVC_MAX_RESULTS in svccall's request,
-    // more in svcinfo's.
+    // result_count descriptors follow, as many of them as the request has room for.
 };
 static_assert(offsetof(svc_info_block, arg_count) == 64);
 static_assert(offsetof(svc_info_block, args) == 72);
@@ -85,4 +84,4 @@ struct svc_sockaddr {
 static_assert(offsetof(svc_sockaddr, address) == 4);
 static_assert(sizeof(svc_sockaddr) == 16);
 inline constexpr uint16_t SVC_FAMILY_INET = 2;
-inline constexpr size_t SVC_SOCKADDR_ROOM = 19;  // pool bytes that a sockaddr takes: the record and its alignment
+inline constexpr size_t SVC_SOCKADDR_ROOM = 19;  // bytes of the pool for a sockaddr: the record and its alignment

@@ -1,4 +1,5 @@
-// protocol/sysvc.h - the system service's commands, argument blocks and error codes, shared by its client and server.
+// platform/protocol/sysvc.h - what the system service's client and server share: commands, argument blocks, error
+// codes.
 #pragma once
 
 #include <cstddef>
@@ -16,15 +17,15 @@ enum : uint32_t {
 };
 
 struct sysvc_id_block {  // the four id commands
-    uint64_t task;       // in: task handle (process id for all but SYSVCCMD_GET_PID)
+    uint64_t task;       // in: task handle for SYSVCCMD_GET_PID, process id for the others
     uint64_t id;         // out
 };
 static_assert(offsetof(sysvc_id_block, id) == 8);
 static_assert(sizeof(sysvc_id_block) == 16);
 
-struct sysvc_device_block {  // SYSVCCMD_DECOMPOSE_DEVICE; in: the 64-bit device number over the first two words
+struct sysvc_device_block {  // SYSVCCMD_DECOMPOSE_DEVICE; in: a 64-bit device number over both words
     uint32_t device_low;
-    uint32_t number;  // out; on the way in the device number's high half
+    uint32_t number;  // out
     // out: the NUL-terminated driver name follows
 };
 static_assert(offsetof(sysvc_device_block, number) == 4);

@@ -1,4 +1,4 @@
-// protocol/task.h - how the registry names tasks, and the message that announces the end of one.
+// platform/protocol/task.h - how the registry names tasks, and the message that announces the end of one.
 #pragma once
 
 #include <cstddef>
@@ -30,5 +30,6 @@ inline uint64_t parse_task_key(std::string_view digits) {
     return handle;
 }
 
-// To the exit notice port: the task's master handle, code, the exit code shifted left by 8.
+// Code of the message to KSTATE_EXIT_NOTICE_PORT; its words are the task's master handle and its exit code shifted left
+// by 8.
 inline constexpr uint32_t MSG_TASK_EXIT = 0xD0030002;
