@@ -12,140 +12,65 @@
 namespace hosted::described {
 namespace {
 
-#define PLAIN(kind, item)                                                                                              \
-    named_item { naming::kind, form::plain, #item, item }
-#define HEX(kind, item)                                                                                                \
-    named_item { naming::kind, form::hexadecimal, #item, item }
+// The items that hold a handle, an address, ids or flags.
+constexpr uint64_t hexadecimal_states[] = {KSTATE_CURRENT_THREAD, KSTATE_CURRENT_TASK, KSTATE_REGISTRY_PORT,
+                                           KSTATE_EXIT_NOTICE_PORT};
+constexpr uint64_t hexadecimal_items[] = {
+    OBJINFO_OWNER,
+    OBJINFO_HANDLE,
+    TASKINFO_FLAGS,
+    TASKINFO_GROUP,
+    TASKINFO_IDS,
+    TASKINFO_PARENT,
+    THREADINFO_PC,
+    THREADINFO_FETCHED_REGISTER,
+    THREADINFO_WAITON,
+    THREADINFO_STACKPTR,
+    THREADINFO_WAITON_MASTER,
+    MEMINFO_BEGIN,
+    MEMINFO_END,
+    MEMINFO_BASE,
+    MEMINFO_FLAGS,
+    VSINFO_BEGIN,
+    MEMOINFO_HWADDR,
+    MEMOINFO_FIXADDR,
+    MEMOINFO_TYPE,
+    MEMOINFO_RECLAIM,
+    VIEWINFO_BEGIN,
+    VIEWINFO_MEMO,
+    VIEWINFO_FLAGS,
+};
+
+constexpr uint64_t LARGEST_INDEX = 0xFFFF;  // within a group of system data; the groups are above
+
+constexpr naming kind_of(std::string_view name, uint64_t item) {
+    if (name.starts_with("KSTATE_")) return naming::state;
+    if (!name.starts_with("KSYSIDX_")) return naming::object;
+    if (item > LARGEST_INDEX) return naming::data_group;
+    return name.starts_with("KSYSIDX_TRACE_") ? naming::trace : naming::register_info;
+}
+
+constexpr named_item item_of(std::string_view name, uint64_t item) {
+    const naming kind = kind_of(name, item);
+    const auto among = [item](const auto &items) {
+        return std::find(std::begin(items), std::end(items), item) != std::end(items);
+    };
+    const bool hexadecimal =
+        (kind == naming::state && among(hexadecimal_states)) || (kind == naming::object && among(hexadecimal_items));
+    return {kind, hexadecimal ? form::hexadecimal : form::plain, name, item};
+}
+
+#define ITEM(name) item_of(#name, name)
 
 constexpr std::array listed{
-    HEX(state, KSTATE_CURRENT_THREAD),
-    HEX(state, KSTATE_CURRENT_TASK),
-    PLAIN(state, KSTATE_PAGE_SIZE),
-    HEX(state, KSTATE_REGISTRY_PORT),
-    HEX(state, KSTATE_EXIT_NOTICE_PORT),
-    PLAIN(state, KSTATE_FREE_PAGES),
-    PLAIN(state, KSTATE_TOTAL_PAGES),
-    PLAIN(state, KSTATE_VIRT_FREE_PAGES),
-    PLAIN(state, KSTATE_VIRT_TOTAL_PAGES),
-    PLAIN(state, KSTATE_HANDLE_MANAGER),
-    PLAIN(state, KSTATE_HANDLE_COUNT),
-    PLAIN(state, KSTATE_MAIN_CHUNK_PAGES),
-    PLAIN(state, KSTATE_MAIN_CHUNK_FREE_PAGES),
-    PLAIN(state, KSTATE_ISR_NUMBER_LIMIT),
-    PLAIN(state, KSTATE_RECLAIM_PAGES),
-    PLAIN(state, KSTATE_RECLAIM_USED_PAGES),
-    PLAIN(state, KSTATE_TICK),
-
-    PLAIN(object, OBJINFO_STATE),
-    HEX(object, OBJINFO_OWNER),
-    HEX(object, OBJINFO_HANDLE),
-
-    PLAIN(object, TASKINFO_PRIORITY),
-    PLAIN(object, TASKINFO_RESERVED_PAGES),
-    PLAIN(object, TASKINFO_ALLOC_PAGES),
-    PLAIN(object, TASKINFO_VIRT_PAGES),
-    PLAIN(object, TASKINFO_EXETIME_HI),
-    PLAIN(object, TASKINFO_EXETIME_LO),
-    HEX(object, TASKINFO_FLAGS),
-    PLAIN(object, TASKINFO_HWID),
-    PLAIN(object, TASKINFO_THREADS),
-    PLAIN(object, TASKINFO_MEMOS),
-    PLAIN(object, TASKINFO_ISRTIME_HI),
-    PLAIN(object, TASKINFO_ISRTIME_LO),
-    PLAIN(object, TASKINFO_SLAB_U),
-    PLAIN(object, TASKINFO_SLAB_P),
-    PLAIN(object, TASKINFO_PAGEFAULTS_HI),
-    PLAIN(object, TASKINFO_PAGEFAULTS_LO),
-    PLAIN(object, TASKINFO_SYSTIME_LO),
-    PLAIN(object, TASKINFO_SYSTIME_HI),
-    PLAIN(object, TASKINFO_SYSCALLS_LO),
-    PLAIN(object, TASKINFO_SYSCALLS_HI),
-    PLAIN(object, TASKINFO_CRTICK_LO),
-    PLAIN(object, TASKINFO_CRTICK_HI),
-    PLAIN(object, TASKINFO_VOLCTXSW_LO),
-    PLAIN(object, TASKINFO_VOLCTXSW_HI),
-    PLAIN(object, TASKINFO_INVCTXSW_LO),
-    PLAIN(object, TASKINFO_INVCTXSW_HI),
-    HEX(object, TASKINFO_GROUP),
-    HEX(object, TASKINFO_IDS),
-    HEX(object, TASKINFO_PARENT),
-
-    PLAIN(object, THREADINFO_PRIORITY),
-    PLAIN(object, THREADINFO_ERROR),
-    HEX(object, THREADINFO_PC),
-    PLAIN(object, THREADINFO_EXETIME),
-    PLAIN(object, THREADINFO_DEPTH),
-    HEX(object, THREADINFO_FETCHED_REGISTER),
-    HEX(object, THREADINFO_STACKPTR),
-    HEX(object, THREADINFO_WAITON),
-    HEX(object, THREADINFO_WAITON_MASTER),
-    PLAIN(object, THREADINFO_VOLCTXSW_LO),
-    PLAIN(object, THREADINFO_VOLCTXSW_HI),
-    PLAIN(object, THREADINFO_INVCTXSW_LO),
-    PLAIN(object, THREADINFO_INVCTXSW_HI),
-
-    PLAIN(object, ISRINFO_NUMBER),
-    PLAIN(object, ISRINFO_PRIORITY),
-    PLAIN(object, ISRINFO_SCHEDULED_HI),
-    PLAIN(object, ISRINFO_SCHEDULED_LO),
-    PLAIN(object, ISRINFO_SYSCALLS_HI),
-    PLAIN(object, ISRINFO_SYSCALLS_LO),
-    PLAIN(object, ISRINFO_PAGEFAULTS_HI),
-    PLAIN(object, ISRINFO_PAGEFAULTS_LO),
-    PLAIN(object, ISRINFO_ISRTIME_HI),
-    PLAIN(object, ISRINFO_ISRTIME_LO),
-
-    HEX(object, MEMINFO_BEGIN),
-    HEX(object, MEMINFO_END),
-    HEX(object, MEMINFO_BASE),
-    PLAIN(object, MEMINFO_PAGES),
-    HEX(object, MEMINFO_FLAGS),
-    PLAIN(object, MEMINFO_FREE_PAGES),
-
-    HEX(object, VSINFO_BEGIN),
-    PLAIN(object, VSINFO_PAGES),
-    PLAIN(object, VSINFO_TYPE),
-    PLAIN(object, VSINFO_GLOBAL),
-
-    PLAIN(object, MEMOINFO_SIZE),
-    PLAIN(object, MEMOINFO_ALLOC),
-    PLAIN(object, MEMOINFO_VIEWS),
-    PLAIN(object, MEMOINFO_COPIES),
-    PLAIN(object, MEMOINFO_DELETED),
-    HEX(object, MEMOINFO_HWADDR),
-    HEX(object, MEMOINFO_FIXADDR),
-    HEX(object, MEMOINFO_TYPE),
-    HEX(object, MEMOINFO_RECLAIM),
-
-    PLAIN(object, VIEWINFO_PAGES),
-    HEX(object, VIEWINFO_BEGIN),
-    PLAIN(object, VIEWINFO_OFFSET),
-    HEX(object, VIEWINFO_MEMO),
-    HEX(object, VIEWINFO_FLAGS),
-
-    PLAIN(data_group, KSYSIDX_REGISTERINFO),
-    PLAIN(data_group, KSYSIDX_REGISTERINFO_TABLE),
-    PLAIN(data_group, KSYSIDX_TRACE),
-    PLAIN(data_group, KSYSIDX_TRACE_RAW_WORDS),
-    PLAIN(data_group, KSYSIDX_TRACE_ENTRY_WORDS),
-
-    PLAIN(register_info, KSYSIDX_REGISTERINFO_COUNT),
-    PLAIN(register_info, KSYSIDX_REGISTERINFO_STRIDE),
-    PLAIN(register_info, KSYSIDX_REGISTERINFO_MAXNAMELEN),
-
-    PLAIN(trace, KSYSIDX_TRACE_WORDS),
-    PLAIN(trace, KSYSIDX_TRACE_BUFFERS),
-    PLAIN(trace, KSYSIDX_TRACE_WORDS_PER_BUFFER),
-    PLAIN(trace, KSYSIDX_TRACE_LARGEST_ENTRY),
-
+#include "hosted/items.inc"  // an ITEM for each item of platform/kernel.h; CMakeLists.txt makes it
     named_item{naming::service_type, form::plain, "integer", SVCTYPE_INTEGER},
     named_item{naming::service_type, form::plain, "string", SVCTYPE_STRING},
     named_item{naming::service_type, form::plain, "wide string", SVCTYPE_WIDE_STRING},
     named_item{naming::service_type, form::plain, "sockaddr", SVCTYPE_SOCKADDR},
 };
 
-#undef PLAIN
-#undef HEX
+#undef ITEM
 
 constexpr bool name_order(const named_item &a, const named_item &b) {
     return std::tie(a.kind, a.name) < std::tie(b.kind, b.name);
