@@ -7,59 +7,24 @@
 
 #include <cstdint>
 
-int sb_counters(int argc, char **argv);
-int sb_date(int argc, char **argv);
-int sb_devping(int argc, char **argv);
-int sb_devquery(int argc, char **argv);
-int sb_dumpktrace(int argc, char **argv);
-int sb_free(int argc, char **argv);
-int sb_kblayout(int argc, char **argv);
-int sb_lscpureg(int argc, char **argv);
-int sb_lsisr(int argc, char **argv);
-int sb_lsmaj(int argc, char **argv);
-int sb_lsmem(int argc, char **argv);
-int sb_raiseexc(int argc, char **argv);
-int sb_readlog(int argc, char **argv);
-int sb_readreg(int argc, char **argv);
-int sb_sendlog(int argc, char **argv);
-int sb_svccall(int argc, char **argv);
-int sb_svcinfo(int argc, char **argv);
-int sb_task(int argc, char **argv);
-int sb_taskkill(int argc, char **argv);
-int sb_threads(int argc, char **argv);
-int sb_tmemo(int argc, char **argv);
-int sb_tprop(int argc, char **argv);
-int sb_treereg(int argc, char **argv);
-int sb_tview(int argc, char **argv);
-int sb_uptime(int argc, char **argv);
+// Every command, in alphabetical order, in which they are listed and their links made. For each, sb_NAME is its entry,
+// and sb_NAME_line is its line as a table, for programs that write manual pages and completions.
+// clang-format off
+#define SB_COMMANDS(COMMAND) \
+    COMMAND(counters) COMMAND(date) COMMAND(devping) COMMAND(devquery) COMMAND(dumpktrace) \
+    COMMAND(free) COMMAND(kblayout) COMMAND(lscpureg) COMMAND(lsisr) COMMAND(lsmaj) \
+    COMMAND(lsmem) COMMAND(raiseexc) COMMAND(readlog) COMMAND(readreg) COMMAND(sendlog) \
+    COMMAND(svccall) COMMAND(svcinfo) COMMAND(task) COMMAND(taskkill) COMMAND(threads) \
+    COMMAND(tmemo) COMMAND(tprop) COMMAND(treereg) COMMAND(tview) COMMAND(uptime)
+// clang-format on
 
-// The lines of the commands as tables, for programs that write manual pages and completions.
 struct sb_description;
-extern const sb_description sb_counters_line;
-extern const sb_description sb_date_line;
-extern const sb_description sb_devping_line;
-extern const sb_description sb_devquery_line;
-extern const sb_description sb_dumpktrace_line;
-extern const sb_description sb_free_line;
-extern const sb_description sb_kblayout_line;
-extern const sb_description sb_lscpureg_line;
-extern const sb_description sb_lsisr_line;
-extern const sb_description sb_lsmaj_line;
-extern const sb_description sb_lsmem_line;
-extern const sb_description sb_raiseexc_line;
-extern const sb_description sb_readlog_line;
-extern const sb_description sb_readreg_line;
-extern const sb_description sb_sendlog_line;
-extern const sb_description sb_svccall_line;
-extern const sb_description sb_svcinfo_line;
-extern const sb_description sb_task_line;
-extern const sb_description sb_taskkill_line;
-extern const sb_description sb_threads_line;
-extern const sb_description sb_tmemo_line;
-extern const sb_description sb_tprop_line;
-extern const sb_description sb_treereg_line;
-extern const sb_description sb_tview_line;
-extern const sb_description sb_uptime_line;
+
+#define SB_COMMAND(name)                                                                                               \
+    int sb_##name(int argc, char **argv);                                                                              \
+    extern const sb_description sb_##name##_line;
+SB_COMMANDS(SB_COMMAND)
+#undef SB_COMMAND
 
 // Steps of commands that stand on their own, for programs that bring their own data.
 

@@ -6,8 +6,8 @@ cd "$(dirname "$0")/../.."
 stub=$PWD/build/kernel/libkernel_stub.a
 mkdir -p build/kernel
 grep -o '_SL_[A-Za-z]*(' src/platform/kernel.h | tr -d '(' | LC_ALL=C sort -u >build/kernel/declared
-grep -ho '"_SL_[A-Za-z]*"' src/hosted/kernel/* | tr -d '"' | LC_ALL=C sort -u >build/kernel/named
-diff build/kernel/declared build/kernel/named || { echo "hosted/kernel names other calls than kernel.h"; exit 1; }
+sed -n 's/.* CALL([a-z_]*, \([A-Za-z]*\),.*/_SL_\1/p' src/hosted/kernel/calls.h | LC_ALL=C sort -u >build/kernel/named
+diff build/kernel/declared build/kernel/named || { echo "hosted/kernel/calls.h lists other calls than kernel.h"; exit 1; }
 sed 's/.*/unsigned long &(void) { return ~0ul; }/; /GetState/s/~//' build/kernel/declared >build/kernel/stub.c
 "${CC:-cc}" -O2 -c build/kernel/stub.c -o build/kernel/stub.o
 rm -f "$stub"
