@@ -36,7 +36,9 @@ endforeach()
 # ---- manual pages -------------------------------------------------------------------------------------------------
 
 find_program(VENTIX_SCDOC scdoc DOC "Translates the manual pages")
-if(VENTIX_SCDOC)
+if(NOT VENTIX_INSTALL)
+    # Nobody installs from this build.
+elseif(VENTIX_SCDOC)
     file(GLOB pages CONFIGURE_DEPENDS docs/man/*.scd)
     set(translate ${CMAKE_CURRENT_SOURCE_DIR}/docs/man/translate.sh)
     set(translated)
@@ -54,6 +56,30 @@ if(VENTIX_SCDOC)
     add_custom_target(man ALL DEPENDS ${translated})
 else()
     message(STATUS "No manual pages: scdoc is missing (apt-get install scdoc)")
+endif()
+
+# ---- completions --------------------------------------------------------------------------------------------------
+
+if(VENTIX_INSTALL)
+    add_executable(ventix_describe completions/describe.cpp)
+    target_link_libraries(ventix_describe PRIVATE ventix_table)
+    file(GLOB pages CONFIGURE_DEPENDS docs/man/*.scd)
+    set(scripts)
+    foreach(script ventix.bash _ventix)
+        set(target ${CMAKE_CURRENT_BINARY_DIR}/completions/${script})
+        add_custom_command(OUTPUT ${target} VERBATIM
+            DEPENDS ventix_describe ventix completions/generate.sh completions/${script} machines/demo.json ${pages}
+            COMMAND sh -c "\"$0\" \"$1\" \"$2\" \"$3\" \"$4\" >\"$5\""
+                ${CMAKE_CURRENT_SOURCE_DIR}/completions/generate.sh $<TARGET_FILE:ventix_describe> $<TARGET_FILE:ventix>
+                ${CMAKE_CURRENT_SOURCE_DIR}/docs/man ${CMAKE_CURRENT_SOURCE_DIR}/completions/${script} ${target})
+        list(APPEND scripts ${target})
+    endforeach()
+    file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/completions)
+    add_custom_target(completions ALL DEPENDS ${scripts})
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/ventix.bash RENAME ventix COMPONENT runtime
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/_ventix COMPONENT runtime
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
 endif()
 
 # ---- libraries and headers ----------------------------------------------------------------------------------------
@@ -79,7 +105,7 @@ function(ventix_archive target exported archive)
     install(TARGETS ${target} EXPORT ventixTargets ARCHIVE COMPONENT development)
 endfunction()
 
-if(VENTIX_LIBRARIES)
+if(VENTIX_INSTALL)
     ventix_archive(ventix_client_archive client ventix FOLDERS src/platform src/colp src/common
         LEAVE_OUT src/platform/${ventix_plain})
     ventix_archive(ventix_hosted_archive hosted ventix-hosted FOLDERS src/hosted LEAVE_OUT src/hosted/start.cpp

@@ -10,7 +10,7 @@ say() {
 
 commands=$(build/release/ventix --list)
 for file in src/commands/*.cpp; do
-    case " "$(echo $commands)" " in *" $(basename "$file" .cpp) "*) ;; *) say "$file is no command of the table" ;; esac
+    printf '%s\n' "$commands" | grep -qx "$(basename "$file" .cpp)" || say "$file is no command of the table"
 done
 for command in $commands; do
     cases=tests/cases/$command.case

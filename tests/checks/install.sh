@@ -9,7 +9,8 @@ trap 'rm -rf "$stage"' EXIT
 fail() { printf '%s\n' "$*"; exit 1; }
 
 DESTDIR=$stage ./dev install /opt/ventix
-[ "$(ls "$stage")" = opt ] && [ "$(ls "$stage/opt")" = ventix ] || fail "something was installed outside the prefix"
+[ "$(ls "$stage" "$stage/opt" | tr '\n' ' ')" = "$stage: opt  $stage/opt: ventix " ] ||
+    fail "something was installed outside the prefix"
 root=$stage/opt/ventix
 [ "$(cd "$root/lib/ventix/bin" && ls)" = "$("$root/bin/ventix" --list)" ] || fail "the links are not the commands"
 VENTIX_MACHINE=$root/share/ventix/machines/demo.json "$root/lib/ventix/bin/task" -n >/dev/null

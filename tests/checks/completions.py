@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+# tests/checks/completions.py - types in a real bash and a real zsh, on a pseudo-terminal, and compares the line that TAB
+# makes of it.
+#   completions.py DIRECTORY    where an installation is: its bin, share and lib
+import os
+import pty
+import re
+import select
+import sys
+import tempfile
+import time
+
+root = os.path.abspath(sys.argv[1])
+source = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+machine = '''{"state": {"KSTATE_PAGE_SIZE": 4096}, "tasks": [%s], "devices": [{"name": "disk 1"}]}''' % ", ".join(
+    '{"handle": %d, "name": "%s", "info": {"TASKINFO_FLAGS": 0, "TASKINFO_PRIORITY": 1, "TASKINFO_THREADS": 0, '
+    '"TASKINFO_MEMOS": 0, "TASKINFO_ALLOC_PAGES": 1, "TASKINFO_RESERVED_PAGES": 1}}' % task
+    for task in ((4097, "Web Content"), (4098, "kworker/0:1"), (4099, "it's")))
+
+# What is typed, the line after it, and what is shown besides.
+rows = [
+    ("ventix tas\t\t\t", "ventix task", ["taskkill"]),
+    ("ventix upt\t", "ventix uptime ", []),
+    ("ventix task --acc\t", "ventix task --accumtime ", []),
+    ("ventix task --p\t\t", "ventix task --p", ["--pfnum", "--parent", "Show PF"]),
+    ("ventix task -S fancyw\t", "ventix task -S fancyw ", []),
+    ("ventix task --style=si\t", "ventix task --style=simple ", []),
+    ("ventix task -n --sort \t\t", "ventix task -n --sort ", ["6", "Name"]),
+    ("ventix task --sort 2,d\t", "ventix task --sort 2,desc ", []),
+    ("ventix tview --sort \t\t", "ventix tview --sort ", ["7", "Owner"]),
+    ("ventix threads netd etherd regi\t", "ventix threads netd etherd registry ", []),
+    ("ventix threads -P 0x101\t\t", "ventix threads -P 0x101", ["0x1016", "diskd"]),
+    ("ventix tprop pr\t-P 0x1022\t", "ventix tprop prior -P 0x1022 ", []),
+    ("ventix raiseexc SIG\tin\t", "ventix raiseexc SIGNAL init ", []),
+    ("ventix devping rt\teth\t", "ventix devping rtc0 eth0 ", []),
+    ("ventix devquery disk0 QUE\t", "ventix devquery disk0 QUERY_POWER_LEVEL ", []),
+    ("ventix svccall demo ec\tnu\t", "ventix svccall demo echo number=", []),
+    ("ventix readreg har\tnet/\tmt\t", "ventix readreg hardware/net/eth0/mtu ", []),
+    ("ventix treereg config/b\t", "ventix treereg config/boot/", []),
+    ("ventix sendlog x\t", "ventix sendlog x", []),
+    ("ventix nosuch x\t", "ventix nosuch x", []),
+    ("threads regi\t", "threads registry ", []),
+    ("free --rec\t", "free --reclaim ", []),
+    ("VENTIX_MACHINE=fir\t", "VENTIX_MACHINE=first.json", []),
+    ("export VENTIX_MACHINE=fir\t", "export VENTIX_MACHINE=first.json", []),
+    # A machine whose words have to be quoted, and one that cannot be used.
+    (("first.json", "ventix threads We\t"), "ventix threads Web\\ Content ", []),
+    (("first.json", "ventix threads 'We\t"), "ventix threads 'Web Content' ", []),
+    (("first.json", "ventix threads kworker/0:\t"), "ventix threads kworker/0:1 ", []),
+    (("first.json", "ventix threads it\t"), "ventix threads it\\'s ", []),
+    (("first.json", "ventix devping di\t"), "ventix devping disk\\ 1 ", []),
+    (("nosuch.json", "ventix threads a\t"), "ventix threads a", []),
+]
+
+
+class Shell:
+    def __init__(self, name, directory):
+        self.line_file = os.path.join(directory, "line")
+        start = {
+            "bash": f"""PS1='READY> '; bind 'set enable-bracketed-paste off'; bind 'set bell-style none'
+                        . {root}/share/bash-completion/completions/ventix
+                        show() {{ printf %s "$READLINE_LINE" >{self.line_file}.new; mv {self.line_file}.new {self.line_file}; }}
+                        bind -x '"\\C-xp": show'""",
+            "zsh": f"""PS1='READY> '; unsetopt beep auto_menu zle_bracketed_paste prompt_cr prompt_sp
+                       fpath=({root}/share/zsh/site-functions $fpath); autoload -U compinit; compinit -u -d {directory}/dump
+                       zle -N show; show() {{ print -rn -- "$BUFFER" >{self.line_file}.new; mv {self.line_file}.new {self.line_file}; }}
+                       bindkey '^Xp' show; bindkey -e; bindkey '^Xp' show""",
+        }[name]
+        rc = os.path.join(directory, "rc")
+        with open(rc, "w") as file:
+            file.write(start + "\n")
+        self.pid, self.terminal = pty.fork()
+        if self.pid == 0:
+            os.chdir(directory)
+            environment = {"PATH": f"{root}/lib/ventix/bin:{root}/bin:/usr/bin:/bin", "HOME": directory, "TERM": "dumb", "COLUMNS": "200", "LANG": "C.UTF-8",
+                           "VENTIX_MACHINE": f"{root}/share/ventix/machines/demo.json"}
+            words = {"bash": ["bash", "--norc", "-i"], "zsh": ["zsh", "-f", "-i"]}[name]
+            os.execvpe(words[0], words, environment)
+        self.type(f" . {rc}\n")
+        self.screen_until("READY> ", 20)
+
+    def type(self, text):
+        os.write(self.terminal, text.encode())
+
+    def screen_until(self, wanted, seconds):
+        screen, end = "", time.monotonic() + seconds
+        while wanted not in screen and time.monotonic() < end:
+            if select.select([self.terminal], [], [], 0.05)[0]:
+                screen += os.read(self.terminal, 65536).decode(errors="replace")
+        return screen
+
+    def settled(self):
+        screen = ""
+        while select.select([self.terminal], [], [], 0.25)[0]:
+            screen += os.read(self.terminal, 65536).decode(errors="replace")
+        return screen
+
+    def complete(self, keys):
+        screen = ""
+        for part in re.split(r"(?<=\t)(?!\t)", keys):
+            self.type(part)
+            screen += self.settled()
+        if os.path.exists(self.line_file):
+            os.unlink(self.line_file)
+        self.type("\x18p")
+        end = time.monotonic() + 10
+        while not os.path.exists(self.line_file) and time.monotonic() < end:
+            screen += self.settled()
+        line = open(self.line_file).read() if os.path.exists(self.line_file) else "no line"
+        self.type("\x15\x0b")  # what was typed is not run
+        self.settled()
+        return line, screen
+
+
+failed = 0
+for name in ("bash", "zsh"):
+    with tempfile.TemporaryDirectory() as directory:
+        with open(os.path.join(directory, "first.json"), "w") as file:
+            file.write(machine)
+        shell = Shell(name, directory)
+        current = None
+        for keys, expected, shown in rows:
+            wanted, keys = keys if isinstance(keys, tuple) else (None, keys)
+            if wanted != current:
+                shell.type(f" export VENTIX_MACHINE={wanted}\n")
+                shell.settled()
+                current = wanted
+            line, screen = shell.complete(keys)
+            if line.rstrip() != expected.rstrip() or any(text not in screen for text in shown):
+                print(f"{name}: {keys!r} gave {line!r}, not {expected!r}; on the screen: {screen!r}, expected: {shown}")
+                failed += 1
+        os.close(shell.terminal)
+        os.waitpid(shell.pid, 0)
+sys.exit(failed > 0)
