@@ -1,12 +1,11 @@
 // Machine files as text: what is refused, and that a saved machine is the machine that was loaded.
 #include <gtest/gtest.h>
+#include <regex.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
-#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -91,7 +90,9 @@ TEST(Save, LoadsAsTheSameMachine) {
             std::string message;
             ASSERT_TRUE(load(machine, records, message)) << message;
             const std::string saved = machine_text(records);
-            if (file.path().stem() == "everything") EXPECT_EQ(saved, machine);
+            if (file.path().stem() == "everything") {
+                EXPECT_EQ(saved, machine);
+            }
             ASSERT_TRUE(load(saved, again, message)) << message;
             EXPECT_EQ(machine_text(again), saved);
         }
@@ -104,6 +105,14 @@ std::vector<std::string> lines_of(const std::string &text) {
     for (std::string line; getline(rest, line);) lines.push_back(line);
     std::sort(lines.begin(), lines.end());
     return lines;
+}
+
+bool matches(const std::string &line, const std::string &pattern) {
+    regex_t compiled;
+    EXPECT_EQ(regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB), 0) << pattern;
+    const bool found = regexec(&compiled, line.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
 }
 
 // A run changes the lines of what it changed, and no other.
@@ -132,22 +141,11 @@ TEST(Save, ShowsOnlyWhatChanged) {
         std::set_symmetric_difference(old_lines.begin(), old_lines.end(), new_lines.begin(), new_lines.end(),
                                       std::back_inserter(different));
         EXPECT_FALSE(different.empty()) << arguments[0];
-        for (const auto &line : different) EXPECT_TRUE(std::regex_search(line, std::regex(changed))) << line;
+        for (const auto &line : different) EXPECT_TRUE(matches(line, changed)) << line;
     }
 }
 
 // ---- the tables -----------------------------------------------------------------------------------------------------
-
-TEST(Tables, NameEveryItemOfTheKernel) {
-    const std::string kernel = read_file(VENTIX_SOURCE_DIR "/src/platform/kernel.h");
-    const std::regex item(R"(\b((KSTATE|[A-Z]+INFO|KSYSIDX)_\w+) =)");
-    std::set<std::string> named, found;
-    for (const auto &each : hosted::described::named_items()) {
-        if (each.kind != hosted::described::naming::service_type) named.emplace(each.name);
-    }
-    for (std::sregex_iterator at(kernel.begin(), kernel.end(), item), end; at != end; ++at) found.insert((*at)[1]);
-    EXPECT_EQ(named, found);
-}
 
 TEST(Tables, MakeTheSchema) {
     EXPECT_EQ(hosted::described::machine_schema(), read_file(VENTIX_SOURCE_DIR "/docs/machine.schema.json"));
