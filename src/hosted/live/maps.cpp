@@ -92,7 +92,9 @@ bool parse_mapping(std::string_view line, mapping_line &out) {
     out.writable = permissions[1] == 'w';
     out.executable = permissions[2] == 'x';
     out.shared = permissions[3] == 's';
+    scan.skip_blanks();
     if (!scan.hexadecimal(out.offset)) return false;
+    scan.skip_blanks();
     if (!parse_file(scan, out)) return false;
     scan.skip_blanks();
     out.name = scan.rest();

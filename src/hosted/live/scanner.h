@@ -37,7 +37,7 @@ public:
         return {begin, static_cast<size_t>(at_ - begin)};
     }
 
-    // Each number is read after blanks. False where there is none, or it does not fit.
+    // Each returns false where there is no number, or it does not fit. Decimal ones may follow blanks.
     bool decimal(uint64_t &value) {
         skip_blanks();
         return digits(value);
@@ -50,7 +50,6 @@ public:
         return true;
     }
     bool hexadecimal(uint64_t &value) {
-        skip_blanks();
         constexpr ptrdiff_t MOST_DIGITS = 16;
         const char *begin = at_;
         uint64_t read = 0;

@@ -1,10 +1,12 @@
 // processes_test.cpp - the live machine's tasks and threads, on children of the test alone.
+#include <elf.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 
 #include <atomic>
@@ -332,6 +334,72 @@ TEST(LiveProcesses, OneIsEndedAndNotItsGroup) {
     EXPECT_TRUE(WIFSIGNALED(child.reap()));
 }
 
+#if defined(__x86_64__)
+// A 32-bit program that waits on a word of its own header: futex has another number there.
+TEST(LiveProcesses, CallsOf32BitPrograms) {
+    constexpr Elf32_Addr base = 0x08048000, word = base + offsetof(Elf32_Ehdr, e_shoff);
+    const struct {
+        Elf32_Ehdr header;
+        Elf32_Phdr segment;
+        unsigned char code[20];
+    } program = {{.e_ident = {0x7F, 'E', 'L', 'F', ELFCLASS32, ELFDATA2LSB, EV_CURRENT},
+                  .e_type = ET_EXEC,
+                  .e_machine = EM_386,
+                  .e_version = EV_CURRENT,
+                  .e_entry = base + sizeof(Elf32_Ehdr) + sizeof(Elf32_Phdr),
+                  .e_phoff = sizeof(Elf32_Ehdr),
+                  .e_shoff = 0,
+                  .e_flags = 0,
+                  .e_ehsize = sizeof(Elf32_Ehdr),
+                  .e_phentsize = sizeof(Elf32_Phdr),
+                  .e_phnum = 1,
+                  .e_shentsize = 0,
+                  .e_shnum = 0,
+                  .e_shstrndx = 0},
+                 {PT_LOAD, 0, base, base, sizeof program, sizeof program, PF_R | PF_X, 4096},
+                 // eax = 240, ebx = word, ecx = edx = esi = 0, int 0x80, from the start
+                 {0xB8,
+                  240,
+                  0,
+                  0,
+                  0,
+                  0xBB,
+                  word & 0xFF,
+                  word >> 8 & 0xFF,
+                  word >> 16 & 0xFF,
+                  word >> 24,
+                  0x31,
+                  0xC9,
+                  0x31,
+                  0xD2,
+                  0x31,
+                  0xF6,
+                  0xCD,
+                  0x80,
+                  0xEB,
+                  0xEC}};
+    const scratch_directory scratch;
+    const std::string path = scratch.write("small", {reinterpret_cast<const char *>(&program), sizeof program});
+    chmod(path.c_str(), 0700);
+    own_child child([&](own_child &self) {
+        self.say(1);
+        execl(path.c_str(), path.c_str(), static_cast<char *>(nullptr));
+        _exit(1);
+    });
+    child.heard();
+    const auto runs = [&] { return status_of(child.id(), "Name:") == "small"; };
+    for (int i = 0; i < 5000 && !runs() && status_of(child.id(), "State:") != "Z"; i++) usleep(1000);
+    if (!runs()) GTEST_SKIP() << "no 32-bit programs here";
+    await_state(child.id(), "S");
+    process_table table;
+    live::thread *waiting = nullptr;
+    uint64_t value = 0;
+    ASSERT_EQ(table.find_thread(live::THREAD_HANDLES.first + child.handle(), waiting), RESULT_SUCCESS);
+    EXPECT_EQ(waiting->item(THREADINFO_WAITON, value), RESULT_SUCCESS);
+    EXPECT_EQ(value, word);
+}
+#endif
+
 // Gives the number of a process that has ended to another one, among numbers of its own: the system's are for others.
 TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     const auto pass_on = [](own_child &self) {
@@ -352,6 +420,8 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
         self.say(static_cast<int64_t>(knows.end(second.handle())));
         self.say(static_cast<int64_t>(looks.name(second.handle(), name)));  // not the other's beside what was read
         self.say(second.is_alive());
+        const bool listed_again = published(knows).contains(id);  // so that its handle names the second
+        self.say(listed_again ? static_cast<int64_t>(knows.raise(second.handle(), EXC_SIGNAL, SIGCONT)) : -1);
         self.say(static_cast<int64_t>(was_told.end(second.handle())));
     };
     own_child outside([&](own_child &self) {
@@ -360,8 +430,8 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
         while (true) pause();
     });
     if (outside.heard() != 1) GTEST_SKIP() << "the next process number cannot be chosen";
-    for (const uint64_t wanted : std::initializer_list<uint64_t>{true, RESULT_NO_OBJECT, RESULT_NO_OBJECT,
-                                                                 RESULT_NO_OBJECT, true, RESULT_SUCCESS}) {
+    for (const uint64_t wanted : std::initializer_list<uint64_t>{
+             true, RESULT_NO_OBJECT, RESULT_NO_OBJECT, RESULT_NO_OBJECT, true, RESULT_SUCCESS, RESULT_SUCCESS}) {
         EXPECT_EQ(outside.heard(), static_cast<int64_t>(wanted));
     }
 }
@@ -449,11 +519,19 @@ TEST(LiveProcesses, HiddenProcesses) {
             process_table table;
             self.say(published(table).contains(foreign.id()) ? 0 : 1);
             self.say(static_cast<int64_t>(table.end(foreign.handle())));
+            uint64_t result = 0, first = 0, state = 0;
+            const auto walk = table.walk_all(result);
+            const bool shown = walk->step() == RESULT_SUCCESS && walk->info(OBJINFO_HANDLE, first) == RESULT_SUCCESS &&
+                               walk->info(OBJINFO_STATE, state) == RESULT_SUCCESS;
+            self.say(shown && first == 1 && state == TASKSTATE_BLOCKED);
+            self.say(static_cast<int64_t>(table.end(1)));
         });
         if (viewer.heard() != 1) GTEST_SKIP() << "no right to mount";
         const bool hidden = std::string(options) == "hidepid=2";
         EXPECT_EQ(viewer.heard(), 1) << options;
         EXPECT_EQ(viewer.heard(), static_cast<int64_t>(hidden ? RESULT_NO_OBJECT : RESULT_NOT_PERMITTED)) << options;
+        EXPECT_EQ(viewer.heard(), 1) << options;
+        EXPECT_EQ(viewer.heard(), static_cast<int64_t>(RESULT_NOT_PERMITTED)) << options;
         EXPECT_TRUE(foreign.is_alive());
     }
 }
