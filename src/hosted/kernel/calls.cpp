@@ -28,15 +28,18 @@ public:
 
     // Registers the thread if it is new in this run. Called with the kernel's lock held.
     void enter(run &now) {
-        if (run_ == now.number) return;
-        now.kernel.enter(who_, now.kernel.start().task, now.kernel.machine().thread(!now.entered));
-        now.entered = true;
-        run_ = now.number;
+        if (run_ != now.number) enter_kernel(now);
     }
 
     caller &who() { return who_; }
 
 private:
+    [[gnu::cold, gnu::noinline]] void enter_kernel(run &now) {
+        now.kernel.enter(who_, now.kernel.start().task, now.kernel.machine().thread(!now.entered));
+        now.entered = true;
+        run_ = now.number;
+    }
+
     uint64_t run_ = 0;  // number of the run that it is registered in
     caller who_;
 };
@@ -49,6 +52,33 @@ bool is_only_thread() { return __libc_single_threaded != 0; }
 
 using lock_type = std::unique_lock<std::mutex>;
 
+// What few runs need is out of the way of the many calls: faults, observers, the log, and the ends of a run.
+
+bool is_watched(const run &now) { return now.watching != nullptr || !now.faults.empty() || now.log.is_open(); }
+
+// The result to replace a call with, or nothing.
+[[gnu::cold, gnu::noinline]] std::optional<uint64_t> fault_for(run &now, call which, uint32_t code,
+                                                               std::span<const argument> arguments) {
+    std::optional<uint64_t> fault;
+    if (now.watching != nullptr) fault = now.watching->begins(which, arguments);
+    if (!fault) fault = now.faults.strike(which, code);
+    return fault;
+}
+
+[[gnu::cold, gnu::noinline]] void report(run &now, call which, std::span<const argument> arguments, bool succeeded,
+                                         uint64_t result) {
+    if (now.log.is_open()) now.log.write(which, arguments, succeeded, result);
+    if (now.watching != nullptr) now.watching->ended(which, arguments, result, succeeded);
+}
+
+// The result of a call that fails before or instead of acting; a call that returns a value returns the one given.
+[[gnu::cold, gnu::noinline]] uint64_t fail(caller &who, call which, uint64_t failure, uint64_t value) {
+    const call_returns returned = properties_of(which).returns;
+    if (returned == call_returns::value) return value;
+    who.last_error = failure;
+    return returned == call_returns::handle ? NO_OBJECT : failure;
+}
+
 // One kernel call. The body gets the kernel, its lock and the caller, and returns the call's result. A handle that it
 // could not make, or a code other than success, is the call's failure.
 template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, uint32_t code, Body body) {
@@ -56,13 +86,10 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     lock_type lock(now.kernel.mutex(), std::defer_lock);
     if (!is_only_thread()) lock.lock();
     const std::span<const argument> arguments(given.begin(), given.size());
+    const bool watched = is_watched(now);
     std::optional<uint64_t> fault;
-    if (now.watching != nullptr) fault = now.watching->begins(which, arguments);
-    if (!fault && !now.faults.empty()) fault = now.faults.strike(which, code);
+    if (watched) fault = fault_for(now, which, code, arguments);
 
-    const call_returns returned = properties_of(which).returns;
-    const bool gives_handle = returned == call_returns::handle;
-    const bool gives_value = returned == call_returns::value;
     registration &thread = registered;  // looked up once
     caller &who = thread.who();
     uint64_t result = 0;
@@ -70,27 +97,23 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
         thread.enter(now);
         if (now.calls_left-- == 0) {
             who.fate = fate::endless;
-        } else if (fault) {
-            result = gives_handle ? NO_OBJECT : *fault;
-            if (gives_handle) who.last_error = *fault;
         } else {
-            result = body(now.kernel, lock, who);
+            result = fault ? fail(who, which, *fault, *fault) : body(now.kernel, lock, who);
         }
     } catch (const std::bad_alloc &) {
-        const uint64_t failure = gives_value ? 0 : uint64_t{RESULT_NO_MEMORY};
-        result = gives_handle ? NO_OBJECT : failure;
-        who.last_error = RESULT_NO_MEMORY;
+        result = fail(who, which, RESULT_NO_MEMORY, 0);
     }
     if (who.fate != fate::returns) end_in_call(now, lock, who, which, arguments);
 
-    const bool succeeded = gives_value || (gives_handle ? result != NO_OBJECT : result == RESULT_SUCCESS);
-    if (!succeeded && !gives_handle) who.last_error = result;
+    const call_returns returned = properties_of(which).returns;
+    const bool succeeded = returned == call_returns::value ||
+                           (returned == call_returns::handle ? result != NO_OBJECT : result == RESULT_SUCCESS);
+    if (!succeeded && returned == call_returns::code) who.last_error = result;
     if (trace_ring *const ring = now.kernel.trace()) {
         const uint8_t shown = succeeded ? trace_ring::SUCCEEDED : trace_ring::FAILED;
-        ring->record(which, gives_value ? uint8_t{trace_ring::GAVE_VALUE} : shown, arguments);
+        ring->record(which, returned == call_returns::value ? uint8_t{trace_ring::GAVE_VALUE} : shown, arguments);
     }
-    if (now.log.is_open()) now.log.write(which, arguments, succeeded && !fault, result);
-    if (now.watching != nullptr) now.watching->ended(which, arguments, result, succeeded && !fault);
+    if (watched) report(now, which, arguments, succeeded && !fault, result);
     return result;
 }
 
@@ -100,10 +123,8 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
 
 // A call that only a run-time library needs, and that this kernel does not offer.
 uint64_t not_offered(call which, std::initializer_list<argument> given) {
-    return invoke(which, given, [which](kernel &, auto &, caller &who) {
-        who.last_error = RESULT_BAD_ARGUMENT;
-        return properties_of(which).returns == call_returns::handle ? NO_OBJECT : uint64_t{RESULT_BAD_ARGUMENT};
-    });
+    return invoke(which, given,
+                  [which](kernel &, auto &, caller &who) { return fail(who, which, RESULT_BAD_ARGUMENT, 0); });
 }
 
 // A call that reads one figure into the caller's word: nothing is stored if it fails. The body returns the result and
