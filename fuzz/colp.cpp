@@ -5,7 +5,7 @@
 #include <string>
 
 #include "colp/random_table.h"
-#include "common/helpers.h"
+#include "common/tables.h"
 #include "input.h"
 
 namespace {

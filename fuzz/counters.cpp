@@ -1,5 +1,6 @@
 // counters.cpp - the printing of counter records: any bytes, read no further than they go.
 #include "commands/commands.h"
+#include "common/counter_records.h"
 #include "input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands/commands.h"
+#include "common/log_lines.h"
 #include "input.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <string_view>
 
 #include "commands/commands.h"
-#include "common/helpers.h"
+#include "common/log_lines.h"
 
 namespace {
 

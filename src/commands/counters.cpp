@@ -1,14 +1,11 @@
-// counters - print the statistics counters of one unit of a device.
+// commands/counters.cpp - print the statistics counters of one unit of a device.
 #include <algorithm>
-#include <bit>
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/counter_records.h"
 #include "platform/device.h"
 #include "platform/protocol/counters.h"
 
@@ -68,21 +65,6 @@ int show_unit(device_record *device, uint32_t unit, uint64_t reply_port, const o
 }  // namespace
 
 constexpr sb_description sb_counters_line = sb_describe(command_line, option_table);
-
-// The records are a device's: one that does not fit into what it returned ends the list.
-void sb_counters_print(const unsigned char *records, uint64_t size, bool hexadecimal) {
-    for (uint64_t at = 0; at < size && records[at] != 0;) {
-        const uint64_t name_room = records[at++];
-        if (name_room + COUNTER_VALUE_SIZE > size - at) return;
-        const auto *name = reinterpret_cast<const char *>(records + at);
-        at += name_room;
-        uint64_t value = 0;
-        for (uint64_t i = 0; i < COUNTER_VALUE_SIZE; i++) value |= uint64_t{records[at + i]} << (8 * i);
-        at += COUNTER_VALUE_SIZE;
-        const auto length = static_cast<int>(strnlen(name, name_room));
-        std::printf(hexadecimal ? "%.*s: 0x%" PRIX64 "\n" : "%.*s: %" PRIu64 "\n", length, name, value);
-    }
-}
 
 int sb_counters(int argc, char **argv) {
     options opts;

@@ -1,4 +1,4 @@
-// date - print the system's time or the real-time clock's, or set the real-time clock.
+// commands/date.cpp - print the system's time or the real-time clock's, or set the real-time clock.
 #include <sys/time.h>
 
 #include <cinttypes>
@@ -11,7 +11,7 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/text.h"
 #include "platform/device.h"
 #include "platform/protocol/rtc.h"
 #include "platform/registry.h"
@@ -22,7 +22,7 @@ constexpr char SEPARATORS[] = "-,.:";
 constexpr size_t SHORTEST_PATH = 2;
 constexpr int FIRST_YEAR = 1900;  // of the calendar record
 
-// It calls the registry path option -P, which is -p; kept.
+// Deliberate: names the registry path option -P, which is -p.
 constexpr char usage[] = R"(Usage: date [OPTION]... [-D NAME] [-P PATH]
   or:  date -S [OPTION]... [-D NAME] [-P PATH] DATE TIME
 Print or set date/time.
@@ -87,7 +87,7 @@ constexpr sb_commandline command_line = {
 
 // ---- operands -------------------------------------------------------------------------------------------------------
 
-// A number of decimal digits within bounds, and the text moved behind it.
+// A number of decimal digits within bounds; the text moves past it.
 bool parse_number(const char *&text, unsigned min, unsigned max, int &value) {
     const char *start = text;
     uint64_t number = 0;
@@ -138,7 +138,8 @@ int fail_format(const char *what) {
     return SB_FAILED;
 }
 
-// Overwrites the fields that the operands give. The status that ends the run, or nothing.
+// Overwrites the fields that the operands name.
+//   returns  the status that ends the run, or nothing
 std::optional<int> take_operands(int argc, char **argv, const options &opts, std::tm &tm, unsigned &milliseconds) {
     const bool both = !opts.epoch && opts.show_date && opts.show_time;
     if (argc != (both ? 2 : 1)) return sb_showusage(command_line);
@@ -171,7 +172,7 @@ int read_registry(const options &opts, sb_text &name, int32_t &unit) {
     const size_t length = std::strlen(opts.path);
     const size_t key_size = length + 1 + sizeof RTC_DEVICE_KEY;  // the longer of the two, with a '/' between
     const sb_text key(static_cast<char *>(std::malloc(key_size)));
-    if (!key || length < SHORTEST_PATH) return fail_setup("out of memory");  // a short path too; kept
+    if (!key || length < SHORTEST_PATH) return fail_setup("out of memory");  // Deliberate: a short path too
     const char *separator = opts.path[length - 1] == '/' ? "" : "/";
 
     if (opts.verbose) std::puts("date: get maximal binary length");
@@ -224,7 +225,7 @@ int sb_date_open_rtc(rtc &clock, const options &opts) {
     return SB_DONE;
 }
 
-// A failed read is told in the words of a failed set, and the record counts as it is; kept.
+// Deliberate: a failed read prints the message of a failed set, and the record is used as it is.
 void read_rtc(const rtc &clock, const options &opts, std::tm &tm, unsigned &milliseconds) {
     clock.request->header.command = RTCCMD_READ;
     if (SyncIO(&clock.request->header) != IO_SUCCESS) {
@@ -242,7 +243,7 @@ void read_rtc(const rtc &clock, const options &opts, std::tm &tm, unsigned &mill
     milliseconds = time.millisecond;
 }
 
-// The clock gets the fields of the chosen zone as they stand.
+// Sets the clock to the fields of the chosen zone, unconverted.
 void set_rtc(const rtc &clock, const options &opts, const std::tm &tm, unsigned milliseconds) {
     rtc_time &time = clock.request->time;
     time.year = static_cast<uint32_t>(tm.tm_year) + FIRST_YEAR;
@@ -266,7 +267,7 @@ void set_rtc(const rtc &clock, const options &opts, const std::tm &tm, unsigned 
 
 void display(const options &opts, std::tm tm, unsigned milliseconds) {
     if (opts.epoch) {
-        // The fields read as UTC, also those of a local time; kept.
+        // Deliberate: reads the fields as UTC, also those of a local time.
         const auto seconds = static_cast<unsigned long long>(timegm(&tm));
         std::printf(opts.compact ? "%llu\n" : "Epoch time: %llu seconds\n", seconds);
         return;

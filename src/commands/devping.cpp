@@ -1,5 +1,5 @@
-// devping - ping devices: one message to each, and a report of those that do not answer. Everything is printed on
-// standard output.
+// commands/devping.cpp - ping devices: one message to each, and a report of those that do not answer. Everything is
+// printed on standard output.
 #include <cstdio>
 
 #include "commands/commands.h"

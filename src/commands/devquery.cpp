@@ -1,4 +1,4 @@
-// devquery - send one named query with a numeric parameter to a device and print its answer.
+// commands/devquery.cpp - send one named query with a numeric parameter to a device and print its answer.
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>

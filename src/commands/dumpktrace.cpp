@@ -1,4 +1,4 @@
-// dumpktrace - the kernel's trace memory, as words or as entries.
+// commands/dumpktrace.cpp - the kernel's trace memory, as words or as entries.
 //
 // The trace is a row of buffers of equal size. A buffer's first word is its number of entries, which follow each other
 // from its fourth word on; an entry is a header word (type in bits 0-7, user byte in 8-15, length in words including
@@ -13,7 +13,6 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -93,7 +92,7 @@ bool get_word(uint64_t group, uint64_t index, uint64_t &word, const char *what =
 
 // ---- raw ------------------------------------------------------------------------------------------------------------
 
-// Prints words in rows. The limit bounds the index of the last word, not how many follow the start; kept.
+// Prints words in rows. Deliberate: the limit bounds the index of the last word, not the number of words.
 int dump_words(uint64_t total, const options &opts) {
     const uint64_t end = opts.limit != 0 ? std::min(opts.limit, total) : total;
     const auto index_width = static_cast<int>((std::bit_width(end) + 3) / 4);
@@ -151,7 +150,7 @@ bool print_entry(uint64_t position, uint64_t header, uint64_t end, bool multi_li
 }
 
 int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, uint64_t limit, bool multi_line) {
-    // An entry may be longer than the largest one that the kernel tells of, but not longer than its length field says.
+    // An entry may be longer than the largest one that the kernel reports, but not longer than its length field allows.
     const size_t room = 35 * (std::max(largest_entry, longest_entry) + 1) + 8;
     const std::unique_ptr<char[]> line(largest_entry <= sane_words ? new (std::nothrow) char[room] : nullptr);
     if (!line) return out_of_memory();

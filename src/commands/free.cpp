@@ -1,4 +1,4 @@
-// free - the total, used and free amounts of the system's memory.
+// commands/free.cpp - the total, used and free amounts of the system's memory.
 #include <algorithm>
 #include <array>
 #include <cinttypes>
@@ -7,7 +7,6 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -25,7 +24,7 @@ Display amount of free and used memory in the system.
     -v    --virt      display virtual memory
 )";
 
-// The readable units by exponent. P for the fourth power, without a T, is kept: scripts know it.
+// The readable units by exponent. Deliberate: P for the fourth power, without a T; scripts match it.
 constexpr struct {
     char suffix;
     unsigned decimals;

@@ -1,4 +1,5 @@
-// kblayout - print or set the keyboard layout of a terminal: standard input, or a device of the user's choice.
+// commands/kblayout.cpp - print or set the keyboard layout of a terminal: standard input, or a device of the user's
+// choice.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -6,7 +7,6 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "platform/protocol/terminal.h"
 #include "platform/terminal.h"
 

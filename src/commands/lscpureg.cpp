@@ -1,4 +1,4 @@
-// lscpureg - the processor registers that the kernel knows.
+// commands/lscpureg.cpp - the processor registers that the kernel knows.
 #include <cerrno>
 #include <cinttypes>
 #include <cstdint>
@@ -9,12 +9,13 @@
 #include "colp/colp.h"
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "common/registers.h"
+#include "common/tables.h"
+#include "common/text.h"
 #include "platform/kernel.h"
 
 namespace {
-constexpr char table_name[] = "lsreg";  // of this command in messages about its table; kept
+constexpr char table_name[] = "lsreg";  // Deliberate: names this command in messages about its table
 
 constexpr char usage[] = R"(Usage: lscpureg [OPTION]...
 List registers known by the kernel.

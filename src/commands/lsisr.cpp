@@ -1,4 +1,4 @@
-// lsisr - the interrupt service routines of the system, by number or by owning task.
+// commands/lsisr.cpp - the interrupt service routines of the system, by number or by owning task.
 #include <algorithm>
 #include <cinttypes>
 #include <cstdint>
@@ -7,7 +7,8 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/iterators.h"
+#include "common/tasks.h"
 #include "common/vector.h"
 #include "platform/kernel.h"
 

@@ -1,4 +1,4 @@
-// lsmaj - the device major numbers that have a driver.
+// commands/lsmaj.cpp - the device major numbers that have a driver.
 #include <strings.h>
 #include <sys/sysmacros.h>
 
@@ -13,7 +13,6 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "platform/sysvc.h"
 
 namespace {
@@ -75,7 +74,7 @@ int sb_lsmaj(int argc, char **argv) {
         return SB_FAILED;
     }
 
-    // Majors without a driver, or with a nameless one, are never shown, so they are not kept either.
+    // Majors without a driver, or with a nameless one, are not shown: the next one overwrites them.
     record *end = records.get();
     for (uint64_t major = 0; major < majors; ++major) {
         uint32_t number = 0;

@@ -1,4 +1,4 @@
-// lsmem - the system's memory chunks, or its virtual spaces.
+// commands/lsmem.cpp - the system's memory chunks, or its virtual spaces.
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
@@ -8,7 +8,7 @@
 #include "colp/colp.h"
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/tables.h"
 #include "platform/kernel.h"
 
 namespace {

@@ -1,4 +1,4 @@
-// raiseexc - raises a user exception in tasks.
+// commands/raiseexc.cpp - raises a user exception in tasks.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -6,7 +6,7 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/tasks.h"
 #include "platform/kernel.h"
 
 namespace {

@@ -1,4 +1,5 @@
-// readreg - print the values of registry keys, or only check that they exist. Everything is printed on standard output.
+// commands/readreg.cpp - print the values of registry keys, or only check that they exist. Everything is printed on
+// standard output.
 #include <algorithm>
 #include <cctype>
 #include <cinttypes>
@@ -6,7 +7,7 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/text.h"
 #include "platform/registry.h"
 
 namespace {
@@ -89,7 +90,7 @@ bool show_key(device_record *registry, const char *key, const options &opts) {
     uint16_t type = 0;
     uint32_t length = 0;
     if (!RegKeyInfo(registry, key, &type, &length)) {
-        if (!opts.quiet) std::printf("readkey: %s: key not found\n", key);  // in another name; kept
+        if (!opts.quiet) std::printf("readkey: %s: key not found\n", key);  // Deliberate: under another name
         return false;
     }
     if (opts.quiet) return true;

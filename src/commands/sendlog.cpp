@@ -1,12 +1,11 @@
-// sendlog - write one message into the system log: a text of any length in an I/O request, or, in an emergency, up to
-// 16 characters in one direct message. Everything is printed on standard output.
+// commands/sendlog.cpp - write one message into the system log: a text of any length in an I/O request, or, in an
+// emergency, up to 16 characters in one direct message. Everything is printed on standard output.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "platform/device.h"
 #include "platform/protocol/log.h"
 
@@ -18,7 +17,7 @@ constexpr unsigned DEFAULT_TIMEOUT = 2500;  // milliseconds
 constexpr unsigned DEFAULT_UNIT = 0;
 constexpr long long MAX_NUMBER = 2147483646;
 
-// The text is silent about -e, as it always was.
+// Deliberate: does not list -e.
 constexpr char usage[] = R"(Usage: sendlog [OPTION]... LONGMESSAGE
   or:  sendlog -e [OPTION]... [LABEL] MESSAGE
 Send a log message to the syslog service. The LABEL and the
@@ -108,7 +107,7 @@ int sb_sendlog_long(int argc, char **argv, uint32_t timeout, bool verbose, int32
     IOreq *header = CreateIOreq(device, static_cast<uint32_t>(unit), IOREQ_FLAGS_DEFAULT,
                                 sizeof(log_write_request) + length + 1, reply_port);
     if (header == nullptr) {
-        std::puts("readlog: failed to create I/O request");  // in the reader's name; kept
+        std::puts("readlog: failed to create I/O request");  // Deliberate: in the reader's name
         return SB_SETUP;
     }
     auto *request = reinterpret_cast<log_write_request *>(header);
@@ -120,7 +119,7 @@ int sb_sendlog_long(int argc, char **argv, uint32_t timeout, bool verbose, int32
     header->command = LOGCMD_WRITE;
     std::memcpy(buffer, text, length + 1);
     if (SyncIO(header) != IO_SUCCESS) {
-        std::printf("readlog: failed to perform IOreq, error code: 0x%x\n", header->error);  // likewise
+        std::printf("readlog: failed to perform IOreq, error code: 0x%x\n", header->error);  // Deliberate: likewise
         return SB_SETUP;
     }
     CloseDevice(device);

@@ -1,4 +1,4 @@
-// svccall - call one service of a service device with typed arguments and print its typed results.
+// commands/svccall.cpp - call one service of a service device with typed arguments and print its typed results.
 #include <algorithm>
 #include <bit>
 #include <cinttypes>
@@ -14,8 +14,8 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "common/service.h"
+#include "common/text.h"
 
 namespace {
 
@@ -30,7 +30,8 @@ constexpr uint64_t POOL_OFFSET = INFO_OFFSET + sizeof(svc_info_block) + SVC_MAX_
 static_assert(INFO_OFFSET == 376);
 static_assert(POOL_OFFSET == 744);
 
-constexpr uint64_t MEMO_STEP = 4096;  // memory ends at multiples of it: so far a text is followed without asking
+constexpr uint64_t MEMO_STEP =
+    4096;  // memory ends at multiples of it; up to the next one a text is read without asking the kernel
 
 using wide_char = uint32_t;  // as services have it
 
@@ -94,7 +95,7 @@ void use_encoding() {
 struct pool {
     uint64_t cursor;  // address of its next free byte
     uint64_t left;    // bytes
-    uint64_t end;     // address behind the request
+    uint64_t end;     // address after the request
 
     bool take(uint64_t bytes) {
         if (bytes > left) return false;
@@ -120,7 +121,8 @@ bool put_string(pool &taken, const char *text, uint64_t &word) {
     return true;
 }
 
-// The text lies at an even address, and neither the step to it nor the whole of its terminator is paid for; kept.
+// The text lies at an even address. Deliberate: the pool is not charged for the padding, and for the terminator only
+// one byte.
 bool put_wide_string(pool &taken, const char *text, uint64_t &word) {
     use_encoding();
     const size_t count = std::mbstowcs(nullptr, text, 0);
@@ -143,7 +145,7 @@ uint32_t network_order(uint32_t value) {
     return std::endian::native == std::endian::little ? __builtin_bswap32(value) : value;
 }
 
-// a.b.c.d, and a port behind ':'; any other text behind it is ignored.
+// a.b.c.d, and a port after ':'; any other text that follows is ignored.
 bool put_address(pool &taken, const char *text, uint64_t &word) {
     word = round_up(taken.cursor, 4);
     if (!taken.take(SVC_SOCKADDR_ROOM)) return false;
@@ -191,7 +193,7 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
                const char *called, char **keyvals, int count, const options &opts) {
     auto *call = sb_service_block<svc_call_block>(service, CALL_OFFSET);
     std::memset(call, 0, sizeof *call);
-    std::strcpy(call->name, called);  // the description would not have been given for a longer one
+    std::strcpy(call->name, called);  // a longer one fails at the description
     call->arg_count = info.arg_count;
     call->result_count = info.result_count;
     const auto base = reinterpret_cast<uint64_t>(service.request);
@@ -218,8 +220,8 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
 
 // ---- results --------------------------------------------------------------------------------------------------------
 
-// Bytes that a result's address names: as many as follow it inside our own request, or elsewhere as long as the kernel
-// knows the memory.
+// The bytes at a result's address: up to the end of the request where they lie in it, else as far as the kernel knows
+// the memory.
 class result_bytes {
 public:
     result_bytes(const sb_service &service, uint64_t address) : address_(address) {
@@ -247,7 +249,7 @@ private:
     static bool is_known(uint64_t address) { return _SL_GetAddressMemo(0, address, ADDRESS_MEMO_ANY) != NO_OBJECT; }
 
     uint64_t address_;
-    uint64_t end_ = 0;  // address behind the last byte; 0: not known
+    uint64_t end_ = 0;  // address after the last byte; 0: unknown
     uint64_t read_ = 0;
     bool present_ = false;
 };

@@ -1,4 +1,5 @@
-// svcinfo - list the services of service devices with their arguments and results, or describe some of one device.
+// commands/svcinfo.cpp - list the services of service devices with their arguments and results, or describe some of one
+// device.
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -8,7 +9,6 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "common/service.h"
 
 namespace {

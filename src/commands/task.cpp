@@ -1,4 +1,4 @@
-// task - the tasks of the system, one row each, with sums and a footer.
+// commands/task.cpp - the tasks of the system, one row each, with sums and a footer.
 #include <array>
 #include <cinttypes>
 #include <cstdint>
@@ -11,7 +11,9 @@
 #include "colp/colp.h"
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/iterators.h"
+#include "common/tables.h"
+#include "common/tasks.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
 #include "platform/protocol/task.h"

@@ -1,11 +1,11 @@
-// taskkill - deletes tasks, announcing each one's end as it would have done itself.
+// commands/taskkill.cpp - deletes tasks, announcing each one's end as it would have done itself.
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/tasks.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
 #include "platform/protocol/task.h"
@@ -35,7 +35,7 @@ constexpr sb_commandline command_line = {
 };
 
 void kill(uint64_t handle, uint64_t notice_port) {
-    constexpr uint64_t notice_word = 6;  // an exit code shifted by 8 in a task's own notice; kept as it is
+    constexpr uint64_t notice_word = 6;  // Deliberate: not an exit code shifted by 8, as in a task's own notice
     std::printf("Deleting task 0x%0*" PRIx64 " ... ", 16, handle);
     std::fflush(stdout);  // the task may be this one
     // Whether the notice arrives changes nothing here: the task goes either way.
@@ -49,7 +49,7 @@ void kill(uint64_t handle, uint64_t notice_port) {
 
 constexpr sb_description sb_taskkill_line = sb_describe(command_line, option_table);
 
-// The status is 0 whatever failed: failures stand in the output.
+// The status is 0 whatever failed: only the output reports failures.
 int sb_taskkill(int argc, char **argv) {
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;

@@ -1,4 +1,4 @@
-// threads - the threads of tasks, one line each, and their registers.
+// commands/threads.cpp - the threads of tasks, one line each, and their registers.
 #include <algorithm>
 #include <cinttypes>
 #include <cstdint>
@@ -12,8 +12,10 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/iterators.h"
 #include "common/registers.h"
+#include "common/tasks.h"
+#include "common/text.h"
 #include "platform/kernel.h"
 
 namespace {
@@ -81,7 +83,7 @@ struct register_table {
     int name_width = 0;
 };
 
-// False, and an empty table, when the kernel does not tell, or tells of more than a kernel has.
+// False, and an empty table, where the kernel has no register information, or more than a kernel can have.
 bool build_register_table(register_table &table) {
     constexpr uint64_t most_bytes = uint64_t{64} << 20;
     sb_registerinfo info;
@@ -106,7 +108,7 @@ bool build_register_table(register_table &table) {
     return true;
 }
 
-// Fetches a register of a thread at an exception node; the kernel leaves it with the thread that asked.
+// Fetches a register of a thread at an exception node; the kernel stores it in an item of the calling thread.
 uint64_t read_register(uint64_t thread, const register_entry &entry, uint64_t node, uint64_t self, uint64_t &value) {
     const uint64_t size = std::min<uint64_t>(entry.size, sizeof value);
     if (const uint64_t code = _SL_ControlObject(thread, CTRL_FETCH_REGISTER, entry.id, node, 0, size)) return code;
@@ -217,7 +219,7 @@ int list_tasks(uint64_t iterator, std::span<char *const> operands, const options
         }
         if (operands.size() > 1) {
             if (&operand != operands.data()) std::putchar('\n');
-            std::printf("Task 0x%0*X:\n", 16, static_cast<unsigned>(task));  // its low half; kept
+            std::printf("Task 0x%0*X:\n", 16, static_cast<unsigned>(task));  // Deliberate: its low half
         }
         if (sb_threads_threads(iterator, task, opts, table) != 0) status = SB_FAILED;
     }

@@ -1,12 +1,14 @@
-// tmemo - the memos of tasks, one table per task.
+// commands/tmemo.cpp - the memos of tasks, one table per task.
 #include <cstdint>
 #include <cstdio>
 
 #include "colp/colp.h"
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/iterators.h"
+#include "common/tables.h"
 #include "common/taskobjects.h"
+#include "common/tasks.h"
 #include "platform/kernel.h"
 #include "platform/protocol/task.h"
 

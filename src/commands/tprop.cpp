@@ -1,4 +1,4 @@
-// tprop - shows or sets a property of tasks.
+// commands/tprop.cpp - shows or sets a property of tasks.
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
@@ -7,7 +7,7 @@
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/tasks.h"
 #include "platform/device.h"
 #include "platform/kernel.h"
 
@@ -37,7 +37,7 @@ VALUE can be a single value, or a relative change with "+" or "-".
                 priority.name, priority.description);
 }
 
-// Each sets a property from its current value and the user's operand, wrapping, and gives the kernel's result.
+// Each sets a property from its current value and the user's operand, wrapping. Returns the kernel's result.
 uint64_t _sb_tprop_set_set(uint64_t task, uint64_t property, uint64_t, uint64_t operand) {
     return _SL_ControlObject(task, CTRL_SET_PROPERTY, property, operand, 0, 0);
 }
@@ -103,7 +103,7 @@ bool handle_target(const char *target, const options &opts) {
         return true;
     }
     if (opts.setter(task, priority.property, current, opts.operand) == RESULT_SUCCESS) return true;
-    constexpr uint64_t shown_result = 0;  // never the kernel's code; kept
+    constexpr uint64_t shown_result = 0;  // Deliberate: never the kernel's code
     std::fprintf(stderr, "%s: %s: failed to set property (result: 0x%" PRIx64 ")\n", "tprop", target, shown_result);
     return false;
 }

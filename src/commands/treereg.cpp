@@ -1,12 +1,18 @@
-// treereg - print directories of the registry as trees. Everything is printed on standard output.
+// commands/treereg.cpp - print directories of the registry as trees. Everything is printed on standard output.
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
-#include "common/vector.h"
+#include "common/registry_entries.h"
+#include "common/text.h"
 #include "platform/registry.h"
 
 namespace {
@@ -40,11 +46,14 @@ constexpr char UNREADABLE[] = " { ?? failed to get registry key }";
 
 constexpr size_t USUAL_LEVELS = 256;
 
-// What the marker of a level says, outermost level first on the stack.
-enum level_marker : char {
-    LEVEL_FINISHED = 0,  // its last entry is being expanded
-    LEVEL_GOES_ON = 1,   // more entries follow
-    LEVEL_LAST = 2,      // on its last entry
+// Bytes of full paths in one listing, counting at least one for each level. Registries stay far below; one that
+// contains itself ends here, whatever it branches into.
+constexpr uint64_t MOST_PATH_BYTES = uint64_t{1} << 31;
+
+enum class level_state : char {
+    goes_on,   // more entries follow the current one
+    last,      // at its last entry
+    finished,  // the last entry is printed; only what is below it is left
 };
 
 struct options {
@@ -97,7 +106,7 @@ void print_integer(unsigned flags, const char *fullpath) {
     }
 }
 
-// A negative number of octets is more than any buffer holds, and fails like that.
+// A negative number of octets fails, like one that no buffer holds.
 void print_binary(unsigned flags, long long octets, unsigned char *buffer, const RegIterator &entry,
                   const char *fullpath) {
     auto delivered = static_cast<uint32_t>(octets);
@@ -119,7 +128,7 @@ void print_binary(unsigned flags, long long octets, unsigned char *buffer, const
     std::puts(" }");
 }
 
-// The rest of one entry's line, behind its connector. An entry of unknown type leaves its line open; kept.
+// The rest of one entry's line, after its connector. Deliberate: an entry of unknown type leaves its line open.
 void sb_treereg_print(unsigned flags, long long octets, unsigned char *buffer, const RegIterator &entry,
                       const char *fullpath) {
     if ((flags & SHOW_TYPE) != 0) std::printf(" [%s]", type_label(entry.type));
@@ -146,60 +155,92 @@ void sb_treereg_print(unsigned flags, long long octets, unsigned char *buffer, c
     }
 }
 
+// A directory that is being listed.
+struct level {
+    sb_text path;
+    deque_ptr entries;  // those not yet printed
+    level_state state = level_state::goes_on;
+};
+
+struct listing {
+    const options &opts;
+    long long octets;
+    unsigned char *buffer;      // room for so many octets
+    std::vector<level> levels;  // the outermost first
+    uint64_t path_bytes_left = MOST_PATH_BYTES;
+};
+
 // The lines of the levels above, and the entry's own connector.
-void draw_levels(const vector *levels) {
-    for (size_t i = 0; i + 1 < levels->count; i++) {
-        switch (*static_cast<const char *>(vector_at(levels, i))) {
-        case LEVEL_GOES_ON: std::fputs("|   ", stdout); break;
-        case LEVEL_FINISHED: std::fputs("    ", stdout); break;
-        default: break;
-        }
-    }
-    auto *top = static_cast<char *>(vector_back(levels));
-    switch (*top) {
-    case LEVEL_GOES_ON: std::fputs("|--", stdout); break;
-    case LEVEL_LAST:
-        std::fputs("`--", stdout);
-        *top = LEVEL_FINISHED;  // what is below its last entry is indented by blanks
-        break;
-    default: std::fputs("???", stdout); break;
-    }
+void draw_levels(std::vector<level> &levels) {
+    for (const level *above = levels.data(); above != &levels.back(); above++)
+        std::fputs(above->state == level_state::finished ? "    " : "|   ", stdout);
+    level &own = levels.back();
+    std::fputs(own.state == level_state::last ? "`--" : "|--", stdout);
+    if (own.state == level_state::last) own.state = level_state::finished;
 }
 
-// Prints a directory's entries and, depth permitting, what is below them. A tree that contains itself ends where a path
-// no longer fits the registry client's buffer: such a directory reads as empty.
-//   returns  SB_DONE, or SB_FAILED if anything in it failed
-int sb_treereg_list(vector *levels, unsigned char *buffer, unsigned flags, long long depth, long long octets,
-                    const char *path) {
-    const deque_ptr entries = sb_readreg_content(path);
-    if (!entries) {
-        std::printf("treereg: failed to read registry directory content: %s\n", path);
-        return SB_FAILED;
-    }
+int fail_content(const char *path) {
+    std::printf("treereg: failed to read registry directory content: %s\n", path);
+    return SB_FAILED;
+}
+
+// Reads a directory and makes it the innermost level, unless it has no entries.
+int enter(listing &list, sb_text path) {
+    deque_ptr entries = sb_readreg_content(path.get());
+    if (!entries) return fail_content(path.get());
     if (entries->count == 0) return SB_DONE;
-    const char more = LEVEL_GOES_ON;
-    if (vector_pushback(levels, &more) != VECTOR_DONE) {
+    try {
+        list.levels.push_back({std::move(path), std::move(entries)});
+    } catch (const std::bad_alloc &) {
         std::puts("tree: out of memory");
         return SB_FAILED;
     }
-    const long long deeper = depth < 0 ? depth : depth - 1;
-    int status = SB_DONE;
-    for (; entries->count > 0; deque_pop_front(entries.get())) {
-        const auto &entry = *static_cast<const RegIterator *>(deque_front(entries.get()));
-        const sb_text fullpath = sb_joinpath(path, sb_entryname(entry));
-        if (!fullpath) {
-            std::puts("treereg: out of memory");
-            status = SB_FAILED;
-            continue;
-        }
-        if (entries->count == 1) *static_cast<char *>(vector_back(levels)) = LEVEL_LAST;
-        draw_levels(levels);
-        sb_treereg_print(flags, octets, buffer, entry, fullpath.get());
-        if (depth != 0 && is_directory(entry) &&
-            sb_treereg_list(levels, buffer, flags, deeper, octets, fullpath.get()) != SB_DONE)
+    return SB_DONE;
+}
+
+// Prints the next entry of the innermost level; a directory becomes a level of its own, depth permitting.
+int print_next(listing &list) {
+    level &own = list.levels.back();
+    const RegIterator entry = *static_cast<const RegIterator *>(deque_front(own.entries.get()));
+    const bool last = own.entries->count == 1;
+    deque_pop_front(own.entries.get());
+
+    sb_text fullpath = sb_joinpath(own.path.get(), sb_entryname(entry));
+    if (!fullpath) {
+        std::puts("treereg: out of memory");
+        return SB_FAILED;
+    }
+    const uint64_t cost = std::strlen(fullpath.get()) + list.levels.size();
+    if (cost > list.path_bytes_left) {
+        const int status = fail_content(own.path.get());
+        list.levels.clear();
+        return status;
+    }
+    list.path_bytes_left -= cost;
+    if (last) own.state = level_state::last;
+    draw_levels(list.levels);
+    sb_treereg_print(list.opts.flags, list.octets, list.buffer, entry, fullpath.get());
+    const bool deeper = list.opts.depth < 0 || list.levels.size() <= static_cast<uint64_t>(list.opts.depth);
+    return deeper && is_directory(entry) ? enter(list, std::move(fullpath)) : SB_DONE;
+}
+
+// Prints what is below a directory. A loop, not a recursion: the server decides how deep its tree is.
+//   returns  SB_DONE, or SB_FAILED if anything in it failed
+int sb_treereg_list(listing &list, const char *path) {
+    sb_text root = sb_joinpath("", path);
+    if (!root) {
+        std::puts("treereg: out of memory");
+        return SB_FAILED;
+    }
+    list.levels.clear();
+    list.path_bytes_left = MOST_PATH_BYTES;
+    int status = enter(list, std::move(root));
+    while (!list.levels.empty()) {
+        if (list.levels.back().entries->count == 0)
+            list.levels.pop_back();
+        else if (print_next(list) != SB_DONE)
             status = SB_FAILED;
     }
-    vector_popback(levels);
     return status;
 }
 
@@ -216,27 +257,26 @@ int sb_treereg(int argc, char **argv) {
         std::puts("treereg: failed to get registry caps");
         return SB_SETUP;
     }
-    const std::unique_ptr<vector, decltype(&vector_release)> levels(vector_new(sizeof(char), USUAL_LEVELS),
-                                                                    vector_release);
     const uint64_t room = std::min<uint64_t>(max_binary, RegBinaryRoom(GetRegDev(), ""));
     const sb_text buffer(static_cast<char *>(std::malloc(std::max<uint64_t>(room, 1))));
-    if (!levels || !buffer) {
+    listing list = {
+        opts, std::min<long long>(max_binary, opts.octets), reinterpret_cast<unsigned char *>(buffer.get()), {}};
+    try {
+        list.levels.reserve(USUAL_LEVELS);
+    } catch (const std::bad_alloc &) {
+        list.buffer = nullptr;
+    }
+    if (!list.buffer) {
         std::puts("tree: out of memory");
         return SB_NO_ITERATOR;
     }
-    const long long octets = std::min<long long>(max_binary, opts.octets);
-    const auto list = [&](const char *path) {
-        return sb_treereg_list(levels.get(), reinterpret_cast<unsigned char *>(buffer.get()), opts.flags, opts.depth,
-                               octets, path);
-    };
 
-    int status = SB_DONE;  // of the last listing alone; kept
-    if (argc == 0) status = list("");
+    int status = SB_DONE;  // Deliberate: of the last listing alone.
+    if (argc == 0) status = sb_treereg_list(list, "");
     for (int i = 0; i < argc; i++) {
         if (i > 0) std::putchar('\n');
         std::puts(argv[i]);
-        vector_clear(levels.get());
-        status = list(argv[i]);
+        status = sb_treereg_list(list, argv[i]);
     }
     if (opts.show_caps) {
         std::printf("\nname length: %" PRIu32 "\nbinary length: %" PRIu32 "\nmax directory depth: %" PRIu32 "\n",

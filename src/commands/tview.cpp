@@ -1,4 +1,4 @@
-// tview - the views of tasks, one table per task.
+// commands/tview.cpp - the views of tasks, one table per task.
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
@@ -6,8 +6,10 @@
 #include "colp/colp.h"
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
+#include "common/iterators.h"
+#include "common/tables.h"
 #include "common/taskobjects.h"
+#include "common/tasks.h"
 #include "platform/kernel.h"
 
 namespace {

@@ -1,11 +1,10 @@
-// uptime - how long the system has been running.
+// commands/uptime.cpp - how long the system has been running.
 #include <cinttypes>
 #include <cstdint>
 #include <cstdio>
 
 #include "commands/commands.h"
 #include "common/commandline.h"
-#include "common/helpers.h"
 #include "platform/device.h"
 
 namespace {

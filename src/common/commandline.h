@@ -13,8 +13,11 @@
 #include <optional>
 #include <type_traits>
 
-#include "common/helpers.h"
 #include "common/options.h"
+#include "common/status.h"
+
+// The code of the long option "--sort", which has no letter.
+inline constexpr int SB_SORT_OPTION = 1000;
 
 // What a word of the command line names: the argument of an option, or an operand.
 enum class sb_word : uint8_t {
@@ -179,7 +182,7 @@ inline constexpr int SB_ANY_NUMBER = INT_MAX;
 struct sb_operands {
     int min = 0;
     int max = SB_ANY_NUMBER;
-    sb_word words[3] = {};  // what they name, in order; the last one stands for all that follow
+    sb_word words[3] = {};  // what they name, in order; the last one is for all that follow
     sb_answer missing = {"missing operand", SB_FAILED};
     sb_answer extra = {"extra operand: '%'", SB_FAILED};  // % is the first one too many
 };

@@ -1,3 +1,4 @@
+// common/deque.cpp - the linked blocks of the queue.
 #include "common/deque.h"
 
 #include <cstdint>
@@ -13,7 +14,7 @@ void move_slots(const deque *d, deque_block *target, size_t to, deque_block *sou
     std::memmove(slot_of(d, target, to), slot_of(d, source, from), n * d->elem_size);
 }
 
-// Links a new block with the slots given as used between prev and next, of which either may be null.
+// Links a new block, with the given slots in use, between prev and next, of which either may be null.
 deque_block *link_block(deque *d, deque_block *prev, deque_block *next, size_t start, size_t used) {
     auto *block = static_cast<deque_block *>(d->alloc(d->alloc_ctx, d->block_bytes));
     if (!block) return nullptr;
@@ -36,7 +37,7 @@ void *store(deque *d, deque_block *block, size_t slot, const void *element) {
 
 void *element_at(const deque_iterator *it) { return it->block ? slot_of(it->owner, it->block, it->slot) : nullptr; }
 
-// Steps over n elements that the deque has behind the current one, or to the end.
+// Moves n elements on, or to the end.
 void step(deque_iterator *it, size_t n) {
     while (it->block) {
         const size_t left = it->block->start + it->block->used - it->slot;
@@ -129,9 +130,9 @@ void *deque_at(const deque *d, size_t i) {
         for (block = d->first; i >= block->used; block = block->next) i -= block->used;
         return slot_of(d, block, block->start + i);
     }
-    size_t behind = d->count - 1 - i;  // elements behind the one sought
-    for (block = d->last; behind >= block->used; block = block->prev) behind -= block->used;
-    return slot_of(d, block, block->start + block->used - 1 - behind);
+    size_t after = d->count - 1 - i;  // elements after the one sought
+    for (block = d->last; after >= block->used; block = block->prev) after -= block->used;
+    return slot_of(d, block, block->start + block->used - 1 - after);
 }
 
 void *deque_begin(deque *d, deque_iterator *it) {
@@ -158,21 +159,21 @@ void *deque_insertit(deque_iterator *it, const void *element) {
         it->slot = d->last->start + d->last->used - 1;
         return element_at(it);
     }
-    if (block->start > 0) {  // room before: the ones ahead of the place move up
+    if (block->start > 0) {  // room before: the elements before the position move up
         --block->start;
         --slot;
         move_slots(d, block, block->start, block, block->start + 1, slot - block->start);
-    } else if (block->used < d->per_block) {  // room behind
+    } else if (block->used < d->per_block) {  // room after
         move_slots(d, block, slot + 1, block, slot, block->used - slot);
     } else if (slot == 0) {  // full, before its first: a block of its own
         block = link_block(d, block->prev, block, d->per_block - 1, 0);
         if (!block) return nullptr;
         slot = block->start;
-    } else {  // full: what is behind the place moves to a block of its own
-        const size_t behind = d->per_block - slot;
-        deque_block *tail = link_block(d, block, block->next, 0, behind);
+    } else {  // full: what follows the position moves to a block of its own
+        const size_t after = d->per_block - slot;
+        deque_block *tail = link_block(d, block, block->next, 0, after);
         if (!tail) return nullptr;
-        move_slots(d, tail, 0, block, slot, behind);
+        move_slots(d, tail, 0, block, slot, after);
         block->used = slot;
     }
     ++block->used;
@@ -193,11 +194,11 @@ int deque_removeit(deque_iterator *it) {
     if (!it || !it->block) return -1;
     deque *d = it->owner;
     deque_block *block = it->block;
-    const size_t behind = block->start + block->used - it->slot - 1;
-    move_slots(d, block, it->slot, block, it->slot + 1, behind);
+    const size_t after = block->start + block->used - it->slot - 1;
+    move_slots(d, block, it->slot, block, it->slot + 1, after);
     --block->used;
     --d->count;
-    if (behind == 0) {
+    if (after == 0) {
         it->block = block->next;
         it->slot = block->next ? block->next->start : 0;
     }

@@ -1,7 +1,7 @@
-// deque.h - a double-ended queue of elements of one size, copied in by value, in linked blocks.
+// common/deque.h - a double-ended queue of elements of one size, copied in by value, in linked blocks.
 //
-// Elements stay where they are while others are pushed and popped at the ends; insertion and removal in the middle move
-// elements of one block. Elements are copied as bytes. A failed call changes nothing.
+// Elements keep their addresses while others are pushed and popped at the ends; insertion and removal in the middle
+// move elements of one block. Elements are copied as bytes. A failed call changes nothing.
 #pragma once
 
 #include <cstddef>
@@ -39,7 +39,7 @@ deque *deque_new_ex(size_t elem_size, void *alloc_ctx, lextras_alloc alloc, lext
 void deque_clear(deque *d);    // removes all elements and releases all blocks; null is ignored
 void deque_release(deque *d);  // null is ignored
 
-// Copy an element in behind the last or before the first. The element may lie in the deque itself.
+// Insert a copy of an element after the last or before the first. The element may lie in the deque itself.
 //   returns  the address of the copy, or null for a null argument or without memory
 void *deque_push_back(deque *d, const void *element);
 void *deque_push_front(deque *d, const void *element);
@@ -53,26 +53,26 @@ void *deque_front(const deque *d);         // null when empty
 void *deque_back(const deque *d);          // null when empty
 void *deque_at(const deque *d, size_t i);  // null where there is no element i. Walks the blocks from the nearer end
 
-// A place in a deque: on an element, or at the end (block null). Only changes made through it leave it valid.
+// A position in a deque: at an element, or at the end (block null). Only changes made through it leave it valid.
 struct deque_iterator {
     deque *owner;
     deque_block *block;
     size_t slot;
 };
 
-// Stand on the first element, on the next, or on the n-th behind the current one.
-//   returns  the element's address; null at the end, which is not left again by stepping
+// Move the iterator to the first element, to the next, or n elements on.
+//   returns  the element's address; null at the end, where further steps stay
 void *deque_begin(deque *d, deque_iterator *it);
 void *deque_next(deque_iterator *it);
 void *deque_advance(deque_iterator *it, size_t n);
 
-// Copy an element in before the one the iterator stands on (at the end: behind the last), or before element i (i at
-// most the count). The iterator then stands on the copy. The element must not lie in the deque.
+// Insert a copy of an element before the iterator's (at the end: after the last), or before element i (i at most the
+// count). The iterator then is at the copy. The element must not lie in the deque.
 //   returns  the address of the copy, or null for a null argument, a bad index, or without memory
 void *deque_insertit(deque_iterator *it, const void *element);
 void *deque_insert(deque *d, size_t i, const void *element);
 
-// Removes the element the iterator stands on, which then stands on the one behind it, or at the end.
+// Removes the iterator's element; the iterator then is at the one after it, or at the end.
 //   returns  0, or -1 for a null iterator or one at the end
 int deque_removeit(deque_iterator *it);
 

@@ -1,5 +1,6 @@
-// devmsg.cpp - the exchange of one message with a device found in the registry.
+// common/devmsg.cpp - the exchange of one message with a device found in the registry.
 #include "common/devmsg.h"
+#include "common/status.h"
 
 #include <cinttypes>
 #include <cstring>

@@ -1,6 +1,6 @@
-// devmsg.h - single messages to devices that need not be opened: devping and devquery.
+// common/devmsg.h - single messages to devices that need not be opened: devping and devquery.
 //
-// A device's port stands in the registry; a message of code n is answered with code n + 1 and the result in the second
+// The registry holds a device's port; a message of code n is answered with code n + 1 and the result in the second
 // word. These functions print, in the words that both commands share, on the stream that the asker names.
 #pragma once
 
@@ -9,7 +9,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "common/helpers.h"
+#include "common/status.h"
+#include "common/text.h"
 
 inline constexpr int64_t SB_DEVMSG_MAX_TIMEOUT = 0x7FFFFFFE;  // milliseconds
 inline constexpr int64_t SB_DEVMSG_TIMEOUT = 5000;

@@ -1,15 +1,15 @@
-// lextras.h - what the containers share: where their memory comes from, how elements are compared and exchanged.
+// common/lextras.h - what the containers share: where their memory comes from, how elements are compared and exchanged.
 #pragma once
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 
-// Gives size bytes, aligned for any type, or null.
+// Returns size bytes, aligned for any type, or null.
 using lextras_alloc = void *(*)(void *context, size_t size);
-// Takes back what the allocation function of the same container gave.
+// Releases what the allocation function of the same container returned.
 using lextras_release = void (*)(void *context, void *pointer);
-// Negative, zero or positive as a stands before, with or behind b.
+// Negative, zero or positive as a sorts before, with or after b.
 using lextras_compare = int (*)(const void *a, const void *b);
 
 // The default pair: the system allocator; the context is ignored.

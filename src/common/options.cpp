@@ -1,3 +1,4 @@
+// common/options.cpp - the cursor over the arguments.
 #include "common/options.h"
 
 #include <climits>
@@ -5,7 +6,7 @@
 #include <cstring>
 
 namespace {
-// Rewrites the caller's variables, once, and leaves the cursor behind the end.
+// Rewrites the caller's variables, once, and leaves the cursor after the end.
 int finish(e_optstate *state) {
     if (!state->argv_out) return E_END;
     if (state->permute) {
@@ -30,7 +31,7 @@ int option_character(char c) {
 
 int length_of(const char *text) {
     const size_t length = std::strlen(text);
-    return length < INT_MAX ? static_cast<int>(length) : INT_MAX - 1;  // leaves room for a cursor behind the end
+    return length < INT_MAX ? static_cast<int>(length) : INT_MAX - 1;  // leaves room for a cursor after the end
 }
 
 // The code of the table's row for the long option under the cursor, which is then used up, but for its "=value".

@@ -1,10 +1,10 @@
-// options.h - the option parser of all commands: one option character at a time, arguments on request, and at the end
-// only the operands left in the caller's count and vector.
+// common/options.h - the option parser of all commands: one option character at a time, arguments on request, and at
+// the end only the operands left in the caller's count and vector.
 //
 // Order of calls: e_initoption, e_setlongoption where there is a table, then e_getoption until E_END; an option that
 // takes an argument fetches it with one e_opt_get... call right after it was returned. There is no end-of-options
 // marker and no argument attached to a short option: "-T100" takes the argument from the next element, and the letters
-// behind one that took an argument are lost. The parser prints nothing and allocates nothing.
+// after one that took an argument are lost. The parser prints nothing and allocates nothing.
 #pragma once
 
 // What e_getoption returns beside an option character or a long option's code.
@@ -39,14 +39,14 @@ struct e_optstate {
     int index;     // element under the cursor; -1 before the first
     int pos;       // next character of that element; -1 where the element is the argument of "--name=..."
     int len;       // bytes of that element
-    bool permute;  // gather operands from anywhere, not only behind the options
+    bool permute;  // gather operands from anywhere, not only after the options
     const e_longopt *long_options;  // or null
 };
 
 // Starts parsing.
 //   argc, argv  the caller's variables: the arguments alone, without a command name. The vector has room for a null
-//               behind its last element, as the one of main has, and is rewritten in place
-//   permute     true: operands may stand among the options. False: the first operand ends the options, and a lone "-"
+//               after its last element, as the one of main has, and is rewritten in place
+//   permute     true: operands may be among the options. False: the first operand ends the options, and a lone "-"
 //               is an option of character NUL
 void e_initoption(e_optstate *state, int *argc, char ***argv, bool permute);
 
@@ -59,7 +59,7 @@ void e_setlongoption(e_optstate *state, const e_longopt *table);  // borrowed; n
 // A value given to a long option that nobody fetches is read as options: '=' is returned next.
 int e_getoption(e_optstate *state);
 
-// The argument of the option just returned, as a number: decimal, 0x hexadecimal or 0 octal, anything behind it
+// The argument of the option just returned, as a number: decimal, 0x hexadecimal or 0 octal, anything after it
 // ignored, 0 where there is none. Outputs stay untouched unless the result is E_OPT_DONE.
 //   returns  E_OPT_
 int e_opt_getint(e_optstate *state, long long *value);
@@ -69,5 +69,5 @@ int e_opt_getrangeint(e_optstate *state, long long *value, long long min, long l
 // that letter and B (also b) for a power of 1000. Wraps at 2^64. A k is changed to K in the argument itself.
 int e_opt_getsize(e_optstate *state, unsigned long long *value);
 
-// The argument as it stands, or null where there is none.
+// The argument unchanged, or null where there is none.
 const char *e_opt_getstr(e_optstate *state);

@@ -1,4 +1,6 @@
+// common/registers.cpp - reading the register information item by item.
 #include "common/registers.h"
+#include "common/text.h"
 
 #include <cstring>
 
@@ -21,7 +23,7 @@ sb_registerfault sb_getregisterinfo(sb_registerinfo *info) {
 
 sb_text sb_newregistername(const sb_registerinfo &info) {
     if (info.max_name > SB_MAX_REGISTER_NAME) return nullptr;
-    // The last piece may pass the longest name, and the NUL stands behind it.
+    // The last piece may pass the longest name, and the NUL follows it.
     return sb_text(static_cast<char *>(std::malloc(info.max_name + sizeof(uint64_t) + 1)));
 }
 

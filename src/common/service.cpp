@@ -1,11 +1,11 @@
-// service.cpp - opening service devices and asking for descriptions.
+// common/service.cpp - opening service devices and asking for descriptions.
 #include "common/service.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
-#include "common/helpers.h"
+#include "platform/registry.h"
 
 namespace {
 
@@ -49,3 +49,17 @@ bool sb_service_describe(const sb_service &service, const char *called, uint64_t
 }
 
 int sb_service_namelen(const char *name, uint64_t field_size) { return static_cast<int>(strnlen(name, field_size)); }
+
+int sb_check_class(const char *device, uint64_t device_class, uint64_t port) {
+    return CheckDeviceClass(GetRegDev(), port, device, device_class);
+}
+
+const char *sb_svcls_type(uint64_t code) {
+    switch (code) {
+    case SVCTYPE_INTEGER: return "integer";
+    case SVCTYPE_STRING: return "string";
+    case SVCTYPE_WIDE_STRING: return "wide string";
+    case SVCTYPE_SOCKADDR: return "sockaddr";
+    default: return "??";
+    }
+}

@@ -1,4 +1,5 @@
-// service.h - what svcinfo and svccall share: reaching a service device, and the description of one of its services.
+// common/service.h - what svcinfo and svccall share: reaching a service device, and the description of one of its
+// services.
 //
 // These functions print what failed on standard error, as "COMMAND: DEVICE: ...".
 #pragma once
@@ -51,3 +52,10 @@ inline const svc_descriptor *sb_service_results(const sb_service &service, uint6
 
 // The length of a name in a field, which a server may have filled without a NUL; for "%.*s".
 int sb_service_namelen(const char *name, uint64_t field_size);
+
+// Whether a device lists a class code.
+//   port     reply port, or 0 or NO_OBJECT for a temporary one
+//   returns  0 it does, -1 it does not or a query failed, 1 no temporary port could be made
+int sb_check_class(const char *device, uint64_t device_class, uint64_t port);
+
+const char *sb_svcls_type(uint64_t code);  // the name of a SVCTYPE_; "??" for any other

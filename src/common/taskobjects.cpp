@@ -1,5 +1,8 @@
 // common/taskobjects.cpp - resolving the tasks, walking their objects, printing one table each.
 #include "common/taskobjects.h"
+#include "common/status.h"
+#include "common/tables.h"
+#include "common/tasks.h"
 
 #include <cstdio>
 

@@ -6,7 +6,8 @@
 #include <cstdint>
 #include <span>
 
-#include "common/helpers.h"
+#include "common/tables.h"
+#include "common/tasks.h"
 
 struct colp_table;
 

@@ -1,3 +1,4 @@
+// common/vector.cpp - the growing array.
 #include "common/vector.h"
 
 #include <bit>

@@ -1,4 +1,4 @@
-// vector.h - a growable array of elements of one size, copied in by value.
+// common/vector.h - a growable array of elements of one size, copied in by value.
 //
 // Results are 0 for success and negative for failure, which changes nothing, unless a pointer is returned. Addresses of
 // elements hold until the next call that adds elements. Elements are copied as bytes.
@@ -55,7 +55,7 @@ int vector_sort(vector *v, lextras_compare compare);       // in place; 0 or VEC
 int vector_reverse(vector *v);                             // in place; 0 or VECTOR_NULL
 int vector_set(vector *v, size_t i, const void *element);  // replaces element i; 0, VECTOR_NULL, VECTOR_FAILED
 int vector_remove(vector *v, size_t i);                    // the later ones move up; 0, VECTOR_NULL, VECTOR_FAILED
-int vector_clear(vector *v);                               // count 0, memory kept; 0 or VECTOR_NULL
+int vector_clear(vector *v);                               // count 0, memory retained; 0 or VECTOR_NULL
 
 // The first element for which compare(element, key) is 0, or, without compare, whose bytes are the key's. Null if none.
 void *vector_find(const vector *v, const void *key, lextras_compare compare);

@@ -1,5 +1,6 @@
-// main.cpp - the dispatcher: runs the command that the program was started as, or that its first argument names, and
-// offers a few switches for the links and lists of the commands.
+// main/main.cpp - the dispatcher: runs the command that the program's name or its first argument names.
+//
+// A few switches list the commands and make or remove links to them.
 #include <unistd.h>
 
 #include <cstdio>
@@ -31,7 +32,7 @@ const char *base_name(const char *path) {
     return separator ? separator + 1 : path;
 }
 
-// Links that exist already, or cannot be made or removed, are passed over: the rest is done all the same.
+// Skips links that exist already, or that cannot be made or removed.
 int install(bool verbose) {
     for (const tool *row = s_tools; row->name; ++row) {
         if (verbose) std::printf("Create symlink '%s'\n", row->name);

@@ -1,3 +1,4 @@
+// main/tools.cpp - the table and the version.
 #include "main/tools.h"
 
 #include <unistd.h>

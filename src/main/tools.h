@@ -1,4 +1,4 @@
-// tools.h - the command table, and what else the dispatcher stands on.
+// main/tools.h - the command table, the version, and the call that makes links.
 #pragma once
 
 #include <cstddef>

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "commands/commands.h"
+#include "common/log_lines.h"
 
 namespace {
 
