@@ -101,9 +101,14 @@ _ventix_word() {
     task)
         _ventix_ask task -n -S raw
         for line in "${lines[@]}"; do
-            [[ $line =~ ^' '(0x0*([0-9A-F]+))'^'?' '+[0-9]+' '[0-9]+' '[0-9]+' '[0-9]+k' '[0-9]+k' '(.+)$ ]] || continue
-            if ((by_handle)); then offers+=("0x${BASH_REMATCH[2]}"$'\t'"${BASH_REMATCH[3]}")
-            else offers+=("${BASH_REMATCH[3]}"); fi
+            # " 0xHANDLE^ PRI TH MO ALLOCk RESERVEDk NAME"; a name that could not be read is not there.
+            text=${line#*[0-9]k *[0-9]k }
+            [[ $line == ' 0x'* && $text != "$line" ]] || continue
+            if ((by_handle)); then
+                line=${line# } line=${line%%[ ^]*}
+                printf -v line 0x%X "$line"
+                offers+=("$line"$'\t'"$text")
+            else offers+=("$text"); fi
         done
         ;;
     device)
@@ -202,8 +207,20 @@ _ventix() {
 
 complete -F _ventix ventix
 # The names of commands, where they are links of this program, and not tools of the same name.
-while IFS='|' read -r _ventix_row _ventix_name _; do
-    [[ $_ventix_row == operands && $(type -P "$_ventix_name") -ef $(type -P ventix) ]] || continue
-    complete -F _ventix "$_ventix_name"
-done <<<"$_ventix_data"
-unset -v _ventix_row _ventix_name
+_ventix_complete_links() {
+    local row name directory directories program=''
+    IFS=: read -ra directories <<<"$PATH"
+    for directory in "${directories[@]}"; do
+        [[ -n $program || ! -x $directory/ventix ]] || program=$directory/ventix
+    done
+    while IFS='|' read -r row name _; do
+        [[ $row == operands ]] || continue
+        for directory in "${directories[@]}"; do
+            [[ -x $directory/$name ]] || continue
+            [[ ! $directory/$name -ef $program ]] || complete -F _ventix "$name"
+            break
+        done
+    done <<<"$_ventix_data"
+}
+_ventix_complete_links
+unset -f _ventix_complete_links

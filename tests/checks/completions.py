@@ -77,7 +77,7 @@ class Shell:
             words = {"bash": ["bash", "--norc", "-i"], "zsh": ["zsh", "-f", "-i"]}[name]
             os.execvpe(words[0], words, environment)
         self.type(f" . {rc}\n")
-        self.screen_until("READY> ", 20)
+        self.screen_until("READY> ", 60)
 
     def type(self, text):
         os.write(self.terminal, text.encode())
@@ -89,27 +89,27 @@ class Shell:
                 screen += os.read(self.terminal, 65536).decode(errors="replace")
         return screen
 
-    def settled(self):
-        screen = ""
-        while select.select([self.terminal], [], [], 0.25)[0]:
-            screen += os.read(self.terminal, 65536).decode(errors="replace")
-        return screen
+    # The line as the shell has it once all that was typed is done, and what came on the screen until then.
+    def line(self):
+        self.type("\x18p")
+        screen, end = "", time.monotonic() + 60
+        while not os.path.exists(self.line_file):
+            assert time.monotonic() < end, f"the shell does not answer: {screen!r}"
+            screen += self.screen_until("READY> ", 0.1)
+        with open(self.line_file) as file:
+            line = file.read()
+        os.unlink(self.line_file)
+        return line, screen
 
     def complete(self, keys):
-        screen = ""
+        line = shown = ""
         for part in re.split(r"(?<=\t)(?!\t)", keys):
             self.type(part)
-            screen += self.settled()
-        if os.path.exists(self.line_file):
-            os.unlink(self.line_file)
-        self.type("\x18p")
-        end = time.monotonic() + 10
-        while not os.path.exists(self.line_file) and time.monotonic() < end:
-            screen += self.settled()
-        line = open(self.line_file).read() if os.path.exists(self.line_file) else "no line"
+            line, screen = self.line()
+            shown += screen
         self.type("\x15\x0b")  # what was typed is not run
-        self.settled()
-        return line, screen
+        self.line()
+        return line, shown
 
 
 failed = 0
@@ -123,7 +123,7 @@ for name in ("bash", "zsh"):
             wanted, keys = keys if isinstance(keys, tuple) else (None, keys)
             if wanted != current:
                 shell.type(f" export VENTIX_MACHINE={wanted}\n")
-                shell.settled()
+                shell.line()
                 current = wanted
             line, screen = shell.complete(keys)
             if line.rstrip() != expected.rstrip() or any(text not in screen for text in shown):
