@@ -109,7 +109,7 @@ if(VENTIX_INSTALL)
     ventix_archive(ventix_client_archive client ventix FOLDERS src/platform src/colp src/common
         LEAVE_OUT src/platform/${ventix_plain})
     ventix_archive(ventix_hosted_archive hosted ventix-hosted FOLDERS src/hosted LEAVE_OUT src/hosted/start.cpp
-        LINK PRIVATE $<BUILD_INTERFACE:nlohmann_json::nlohmann_json> PUBLIC Threads::Threads)
+        LINK PUBLIC Threads::Threads)
 
     # Headers keep their folders, because they include one another by paths from there.
     set(headers ${CMAKE_INSTALL_INCLUDEDIR}/ventix)

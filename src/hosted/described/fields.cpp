@@ -4,6 +4,17 @@
 #include "hosted/described/text.h"
 
 namespace hosted::described {
+namespace {
+
+std::string word_list(std::span<const std::string_view> words) {
+    json_writer out;
+    out.begin_list();
+    for (const auto word : words) out.text(word);
+    out.end();
+    return out.take();
+}
+
+}  // namespace
 
 void read_fields(json_value from, void *record, std::span<const field> fields) {
     for (const field &listed : fields) {
@@ -35,26 +46,16 @@ bool are_absent(const void *record, std::span<const field> fields) {
     return std::all_of(fields.begin(), fields.end(), [&](const field &listed) { return listed.absent(record); });
 }
 
-void describe_fields(json_writer &out, std::span<const field> fields) {
-    out.begin_object();
-    out.key("type");
-    out.text("object");
-    out.key("properties");
-    out.begin_object(true);
+std::string describe_fields(std::span<const field> fields) {
+    std::string properties;
+    std::vector<std::string_view> required;
     for (const field &listed : fields) {
-        out.key(listed.key);
-        listed.describe(out);
+        if (!properties.empty()) properties += ",\n";
+        properties += '"' + std::string(listed.key) + "\": " + listed.describe();
+        if (listed.required) required.push_back(listed.key);
     }
-    out.end();
-    out.key("required");
-    out.begin_list();
-    for (const field &listed : fields) {
-        if (listed.required) out.text(listed.key);
-    }
-    out.end();
-    out.key("additionalProperties");
-    out.flag(false);
-    out.end();
+    return R"({"type": "object", "properties": {)" + properties + R"(}, "required": )" + word_list(required) +
+           R"(, "additionalProperties": false})";
 }
 
 void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected) {
@@ -69,33 +70,21 @@ void write_row(json_writer &out, const void *record, std::span<const field> fiel
     out.end();
 }
 
-void describe_row(json_writer &out, std::span<const field> fields) {
-    out.begin_object();
-    out.key("type");
-    out.text("array");
-    for (const char *const bound : {"minItems", "maxItems"}) {
-        out.key(bound);
-        out.number(fields.size());
-    }
-    out.key("items");
-    out.begin_list();
-    for (const field &listed : fields) listed.describe(out);
-    out.end();
-    out.end();
+std::string describe_row(std::span<const field> fields) {
+    const std::string count = std::to_string(fields.size());
+    std::string items;
+    for (const field &listed : fields) items += (items.empty() ? "" : ", ") + listed.describe();
+    return R"({"type": "array", "minItems": )" + count + R"(, "maxItems": )" + count + R"(, "items": [)" + items + "]}";
 }
 
-void describe_reference(json_writer &out, std::string_view name) {
-    out.begin_object();
-    out.key("$ref");
-    out.text("#/$defs/" + std::string(name));
-    out.end();
-}
+std::string describe_reference(std::string_view name) { return R"({"$ref": "#/$defs/)" + std::string(name) + "\"}"; }
 
-void truth::describe(json_writer &out) {
-    out.begin_object();
-    out.key("type");
-    out.text("boolean");
-    out.end();
+std::string describe_words(std::span<const std::string_view> words) { return R"({"enum": )" + word_list(words) + "}"; }
+
+std::string describe_any(std::initializer_list<std::string> alternatives) {
+    std::string any;
+    for (const auto &each : alternatives) any += (any.empty() ? "" : ", ") + each;
+    return R"({"anyOf": [)" + any + "]}";
 }
 
 uint64_t number_keys::take(json_value member, naming kind, uint64_t highest) {

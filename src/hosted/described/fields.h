@@ -9,6 +9,7 @@
 #include <array>
 #include <concepts>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <optional>
 #include <span>
@@ -34,7 +35,7 @@ struct field {
     void (*read)(json_value from, void *record);
     bool (*absent)(const void *record);
     void (*write)(json_writer &out, const void *record);
-    void (*describe)(json_writer &out);
+    std::string (*describe)();
     bool required = false;
 };
 
@@ -48,15 +49,17 @@ template <class Record> struct table;  // specialised for every record: static c
 void read_fields(json_value from, void *record, std::span<const field> fields);
 void write_fields(json_writer &out, const void *record, std::span<const field> fields, bool on_lines);
 bool are_absent(const void *record, std::span<const field> fields);
-void describe_fields(json_writer &out, std::span<const field> fields);
+std::string describe_fields(std::span<const field> fields);
 
 // A record as a list, its keys in the order of the table: only their values are written.
 void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected);
 void write_row(json_writer &out, const void *record, std::span<const field> fields);
-void describe_row(json_writer &out, std::span<const field> fields);
+std::string describe_row(std::span<const field> fields);
 
-// {"$ref": "#/$defs/NAME"}
-void describe_reference(json_writer &out, std::string_view name);
+// Parts of a JSON schema.
+std::string describe_reference(std::string_view name);  // {"$ref": "#/$defs/NAME"}
+std::string describe_words(std::span<const std::string_view> words);
+std::string describe_any(std::initializer_list<std::string> alternatives);
 
 // The schema's name for what the keys of a kind look like.
 std::string_view key_definition(naming kind);
@@ -91,7 +94,7 @@ template <form Form> struct number_in : codec {
     template <class Number> static void write(json_writer &out, Number value) {
         write_number(out, Form, static_cast<uint64_t>(value));
     }
-    static void describe(json_writer &out) { describe_reference(out, "number"); }
+    static std::string describe() { return describe_reference("number"); }
 };
 using plain = number_in<form::plain>;
 using hexadecimal = number_in<form::hexadecimal>;
@@ -99,13 +102,13 @@ using hexadecimal = number_in<form::hexadecimal>;
 struct truth : codec {
     static void read(json_value from, bool &into) { into = from.flag(); }
     static void write(json_writer &out, bool value) { out.flag(value); }
-    static void describe(json_writer &out);
+    static std::string describe() { return R"({"type": "boolean"})"; }
 };
 
 struct plain_text : codec {
     static void read(json_value from, std::string &into) { into = from.text(); }
     static void write(json_writer &out, const std::string &value) { out.text(value); }
-    static void describe(json_writer &out) { describe_reference(out, "text"); }
+    static std::string describe() { return describe_reference("text"); }
 };
 
 // A value that is left out where it is the default.
@@ -122,7 +125,7 @@ template <class Codec> struct optional_of : codec {
         Codec::write(out, *value);
     }
     template <class Value> static bool absent(const std::optional<Value> &value) { return !value; }
-    static void describe(json_writer &out) { Codec::describe(out); }
+    static std::string describe() { return Codec::describe(); }
 };
 
 // A record as an object.
@@ -135,7 +138,7 @@ template <class Record> struct record_of : codec {
     }
     static void write(json_writer &out, const Record &value) { write_fields(out, &value, fields(), false); }
     static bool absent(const Record &value) { return are_absent(&value, fields()); }
-    static void describe(json_writer &out) { describe_fields(out, fields()); }
+    static std::string describe() { return describe_fields(fields()); }
 };
 
 // A record as a list; its table also says what is expected of it.
@@ -144,7 +147,7 @@ template <class Record> struct row_of : codec {
         read_row(from, &into, table<Record>::fields, table<Record>::expected);
     }
     static void write(json_writer &out, const Record &value) { write_row(out, &value, table<Record>::fields); }
-    static void describe(json_writer &out) { describe_row(out, table<Record>::fields); }
+    static std::string describe() { return describe_row(table<Record>::fields); }
 };
 
 // What ended during the run is not written.
@@ -174,14 +177,7 @@ template <class Codec, bool OnLines> struct list_of : codec {
     template <class Value> static bool absent(const std::vector<Value> &list) {
         return std::all_of(list.begin(), list.end(), [](const Value &value) { return is_gone(value); });
     }
-    static void describe(json_writer &out) {
-        out.begin_object();
-        out.key("type");
-        out.text("array");
-        out.key("items");
-        Codec::describe(out);
-        out.end();
-    }
+    static std::string describe() { return R"({"type": "array", "items": )" + Codec::describe() + "}"; }
 };
 
 // An object whose keys are numbers, or names of items: a map, a list of pairs, or a list of records that each keep
@@ -226,15 +222,9 @@ template <naming Kind, class Codec, bool OnLines = false, class Key = uint64_t> 
         out.end();
     }
     template <class Values> static bool absent(const Values &values) { return values.empty(); }
-    static void describe(json_writer &out) {
-        out.begin_object();
-        out.key("type");
-        out.text("object");
-        out.key("propertyNames");
-        describe_reference(out, key_definition(Kind));
-        out.key("additionalProperties");
-        Codec::describe(out);
-        out.end();
+    static std::string describe() {
+        return R"({"type": "object", "propertyNames": )" + describe_reference(key_definition(Kind)) +
+               R"(, "additionalProperties": )" + Codec::describe() + "}";
     }
 };
 

@@ -18,27 +18,6 @@ namespace {
 constexpr uint64_t FORMAT = 1;         // of the file
 constexpr uint32_t MOST_TIMES = 1000;  // that one answer comes
 
-// Writes alternatives of a schema.
-template <class... Describe> void describe_any(json_writer &out, Describe... alternative) {
-    out.begin_object();
-    out.key("anyOf");
-    out.begin_list();
-    (alternative(out), ...);
-    out.end();
-    out.end();
-}
-
-void describe_words(json_writer &out, std::span<const std::string_view> words) {
-    out.begin_object();
-    out.key("enum");
-    out.begin_list();
-    for (const auto word : words) out.text(word);
-    out.end();
-    out.end();
-}
-
-void describe_word(json_writer &out, std::string_view word) { describe_words(out, {&word, 1}); }
-
 // ---- values ---------------------------------------------------------------------------------------------------------
 
 struct object_handle : hexadecimal {
@@ -84,7 +63,7 @@ template <naming Kind> struct item_value : codec {
         if (value.error) return record_of<error_code>::write(out, {value.value});
         write_number(out, item_form(Kind, value.number), value.value);
     }
-    static void describe(json_writer &out) { describe_reference(out, "item"); }
+    static std::string describe() { return describe_reference("item"); }
 };
 
 // The kernel answers some of the state items itself.
@@ -95,7 +74,7 @@ struct state_value : item_value<naming::state> {
             from.wrong("the kernel provides this item");
         into.value = from.number();
     }
-    static void describe(json_writer &out) { describe_reference(out, "number"); }
+    static std::string describe() { return describe_reference("number"); }
 };
 
 // A group of system data: its items by number, or a list of them from number 0.
@@ -128,15 +107,9 @@ struct group_items : codec {
         }
         out.end();
     }
-    static void describe(json_writer &out) {
-        describe_any(out, list_of<item_value<naming::none>, false>::describe, [](json_writer &to) {
-            to.begin_object();
-            to.key("type");
-            to.text("object");
-            to.key("additionalProperties");
-            describe_reference(to, "item");
-            to.end();
-        });
+    static std::string describe() {
+        return describe_any({list_of<item_value<naming::none>, false>::describe(),
+                             R"({"type": "object", "additionalProperties": {"$ref": "#/$defs/item"}})"});
     }
 };
 
@@ -158,7 +131,7 @@ struct register_nodes : codec {
     using nodes = list_of<hexadecimal, false>;
     static void read(json_value from, thread::register_values &into) { nodes::read(from, into.nodes); }
     static void write(json_writer &out, const thread::register_values &value) { nodes::write(out, value.nodes); }
-    static void describe(json_writer &out) { nodes::describe(out); }
+    static std::string describe() { return nodes::describe(); }
 };
 
 }  // namespace
@@ -299,10 +272,7 @@ struct request_outcomes : codec {
         outcomes::write(out, value.requests);
     }
     static bool absent(const device_behaviour &value) { return !value.null_requests && value.requests.empty(); }
-    static void describe(json_writer &out) {
-        describe_any(
-            out, [](json_writer &to) { describe_word(to, "null"); }, outcomes::describe);
-    }
+    static std::string describe() { return describe_any({R"({"const": "null"})", outcomes::describe()}); }
 };
 
 struct query_answer : codec {
@@ -314,10 +284,7 @@ struct query_answer : codec {
         if (value.silent) return out.text("silent");
         record_of<answer>::write(out, value);
     }
-    static void describe(json_writer &out) {
-        describe_any(
-            out, [](json_writer &to) { describe_word(to, "silent"); }, record_of<answer>::describe);
-    }
+    static std::string describe() { return describe_any({R"({"const": "silent"})", record_of<answer>::describe()}); }
 };
 
 struct opening_word : codec {
@@ -337,7 +304,7 @@ struct opening_word : codec {
         out.text(words[std::find(std::begin(meanings), std::end(meanings), value) - std::begin(meanings)]);
     }
     static bool absent(opening value) { return value == opening::accept; }
-    static void describe(json_writer &out) { describe_words(out, words); }
+    static std::string describe() { return describe_words(words); }
 };
 
 struct counter_name : plain_text {
@@ -366,7 +333,7 @@ struct raw_bytes : codec {
         if (!into) from.wrong("expected pairs of hexadecimal digits");
     }
     static void write(json_writer &out, const std::optional<std::string> &value) { out.text(hex_text(*value)); }
-    static void describe(json_writer &out) { describe_reference(out, "hex"); }
+    static std::string describe() { return describe_reference("hex"); }
 };
 
 }  // namespace
@@ -393,7 +360,7 @@ struct counters_of_unit : codec {
         if (value.raw) return raw::write(out, value);
         counters::write(out, value.list);
     }
-    static void describe(json_writer &out) { describe_any(out, counters::describe, raw::describe); }
+    static std::string describe() { return describe_any({counters::describe(), raw::describe()}); }
 };
 
 struct service_type : codec {
@@ -407,7 +374,7 @@ struct service_type : codec {
         if (name.empty()) return out.number(value);
         out.text(name);
     }
-    static void describe(json_writer &out) { describe_reference(out, key_definition(naming::service_type)); }
+    static std::string describe() { return describe_reference(key_definition(naming::service_type)); }
 };
 
 struct argument_index {
@@ -438,7 +405,7 @@ namespace {
 template <class Codec, auto Member> struct about_result : codec {
     static void read(json_value from, listed_result &into) { Codec::read(from, into.about.*Member); }
     static void write(json_writer &out, const listed_result &value) { Codec::write(out, value.about.*Member); }
-    static void describe(json_writer &out) { Codec::describe(out); }
+    static std::string describe() { return Codec::describe(); }
 };
 
 struct result_value : codec {
@@ -467,8 +434,8 @@ struct result_value : codec {
         case kind::argument: return record_of<argument_index>::write(out, {from.value.word});
         }
     }
-    static void describe(json_writer &out) {
-        describe_any(out, plain::describe, plain_text::describe, record_of<argument_index>::describe);
+    static std::string describe() {
+        return describe_any({plain::describe(), plain_text::describe(), record_of<argument_index>::describe()});
     }
 };
 
@@ -504,7 +471,7 @@ struct service_results : codec {
         results::write(out, listed);
     }
     static bool absent(const service &from) { return from.values.empty(); }
-    static void describe(json_writer &out) { results::describe(out); }
+    static std::string describe() { return results::describe(); }
 };
 
 // A member of a service's description.
@@ -512,7 +479,7 @@ template <class Codec, auto Member> struct description : codec {
     static void read(json_value from, service &into) { Codec::read(from, into.description.*Member); }
     static void write(json_writer &out, const service &value) { Codec::write(out, value.description.*Member); }
     static bool absent(const service &value) { return Codec::absent(value.description.*Member); }
-    static void describe(json_writer &out) { Codec::describe(out); }
+    static std::string describe() { return Codec::describe(); }
 };
 
 // A text, or a list of texts that are joined. Written as the lines and what follows the last of them, so that a line
@@ -536,7 +503,7 @@ struct log_text : codec {
         out.text(rest);
         out.end();
     }
-    static void describe(json_writer &out) { describe_any(out, plain_text::describe, lines::describe); }
+    static std::string describe() { return describe_any({plain_text::describe(), lines::describe()}); }
 };
 
 using emergency = log_record::emergency;
@@ -634,10 +601,10 @@ struct call_code : codec {
         into = *which;
     }
     static void write(json_writer &out, call value) { out.text(call_name(value)); }
-    static void describe(json_writer &out) {
+    static std::string describe() {
         std::array<std::string_view, CALL_COUNT> names;
         for (size_t i = 0; i < names.size(); ++i) names[i] = call_name(static_cast<call>(i));
-        describe_words(out, names);
+        return describe_words(names);
     }
 };
 
@@ -668,13 +635,8 @@ struct keyboard_layouts : codec {
         out.end();
     }
     static bool absent(const std::vector<terminal> &value) { return value.empty(); }
-    static void describe(json_writer &out) {
-        out.begin_object();
-        out.key("type");
-        out.text("object");
-        out.key("additionalProperties");
-        plain_text::describe(out);
-        out.end();
+    static std::string describe() {
+        return R"({"type": "object", "additionalProperties": )" + plain_text::describe() + "}";
     }
 };
 
@@ -711,12 +673,7 @@ struct format_number : codec {
             from.wrong("format " + std::to_string(format) + " is unknown");
     }
     static void write(json_writer &out, const machine_records &) { out.number(FORMAT); }
-    static void describe(json_writer &out) {
-        out.begin_object();
-        out.key("const");
-        out.number(FORMAT);
-        out.end();
-    }
+    static std::string describe() { return R"({"const": )" + std::to_string(FORMAT) + "}"; }
 };
 
 // Read last, behind the tasks and devices whose entries the kernel publishes.
@@ -725,7 +682,7 @@ struct registry_root : codec {
     static void read(json_value, registry &) {}
     static void write(json_writer &out, const registry &value) { write_registry(out, value); }
     static bool absent(const registry &value) { return !is_registry_given(value); }
-    static void describe(json_writer &out) { describe_reference(out, "directory"); }
+    static std::string describe() { return describe_reference("directory"); }
 };
 
 }  // namespace
@@ -843,12 +800,12 @@ bool load(std::string_view text, machine_records &into, std::string &message) {
     return false;
 }
 
-void describe_machine(json_writer &out) { record_of<machine_records>::describe(out); }
+std::string describe_machine() { return record_of<machine_records>::describe(); }
 
 std::string machine_text(const machine_records &from) {
     json_writer out;
     write_fields(out, &from, table<machine_records>::fields, true);
-    return out.take();
+    return out.take() + '\n';
 }
 
 }  // namespace hosted::described

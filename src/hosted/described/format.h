@@ -6,7 +6,6 @@
 
 #include "hosted/described/document.h"
 #include "hosted/described/records.h"
-#include "hosted/described/writer.h"
 
 namespace hosted::described {
 
@@ -25,6 +24,6 @@ std::string machine_text(const machine_records &from);
 
 // The JSON schema of machine files, but for their comments, which JSON does not have.
 std::string machine_schema();
-void describe_machine(json_writer &out);  // the part of it that the tables give
+std::string describe_machine();  // the part of it that the tables give
 
 }  // namespace hosted::described

@@ -46,31 +46,17 @@ std::string_view key_definition(naming kind) {
 }
 
 std::string machine_schema() {
-    json_writer out;
-    out.begin_object(true);
+    std::string schema = BEGIN;
     for (const auto &[kind, name] : key_definitions) {
-        if (kind == naming::none) continue;
-        out.key(name);
-        out.begin_object();
-        out.key("anyOf");
-        out.begin_list();
-        describe_reference(out, kind == naming::service_type ? "number" : "digits");
-        out.begin_object();
-        out.key("enum");
-        out.begin_list(true);
+        std::vector<std::string_view> words;
         for (const auto &item : named_items()) {
-            if (item.kind == kind) out.text(item.name);
+            if (item.kind == kind) words.push_back(item.name);
         }
-        out.end();
-        out.end();
-        out.end();
-        out.end();
+        if (words.empty()) continue;
+        const auto number = describe_reference(kind == naming::service_type ? "number" : "digits");
+        schema += '"' + std::string(name) + "\": " + describe_any({number, describe_words(words)}) + ",\n";
     }
-    out.key("machine");
-    describe_machine(out);
-    out.end();
-    const std::string generated = out.take();
-    return BEGIN + generated.substr(generated.find('\n') + 1) + "}\n";
+    return schema + "\"machine\": " + describe_machine() + "}}\n";
 }
 
 }  // namespace hosted::described

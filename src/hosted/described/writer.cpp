@@ -79,11 +79,6 @@ void json_writer::hex(std::string_view bytes) {
     out_ += "{\"hex\": \"" + hex_text(bytes) + "\"}";
 }
 
-std::string json_writer::take() {
-    out_.push_back('\n');
-    return std::move(out_);
-}
-
 void json_writer::quote(std::string_view value) {
     out_.push_back('"');
     for (const char c : value) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace hosted::described {
@@ -26,7 +27,7 @@ public:
     void text(std::string_view value);  // as its bytes where it is not UTF-8
     void hex(std::string_view bytes);   // {"hex": "00 ff"}
 
-    std::string take();
+    std::string take() { return std::move(out_); }
 
 private:
     struct level {
