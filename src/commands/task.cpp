@@ -294,10 +294,11 @@ constexpr sb_column summed(const char *title, const char *suffix = nullptr) {
 }
 
 // Every column, in order, with the option that shows it and the function that adds its cell.
+using cell_adder = void (*)(const listing &, task_row &);
 constexpr struct {
     char option;
     sb_column column;
-    void (*add)(const listing &, task_row &);
+    cell_adder add;
 } catalogue[] = {
     {ALWAYS, right(COLP_STRING, "Handle"), add_handle},
     {'g', right(COLP_HEX, "Group", SB_COLUMN_HANDLE), add_hex_item<TASKINFO_GROUP>},
@@ -331,20 +332,24 @@ constexpr struct {
     {'n', left("Name"), add_name},
 };
 
-sb_table make_table(const options &opts) {
-    std::array<sb_column, std::size(catalogue)> shown = {};
+// The columns that a run shows, in order.
+struct shown_columns {
+    std::array<sb_column, std::size(catalogue)> columns = {};
+    std::array<cell_adder, std::size(catalogue)> adders = {};
     size_t count = 0;
-    for (const auto &entry : catalogue) {
-        if (opts.shown & bit(entry.option)) shown[count++] = entry.column;
-    }
-    return sb_newtable("task", opts.style, std::span(shown).first(count));
-}
 
-void add_row(const listing &list, task_row &task) {
-    colp_beginrow(list.table);
-    for (const auto &entry : catalogue) {
-        if (list.shows(entry.option)) entry.add(list, task);
+    explicit shown_columns(const options &opts) {
+        for (const auto &entry : catalogue) {
+            if (!(opts.shown & bit(entry.option))) continue;
+            columns[count] = entry.column;
+            adders[count++] = entry.add;
+        }
     }
+};
+
+void add_row(const listing &list, std::span<const cell_adder> adders, task_row &task) {
+    colp_beginrow(list.table);
+    for (const cell_adder add : adders) add(list, task);
     colp_endrow(list.table);
 }
 
@@ -374,10 +379,11 @@ void print_footer(const listing &list) {
     if (list.shows('L')) print_legend();
 }
 
-int list_tasks(const listing &list, const options &opts) {
+int list_tasks(const listing &list, const shown_columns &shown, const options &opts) {
+    const std::span adders = std::span(shown.adders).first(shown.count);
     while (_SL_StepIterator(list.iterator) == RESULT_SUCCESS) {
         task_row task = {};
-        if (read_basics(list.iterator, task)) add_row(list, task);
+        if (read_basics(list.iterator, task)) add_row(list, adders, task);
     }
     if (sb_parse_colp_sort(list.table, opts.sort) != 0) return SB_FAILED;
     sb_print_summed(list.table, stdout);
@@ -394,7 +400,8 @@ int sb_task(int argc, char **argv) {
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     device_record *service = GetSystemService();  // null: no answers
-    const sb_table table = make_table(opts);
+    const shown_columns shown(opts);
+    const sb_table table = sb_newtable("task", opts.style, std::span(shown.columns).first(shown.count));
     if (!table) return SB_FAILED;
     const uint64_t iterator = _SL_CreateIterator(0, 0);
     if (iterator == NO_OBJECT) {
@@ -403,7 +410,7 @@ int sb_task(int argc, char **argv) {
     }
     int status = SB_FAILED;
     const bool begun = _SL_BeginIterator(iterator, SYSTEM_WIDE, ITERSEL_TASKS) == RESULT_SUCCESS;
-    if (begun) status = list_tasks({table.get(), iterator, page_size, service, opts.shown}, opts);
+    if (begun) status = list_tasks({table.get(), iterator, page_size, service, opts.shown}, shown, opts);
     _SL_DeleteObject(iterator, DELETE_HANDLE);
     return begun ? status : fail(status, "failed to start iteration");
 }

@@ -40,7 +40,7 @@ private:
 };
 
 // Makes a call that returns -1 and sets errno on failure, again for as long as it is interrupted.
-template <class Call> auto retry_interrupted(Call call) {
+template <class Call> [[gnu::always_inline]] inline auto retry_interrupted(Call call) {
     for (;;) {
         const auto result = call();
         if (result != -1 || errno != EINTR) return result;
