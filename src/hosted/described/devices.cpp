@@ -37,7 +37,7 @@ private:
     const std::vector<unit_counters> &units_;
 };
 
-// What is no UTF-8 becomes the replacement character, byte by byte.
+// Each byte that is not UTF-8 becomes the replacement character.
 std::u32string wide_text(std::string_view text) {
     std::u32string wide;
     for (size_t at = 0; at < text.size();) {
@@ -67,7 +67,9 @@ public:
             switch (value.what) {
             case service_result::kind::word: call.set_word(i, value.word); break;
             case service_result::kind::argument: call.set_word(i, call.word(value.word)); break;
-            case service_result::kind::text: give_text(called.description.results[i].type, value.text, i, call); break;
+            case service_result::kind::text:
+                set_result_text(called.description.results[i].type, value.text, i, call);
+                break;
             }
         }
         return 0;
@@ -76,7 +78,7 @@ public:
 private:
     const service &listed(size_t index) const { return (*device_.services)[index]; }
 
-    static void give_text(uint64_t type, const std::string &text, size_t result, service_call &call) {
+    static void set_result_text(uint64_t type, const std::string &text, size_t result, service_call &call) {
         if (type == SVCTYPE_WIDE_STRING) return call.set_wide(result, wide_text(text));
         if (type != SVCTYPE_SOCKADDR) return call.set_text(result, text);
         if (const auto address = parse_address(text)) call.set_address(result, *address);
@@ -184,7 +186,7 @@ private:
                 if (listed.pid) by_process_.emplace(*listed.pid, &listed);
             }
         }
-        // Several tasks may go by one id: the first in the machine's order that is still there.
+        // Several tasks may have one id: take the first of the file that is not gone.
         const task *first = nullptr;
         const auto [begin, end] = by_process_.equal_range(pid);
         for (auto at = begin; at != end; ++at) {
@@ -195,7 +197,7 @@ private:
 
     const machine_records &records_;
     std::unordered_map<uint32_t, std::string> drivers_;
-    std::unordered_multimap<uint64_t, const task *> by_process_;  // made at the first question
+    std::unordered_multimap<uint64_t, const task *> by_process_;  // filled at the first lookup
     uint32_t max_major_ = 0;
 };
 

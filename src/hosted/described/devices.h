@@ -11,12 +11,12 @@
 
 namespace hosted::described {
 
-// Makes servers over the records, which must outlive them; so must this.
+// Makes servers over the records. Both the records and this object must outlive them.
 class device_maker {
 public:
     explicit device_maker(machine_records &from) : records_(from) {}
 
-    // The server of a device; null where there is none of that name.
+    // Makes the server of a device; null if there is none of that name.
     std::unique_ptr<server> make(kernel &owner, std::string_view name);
 
 private:
@@ -28,7 +28,7 @@ private:
     }
 
     machine_records &records_;
-    std::unordered_map<std::string_view, device *> by_name_;  // made at the first question
+    std::unordered_map<std::string_view, device *> by_name_;  // filled at the first lookup
     std::vector<std::shared_ptr<void>> sources_;
 };
 

@@ -27,7 +27,7 @@ constexpr uint64_t BUDGET_PER_OBJECT = 10'000;           // ... and these for ea
 constexpr int FIRST_TERMINAL = 3;                        // descriptor
 constexpr std::string_view STANDARD_INPUT = "stdin";
 
-uint64_t give(const item &from, uint64_t &value) {
+uint64_t read_value(const item &from, uint64_t &value) {
     if (from.error) return from.value;
     value = from.value;
     return RESULT_SUCCESS;
@@ -36,7 +36,7 @@ uint64_t give(const item &from, uint64_t &value) {
 uint64_t read_item(const object &from, uint64_t number, uint64_t &value) {
     if (from.gone) return RESULT_NO_OBJECT;
     for (const item &given : from.info) {
-        if (given.number == number) return give(given, value);
+        if (given.number == number) return read_value(given, value);
     }
     if (number == OBJINFO_HANDLE) {
         value = from.handle;
@@ -58,29 +58,29 @@ void set_item(object &of, uint64_t number, uint64_t value) {
     of.info.push_back({number, value, false});
 }
 
-// Over a list of records, which stays where it is; what is gone is passed over.
+// A walk over a list of records, which must outlive it. Skips those that are gone.
 template <class Record> class list_walk : public walk {
 public:
     explicit list_walk(const std::vector<Record> &list) : list_(list) {}
 
     uint64_t step() override {
-        for (standing_ = nullptr; next_ < list_.size();) {
+        for (here_ = nullptr; next_ < list_.size();) {
             const object &here = list_[next_++];
             if (here.gone) continue;
-            standing_ = &here;
+            here_ = &here;
             return RESULT_SUCCESS;
         }
         return RESULT_NO_ITEM;
     }
 
     uint64_t info(uint64_t number, uint64_t &value) override {
-        return standing_ == nullptr ? RESULT_NO_ITEM : read_item(*standing_, number, value);
+        return here_ == nullptr ? RESULT_NO_ITEM : read_item(*here_, number, value);
     }
 
 private:
     const std::vector<Record> &list_;
     size_t next_ = 0;
-    const object *standing_ = nullptr;
+    const object *here_ = nullptr;
 };
 
 template <class Record> std::unique_ptr<walk> walk_over(const std::vector<Record> &list) {
@@ -150,7 +150,7 @@ private:
     device_maker devices_{records_};
     kernel *kernel_ = nullptr;
 
-    described::task self_task_;  // the caller's where the file lists no task of its handle
+    described::task self_task_;  // used where the file lists no task of the caller's handle
     object self_thread_;
     uint64_t first_handle_ = 0;
     uint64_t longest_register_ = 0;           // name, bytes
@@ -174,7 +174,7 @@ bool described_machine::load(const std::string &path, const std::string &save_pa
     return true;
 }
 
-// The calling task and thread get handles that nothing else has, and so does the kernel behind them.
+// Gives the calling task and thread handles that nothing else has; the kernel's own begin after them.
 void described_machine::settle_callers() {
     const auto &self = records_.self;
     uint64_t highest = LOWEST_OWN_HANDLE - 1;
@@ -205,7 +205,7 @@ bool described_machine::save(std::string &message) {
         if (kernel_ != nullptr) records_.tick = kernel_->now();
         return file_.save(machine_text(records_), message);
     } catch (const std::exception &) {
-        message = file_.save_path() + ": " + std::strerror(ENOMEM);  // nothing else is thrown
+        message = file_.save_path() + ": " + std::strerror(ENOMEM);  // the only exceptions here
         return false;
     }
 }
@@ -258,9 +258,9 @@ uint64_t described_machine::system_data(uint64_t group, uint64_t index, uint64_t
     for (const data_group &given : records_.system_data) {
         if (given.number != group) continue;
         if (given.is_list) {
-            if (index < given.items.size()) return give(given.items[index], value);
+            if (index < given.items.size()) return read_value(given.items[index], value);
         } else if (const auto found = given.index.find(index); found != given.index.end()) {
-            return give(given.items[found->second], value);
+            return read_value(given.items[found->second], value);
         }
         break;
     }
@@ -453,7 +453,7 @@ std::unique_ptr<machine> make_described_machine(const std::string &path, const s
         for (const fault &listed : made->faults()) faults.add(listed);
         return made;
     } catch (const std::exception &) {
-        message = path + ": " + std::strerror(ENOMEM);  // nothing else is thrown
+        message = path + ": " + std::strerror(ENOMEM);  // the only exceptions here
         return nullptr;
     }
 }

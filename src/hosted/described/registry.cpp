@@ -56,7 +56,7 @@ uint32_t registry::entry::shown_length() const {
     }
 }
 
-// Walks by position: entries are only ever added behind, and one that goes keeps its place.
+// Walks by position: entries are only appended, and one that is gone keeps its position.
 class registry::cursor : public registry_cursor {
 public:
     cursor(const registry &owner, uint32_t directory) : registry_(owner), directory_(directory) {}
@@ -111,7 +111,7 @@ void registry::reserve(uint32_t directory, size_t count) {
 registry::entry *registry::published_directory(uint32_t directory, std::string_view name) {
     if (directory != ROOT && directory != RUN) return nullptr;
     for (auto &there : directories_[directory].entries) {
-        if (!there.published) break;  // they stand first
+        if (!there.published) break;  // they come first
         if (there.name == name) return &there;
     }
     return nullptr;
@@ -178,7 +178,7 @@ registry::entry *registry::find(uint32_t directory, std::string_view name) {
         if (where.index[slot] == 0) return nullptr;
         at = where.index[slot] - 1;
     }
-    for (; at < where.entries.size(); ++at) {  // behind an entry that is gone another of its name may stand
+    for (; at < where.entries.size(); ++at) {  // another of its name may follow one that is gone
         if (!where.entries[at].gone && where.entries[at].name == name) return &where.entries[at];
     }
     return nullptr;
@@ -248,7 +248,7 @@ uint32_t registry::read_binary(std::string_view path, std::string &value) {
     return 0;
 }
 
-// Makes a key, or gives one of the same kind a new value. A name that a machine file could not hold is refused.
+// Creates a key, or replaces one of the same kind. Refuses a name that a machine file cannot hold.
 uint32_t registry::make_key(std::string_view path, entry made) {
     std::string_view parent = path;
     const auto name = take_last(parent);
@@ -265,7 +265,7 @@ uint32_t registry::make_key(std::string_view path, entry made) {
     }
     const auto key = [](const entry &of) { return of.holds != entry::kind::directory; };
     if (key(*there) != key(made)) return REFUSED;
-    if (!key(made)) return 0;  // what a directory holds stays
+    if (!key(made)) return 0;  // a directory keeps its content
     made.name = name;
     *there = std::move(made);
     return 0;

@@ -1,8 +1,8 @@
 // hosted/described/registry.h - the registry of a described machine.
 //
 // A tree of directories that keep the order of their entries. The kernel publishes run/proc and run/dev first; what the
-// machine file gives for them stands behind. A path finds its entry by a hash index, which a directory gets when the
-// first path leads through it and it holds more than a few entries.
+// machine file gives for them follows. A directory of more than a few entries gets a hash index when the first path
+// goes through it.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ public:
         enum class kind : uint8_t { nothing, integer, port, bytes, directory };
 
         std::string name;
-        kind holds = kind::nothing;  // what reading it gives; port: the device of its name
+        kind holds = kind::nothing;  // what reading it returns; port: that of the device of this name
         bool temporary = false;      // a directory
         bool unreadable = false;     // listed and described only
         bool published = false;      // by the kernel
@@ -39,7 +39,7 @@ public:
         uint32_t directory = 0;
         uint64_t number = 0;
         std::string bytes;
-        std::optional<uint16_t> type;  // described so, whatever it holds
+        std::optional<uint16_t> type;  // shown instead of those of what it holds
         std::optional<uint32_t> length;
 
         uint16_t shown_type() const;
@@ -48,18 +48,18 @@ public:
 
     registry();
 
-    // Adds an entry behind the others of a directory; one that holds a directory gets an empty one. The entry stays
-    // where it is until the next is added.
+    // Appends an entry to a directory; one that holds a directory gets an empty one. The reference is valid until the
+    // next entry is added.
     entry &add(uint32_t directory, entry added);
 
-    // The kernel's own entry of a name where a machine file gives more for it; null where there is none.
+    // The directory that the kernel publishes under a name, to which a machine file may add; null if there is none.
     entry *published_directory(uint32_t directory, std::string_view name);
 
     void publish_task(uint64_t handle, std::string_view name);
     void publish_device(std::string_view name);
     void withdraw_task(uint64_t handle);
 
-    // Makes room for so many more entries.
+    // Allocates memory for that many more entries.
     void reserve(uint32_t directory, size_t count);
 
     std::span<const entry> entries(uint32_t directory) const { return directories_[directory].entries; }
@@ -67,7 +67,7 @@ public:
     // Entries that the machine file gives.
     size_t given_count() const;
 
-    // The ports of devices are the kernel's to know.
+    // Takes the kernel that knows the ports of devices.
     void attach(kernel &owner) { kernel_ = &owner; }
 
     registry_limits allowed;
@@ -99,7 +99,7 @@ private:
     uint32_t new_directory();
     uint32_t make_key(std::string_view path, entry made);
 
-    std::vector<folder> directories_;  // in one row: releasing them needs no stack
+    std::vector<folder> directories_;  // one array: releasing a deep tree needs no recursion
     kernel *kernel_ = nullptr;
 };
 
