@@ -50,7 +50,8 @@ int try_to_act(words arguments) {
         std::vector<char *> pointers;
         for (auto &argument : arguments) pointers.push_back(argument.data());
         pointers.push_back(nullptr);
-        hosted::install(hosted::make_live_machine());
+        std::string message;
+        hosted::install(hosted::make_live_machine(message));
         if (!forbid_acting()) _exit(UNABLE);
         command->entry(static_cast<int>(arguments.size()) - 1, pointers.data() + 1);
         _exit(0);

@@ -9,7 +9,10 @@
 
 namespace hosted {
 
-std::unique_ptr<machine> make_live_machine();
+// The Linux system that the program runs on.
+//   message  out, on failure: "FILE: what is wrong", for a person
+//   returns  null where the process file system is not mounted
+std::unique_ptr<machine> make_live_machine(std::string &message);
 
 // Loads the machine file at path. With a save path the machine is written there at the end of the run. If both name the
 // same file, it stays locked from here until then.

@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -37,6 +39,17 @@ public:
 
 private:
     int number_;
+};
+
+// Thrown where a call cannot be served because the system is out of something or a read failed. As a std::bad_alloc it
+// fails the kernel call under way with RESULT_NO_MEMORY; a call that has no result to fail with ends the run.
+class system_failure : public std::bad_alloc {
+public:
+    system_failure(const std::string &path, int error) : text_(path + ": " + std::strerror(error)) {}
+    const char *what() const noexcept override { return text_.c_str(); }  // "FILE: the system's text"
+
+private:
+    std::string text_;
 };
 
 // Makes a call that returns -1 and sets errno on failure, again for as long as it is interrupted.

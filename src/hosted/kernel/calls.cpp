@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <new>
 
+#include "hosted/descriptors.h"
 #include "hosted/kernel/run.h"
 #include "platform/kernel.h"
 
@@ -100,7 +101,9 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
         } else {
             result = fault ? fail(who, which, *fault, *fault) : body(now.kernel, lock, who);
         }
-    } catch (const std::bad_alloc &) {
+    } catch (const std::bad_alloc &thrown) {
+        const bool cannot_fail = properties_of(which).returns == call_returns::value;
+        if (cannot_fail && dynamic_cast<const system_failure *>(&thrown) != nullptr) end_unreadable(thrown.what());
         result = fail(who, which, RESULT_NO_MEMORY, 0);
     }
     if (who.fate != fate::returns) end_in_call(now, lock, who, which, arguments);

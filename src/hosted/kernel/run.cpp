@@ -69,7 +69,10 @@ void refuse_unknown_variables() {
 
 std::unique_ptr<run> make_run(const char *path, const char *save) {
     if (path == nullptr || std::strcmp(path, "live") == 0) {
-        if (*save == '\0') return std::make_unique<run>(make_live_machine());
+        std::string message;
+        auto machine = make_live_machine(message);
+        if (!machine) refuse("%s", message.c_str());
+        if (*save == '\0') return std::make_unique<run>(std::move(machine));
         refuse("%s: the live machine is not saved; ventix-machine snapshot captures it", MACHINE_SAVE);
     }
     if (*path == '\0') refuse("%s: empty; name a machine file, or live", MACHINE);
@@ -149,6 +152,8 @@ int finish(int status) {
     const bool failed = ending->failed || !saved || log_error != 0;
     return status == 0 && failed ? 1 : status;
 }
+
+void end_unreadable(const char *why) { refuse("%s", why); }
 
 [[gnu::cold]] void end_in_call(run &ending, std::unique_lock<std::mutex> &lock, const caller &who, call which,
                                std::span<const argument> arguments) {

@@ -62,6 +62,10 @@ inline kernel &running() { return this_run().kernel; }
 [[noreturn]] void end_in_call(run &ending, std::unique_lock<std::mutex> &lock, const caller &who, call which,
                               std::span<const argument> arguments);
 
+// Ends the process with status 125 for a value that the machine cannot be asked for, by a call that cannot fail.
+//   why  for a person
+[[noreturn]] void end_unreadable(const char *why);
+
 // Ends the run: saves the machine and checks the call log. A failure is reported once on standard error. Does nothing,
 // and reads no environment, if no run has begun.
 //   status   of the process so far

@@ -1,12 +1,12 @@
-// counters.cpp - statistics of interfaces, block devices, processors and virtual memory as counters.
+// hosted/live/counters.cpp - statistics of interfaces, block devices, processors and virtual memory as counters.
+#include "hosted/live/counters.h"
+
 #include <algorithm>
-#include <cerrno>
 #include <optional>
 #include <span>
 
-#include "hosted/live/devices.h"
+#include "hosted/live/texts.h"
 #include "platform/protocol/device.h"
-#include "platform/protocol/registry.h"
 
 namespace hosted::live {
 
@@ -23,32 +23,34 @@ constexpr std::string_view BLOCK_COUNTERS[] = {
 constexpr std::string_view PROCESSOR_COUNTERS[] = {"user", "nice",    "system", "idle",  "iowait",
                                                    "irq",  "softirq", "steal",  "guest", "guest_nice"};
 
-// One line of a table: whose it is, and the rest with the figures. An empty name for a line that is no one's.
+// One line of a table: whose it is, and the rest with the figures. The name is empty for a line without an owner.
 struct row {
     std::string name;
-    std::string_view figures;
+    scanner figures;
 };
 
 row interface_row(std::string_view line) {
     const size_t colon = line.rfind(':');  // the last: the figures have none
-    if (colon == line.npos) return {};
-    return {std::string(trimmed(line.substr(0, colon))), line.substr(colon + 1)};
-}
-
-row block_device_row(std::string_view line) {
-    next_field(line);  // major and minor number
-    next_field(line);
-    std::string name(next_field(line));
-    std::replace(name.begin(), name.end(), '/', '!');
-    return {std::move(name), line};
+    if (colon == line.npos) return {{}, scanner({})};
+    return {std::string(trimmed(line.substr(0, colon))), scanner(line.substr(colon + 1))};
 }
 
 row plain_row(std::string_view line) {
-    const std::string_view name = next_field(line);
-    return {std::string(name), line};
+    scanner scan(line);
+    std::string name(scan.word());
+    return {std::move(name), scan};
 }
 
-// Where the statistics of a kind stand.
+row block_device_row(std::string_view line) {
+    scanner numbers(line);
+    numbers.word();  // major and minor
+    numbers.word();
+    row found = plain_row(numbers.rest());
+    std::replace(found.name.begin(), found.name.end(), '/', '!');
+    return found;
+}
+
+// Where the statistics of a kind are.
 struct table {
     std::string_view file;
     row (*parse)(std::string_view line);
@@ -60,37 +62,49 @@ constexpr table TABLES[] = {  // by file_counters::kind
     {"/stat", plain_row, PROCESSOR_COUNTERS},
     {"/vmstat", plain_row, {}}};
 
+const table &table_of(file_counters::kind kind) { return TABLES[static_cast<size_t>(kind)]; }
+
 std::vector<std::string> names_in(const file_roots &roots, file_counters::kind kind) {
-    const table &from = TABLES[static_cast<size_t>(kind)];
-    std::string text;
-    read_file(roots.proc + std::string(from.file), text);
+    const table &from = table_of(kind);
+    const std::string text = read_table(roots.proc + std::string(from.file));
     std::vector<std::string> names;
-    for (std::string_view rest = text; !rest.empty();) {
-        row found = from.parse(next_line(rest));
+    for (scanner scan(text); !scan.done();) {
+        row found = from.parse(scan.line());
         if (can_be_key(found.name)) names.push_back(std::move(found.name));
     }
     return names;
 }
 
 // The figures of the row of a name; nothing where there is none.
-std::optional<std::string_view> figures_of(std::string_view text, row (*parse)(std::string_view),
-                                           std::string_view name) {
-    while (!text.empty()) {
-        const row found = parse(next_line(text));
+std::optional<scanner> figures_of(std::string_view text, row (*parse)(std::string_view), std::string_view name) {
+    for (scanner scan(text); !scan.done();) {
+        const row found = parse(scan.line());
         if (found.name == name) return found.figures;
     }
     return std::nullopt;
 }
 
-}  // namespace
-
-bool can_be_key(std::string_view name) {
-    const auto fits = [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte >= ' ' && byte != 0x7F;
-    };
-    return reg_is_name(name) && std::all_of(name.begin(), name.end(), fits);
+// The virtual memory has a counter in each row, and units of so many rows that have one.
+uint32_t read_unit(std::string_view text, uint32_t unit, uint64_t room, std::string &bytes) {
+    size_t skipped = size_t{unit} * file_counters::UNIT_COUNTERS, read = 0;
+    bool any = unit == 0;
+    for (scanner scan(text); !scan.done() && read < file_counters::UNIT_COUNTERS;) {
+        row found = plain_row(scan.line());
+        const auto value = found.figures.decimal();
+        if (!value) continue;
+        if (skipped != 0) {
+            skipped--;
+            continue;
+        }
+        any = true;
+        clean(found.name);
+        if (!append_counter(bytes, room, found.name, *value)) break;
+        read++;
+    }
+    return any ? 0 : uint32_t{IOERROR_NOT_FOUND};
 }
+
+}  // namespace
 
 std::vector<std::string> interface_names(const file_roots &roots) {
     return names_in(roots, file_counters::kind::interface);
@@ -100,41 +114,35 @@ std::vector<std::string> block_device_names(const file_roots &roots) {
     return names_in(roots, file_counters::kind::block_device);
 }
 
-bool file_counters::load() {
-    return read_file(roots_.proc + std::string(TABLES[static_cast<size_t>(kind_)].file), text_);
-}
+int file_counters::load() { return read_file(roots_.proc + std::string(table_of(kind_).file), text_); }
 
 bool file_counters::exists() {
     if (kind_ == kind::processors || kind_ == kind::virtual_memory) return true;
-    fresh_ = load();
-    return can_be_key(name_) && figures_of(text_, TABLES[static_cast<size_t>(kind_)].parse, name_).has_value();
+    fresh_ = load() == 0;
+    return can_be_key(name_) && figures_of(text_, table_of(kind_).parse, name_).has_value();
 }
 
 uint32_t file_counters::read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) {
-    const bool by_processor = kind_ == kind::processors;
-    if (unit != 0 && !by_processor) return IOERROR_NOT_FOUND;
-    if (!fresh_ && !load()) return error_word(errno);
+    const bool by_processor = kind_ == kind::processors, by_row = kind_ == kind::virtual_memory;
+    if (unit != 0 && !by_processor && !by_row) return IOERROR_NOT_FOUND;
+    if (const int error = fresh_ ? 0 : load()) return error_word(error);
     fresh_ = false;
 
-    const table &from = TABLES[static_cast<size_t>(kind_)];
     bytes.clear();
-    if (kind_ == kind::virtual_memory) {  // a counter in each row
-        for (std::string_view rest = text_; !rest.empty();) {
-            row found = from.parse(next_line(rest));
-            const auto value = next_number(found.figures);
-            if (value && !append_counter(bytes, room, found.name, *value)) break;
-        }
+    uint32_t result = 0;
+    if (by_row) {
+        result = read_unit(text_, unit, room, bytes);
     } else {
-        const auto figures = figures_of(text_, from.parse, by_processor ? name_ + std::to_string(unit) : name_);
+        const table &from = table_of(kind_);
+        auto figures = figures_of(text_, from.parse, by_processor ? name_ + std::to_string(unit) : name_);
         if (!figures) return IOERROR_NOT_FOUND;
-        std::string_view rest = *figures;
         for (const std::string_view name : from.counters) {
-            const auto value = next_number(rest);
+            const auto value = figures->decimal();
             if (!value || !append_counter(bytes, room, name, *value)) break;
         }
     }
     returned = bytes.size();
-    return 0;
+    return result;
 }
 
 }  // namespace hosted::live

@@ -1,13 +1,16 @@
-// devices.cpp - the devices of the live machine and their servers.
-#include <array>
-#include <cerrno>
-#include <unordered_set>
-
-#include "hosted/kernel/kernel.h"
+// hosted/live/devices.cpp - the devices of the live machine by name, and their servers.
 #include "hosted/live/devices.h"
-#include "hosted/live/system.h"
+
+#include <array>
+#include <map>
+#include <unordered_set>
+#include <utility>
+
+#include "hosted/live/counters.h"
+#include "hosted/live/hardware_clock.h"
+#include "hosted/live/host_services.h"
+#include "hosted/live/system_log.h"
 #include "hosted/servers/protocols.h"
-#include "platform/kernel.h"
 #include "platform/protocol/log.h"
 #include "platform/protocol/rtc.h"
 #include "platform/protocol/sysvc.h"
@@ -21,20 +24,9 @@ constexpr std::array<std::string_view, 5> FIXED_NAMES = {LOG_DEVICE, RTC_NAME, P
 
 }  // namespace
 
-uint32_t error_word(int error) {
-    switch (error) {
-    case EPERM:
-    case EACCES: return static_cast<uint32_t>(RESULT_NOT_PERMITTED);
-    case ENOENT:
-    case ENODEV:
-    case ENXIO:
-    case EADDRNOTAVAIL: return IOERROR_NOT_FOUND;
-    default: return SYSVCERR_SYSTEM + static_cast<uint32_t>(error);
-    }
-}
-
-struct device_table::sources {
-    explicit sources(const file_roots &roots) : log(roots), clock(roots), host(roots) {}
+// What the servers read and write.
+struct device_table::device_data {
+    explicit device_data(const file_roots &roots) : log(roots), clock(roots), host(roots) {}
 
     system_log log;
     hardware_clock clock;
@@ -45,7 +37,7 @@ struct device_table::sources {
     file_counters *counters_of(const file_roots &roots, std::string_view name);
 };
 
-file_counters *device_table::sources::counters_of(const file_roots &roots, std::string_view name) {
+file_counters *device_table::device_data::counters_of(const file_roots &roots, std::string_view name) {
     using kind = file_counters::kind;
     if (const auto known = counters.find(name); known != counters.end()) return known->second.get();
     std::vector<kind> kinds = {kind::interface, kind::block_device};
@@ -62,9 +54,9 @@ device_table::device_table(const file_roots &roots) : roots_(roots) {}
 
 device_table::~device_table() = default;
 
-device_table::sources &device_table::drawn_from() {
-    if (!sources_) sources_ = std::make_unique<sources>(roots_);
-    return *sources_;
+device_table::device_data &device_table::data() {
+    if (!data_) data_ = std::make_unique<device_data>(roots_);
+    return *data_;
 }
 
 std::vector<std::string> device_table::names() {
@@ -72,13 +64,13 @@ std::vector<std::string> device_table::names() {
     std::unordered_set<std::string> taken = {std::string(SYSVC_DEVICE)};
     for (const std::string_view name : FIXED_NAMES) {
         taken.emplace(name);
-        if (name != RTC_NAME || drawn_from().clock.exists()) names.emplace_back(name);
+        if (name != RTC_NAME || data().clock.exists()) names.emplace_back(name);
     }
     const auto add = [&](std::vector<std::string> found, file_counters::kind of) {
         for (std::string &name : found) {
             if (!taken.insert(name).second) continue;
-            // Who lists them asks for each: the table is not read again for that.
-            drawn_from().counters.try_emplace(name, std::make_unique<file_counters>(roots_, of, name));
+            // A client that lists the devices asks for each of them next; the table is not read again for that.
+            data().counters.try_emplace(name, std::make_unique<file_counters>(roots_, of, name));
             names.push_back(std::move(name));
         }
     };
@@ -89,8 +81,8 @@ std::vector<std::string> device_table::names() {
 
 bool device_table::has(std::string_view name) {
     if (name == SYSVC_DEVICE) return false;
-    if (name == RTC_NAME) return drawn_from().clock.exists();
-    return name == LOG_DEVICE || name == HOST_NAME || drawn_from().counters_of(roots_, name) != nullptr;
+    if (name == RTC_NAME) return data().clock.exists();
+    return name == LOG_DEVICE || name == HOST_NAME || data().counters_of(roots_, name) != nullptr;
 }
 
 std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name) {
@@ -98,14 +90,14 @@ std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name)
     device_behaviour behaviour;
     std::unique_ptr<device_protocol> protocol;
     if (name == LOG_DEVICE) {
-        protocol = make_log_protocol(drawn_from().log);
+        protocol = make_log_protocol(data().log);
     } else if (name == RTC_NAME) {
-        protocol = make_clock_protocol(drawn_from().clock);
+        protocol = make_clock_protocol(data().clock);
     } else if (name == HOST_NAME) {
         behaviour.classes.push_back(SERVICE_CLASS);
-        protocol = make_service_protocol(drawn_from().host);
+        protocol = make_service_protocol(data().host);
     } else {
-        protocol = make_counter_protocol(*drawn_from().counters_of(roots_, name));
+        protocol = make_counter_protocol(*data().counters_of(roots_, name));
     }
     auto made = std::make_unique<device_server>(owner, std::move(behaviour));
     made->add(std::move(protocol));

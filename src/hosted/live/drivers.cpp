@@ -1,7 +1,11 @@
-// drivers.cpp - the table of device major numbers.
+// hosted/live/drivers.cpp - the system's table of device major numbers.
+#include "hosted/live/drivers.h"
+
 #include <sys/sysmacros.h>
 
-#include "hosted/live/system.h"
+#include <utility>
+
+#include "hosted/live/texts.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/sysvc.h"
 
@@ -14,13 +18,14 @@ constexpr uint64_t HIGHEST_MAJOR = 4095;  // device numbers have 12 bits for it
 std::map<uint32_t, std::string> parse_drivers(std::string_view text) {
     std::map<uint32_t, std::string> characters, blocks;
     std::map<uint32_t, std::string> *section = nullptr;
-    while (!text.empty()) {
-        std::string_view line = next_line(text);
-        if (line == "Character devices:") section = &characters;
-        if (line == "Block devices:") section = &blocks;
-        const auto major = next_number(line);
-        std::string name(trimmed(line));
-        if (!section || !major || *major > HIGHEST_MAJOR || name.empty()) continue;
+    for (scanner scan(text); !scan.done();) {
+        const std::string_view whole = scan.line();
+        if (whole == "Character devices:") section = &characters;
+        if (whole == "Block devices:") section = &blocks;
+        scanner line(whole);
+        const auto major = line.decimal();
+        std::string name(trimmed(line.rest()));
+        if (section == nullptr || !major || *major > HIGHEST_MAJOR || name.empty()) continue;
         clean(name);
         section->emplace(static_cast<uint32_t>(*major), std::move(name));
     }
@@ -29,11 +34,7 @@ std::map<uint32_t, std::string> parse_drivers(std::string_view text) {
 }
 
 const std::map<uint32_t, std::string> &driver_table::drivers() {
-    if (!drivers_) {
-        std::string text;
-        read_file(roots_.proc + "/devices", text);
-        drivers_ = parse_drivers(text);
-    }
+    if (!drivers_) drivers_ = parse_drivers(read_table(roots_.proc + "/devices"));
     return *drivers_;
 }
 

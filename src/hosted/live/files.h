@@ -1,12 +1,12 @@
-// hosted/live/files.h - reading the texts that the operating system gives.
+// hosted/live/files.h - reading the operating system's files.
 //
-// Nothing in them is trusted: a read is bounded, a number that does not fit is none, a name is cleaned before it goes
-// out.
+// A read is bounded. What the caller may not see is for the reader to fall back from, so those errors are returned.
+// What cannot be read for want of descriptors or memory is thrown, so that the kernel call under way fails and no value
+// is silently missing.
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <optional>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -25,25 +25,23 @@ struct file_roots {
 
 inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read of any file
 
-// Reads a file at a path: into buffer as far as it fits, or at most LARGEST_TEXT bytes in place of what text held.
-//   returns  the bytes read, or whether they were; errno says why not
-std::optional<std::string_view> read_file(const std::string &path, std::span<char> buffer);
-bool read_file(const std::string &path, std::string &text);
+// Throws system_failure where an error says that the system has no descriptors or no memory left; returns it otherwise.
+int unless_exhausted(int error, const std::string &path);
 
-// ---- scanning: each takes what it returns off the front of text -----------------------------------------------------
+// Reads a file.
+//   text     out: the bytes, in buffer as far as it fits, or up to LARGEST_TEXT in place of what text held
+//   returns  0, or the error number; text is empty then
+//   throws   as unless_exhausted()
+int read_file(const std::string &path, std::span<char> buffer, std::string_view &text);
+int read_file(const std::string &path, std::string &text);
 
-std::string_view next_line(std::string_view &text);   // up to a line feed, without it
-std::string_view next_field(std::string_view &text);  // up to a blank or tab, those before it skipped; empty at the end
+// Reads one of the system's own tables. Empty where it does not exist or the caller may not read it; any other failure
+// is thrown.
+std::string_view read_table(const std::string &path, std::span<char> buffer);
+std::string read_table(const std::string &path);
 
-// A decimal number after blanks and tabs; one above 2^64 - 1, or none at all, gives nothing and takes nothing.
-std::optional<uint64_t> next_number(std::string_view &text);
-
-// A text that is a decimal number and nothing else.
-std::optional<uint64_t> whole_number(std::string_view text);
-
-std::string_view trimmed(std::string_view text);  // without blanks, tabs and line ends around it
-
-// Replaces each byte of a character that steers a terminal by '?', for names and texts that anybody may have chosen.
-void clean(std::string &text);
+// The error word of a request that failed with a system error number: RESULT_NOT_PERMITTED, IOERROR_NOT_FOUND, else
+// SYSVCERR_SYSTEM + the number.
+uint32_t error_word(int error);
 
 }  // namespace hosted::live

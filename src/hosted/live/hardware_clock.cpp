@@ -1,17 +1,16 @@
-// hardware_clock.cpp - the hardware clock of the machine.
-#include <fcntl.h>
+// hosted/live/hardware_clock.cpp - the hardware clock of the machine.
+#include "hosted/live/hardware_clock.h"
+
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "hosted/live/devices.h"
-
 namespace hosted::live {
 
 namespace {
 
-// What the clock's driver takes and gives; the names of its own header are the protocol's here.
+// The record of the clock's driver. Its own header is not included: the names in it are those of our protocol.
 struct driver_time {
     int second, minute, hour;
     int day;    // of the month

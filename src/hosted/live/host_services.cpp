@@ -1,9 +1,15 @@
-// host_services.cpp - the service device "host": calls that are of use on any machine, from files and system calls
-// alone.
+// hosted/live/host_services.cpp - the service device "host": calls that are of use on any machine, from files and
+// system calls alone.
+#include "hosted/live/host_services.h"
+
+#include <linux/inet_diag.h>
+#include <linux/netlink.h>
+#include <linux/sock_diag.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/utsname.h>
 #include <sys/vfs.h>
 
 #include <algorithm>
@@ -12,21 +18,27 @@
 #include <charconv>
 #include <cstring>
 
-#include "hosted/live/devices.h"
+#include "hosted/live/texts.h"
 #include "platform/protocol/device.h"
 
 namespace hosted::live {
 
 namespace {
 
+void answer(service_call &call, size_t result, std::string_view text) {
+    std::string shown(text);
+    clean(shown);
+    call.set_text(result, shown);
+}
+
 uint32_t call_hostname(const file_roots &, service_call &call) {
-    call.set_text(0, system_names().nodename);
+    call.set_text(0, system_names().host);
     return 0;
 }
 
 uint32_t call_uname(const file_roots &, service_call &call) {
-    const utsname names = system_names();
-    call.set_text(0, names.sysname);
+    const system_names names;
+    call.set_text(0, names.system);
     call.set_text(1, names.release);
     call.set_text(2, names.version);
     call.set_text(3, names.machine);
@@ -35,9 +47,10 @@ uint32_t call_uname(const file_roots &, service_call &call) {
 
 uint32_t call_loadavg(const file_roots &roots, service_call &call) {
     std::array<char, 256> buffer;
-    auto text = read_file(roots.proc + "/loadavg", buffer);
-    if (!text) return error_word(errno);
-    for (size_t i = 0; i < 3; i++) call.set_text(i, next_field(*text));
+    std::string_view text;
+    if (const int error = read_file(roots.proc + "/loadavg", buffer, text)) return error_word(error);
+    scanner scan(text);
+    for (size_t i = 0; i < 3; i++) answer(call, i, scan.word());
     return 0;
 }
 
@@ -57,20 +70,17 @@ uint32_t call_statfs(const file_roots &, service_call &call) {
 // A line of the table has seven fields: name, password, user id, group id, remark, home, shell.
 uint32_t call_user(const file_roots &roots, service_call &call) {
     std::string text;
-    if (!read_file(roots.etc + "/passwd", text)) return error_word(errno);
-    for (std::string_view rest = text; !rest.empty();) {
-        std::string_view line = next_line(rest);
+    if (const int error = read_file(roots.etc + "/passwd", text)) return error_word(error);
+    for (scanner scan(text); !scan.done();) {
+        scanner line(scan.line());
         std::array<std::string_view, 7> fields;
-        for (std::string_view &field : fields) {
-            field = line.substr(0, line.find(':'));
-            line.remove_prefix(std::min(field.size() + 1, line.size()));
-        }
+        for (std::string_view &field : fields) field = line.until(':');
         const auto user = whole_number(fields[2]);
         if (!user || *user != call.word(0)) continue;
-        call.set_text(0, fields[0]);
+        answer(call, 0, fields[0]);
         call.set_word(1, whole_number(fields[3]).value_or(0));
-        call.set_text(2, fields[5]);
-        call.set_text(3, fields[6]);
+        answer(call, 2, fields[5]);
+        answer(call, 3, fields[6]);
         return 0;
     }
     return IOERROR_NOT_FOUND;
@@ -92,18 +102,77 @@ uint32_t call_address(const file_roots &, service_call &call) {
     return 0;
 }
 
+// A record of a fixed layout at the front of a message, taken off it; nothing where the message is too short.
+template <class Record> std::optional<Record> take_record(std::string_view &message) {
+    Record record;
+    if (message.size() < sizeof record) return std::nullopt;
+    std::memcpy(&record, message.data(), sizeof record);
+    message.remove_prefix(sizeof record);
+    return record;
+}
+
+size_t aligned(size_t size) { return (size + 3) & ~size_t{3}; }  // as records and attributes follow one another
+
+// Whether a socket of the diagnosis is at the unspecified address and this port, and for IPv6 alone.
+bool is_v6_only(std::string_view message, uint16_t port) {
+    constexpr in6_addr unspecified{};
+    const auto found = take_record<inet_diag_msg>(message);
+    if (!found || found->id.idiag_sport != port ||
+        std::memcmp(found->id.idiag_src, &unspecified, sizeof unspecified) != 0)
+        return false;
+    while (const auto attribute = take_record<nlattr>(message)) {
+        const size_t size = attribute->nla_len - std::min<size_t>(attribute->nla_len, sizeof *attribute);
+        if (attribute->nla_type == INET_DIAG_SKV6ONLY) return size == 1 && !message.empty() && message[0] != 0;
+        message.remove_prefix(std::min(aligned(size), message.size()));
+    }
+    return false;
+}
+
+// How many sockets listen at the unspecified IPv6 address and this port (in network byte order) for IPv6 alone; 0 where
+// the system does not say. Only its socket diagnosis does; its table of sockets does not.
+uint64_t count_v6_only(uint16_t port) {
+    const descriptor diagnosis(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
+    struct {
+        nlmsghdr header;
+        inet_diag_req_v2 wanted;
+    } request{};
+    constexpr uint32_t listening = 10;  // the state
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.wanted.sdiag_family = AF_INET6;
+    request.wanted.sdiag_protocol = IPPROTO_TCP;
+    request.wanted.idiag_states = 1U << listening;
+    if (!diagnosis || write_all(diagnosis.get(), {reinterpret_cast<const char *>(&request), sizeof request}) != 0)
+        return 0;
+
+    uint64_t sockets = 0;
+    std::array<char, 32768> buffer;
+    while (true) {
+        const ssize_t got = read_once(diagnosis.get(), buffer);
+        if (got <= 0) return sockets;
+        std::string_view messages(buffer.data(), static_cast<size_t>(got));
+        while (const auto header = take_record<nlmsghdr>(messages)) {
+            if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR) return sockets;
+            const size_t size = header->nlmsg_len - std::min<size_t>(header->nlmsg_len, sizeof *header);
+            if (is_v6_only(messages.substr(0, size), port)) sockets++;
+            messages.remove_prefix(std::min(aligned(size), messages.size()));
+        }
+    }
+}
+
 uint32_t call_listening(const file_roots &roots, service_call &call) {
     const auto at = call.address(0);
     if (!at || at->family != SVC_FAMILY_INET) return error_word(EINVAL);
     uint64_t sockets = 0;
-    bool known = false;
+    int failures = 0;
     std::string text;
     for (const char *file : {"/net/tcp", "/net/tcp6"}) {
-        if (!read_file(roots.proc + file, text)) continue;
-        known = true;
+        if (read_file(roots.proc + file, text) != 0) failures++;
         sockets += count_listening(text, at->address, at->port);
     }
-    if (!known) return IOERROR_NOT_FOUND;
+    if (failures == 2) return IOERROR_NOT_FOUND;
+    if (sockets != 0 && at->address == INADDR_ANY) sockets -= std::min(sockets, count_v6_only(at->port));
     call.set_word(0, sockets);
     return 0;
 }
@@ -152,23 +221,28 @@ std::optional<uint32_t> take_hexadecimal(std::string_view &text, size_t digits) 
     return value;
 }
 
-// The IPv4 address in "ADDRESS:PORT", in network byte order: 8 digits, or 32 of an IPv6 address that stands for one.
-// The kernel prints each 32-bit word as it lies in memory, and the port as a number.
+// The IPv4 address in "ADDRESS:PORT", in network byte order: 8 digits, or 32 of an IPv6 address that contains one or is
+// unspecified, and so receives IPv4 at every address. The kernel prints each 32-bit word as it lies in memory, and the
+// port as a number.
 bool parse_endpoint(std::string_view text, uint32_t &address, uint16_t &port) {
+    constexpr size_t word_digits = 8, words = 4, port_digits = 4;
     const size_t digits = text.find(':');
-    if (digits == 32) {
-        const uint32_t mapped[] = {0, 0, htonl(0xFFFF)};
-        for (const uint32_t wanted : mapped) {
-            if (take_hexadecimal(text, 8) != wanted) return false;
+    if (digits != word_digits && digits != words * word_digits) return false;
+    uint32_t upper[words - 1] = {};  // of an IPv6 address
+    if (digits != word_digits) {
+        for (uint32_t &word : upper) {
+            const auto read = take_hexadecimal(text, word_digits);
+            if (!read) return false;
+            word = *read;
         }
-    } else if (digits != 8) {
-        return false;
     }
-    const auto word = take_hexadecimal(text, 8);
+    const auto word = take_hexadecimal(text, word_digits);
     if (!word || !text.starts_with(':')) return false;
     text.remove_prefix(1);
-    const auto number = take_hexadecimal(text, 4);
+    const auto number = take_hexadecimal(text, port_digits);
     if (!number || !text.empty()) return false;
+    if (upper[0] != 0 || upper[1] != 0) return false;
+    if (digits != word_digits && upper[2] != htonl(0xFFFF) && (upper[2] != 0 || *word != 0)) return false;
     address = *word;
     port = htons(static_cast<uint16_t>(*number));
     return true;
@@ -176,23 +250,28 @@ bool parse_endpoint(std::string_view text, uint32_t &address, uint16_t &port) {
 
 }  // namespace
 
-utsname system_names() {
+system_names::system_names() {
     utsname names{};
     uname(&names);
-    return names;
+    const auto set = [](std::string &name, const char *text) { clean(name = text); };
+    set(system, names.sysname);
+    set(host, names.nodename);
+    set(release, names.release);
+    set(version, names.version);
+    set(machine, names.machine);
 }
 
 uint64_t count_listening(std::string_view text, uint32_t address, uint16_t port) {
     constexpr std::string_view listening = "0A";
     uint64_t sockets = 0;
-    while (!text.empty()) {
-        std::string_view line = next_line(text);
-        next_field(line);  // slot
-        const std::string_view local = next_field(line);
-        next_field(line);  // remote
+    for (scanner scan(text); !scan.done();) {
+        scanner line(scan.line());
+        line.word();  // slot
+        const std::string_view local = line.word();
+        line.word();  // remote
         uint32_t at_address = 0;
         uint16_t at_port = 0;
-        if (next_field(line) != listening || !parse_endpoint(local, at_address, at_port)) continue;
+        if (line.word() != listening || !parse_endpoint(local, at_address, at_port)) continue;
         if (at_address == address && at_port == port) sockets++;
     }
     return sockets;

@@ -1,13 +1,10 @@
-// hosted/live/interrupts.cpp - reads the interrupt lines.
+// hosted/live/interrupts.cpp - the system's interrupt lines.
 #include "hosted/live/interrupts.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <string>
 
 #include "hosted/live/handles.h"
-#include "hosted/live/proc_reader.h"
-#include "platform/kernel.h"
+#include "hosted/live/texts.h"
 
 namespace hosted::live {
 
@@ -15,12 +12,12 @@ namespace {
 
 // Whether names of handlers end a line, after its counts and wiring: the controller, the controller's own number of the
 // line ("24", "24-edge", or none), its trigger ("Level") and the trigger's name ("-edge").
-bool has_handler(std::string_view rest) {
-    next_field(rest);
-    std::string_view field = next_field(rest);
-    if (!field.empty() && field[0] >= '0' && field[0] <= '9') field = next_field(rest);
-    if (field == "Edge" || field == "Level") field = next_field(rest);
-    if (field.starts_with('-')) field = next_field(rest);
+bool has_handler(scanner rest) {
+    rest.word();
+    std::string_view field = rest.word();
+    if (!field.empty() && field[0] >= '0' && field[0] <= '9') field = rest.word();
+    if (field == "Edge" || field == "Level") field = rest.word();
+    if (field.starts_with('-')) field = rest.word();
     return !field.empty();
 }
 
@@ -29,17 +26,16 @@ bool has_handler(std::string_view rest) {
 std::vector<interrupt_line> parse_interrupts(std::string_view text) {
     std::vector<interrupt_line> lines;
     size_t processors = 0;  // each has a column of counts
-    for (std::string_view heading = next_line(text); !next_field(heading).empty();) processors++;
+    scanner scan(text);
+    for (scanner heading(scan.line()); !heading.word().empty();) processors++;
 
-    while (!text.empty()) {
-        std::string_view line = next_line(text);
-        const auto number = next_number(line);
-        if (!number || *number >= ISR_HANDLES.size() || !line.starts_with(':'))
-            continue;  // a processor's own, by letters
-        line.remove_prefix(1);
+    while (!scan.done()) {
+        scanner line(scan.line());
+        const auto number = line.decimal();
+        if (!number || *number >= ISR_HANDLES.size() || !line.take(':')) continue;  // a processor's own, by letters
         interrupt_line found{.number = *number};
         for (size_t i = 0; i < processors; i++) {
-            const auto count = next_number(line);
+            const auto count = line.decimal();
             if (!count) break;
             found.count += *count;
         }
@@ -49,16 +45,9 @@ std::vector<interrupt_line> parse_interrupts(std::string_view text) {
     return lines;
 }
 
-uint64_t interrupt_table::read() {
-    if (lines_) return RESULT_SUCCESS;
-    std::string text;
-    if (!read_file(roots_.proc + "/interrupts", text) && means_failure(errno)) return result_of(errno);
-    lines_ = parse_interrupts(text);
-    return RESULT_SUCCESS;
-}
-
 std::span<const interrupt_line> interrupt_table::lines() {
-    return read() == RESULT_SUCCESS ? std::span<const interrupt_line>(*lines_) : std::span<const interrupt_line>();
+    if (!lines_) lines_ = parse_interrupts(read_table(roots_.proc + "/interrupts"));
+    return *lines_;
 }
 
 uint64_t interrupt_table::limit() {

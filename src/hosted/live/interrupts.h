@@ -1,4 +1,4 @@
-// hosted/live/interrupts.h - the interrupt lines of the system.
+// hosted/live/interrupts.h - the system's interrupt lines.
 #pragma once
 
 #include <cstdint>
@@ -13,23 +13,19 @@ namespace hosted::live {
 
 struct interrupt_line {
     uint64_t number = 0;
-    uint64_t count = 0;    // times it came, over all processors
+    uint64_t count = 0;    // interrupts since boot, over all processors
     bool handled = false;  // a driver has a handler on it
 };
 
 // The numbered lines of a text like /proc/interrupts, in its order.
 std::vector<interrupt_line> parse_interrupts(std::string_view text);
 
-// The lines as they were at the first question.
+// The lines of this system, read when first asked for.
 class interrupt_table {
 public:
     explicit interrupt_table(const file_roots &roots) : roots_(roots) {}
-
-    // Reads the lines: RESULT_SUCCESS, also where there are none or the caller may not look, or a failure.
-    uint64_t read();
-
-    std::span<const interrupt_line> lines();  // empty after a failure
-    uint64_t limit();                         // highest number + 1; 0 without lines
+    std::span<const interrupt_line> lines();
+    uint64_t limit();  // highest number + 1; 0 without lines
 
 private:
     const file_roots &roots_;

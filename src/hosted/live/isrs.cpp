@@ -51,13 +51,13 @@ uint64_t isr::item(uint64_t item, uint64_t &value) const {
 // container, where that cannot be seen, they belong to the first process.
 uint64_t isr_table::read() {
     if (read_) return RESULT_SUCCESS;
-    if (const uint64_t result = interrupts_.read(); result != RESULT_SUCCESS) return result;
+    const std::span<const interrupt_line> lines = interrupts_.lines();  // may throw: the next call tries again
     process parent(root_);
     const bool visible =
         parent.open(KERNEL_THREAD_PARENT) && parent.stat() != nullptr && parent.stat()->is_kernel_thread();
     if (parent.failure() != RESULT_SUCCESS) return parent.failure();
     routines_.clear();
-    for (const interrupt_line &line : interrupts_.lines()) {
+    for (const interrupt_line &line : lines) {
         if (line.handled)
             routines_.push_back({line.number, line.count, visible ? KERNEL_THREAD_PARENT : FIRST_PROCESS});
     }

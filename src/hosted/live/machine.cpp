@@ -1,8 +1,12 @@
-// machine.cpp - the live machine: the Linux system that the program runs on, as the objects of the kernel calls.
+// hosted/live/machine.cpp - the live machine: the Linux system that the program runs on, as the objects of the kernel
+// calls.
+#include <linux/magic.h>
+#include <sys/user.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
-#include <sys/user.h>
-
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,14 +14,20 @@
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
+#include "hosted/live/devices.h"
+#include "hosted/live/drivers.h"
 #include "hosted/live/handles.h"
+#include "hosted/live/interrupts.h"
 #include "hosted/live/isrs.h"
 #include "hosted/live/maps.h"
+#include "hosted/live/memory.h"
 #include "hosted/live/process_table.h"
 #include "hosted/live/register_table.h"
 #include "hosted/live/run_registry.h"
-#include "hosted/live/system.h"
+#include "hosted/live/system_registry.h"
+#include "hosted/live/terminals.h"
 #include "hosted/live/thread_registers.h"
+#include "hosted/live/totals.h"
 #include "hosted/servers/device_server.h"
 #include "hosted/servers/protocols.h"
 #include "platform/protocol/sysvc.h"
@@ -223,6 +233,18 @@ std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_vie
 
 }  // namespace live
 
-std::unique_ptr<machine> make_live_machine() { return std::make_unique<live::live_machine>(); }
+// Without its process file system nothing is known of a system, and every figure would read 0.
+std::unique_ptr<machine> make_live_machine(std::string &message) {
+    const live::file_roots roots;
+    struct statfs mounted {};
+    if (statfs(roots.proc.c_str(), &mounted) != 0) {
+        message = roots.proc + ": " + std::strerror(errno);
+    } else if (mounted.f_type != PROC_SUPER_MAGIC) {
+        message = roots.proc + ": not the process file system";
+    } else {
+        return std::make_unique<live::live_machine>();
+    }
+    return nullptr;
+}
 
 }  // namespace hosted

@@ -1,26 +1,36 @@
-// memory.cpp - the system's memory: zones as memory chunks, and the areas of the address space as virtual spaces.
+// hosted/live/memory.cpp - the system's memory: its amounts, its zones as memory chunks, and the areas of the address
+// space as virtual spaces.
+#include "hosted/live/memory.h"
+
+#include <elf.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
+#include <string>
 
 #include "hosted/live/handles.h"
 #include "hosted/live/indexed_walk.h"
-#include "hosted/live/system.h"
+#include "hosted/live/texts.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
 
 namespace {
 
-// An area by its first and last address.
-address_space area(uint64_t first, uint64_t last, bool global, uint64_t page) {
-    return {first, (last - first) / page + 1, global};
+constexpr uint64_t LAST_ADDRESS = std::numeric_limits<uint64_t>::max();
+
+// The kernel's own text, and after it the modules.
+constexpr address_range X86_64_TEXT_AND_MODULES = {0xFFFFFFFF80000000, 0xFFFFFFFFFEFFFFFF};
+
+address_space space_of(const address_range &range, bool global, uint64_t page) {
+    return {range.first, (range.last - range.first) / page + 1, global};
 }
 
 #if defined(__x86_64__) || defined(__aarch64__)
-// Whether a process could have a page at an address: only a mapping that is then refused, or gone, asks for it.
+// Whether a process could have a page at an address: asks for a mapping there, which is refused or removed at once.
 bool reaches(uint64_t address) {
     void *wanted = reinterpret_cast<void *>(address);
     constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE;
@@ -29,103 +39,228 @@ bool reaches(uint64_t address) {
     munmap(got, page_size());
     return got == wanted;
 }
+
+// The segments of the running kernel's memory; none where the caller may not read them.
+std::vector<address_range> read_kernel_segments(const std::string &path) {
+    constexpr size_t most = 64 << 10;  // bytes of headers
+    const descriptor file = open_file(AT_FDCWD, path.c_str());
+    unless_exhausted(file ? 0 : errno, path);
+    Elf64_Ehdr header{};
+    std::string_view got;
+    std::string image(sizeof header, '\0');
+    if (!file || read_all(file.get(), image, got) != 0 || got.size() != image.size()) return {};
+    std::memcpy(&header, image.data(), sizeof header);
+    const uint64_t end = std::min<uint64_t>(header.e_phoff, most) + header.e_phnum * sizeof(Elf64_Phdr);
+    image.resize(std::clamp<uint64_t>(end, sizeof header, most));
+    if (read_all(file.get(), std::span(image).subspan(sizeof header), got) != 0) return {};
+    return parse_kernel_segments(image);
+}
+
+// The first segment that fits a description.
+template <class Fits> std::optional<address_range> segment_that(const std::vector<address_range> &segments, Fits fits) {
+    const auto found = std::find_if(segments.begin(), segments.end(), fits);
+    return found == segments.end() ? std::nullopt : std::optional(*found);
+}
 #endif
 
 }  // namespace
 
-uint64_t page_size() { return static_cast<uint64_t>(sysconf(_SC_PAGESIZE)); }
+uint64_t page_size() {
+    static const auto size = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+    return size;
+}
+
+// ---- amounts --------------------------------------------------------------------------------------------------------
+
+memory_account parse_memory_account(std::string_view text) {
+    constexpr uint64_t kilobyte = 1024;
+    memory_account account;
+    uint64_t active = 0, dirty = 0;
+    const struct {
+        std::string_view key;
+        uint64_t &sum;
+    } figures[] = {
+        {"MemTotal:", account.total},
+        {"MemFree:", account.free},
+        {"Buffers:", account.reclaimable},
+        {"Cached:", account.reclaimable},
+        {"SReclaimable:", account.reclaimable},
+        {"Active(file):", active},
+        {"Dirty:", dirty},
+        {"VmallocTotal:", account.virtual_total},
+        {"VmallocUsed:", account.virtual_used},
+    };
+    for (scanner scan(text); !scan.done(); scan.skip_past('\n')) {
+        const std::string_view key = scan.word();
+        for (const auto &[wanted, sum] : figures) {
+            if (key != wanted) continue;
+            const uint64_t amount = scan.decimal().value_or(0);
+            if (amount <= std::numeric_limits<uint64_t>::max() / kilobyte) sum += amount * kilobyte;
+        }
+    }
+    account.free = std::min(account.free, account.total);
+    account.reclaim_used = std::min(active + dirty, account.reclaimable);
+    account.virtual_used = std::min(account.virtual_used, account.virtual_total);
+    return account;
+}
+
+const memory_account &memory_map::account() {
+    if (!account_) {
+        std::array<char, 8192> buffer;  // several times the size of the file
+        account_ = parse_memory_account(read_table(roots_.proc + "/meminfo", buffer));
+    }
+    return *account_;
+}
+
+// ---- zones ----------------------------------------------------------------------------------------------------------
 
 std::vector<memory_zone> parse_zones(std::string_view text) {
     std::vector<memory_zone> zones;
     memory_zone zone;
     const auto finish = [&zones, &zone] {
-        const uint64_t pages = std::numeric_limits<uint64_t>::max() / page_size();  // there can be no more
-        const bool sane = zone.spanned != 0 && zone.spanned <= pages && zone.first_page <= pages - zone.spanned;
+        const uint64_t most = std::numeric_limits<uint64_t>::max() / page_size();
+        const bool sane = zone.spanned != 0 && zone.spanned <= most && zone.first_page <= most - zone.spanned;
         if (sane && zones.size() < CHUNK_HANDLES.size()) {
-            zone.managed = std::min(zone.managed, zone.spanned);
-            zone.free = std::min(zone.free, zone.managed);
+            zone.present = std::min(zone.present, zone.spanned);
+            zone.pages = std::min(zone.pages, zone.spanned);
+            zone.free = std::min(zone.free, zone.pages);
             zones.push_back(zone);
         }
         zone = {};
     };
-    while (!text.empty()) {
-        std::string_view line = next_line(text);
-        std::string_view key = next_field(line);
+    for (scanner scan(text); !scan.done(); scan.skip_past('\n')) {
+        std::string_view key = scan.word();
         if (key == "Node") finish();
-        if (key == "pages") key = next_field(line);  // "pages free", the first of a zone's figures
+        if (key == "pages") key = scan.word();  // "pages free", the first of a zone's figures
         uint64_t *figure = nullptr;
         if (key == "free") figure = &zone.free;
         if (key == "spanned") figure = &zone.spanned;
-        if (key == "managed") figure = &zone.managed;
+        if (key == "present") figure = &zone.present;
+        if (key == "managed") figure = &zone.pages;
         if (key == "start_pfn:") figure = &zone.first_page;
-        if (figure) *figure = next_number(line).value_or(0);
+        if (figure != nullptr) *figure = scan.decimal().value_or(0);
     }
     finish();
     return zones;
 }
 
-// The kernel may move its areas by a random distance at boot; these are the places that its layout gives them.
-std::vector<address_space> x86_64_spaces(bool five_level, uint64_t page) {
-    // In order: user space, kernel space, direct mapping, mapping area, page descriptors.
-    struct bounds {
-        uint64_t first, last;
-    };
-    constexpr bounds four[] = {{0, 0x00007FFFFFFFFFFF},
-                               {0xFFFF800000000000, 0xFFFFFFFFFFFFFFFF},
-                               {0xFFFF888000000000, 0xFFFFC87FFFFFFFFF},
-                               {0xFFFFC90000000000, 0xFFFFE8FFFFFFFFFF},
-                               {0xFFFFEA0000000000, 0xFFFFEAFFFFFFFFFF}};
-    constexpr bounds five[] = {{0, 0x00FFFFFFFFFFFFFF},
-                               {0xFF00000000000000, 0xFFFFFFFFFFFFFFFF},
-                               {0xFF11000000000000, 0xFF90FFFFFFFFFFFF},
-                               {0xFFA0000000000000, 0xFFD1FFFFFFFFFFFF},
-                               {0xFFD4000000000000, 0xFFD5FFFFFFFFFFFF}};
-    std::vector<address_space> spaces;
-    for (const auto &[first, last] : five_level ? five : four) {
-        const bool user = first == 0;
-        spaces.push_back(area(first, user ? last - page : last, !user, page));  // the last user page is kept free
+void add_uninitialised(std::span<memory_zone> zones, uint64_t total_pages, uint64_t free_pages) {
+    const auto lacks = [](const memory_zone &zone) { return std::max(zone.present, zone.pages) - zone.pages; };
+    for (const memory_zone &zone : zones) {
+        total_pages -= std::min(total_pages, zone.pages);
+        free_pages -= std::min(free_pages, zone.free);
     }
-    spaces.push_back(area(0xFFFFFFFF80000000, 0xFFFFFFFF9FFFFFFF, true, page));  // the kernel's own text
-    spaces.push_back(area(0xFFFFFFFFA0000000, 0xFFFFFFFFFEFFFFFF, true, page));  // modules
-    return spaces;
-}
-
-std::vector<address_space> aarch64_spaces(unsigned address_bits, uint64_t page) {
-    constexpr uint64_t modules_size = uint64_t{2} << 30, guard_size = uint64_t{256} << 20;
-    constexpr uint64_t descriptor_size = 64;  // of a page, bytes
-    const uint64_t kernel = 0 - (uint64_t{1} << address_bits);
-    const uint64_t direct_end = 0 - (uint64_t{1} << (std::min(address_bits, 48U) - 1));
-    const uint64_t descriptors = 0 - (uint64_t{1} << address_bits) / page * descriptor_size;
-    return {
-        area(0, (uint64_t{1} << address_bits) - 1, false, page),
-        area(kernel, std::numeric_limits<uint64_t>::max(), true, page),
-        area(kernel, direct_end - 1, true, page),                                   // direct mapping
-        area(direct_end, direct_end + modules_size - 1, true, page),                // modules
-        area(direct_end + modules_size, descriptors - guard_size - 1, true, page),  // mapping area
-        area(descriptors, descriptors + (direct_end - kernel) / page * descriptor_size - 1, true, page),
-    };
+    std::vector<memory_zone *> order;
+    for (memory_zone &zone : zones) order.push_back(&zone);
+    std::stable_sort(order.begin(), order.end(), [&](const auto *a, const auto *b) { return lacks(*a) > lacks(*b); });
+    for (memory_zone *zone : order) {
+        const uint64_t pages = std::min(total_pages, lacks(*zone)), free = std::min(free_pages, pages);
+        zone->pages += pages;
+        zone->free += free;
+        total_pages -= pages;
+        free_pages -= free;
+    }
 }
 
 std::span<const memory_zone> memory_map::zones() {
     if (!zones_) {
-        std::string text;
-        read_file(roots_.proc + "/zoneinfo", text);
-        zones_ = parse_zones(text);
+        auto zones = parse_zones(read_table(roots_.proc + "/zoneinfo"));
+        add_uninitialised(zones, account().total / page_size(), account().free / page_size());
+        zones_ = std::move(zones);
     }
     return *zones_;
+}
+
+const memory_zone *memory_map::main_zone() {
+    const auto less = [](const memory_zone &a, const memory_zone &b) { return a.pages < b.pages; };
+    const auto all = zones();
+    const auto largest = std::max_element(all.begin(), all.end(), less);
+    return largest == all.end() ? nullptr : &*largest;
+}
+
+// ---- spaces ---------------------------------------------------------------------------------------------------------
+
+// The kernel may shift its areas by a random distance at boot; these are the places that its layout gives them. How far
+// its own text reaches depends on whether such shifts are compiled in; the end of its modules is fixed.
+std::vector<address_space> x86_64_spaces(bool five_level, std::optional<address_range> modules, uint64_t page) {
+    // In order: user space, kernel space, direct mapping, mapping area, page descriptors.
+    constexpr address_range four[] = {{0, 0x00007FFFFFFFFFFF},
+                                      {0xFFFF800000000000, LAST_ADDRESS},
+                                      {0xFFFF888000000000, 0xFFFFC87FFFFFFFFF},
+                                      {0xFFFFC90000000000, 0xFFFFE8FFFFFFFFFF},
+                                      {0xFFFFEA0000000000, 0xFFFFEAFFFFFFFFFF}};
+    constexpr address_range five[] = {{0, 0x00FFFFFFFFFFFFFF},
+                                      {0xFF00000000000000, LAST_ADDRESS},
+                                      {0xFF11000000000000, 0xFF90FFFFFFFFFFFF},
+                                      {0xFFA0000000000000, 0xFFD1FFFFFFFFFFFF},
+                                      {0xFFD4000000000000, 0xFFD5FFFFFFFFFFFF}};
+    std::vector<address_space> spaces;
+    for (const auto &[first, last] : five_level ? five : four) {
+        const bool user = first == 0;
+        spaces.push_back(space_of({first, user ? last - page : last}, !user, page));  // the last user page stays free
+    }
+    if (!modules) {
+        spaces.push_back(space_of(X86_64_TEXT_AND_MODULES, true, page));
+        return spaces;
+    }
+    spaces.push_back(space_of({X86_64_TEXT_AND_MODULES.first, modules->first - 1}, true, page));
+    spaces.push_back(space_of(*modules, true, page));
+    return spaces;
+}
+
+std::vector<address_space> aarch64_spaces(unsigned address_bits, std::optional<address_range> modules, uint64_t page) {
+    constexpr uint64_t guard_size = uint64_t{256} << 20;
+    constexpr uint64_t descriptor_size = 64;  // of a page, bytes
+    const uint64_t kernel = 0 - (uint64_t{1} << address_bits);
+    const uint64_t direct_end = 0 - (uint64_t{1} << (std::min(address_bits, 48U) - 1));
+    const uint64_t descriptors = 0 - (uint64_t{1} << address_bits) / page * descriptor_size;
+    std::vector<address_space> spaces = {
+        space_of({0, (uint64_t{1} << address_bits) - 1}, false, page), space_of({kernel, LAST_ADDRESS}, true, page),
+        space_of({kernel, direct_end - 1}, true, page),  // direct mapping
+    };
+    if (modules) spaces.push_back(space_of(*modules, true, page));
+    const uint64_t mappings = modules ? modules->last + 1 : direct_end;
+    spaces.push_back(space_of({mappings, descriptors - guard_size - 1}, true, page));
+    const uint64_t descriptors_end = descriptors + (direct_end - kernel) / page * descriptor_size;
+    spaces.push_back(space_of({descriptors, descriptors_end - 1}, true, page));
+    return spaces;
+}
+
+std::vector<address_range> parse_kernel_segments(std::string_view image) {
+    std::vector<address_range> segments;
+    Elf64_Ehdr header;
+    if (image.size() < sizeof header) return segments;
+    std::memcpy(&header, image.data(), sizeof header);
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) return segments;
+    for (size_t i = 0; i < header.e_phnum; i++) {
+        Elf64_Phdr segment;
+        if (header.e_phoff > image.size() || (image.size() - header.e_phoff) / sizeof segment <= i) break;
+        std::memcpy(&segment, image.data() + header.e_phoff + i * sizeof segment, sizeof segment);
+        if (segment.p_type != PT_LOAD || segment.p_memsz == 0 || segment.p_memsz - 1 > LAST_ADDRESS - segment.p_vaddr)
+            continue;
+        segments.push_back({segment.p_vaddr, segment.p_vaddr + (segment.p_memsz - 1)});
+    }
+    return segments;
 }
 
 std::span<const address_space> memory_map::spaces() {
     if (!spaces_) {
 #if defined(__x86_64__)
-        spaces_ = x86_64_spaces(reaches(uint64_t{1} << 55), page_size());
+        const auto modules = segment_that(read_kernel_segments(roots_.proc + "/kcore"), [](const address_range &one) {
+            return one.first > X86_64_TEXT_AND_MODULES.first && one.last == X86_64_TEXT_AND_MODULES.last;
+        });
+        spaces_ = x86_64_spaces(reaches(uint64_t{1} << 55), modules, page_size());
 #elif defined(__aarch64__)
         unsigned bits = 52;
         for (const unsigned fewer : {48U, 47U, 42U, 39U, 36U}) {
             if (reaches(uint64_t{1} << (bits - 1))) break;
             bits = fewer;
         }
-        spaces_ = aarch64_spaces(bits, page_size());
+        const address_space mappings = aarch64_spaces(bits, std::nullopt, page_size())[3];
+        const auto modules = segment_that(read_kernel_segments(roots_.proc + "/kcore"), [&](const address_range &one) {
+            return one.first == mappings.begin && (one.last - one.first) / page_size() + 1 < mappings.pages;
+        });
+        spaces_ = aarch64_spaces(bits, modules, page_size());
 #else
         spaces_.emplace();
 #endif
@@ -133,12 +268,7 @@ std::span<const address_space> memory_map::spaces() {
     return *spaces_;
 }
 
-const memory_zone *memory_map::main_zone() {
-    const auto less = [](const memory_zone &a, const memory_zone &b) { return a.managed < b.managed; };
-    const auto all = zones();
-    const auto largest = std::max_element(all.begin(), all.end(), less);
-    return largest == all.end() ? nullptr : &*largest;
-}
+// ---- objects --------------------------------------------------------------------------------------------------------
 
 std::unique_ptr<walk> memory_map::walk_range(uint64_t first, size_t count) {
     return walk_indexed(count, [this, first](size_t index, uint64_t item, uint64_t &value) {
@@ -175,7 +305,7 @@ uint64_t memory_map::info(uint64_t handle, uint64_t item, uint64_t &value) {
     case MEMINFO_BEGIN:
     case MEMINFO_BASE: value = zone.first_page * page_size(); return RESULT_SUCCESS;
     case MEMINFO_END: value = (zone.first_page + zone.spanned) * page_size() - 1; return RESULT_SUCCESS;
-    case MEMINFO_PAGES: value = zone.managed; return RESULT_SUCCESS;
+    case MEMINFO_PAGES: value = zone.pages; return RESULT_SUCCESS;
     case MEMINFO_FREE_PAGES: value = zone.free; return RESULT_SUCCESS;
     case MEMINFO_FLAGS:
         value = MEMFLAG_AVAILABLE | (&zone == main_zone() ? MEMFLAG_MAIN : uint64_t{0});

@@ -11,6 +11,7 @@
 #include "hosted/live/files.h"
 #include "hosted/live/maps.h"
 #include "hosted/live/scanner.h"
+#include "hosted/live/texts.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {

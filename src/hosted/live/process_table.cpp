@@ -10,6 +10,7 @@
 #include "hosted/live/control.h"
 #include "hosted/live/files.h"
 #include "hosted/live/handles.h"
+#include "hosted/live/texts.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {

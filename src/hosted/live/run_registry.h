@@ -10,8 +10,8 @@
 #include <string_view>
 
 #include "hosted/kernel/kernel.h"
+#include "hosted/live/devices.h"
 #include "hosted/live/process_table.h"
-#include "hosted/live/system.h"
 #include "hosted/servers/registry_store.h"
 
 namespace hosted::live {

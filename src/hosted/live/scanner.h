@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 namespace hosted::live {
@@ -30,6 +31,16 @@ public:
         const auto *found = static_cast<const char *>(std::memchr(at_, wanted, rest().size()));
         at_ = found == nullptr ? end_ : found + 1;
     }
+
+    // The bytes before the next one of a kind, which is skipped; all that is left where there is none.
+    std::string_view until(char end) {
+        const char *begin = at_;
+        const auto *found = static_cast<const char *>(std::memchr(at_, end, rest().size()));
+        at_ = found == nullptr ? end_ : found + 1;
+        return {begin, static_cast<size_t>((found == nullptr ? end_ : found) - begin)};
+    }
+    std::string_view line() { return until('\n'); }
+
     std::string_view word() {
         skip_blanks();
         const char *begin = at_;
@@ -41,6 +52,10 @@ public:
     bool decimal(uint64_t &value) {
         skip_blanks();
         return digits(value);
+    }
+    std::optional<uint64_t> decimal() {
+        uint64_t value = 0;
+        return decimal(value) ? std::optional(value) : std::nullopt;
     }
     bool integer(uint64_t &value) {  // a negative one is its two's complement
         skip_blanks();

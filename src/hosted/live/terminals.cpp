@@ -1,15 +1,16 @@
-// terminals.cpp - terminal devices of the system.
+// hosted/live/terminals.cpp - terminal devices of the system.
 //
-// The layout requests go out as they are; a terminal driver that does not know them refuses them with its own error,
-// which is then the caller's answer. Drivers of other devices may have given the same numbers another meaning (a video
-// driver sets its overlay by them), so that only what is a terminal gets one.
+// The layout requests are passed on unchanged. A terminal driver that does not know them refuses them, and its error is
+// the caller's answer. Only a terminal gets one: to the driver of another device the same number may mean something
+// else (to a video driver: set the overlay).
+#include "hosted/live/terminals.h"
+
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "hosted/live/system.h"
 #include "platform/protocol/terminal.h"
 
 namespace hosted::live {
@@ -19,8 +20,8 @@ int open_terminal(const char *path, int flags) {
         errno = EINVAL;
         return -1;
     }
-    // The flags' meaning here: for reading and writing, and not as the terminal that controls this process. A line
-    // without a carrier, or any other file, is not waited for.
+    // TERM_OPEN_FLAGS means: for reading and writing, and not as the controlling terminal. The open waits neither for a
+    // line's carrier nor for anything that another kind of file waits for.
     return open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
 }
 

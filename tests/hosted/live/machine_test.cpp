@@ -36,7 +36,8 @@ protected:
         return result == RESULT_SUCCESS ? value : ~result;
     }
 
-    kernel owner{make_live_machine()};
+    std::string message;
+    kernel owner{make_live_machine(message)};
     caller who;
 };
 

@@ -9,9 +9,14 @@
 
 #include <cstring>
 
+#include "hosted/live/counters.h"
 #include "hosted/live/devices.h"
-#include "hosted/live/system.h"
+#include "hosted/live/hardware_clock.h"
+#include "hosted/live/host_services.h"
+#include "hosted/live/system_log.h"
 #include "hosted/live/system_tree.h"
+#include "hosted/live/terminals.h"
+#include "hosted/live/texts.h"
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/log.h"
@@ -94,6 +99,7 @@ TEST(LiveCounters, OfTheSample) {
         {kind::processors, "cpu", 1, "user=3326 nice=0 system=645 "},
         {kind::processors, "cpu", 2, NOT_FOUND},
         {kind::virtual_memory, "vm", 0, "nr_free_pages=37 pgfault=4 "},
+        {kind::virtual_memory, "vm", 1, NOT_FOUND},
     };
     for (const auto &[of, name, unit, text] : cases) EXPECT_EQ(counters(roots, of, name, unit), text) << name;
     EXPECT_EQ(counters(roots, kind::virtual_memory, "vm", 0, 39), "nr_free_pages=37 ");
@@ -133,10 +139,27 @@ TEST(LiveHost, Services) {
 
 TEST(LiveHost, ListeningSockets) {
     for (const auto &[address, port, sockets] :
-         {std::tuple("127.0.0.1", uint16_t{0x7E8}, "2 "), {"0.0.0.0", 0x7E8, "1 "}, {"127.0.0.1", 0x7E9, "0 "}}) {
+         {std::tuple("127.0.0.1", uint16_t{0x7E8}, "2 "), {"0.0.0.0", 0x7E8, "2 "}, {"127.0.0.1", 0x7E9, "0 "}}) {
         recorded_call call;
         call.at = {SVC_FAMILY_INET, htons(port), inet_addr(address), {}};
         EXPECT_EQ(call.run(sample_system(), "listening"), sockets) << address << ' ' << port;
+    }
+}
+
+// At the unspecified IPv4 address a socket of IPv6 counts unless it is for IPv6 alone.
+TEST(LiveHost, ListeningAtEveryAddress) {
+    for (const int v6_only : {0, 1}) {
+        const descriptor listening(socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_in6 address{};
+        address.sin6_family = AF_INET6;
+        socklen_t size = sizeof address;
+        setsockopt(listening.get(), IPPROTO_IPV6, IPV6_V6ONLY, &v6_only, sizeof v6_only);
+        if (bind(listening.get(), reinterpret_cast<sockaddr *>(&address), size) != 0) GTEST_SKIP() << "no IPv6";
+        ASSERT_EQ(listen(listening.get(), 1), 0);
+        ASSERT_EQ(getsockname(listening.get(), reinterpret_cast<sockaddr *>(&address), &size), 0);
+        recorded_call call;
+        call.at = {SVC_FAMILY_INET, address.sin6_port, INADDR_ANY, {}};
+        EXPECT_EQ(call.run(file_roots(), "listening"), v6_only != 0 ? "0 " : "1 ");
     }
 }
 
@@ -149,15 +172,22 @@ TEST(LiveLog, Lines) {
         {"4,1,99999999999999999,-;late\n", "[99999999999.999999] late\n"},
         {"4,1,1,-;caf\\xc3\\xa9 \\x5cx41 \\x0a \\x1b[2J \\x7f\n",
          "[    0.000001] caf\xc3\xa9 \\x41 \\x0a \\x1b[2J \\x7f\n"},
-        {"4,1,1,-;\\xc2\\x9b2J \\xc2\\xb5s \\xzz \\x4\n", "[    0.000001] \xc2\\x9b2J \xc2\xb5s \\xzz \\x4\n"},
-        {"4,1,1,-;", "[    0.000001] \n"},
+        {"4,1,1,-;\\xc2\\x9b2J \\xc2\\xb5s \\xzz \\x41\n", "[    0.000001] \\xc2\\x9b2J \xc2\xb5s \\xzz A\n"},
+        {"4,1,1,-;\\x9b \\xe9t\\xe9 \\xe2\\x80\\xae\n", "[    0.000001] \\x9b \xe9t\xe9 \\xe2\\x80\\xae\n"},
+        {"4,1,2,-;cut \\xe2\\x82\\xac\\xe2\\x  ", "[    0.000002] cut \xe2\x82\xac\xe2\x82\xac \\x0a end\n"},
+        {"4,1,2,-;unknown \\xc3\\xa4 abc", "[    0.000002] unknown \xc3\xa4\n"},
+        {"4,1,1,-;\n", "[    0.000001] \n"},
         {"no record at all\n", ""},
         {"4,1,x,-;text\n", ""},
         {"", ""},
     };
+    const std::string lines = "<4>[    0.000002] cut\n<4>[    0.000001] cut \xe2\x82\xac\xe2\x82\xac no\n"
+                              "<4>[    0.000002] other\n<4>[    0.000002] cut \xe2\x82\xac\xe2\x82\xac \n"
+                              "<4>[    0.000002]  end\n<5>[    0.000002] no\n";
     for (const auto &[record, line] : cases) {
         std::string log;
-        append_log_line(log, record);
+        append_log_line(log, record,
+                        [&](uint64_t time, std::string_view front) { return find_record(lines, time, front); });
         EXPECT_EQ(log, line) << record;
     }
 }
@@ -205,10 +235,39 @@ TEST(LiveLog, Writing) {
     EXPECT_LT(recv(logger.get(), received.data(), received.size(), MSG_DONTWAIT), 0);
 
     tree.put("dev/kmsg", "");
+    std::string wide;
+    for (int i = 0; i < 151; i++) wide += "\xe2\x82\xac";
+    EXPECT_EQ(log.write(wide), 0U);  // each of these is read as twelve characters
+    EXPECT_EQ(::read_file(tree.path("dev/kmsg")), "<13>" + wide.substr(0, 450) + "\n<13>\xe2\x82\xac\n");
+
+    tree.put("dev/kmsg", "");
     log.emergency(0x6162202020202020, LOGMSG_LABELLED, 0x68656C6C6F1B2020);
     log.emergency(0x3132333435363738, LOGMSG_PLAIN, 0x3920202020202020);
     log.emergency(0x2020202020202020, LOGMSG_PLAIN, 0x2020202020202020);
     EXPECT_EQ(::read_file(tree.path("dev/kmsg")), "<8>ab: hello?\n<8>123456789\n<8>\n");
+}
+
+TEST(LiveTexts, WhatSteersATerminalIsReplaced) {
+    const struct {
+        std::string text, cleaned;
+    } cases[] = {
+        {"plain ~", "plain ~"},
+        {"\x1b[2J\t\n\x7f", "?[2J???"},
+        {"\x9b"
+         "2J \xe9t\xe9",
+         "?2J \xe9t\xe9"},
+        {"\xc2\x9b \xc2\xa0", "?? \xc2\xa0"},
+        {"\xe2\x80\xae\xe2\x80\x8f\xe2\x81\xa6\xd8\x9c\xe2\x80\xa8\xf3\xa0\x80\x81", std::string(18, '?')},
+        {"\xe2\x82\xac \xf0\x9f\x98\x80 \xe2\x80\x90", "\xe2\x82\xac \xf0\x9f\x98\x80 \xe2\x80\x90"},
+        {"\xe2\x80", "\xe2?"},
+        {"\xe0\x82\x9b \xf4\x90\x80\x80", "\xe0?? \xf4???"},
+    };
+    for (const auto &[text, cleaned] : cases) {
+        std::string shown = text;
+        clean(shown);
+        EXPECT_EQ(shown, cleaned) << text;
+        EXPECT_EQ(can_be_key(text), text == cleaned) << text;
+    }
 }
 
 TEST(LiveClock, AFileIsNoClock) {

@@ -7,9 +7,10 @@
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
+#include "hosted/live/memory.h"
 #include "hosted/live/own_child.h"
 #include "hosted/live/run_registry.h"
-#include "hosted/live/system.h"
+#include "hosted/live/system_registry.h"
 #include "hosted/live/system_tree.h"
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
@@ -78,7 +79,9 @@ TEST(LiveRegistry, ParametersAreKeys) {
         {"negative", "-1\n", "int -1"},
         {"large", "18446744073692774399\n", "bin 18446744073692774399"},
         {"zeroes", "0022\n", "bin 0022"},
-        {"several", "4096\t131072\n", "bin 4096\t131072"},
+        {"several", "4096\t131072\n", "bin 4096 131072"},
+        {"odd", "a\x1b\x9b\xe2\x80\xaez\n", "bin a?????z"},
+        {"stat_refresh", "1\n", "(none)"},
         {"empty", "", "bin "},
         {"lines", "one\ntwo\n\n", "bin one\ntwo\n"},
         {"long", std::string(5000, 'x'), "bin " + std::string(1024, 'x')},
@@ -106,7 +109,7 @@ TEST(LiveRegistry, ParametersAreKeys) {
     EXPECT_EQ(names_in(registry, ""), "hardware kernel ");
     EXPECT_EQ(names_in(registry, "kernel"), "cmdline hostname release version vm ");
     EXPECT_EQ(names_in(registry, "kernel/vm"),
-              "empty large lines long negative " + longest + " several swappiness zeroes ");
+              "empty large lines long negative " + longest + " odd several swappiness zeroes ");
     EXPECT_EQ(names_in(registry, "kernel/vm/swappiness"), "(none)");
 
     tree.put("proc/sys/vm/swappiness", "100000\n");  // read once a run
@@ -167,7 +170,8 @@ TEST(LiveRegistry, RunningProcessesAndDevices) {
         self.say(1);
     });
     child.heard();
-    kernel owner(make_live_machine());
+    std::string message;
+    kernel owner(make_live_machine(message));
     const file_roots roots;
     process_table processes;
     system_registry system(roots);

@@ -1,17 +1,31 @@
 // Totals, memory, interrupts, drivers and registers: of the sample, of hostile texts, and of the machine that the test
 // runs on.
+#include <elf.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstring>
+#include <functional>
 #include <random>
 #include <sstream>
+#include <tuple>
 
+#include "hosted/live/devices.h"
+#include "hosted/live/drivers.h"
 #include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
 #include "hosted/live/register_table.h"
-#include "hosted/live/system.h"
+#include "hosted/live/system_registry.h"
 #include "hosted/live/system_tree.h"
+#include "hosted/live/totals.h"
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 
@@ -75,16 +89,60 @@ TEST(LiveMemory, ChunksAreZones) {
     EXPECT_EQ(memory.info(SPACE_HANDLES.first, MEMINFO_BEGIN, value), RESULT_NO_ITEM);
 }
 
+// What the kernel counts but has not initialised goes where memory is missing, and no further.
+TEST(LiveMemory, ChunksAddUpWithTheTotals) {
+    const auto zones = [](uint64_t total, uint64_t free) {
+        std::vector<memory_zone> all = {{0, 50, 40, 40, 10}, {50, 900, 800, 100, 5}, {950, 100, 90, 70, 0}};
+        add_uninitialised(all, total, free);
+        std::string text;
+        for (const memory_zone &zone : all) text += std::to_string(zone.pages) + '/' + std::to_string(zone.free) + ' ';
+        return text;
+    };
+    EXPECT_EQ(zones(210, 99), "40/10 100/5 70/0 ");
+    EXPECT_EQ(zones(200, 0), "40/10 100/5 70/0 ");
+    EXPECT_EQ(zones(310, 75), "40/10 200/65 70/0 ");
+    EXPECT_EQ(zones(915, 720), "40/10 800/705 75/5 ");
+    EXPECT_EQ(zones(99999, 99999), "40/10 800/705 90/20 ");
+}
+
+TEST(LiveMemory, SegmentsOfAKernelImage) {
+    Elf64_Ehdr header{};
+    std::memcpy(header.e_ident, ELFMAG, SELFMAG);
+    header.e_ident[EI_CLASS] = ELFCLASS64;
+    header.e_phoff = sizeof header;
+    header.e_phnum = 60000;  // most of them missing
+    std::string image(reinterpret_cast<const char *>(&header), sizeof header);
+    for (const auto &[type, address, size] : {std::tuple(PT_NOTE, uint64_t{0}, uint64_t{0}),
+                                              {PT_LOAD, 0xFFFFFFFFC0000000, 0x3F000000},
+                                              {PT_LOAD, 0xFFFFFFFFFFFFF000, 0x1001},
+                                              {PT_LOAD, 0xFFFFFFFFFFFFF000, 0x1000}}) {
+        Elf64_Phdr segment{};
+        segment.p_type = static_cast<uint32_t>(type);
+        segment.p_vaddr = address;
+        segment.p_memsz = size;
+        image.append(reinterpret_cast<const char *>(&segment), sizeof segment);
+    }
+    std::string found;
+    for (const auto &[first, last] : parse_kernel_segments(image.substr(0, image.size() - 1))) {
+        found += std::to_string(first) + '-' + std::to_string(last) + ' ';
+    }
+    EXPECT_EQ(found, "18446744072635809792-18446744073692774399 ");
+    EXPECT_EQ(parse_kernel_segments(image).size(), 2U);
+    EXPECT_TRUE(parse_kernel_segments(image.substr(1)).empty());
+}
+
 // The areas lie inside the kernel's half, in order and apart, and that half ends with the last address.
 TEST(LiveMemory, SpacesFillTheAddressSpace) {
+    constexpr address_range modules = {0xFFFFFFFFC0000000, 0xFFFFFFFFFEFFFFFF};
+    constexpr address_range arm_modules = {0xFFFF800000000000, 0xFFFF80007FFFFFFF};
     const struct {
         std::vector<address_space> spaces;
         uint64_t page, user_end, kernel_begin;
     } cases[] = {
-        {x86_64_spaces(false, 4096), 4096, 0x7FFFFFFFEFFF, 0xFFFF800000000000},
-        {x86_64_spaces(true, 4096), 4096, 0xFFFFFFFFFFEFFF, 0xFF00000000000000},
-        {aarch64_spaces(48, 4096), 4096, 0xFFFFFFFFFFFF, 0xFFFF000000000000},
-        {aarch64_spaces(52, 65536), 65536, 0xFFFFFFFFFFFFF, 0xFFF0000000000000},
+        {x86_64_spaces(false, std::nullopt, 4096), 4096, 0x7FFFFFFFEFFF, 0xFFFF800000000000},
+        {x86_64_spaces(true, modules, 4096), 4096, 0xFFFFFFFFFFEFFF, 0xFF00000000000000},
+        {aarch64_spaces(48, std::nullopt, 4096), 4096, 0xFFFFFFFFFFFF, 0xFFFF000000000000},
+        {aarch64_spaces(52, arm_modules, 65536), 65536, 0xFFFFFFFFFFFFF, 0xFFF0000000000000},
     };
     for (const auto &[spaces, page, user_end, kernel_begin] : cases) {
         EXPECT_EQ(spaces[0].pages * page - 1, user_end);
@@ -121,9 +179,10 @@ TEST(LiveInterrupts, ServedByThreadsOfTheKernelAlone) {
     proc_root root(tree.roots.proc);
     interrupt_table lines(tree.roots);
     isr_table table(root, lines);
-    uint64_t result = 0;
+    uint64_t result = RESULT_NO_ITEM;
     EXPECT_EQ(table.walk_owned(7, result)->step(), RESULT_SUCCESS);
     EXPECT_EQ(table.walk_owned(8, result)->step(), RESULT_NO_ITEM);
+    EXPECT_EQ(result, RESULT_SUCCESS);
 }
 
 TEST(LiveDrivers, CharacterDriversFirst) {
@@ -153,14 +212,75 @@ TEST(LiveSystem, HostileTexts) {
             EXPECT_LE(account.reclaim_used, account.reclaimable);
             EXPECT_LE(account.virtual_used, account.virtual_total);
             for (const memory_zone &zone : parse_zones(text)) {
-                EXPECT_LE(zone.free, zone.managed);
-                EXPECT_LE(zone.managed, zone.spanned);
+                EXPECT_LE(zone.free, zone.pages);
+                EXPECT_LE(zone.pages, zone.spanned);
                 EXPECT_LE(zone.spanned, ~uint64_t{0} / page_size() - zone.first_page);
             }
             for (const interrupt_line &line : parse_interrupts(text)) EXPECT_LE(line.number, UINT32_MAX);
             for (const auto &driver : parse_drivers(text)) EXPECT_LE(driver.first, 4095U);
         }
     }
+}
+
+// Where no descriptor is left, reading fails; it does not find less.
+TEST(LiveSystem, WantOfDescriptorsIsNotAbsence) {
+    const file_roots roots;
+    memory_map memory(roots);
+    interrupt_table interrupts(roots);
+    driver_table drivers(roots);
+    device_table devices(roots);
+    system_registry registry(roots);
+    uint32_t number = 0;
+    uint16_t type = 0;
+    const std::function<void()> reads[] = {
+        [&] { memory.zones(); },
+        [&] { memory.account(); },
+        [&] { interrupts.lines(); },
+        [&] { drivers.max_major(number); },
+        [&] { devices.names(); },
+        [&] { devices.has("no-such"); },
+        [&] { registry.list("kernel/vm"); },
+        [&] { registry.describe("kernel/vm/swappiness", type, number); },
+        [&] { registry.describe("hardware/memory/total", type, number); },
+    };
+    const pid_t child = fork();
+    if (child == 0) {
+        sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 1),
+                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EMFILE),
+                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+        const sock_fprog filter = {std::size(steps), steps};
+        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+        int missed = prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 ? 0 : 1;
+        for (const auto &read : reads) {
+            try {
+                read();
+                missed++;
+            } catch (const system_failure &) {
+            }
+        }
+        _exit(missed);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(LiveSystem, NeedsTheProcessFileSystem) {
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr int unable = 77;
+        if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) _exit(unable);
+        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) _exit(unable);
+        if (mount("none", "/proc", "tmpfs", 0, nullptr) != 0) _exit(unable);
+        const ventix_result run = run_ventix({.arguments = {"free"}, .machine = "live"});
+        const bool said = run.diagnostics.ends_with("ventix: /proc: not the process file system\n");
+        _exit(run.status == 125 && run.output.empty() && said ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "no mounts of its own";
+    EXPECT_EQ(status, 0);
 }
 
 TEST(LiveSystem, AgreesWithThisMachine) {

@@ -1,4 +1,4 @@
-// system_tree.h - trees of files that stand for the operating system's own.
+// hosted/live/system_tree.h - trees of files in place of the operating system's own.
 #pragma once
 
 #include <filesystem>

@@ -1,19 +1,29 @@
-// registry.cpp - the registry's directories hardware/ and kernel/ over the system's own files.
+// hosted/live/system_registry.cpp - the registry's directories hardware/ and kernel/ over the system's own files.
 //
-// A directory is read when a client first lists it, a key's value when it is first listed, described or read, and both
-// are kept, so that a length and the content that follows it agree. A key that is named without a listing costs no more
-// than the files on its own path.
+// A directory is read when a client first lists it; a key's value when a listing reaches it, or when it is first
+// described or read. Both stay for the run, so that a length and the content that follows it agree. A key that is named
+// without a listing costs no more than the files on its own path.
+#include "hosted/live/system_registry.h"
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
+#include <map>
+#include <optional>
+#include <span>
+#include <vector>
 
-#include "hosted/live/devices.h"
-#include "hosted/live/system.h"
+#include "hosted/live/counters.h"
+#include "hosted/live/hardware_clock.h"
+#include "hosted/live/host_services.h"
+#include "hosted/live/memory.h"
+#include "hosted/live/texts.h"
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/registry.h"
@@ -29,24 +39,31 @@ struct registry_node {
     uint64_t integer = 0;  // of an integer key
     std::string bytes;     // of a binary key
 
-    // Of a directory, those made so far; all of them, once it is listed.
-    std::map<std::string, node_pointer, std::less<>> entries;
-
     uint32_t length() const {
         if (type == REGTYPE_INT) return sizeof integer;
         return static_cast<uint32_t>(bytes.size());
     }
 
-    void list() {
-        if (listed_) return;
-        listed_ = true;
-        for (const std::string &name : names()) add(name);
+    // The names in a directory, in their order. Some may turn out to have no entry.
+    const std::vector<std::string> &list() {
+        if (!listed_) {
+            std::vector<std::string> found = names();
+            std::erase_if(found, [](const std::string &name) { return !is_name(name); });
+            std::sort(found.begin(), found.end());
+            found.erase(std::unique(found.begin(), found.end()), found.end());
+            listed_ = std::move(found);
+        }
+        return *listed_;
     }
 
+    // The entry of a name; null where there is none.
     registry_node *entry(std::string_view name) {
-        if (only_names()) list();
-        if (const auto known = entries.find(name); known != entries.end()) return known->second.get();
-        return listed_ ? nullptr : add(std::string(name));
+        if (const auto known = entries_.find(name); known != entries_.end()) return known->second.get();
+        if (!is_name(name)) return nullptr;
+        if (only_names() && !std::binary_search(list().begin(), list().end(), name)) return nullptr;
+        std::string key(name);
+        node_pointer made = make(key);
+        return entries_.emplace(std::move(key), std::move(made)).first->second.get();
     }
 
 protected:
@@ -54,18 +71,14 @@ protected:
     virtual std::vector<std::string> names() const { return {}; }
     virtual node_pointer make(const std::string &) const { return nullptr; }
 
-    // Whether make() may be asked for what names() gave alone.
+    // Whether make() may only be called with what names() returned.
     virtual bool only_names() const { return false; }
 
 private:
-    registry_node *add(const std::string &name) {
-        if (!can_be_key(name) || name == "." || name == "..") return nullptr;
-        if (const auto known = entries.find(name); known != entries.end()) return known->second.get();
-        node_pointer made = make(name);
-        return made ? entries.emplace(name, std::move(made)).first->second.get() : nullptr;
-    }
+    static bool is_name(std::string_view name) { return can_be_key(name) && name != "." && name != ".."; }
 
-    bool listed_ = false;
+    std::optional<std::vector<std::string>> listed_;
+    std::map<std::string, node_pointer, std::less<>> entries_;  // those asked for so far; null: there is none
 };
 
 namespace {
@@ -79,10 +92,13 @@ node_pointer number_key(uint64_t value) {
     return made;
 }
 
-node_pointer text_key(std::string_view text) {
+// A binary key that holds a text of the system, cleaned.
+node_pointer text_key(std::string_view text, line_feeds feeds = line_feeds::replaced) {
     auto made = std::make_unique<registry_node>();
     made->type = REGTYPE_BIN;
-    made->bytes = text.substr(0, registry_limits{}.binary);
+    made->bytes = text;
+    clean(made->bytes, feeds);
+    made->bytes.resize(std::min<size_t>(made->bytes.size(), registry_limits{}.binary));
     return made;
 }
 
@@ -120,18 +136,26 @@ private:
 
 // ---- kernel/ --------------------------------------------------------------------------------------------------------
 
+// Parameters whose reading does something: it counts anew, or the kernel logs that they are out of use. They are no
+// keys. A name without a directory is one in any directory.
+constexpr std::string_view READ_WITH_EFFECT[] = {
+    "/vm/stat_refresh", "/vm/nr_pdflush_threads", "/kernel/panic_print", "/base_reachable_time", "/retrans_time",
+};
+
 // A parameter's text: an integer key where it is the plain decimal form of 64 signed bits, so that nothing of it is
-// lost; else its bytes without the last line end.
+// lost; else its bytes, with blanks for tabs and without the last line end.
 node_pointer parameter_key(std::string_view text) {
     if (text.ends_with('\n')) text.remove_suffix(1);
     int64_t number = 0;
-    const auto [behind, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool whole = error == std::errc{} && behind == text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool whole = error == std::errc{} && end == text.data() + text.size();
     if (whole && std::to_string(number) == text) return number_key(static_cast<uint64_t>(number));
-    return text_key(text);
+    std::string shown(text);
+    std::replace(shown.begin(), shown.end(), '\t', ' ');
+    return text_key(shown, line_feeds::kept);
 }
 
-// A directory of kernel parameters. What is on another file system than their root, or not readable, is passed over;
+// A directory of kernel parameters. What is on another file system than their root, or not readable, is left out;
 // nothing here mounts anything or waits for a file.
 class parameter_directory : public registry_node {
 public:
@@ -139,16 +163,22 @@ public:
 
     std::vector<std::string> names() const override {
         std::vector<std::string> names;
-        const int file = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        DIR *listing = file >= 0 ? fdopendir(file) : nullptr;
-        if (!listing) return names;
-        while (const dirent *entry = readdir(listing)) names.emplace_back(entry->d_name);
-        closedir(listing);
+        descriptor file = open_file(AT_FDCWD, path_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+        DIR *listing = file ? fdopendir(file.get()) : nullptr;
+        unless_exhausted(listing != nullptr ? 0 : errno, path_);
+        if (listing == nullptr) return names;
+        file.release();  // the listing closes it
+        const std::unique_ptr<DIR, int (*)(DIR *)> closed(listing, closedir);
+        for (errno = 0; const dirent *entry = readdir(listing); errno = 0) names.emplace_back(entry->d_name);
+        if (errno != 0) throw system_failure(path_, errno);
         return names;
     }
 
     node_pointer make(const std::string &name) const override {
         const std::string path = path_ + '/' + name;
+        for (const std::string_view effective : READ_WITH_EFFECT) {
+            if (path.ends_with(effective)) return nullptr;
+        }
         struct stat status {};
         if (fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) return nullptr;
         if (status.st_dev != device_) return nullptr;
@@ -156,9 +186,8 @@ public:
         constexpr mode_t readable = S_IRUSR | S_IRGRP | S_IROTH;
         if (!S_ISREG(status.st_mode) || (status.st_mode & readable) == 0) return nullptr;
         std::array<char, FILE_ROOM> buffer;
-        const auto text = read_file(path, buffer);
-        if (!text) return nullptr;
-        return parameter_key(*text);
+        std::string_view text;
+        return read_file(path, buffer, text) == 0 ? parameter_key(text) : nullptr;
     }
 
 private:
@@ -169,12 +198,12 @@ private:
 constexpr table_entry KERNEL[] = {
     {"release", [](const file_roots &) { return text_key(system_names().release); }},
     {"version", [](const file_roots &) { return text_key(system_names().version); }},
-    {"hostname", [](const file_roots &) { return text_key(system_names().nodename); }},
+    {"hostname", [](const file_roots &) { return text_key(system_names().host); }},
     {"cmdline",
      [](const file_roots &roots) {
          std::array<char, FILE_ROOM> buffer;
-         const auto text = read_file(roots.proc + "/cmdline", buffer);
-         return text ? text_key(trimmed(*text)) : node_pointer();
+         std::string_view text;
+         return read_file(roots.proc + "/cmdline", buffer, text) == 0 ? text_key(trimmed(text)) : node_pointer();
      }},
 };
 
@@ -208,12 +237,11 @@ private:
 
 // ---- hardware/ ------------------------------------------------------------------------------------------------------
 
-// The value of the first of two labels in a text like /proc/cpuinfo; null where none stands there.
+// The value of the first of two labels in a text like /proc/cpuinfo; null where it has neither.
 node_pointer processor_key(const file_roots &roots, std::string_view label, std::string_view other_label) {
     std::array<char, 16384> buffer;  // several processors' worth; the first one's is taken
-    std::string_view text = read_file(roots.proc + "/cpuinfo", buffer).value_or("");
-    while (!text.empty()) {
-        const std::string_view line = next_line(text);
+    for (scanner scan(read_table(roots.proc + "/cpuinfo", buffer)); !scan.done();) {
+        const std::string_view line = scan.line();
         const size_t colon = line.find(':');
         const std::string_view found = trimmed(line.substr(0, colon));
         if (colon == line.npos || (found != label && found != other_label)) continue;
@@ -235,8 +263,8 @@ constexpr table_entry MEMORY[] = {
     {"page_size", [](const file_roots &) { return number_key(page_size()); }},
     {"total",
      [](const file_roots &roots) {
-         std::array<char, 8192> buffer;
-         return number_key(parse_memory_account(read_file(roots.proc + "/meminfo", buffer).value_or("")).total);
+         const uint64_t total = memory_map(roots).account().total;
+         return total != 0 ? number_key(total) : node_pointer();
      }},
 };
 
@@ -277,12 +305,11 @@ protected:
         for (const attribute &one : attributes_) {
             if (name != one.name) continue;
             std::array<char, FILE_ROOM> buffer;
-            const auto text = read_file(folder_ + one.file, buffer);
-            if (!text) return nullptr;
-            std::string told(trimmed(*text));
-            clean(told);  // a device may be anybody's
-            if (one.unit == 0) return text_key(told);
-            const auto number = whole_number(told);
+            std::string_view text;
+            if (read_file(folder_ + one.file, buffer, text) != 0) return nullptr;
+            text = trimmed(text);
+            if (one.unit == 0) return text_key(text);
+            const auto number = whole_number(text);
             if (!number || *number > std::numeric_limits<uint64_t>::max() / one.unit) return nullptr;
             return number_key(*number * one.unit);
         }
@@ -352,18 +379,24 @@ constexpr table_entry ROOT[] = {
 
 class node_cursor : public registry_cursor {
 public:
-    explicit node_cursor(const registry_node &directory)
-        : next_(directory.entries.begin()), end_(directory.entries.end()) {}
+    explicit node_cursor(registry_node &directory) : directory_(directory) {}
 
     bool next(registry_entry &entry) override {
-        if (next_ == end_) return false;
-        const auto &[name, node] = *next_++;
-        entry = {name, node->type, node->length()};
-        return true;
+        const std::vector<std::string> &names = directory_.list();
+        while (at_ < names.size()) {
+            const std::string &name = names[at_];
+            const registry_node *node = directory_.entry(name);  // may throw: the next step tries this name again
+            at_++;
+            if (node == nullptr) continue;
+            entry = {name, node->type, node->length()};
+            return true;
+        }
+        return false;
     }
 
 private:
-    decltype(registry_node::entries)::const_iterator next_, end_;
+    registry_node &directory_;
+    size_t at_ = 0;
 };
 
 }  // namespace
@@ -382,14 +415,14 @@ registry_node *system_registry::find(std::string_view path) {
 
 std::unique_ptr<registry_cursor> system_registry::list(std::string_view path) {
     registry_node *found = find(path);
-    if (!found || found->type != REGTYPE_DIR) return nullptr;
+    if (found == nullptr || found->type != REGTYPE_DIR) return nullptr;
     found->list();
     return std::make_unique<node_cursor>(*found);
 }
 
 uint32_t system_registry::describe(std::string_view path, uint16_t &type, uint32_t &length) {
     const registry_node *found = find(path);
-    if (!found) return IOERROR_NOT_FOUND;
+    if (found == nullptr) return IOERROR_NOT_FOUND;
     type = found->type;
     length = found->length();
     return 0;
@@ -397,14 +430,14 @@ uint32_t system_registry::describe(std::string_view path, uint16_t &type, uint32
 
 uint32_t system_registry::read_int(std::string_view path, uint64_t &value) {
     const registry_node *found = find(path);
-    if (!found || found->type != REGTYPE_INT) return IOERROR_NOT_FOUND;
+    if (found == nullptr || found->type != REGTYPE_INT) return IOERROR_NOT_FOUND;
     value = found->integer;
     return 0;
 }
 
 uint32_t system_registry::read_binary(std::string_view path, std::string &value) {
     const registry_node *found = find(path);
-    if (!found || found->type != REGTYPE_BIN) return IOERROR_NOT_FOUND;
+    if (found == nullptr || found->type != REGTYPE_BIN) return IOERROR_NOT_FOUND;
     value = found->bytes;
     return 0;
 }

@@ -1,0 +1,51 @@
+// hosted/live/system_log.h - the kernel's log, and writing to it or to the system logger.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "hosted/live/files.h"
+#include "hosted/servers/sources.h"
+
+namespace hosted::live {
+
+// The kernel's log, one line per record. It is read whole when its length is asked for, so that later reads deliver
+// what was measured. Writing goes to the kernel's log, or where that is refused to the system logger's socket.
+class system_log : public log_source {
+public:
+    explicit system_log(const file_roots &roots) : roots_(roots) {}
+
+    uint32_t length(uint64_t &characters) override;
+    uint32_t read(uint64_t offset, uint64_t room, std::string_view &text) override;
+    uint32_t write(std::string_view message) override;
+    void emergency(uint64_t word1, uint64_t code, uint64_t word2) override;
+
+private:
+    uint32_t load();
+    uint32_t send(int priority, std::string_view message);
+
+    const file_roots &roots_;
+    std::string text_;
+    bool loaded_ = false;
+};
+
+// A text in which every character that steers a terminal is written as \xHH, byte by byte.
+std::string escaped(std::string_view text);
+
+// Appends the line of one record as /dev/kmsg delivers it; nothing for a text that is none. The device cuts records
+// that do not fit its own buffer with their escapes.
+//   whole  called for a record that was cut, with its time in microseconds and what is there of its bytes; returns the
+//          bytes of the whole record, or an empty text where it is not known
+void append_log_line(std::string &log, std::string_view record,
+                     const std::function<std::string(uint64_t, std::string_view)> &whole);
+
+// The bytes of a whole record in the texts of the log's system call ("<PRIORITY>[SECONDS.MICROSECONDS] TEXT", a prefix
+// for each line of a record), by its time and first bytes; empty where it is not there.
+std::string find_record(std::string_view lines, uint64_t microseconds, std::string_view front);
+
+// The text of an emergency message's two words.
+std::string emergency_text(uint64_t word1, uint64_t code, uint64_t word2);
+
+}  // namespace hosted::live
