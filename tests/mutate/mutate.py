@@ -100,7 +100,7 @@ def mutants(count, seed):
 
 def limits():
     resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
-    resource.setrlimit(resource.RLIMIT_AS, (4 << 30, 4 << 30))
+    resource.setrlimit(resource.RLIMIT_AS, (8 << 30, 8 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 

@@ -1,14 +1,22 @@
-// sweep.cpp - runs every baseline again and again, each time with another kernel call or allocation failing, and checks
-// that the command ends as it promises.
+// tests/sweep/sweep.cpp - runs every baseline again and again, each time with another kernel call or allocation
+// failing, and checks that the command ends as it promises.
 //
-//   ventix_sweep [--sample SEED] [--jobs N] [--words] [BASELINES]
-//   ventix_sweep --only 'MACHINE ARGUMENTS' [--call N --result R | --alloc N] [--persistent]
+//   ventix_sweep [--sample SEED] [--jobs N] [--words | --bytes | --memory] [BASELINES]
+//   ventix_sweep --only 'MACHINE ARGUMENTS' [--call N --result R | --alloc N [--memory] | --place MESSAGE WORD VALUE]
+//   [--persistent] ventix_sweep --promises
 //
 // A baseline is one run on a described machine (baselines.txt). Its n-th kernel call fails, for every n, with each
 // result that makes sense for it; its n-th allocation fails, for every n. Either happens once, or from there on: with
 // every later call for which that result makes sense. Allocations inside a kernel call are the kernel's and never fail.
 // Every run is a fork of one process in which the machine stands ready. --sample does a small part of all that, chosen
 // by the seed; --only does the one run that a finding names, with its output and its kernel calls shown.
+//
+// With --memory the allocations of the kernel count too, also on the live machine.
+//
+// With --bytes nothing fails, but a server writes where it should not: at the first message of each code and command
+// that a tool gets, each word of the message, of the request that it completes, of its payload, of the device record
+// and of the client context becomes each of the values that are most likely to lead astray. Addresses in the answer to
+// an open or to the creation of a request are trusted; everything later is not.
 //
 // With --words nothing fails: each baseline is run with each word replaced by every absurd one, and the first of each
 // command and machine also with every option of its command put in, alone and with every absurd argument.
@@ -43,6 +51,7 @@
 #include "main/tools.h"
 #include "platform/protocol/device.h"
 #include "shell_words.h"
+#include "sweep/server_memory.h"
 
 // ---- settings of the sanitizers -------------------------------------------------------------------------------------
 
@@ -69,13 +78,22 @@ struct failure {
     uint64_t alloc = 0;  // of the allocation
     uint64_t result = 0;
     bool persistent = false;
+    bool inside = false;   // allocations inside kernel calls count
+    uint64_t message = 0;  // number of the message received with which a server writes, from 1; 0: none
+    uint64_t word = 0;     // what it writes, of the words within its reach
+    uint64_t value = 0;    // index into the hostile values
+};
+
+// A message as a server sent it, and how many words it could have written.
+struct sighting {
+    uint32_t code, command, words;
 };
 
 enum kind { port, handle, iterator, semaphore, device, request, KINDS };
 constexpr const char *kind_names[] = {"port", "handle", "iterator", "semaphore", "device", "request"};
 using left_open = std::array<uint64_t, KINDS>;
 
-constexpr size_t MOST_CALLS = 1 << 16;
+constexpr size_t MOST_CALLS = 1 << 16, MOST_MESSAGES = 1 << 12;
 constexpr size_t NO_INDEX = ~size_t{0};
 
 // Filled by the run, in memory that it shares with the process that started it.
@@ -88,9 +106,11 @@ struct report {
     bool failed;    // a call or an allocation was made to fail
     left_open left;
     int64_t taken;      // semaphores taken and not given back
+    uint64_t messages;  // received
     char finding[240];  // what the kernel saw that must not be; empty: nothing
     call made[MOST_CALLS];
     uint32_t about[MOST_CALLS];  // the code of a message sent, the item of a state asked for
+    sighting received[MOST_MESSAGES];
 };
 
 struct outcome {
@@ -141,6 +161,7 @@ public:
             _exit(0);
         }
         check(which, arguments);
+        allocations.counts = planned_.inside;
         if (planned_.call == 0 || told_.calls < planned_.call) return std::nullopt;
         if (told_.calls > planned_.call && !(planned_.persistent && makes_sense(which, planned_.result)))
             return std::nullopt;
@@ -149,6 +170,7 @@ public:
     }
 
     void ended(call which, std::span<const hosted::argument> arguments, uint64_t result, bool succeeded) override {
+        allocations.counts = false;
         switch (which) {
         case call::create_msg_port: made(port, result); break;
         case call::create_iterator: made(iterator, result); break;
@@ -159,7 +181,7 @@ public:
         case call::signal_semaphore: --told_.taken; break;  // one that failed was tried
         case call::send_msg: sent(arguments[0].value, arguments[2].value, arguments[3].value); break;
         case call::recv_msg_ptr:
-            if (succeeded) received(*arguments[1].record);
+            if (succeeded) received(*const_cast<kernel_message *>(arguments[1].record));
             break;
         default: break;
         }
@@ -217,6 +239,7 @@ private:
     // Deletion of a request, and closing, count when they are asked for: the server may be gone. With a device go its
     // requests; what is left of the task's handle that an open sent is the server's.
     void sent(uint64_t to, uint64_t code, uint64_t word2) {
+        memory_.sent(to, code, word2);
         switch (code) {
         case DEVMSG_OPEN: sent_task_ = word2; break;
         case DEVMSG_CREATE_REQUEST: asked_ = to; break;
@@ -229,12 +252,34 @@ private:
         }
     }
 
-    void received(const kernel_message &message) {
-        if (message.word2 == 0) return;
-        if (message.code == DEVMSG_REQUEST_CREATED) ++requests_[asked_];
-        if (message.code != DEVMSG_OPENED) return;
-        requests_[reinterpret_cast<const device_record *>(message.word2)->server_port] = 0;
-        if (const auto task = handles_.find(sent_task_); task != handles_.end()) task->second.given_up = true;
+    void received(kernel_message &message) {
+        memory_.received(message);
+        if (message.word2 != 0 && message.code == DEVMSG_REQUEST_CREATED) ++requests_[asked_];
+        if (message.word2 != 0 && message.code == DEVMSG_OPENED) {
+            requests_[reinterpret_cast<const device_record *>(message.word2)->server_port] = 0;
+            if (const auto task = handles_.find(sent_task_); task != handles_.end()) task->second.given_up = true;
+        }
+        meddle(message);
+    }
+
+    // Lets the sender of a message write what it should not.
+    void meddle(kernel_message &message) {
+        const auto areas = memory_.within_reach(message);
+        size_t words = 0;
+        for (const memory_words area : areas) words += area.size();
+        if (told_.messages < MOST_MESSAGES)
+            told_.received[told_.messages] = {static_cast<uint32_t>(message.code), memory_.command(),
+                                              static_cast<uint32_t>(words)};
+        if (++told_.messages != planned_.message) return;
+        size_t word = planned_.word;
+        for (const memory_words area : areas) {
+            if (word < area.size()) {
+                told_.failed = true;
+                area[word] = hostile_values(area[word], memory_.record())[planned_.value];
+                return;
+            }
+            word -= area.size();
+        }
     }
 
     // No call names an object that is gone, or none.
@@ -277,6 +322,7 @@ private:
     std::map<uint64_t, uint64_t> requests_;  // of the open devices, by their servers' ports
     uint64_t sent_task_ = 0;
     uint64_t asked_ = 0;
+    server_memory memory_;
 };
 
 // ---- one run --------------------------------------------------------------------------------------------------------
@@ -384,8 +430,11 @@ const promise promises[] = {
 };
 
 const promise &promise_of(const std::string &command) {
-    return *std::find_if(std::begin(promises), std::end(promises) - 1,
-                         [&](const promise &one) { return command == one.command; });
+    const auto *const found = std::find_if(std::begin(promises), std::end(promises),
+                                           [&](const promise &one) { return command == one.command; });
+    if (found != std::end(promises)) return *found;
+    std::fprintf(stderr, "sweep: nobody says what %s promises\n", command.c_str());
+    std::exit(1);
 }
 
 constexpr int STATUS_DEADLOCK = 124, STATUS_SANITIZER = 99, STATUS_SELF_DELETED = 128 + SIGKILL;
@@ -432,7 +481,7 @@ bool hits(const failure &planned, const strike &struck, std::initializer_list<ca
 
 // The shared request's lock cannot be taken or given back: the task deletes itself.
 bool deletes_itself(const failure &planned, const strike &struck) {
-    return hits(planned, struck, {call::wait_semaphore, call::signal_semaphore});
+    return planned.message != 0 || hits(planned, struck, {call::wait_semaphore, call::signal_semaphore});
 }
 
 // A device is not closed without a port for the reply, nor where its record counts as gone; a request is not deleted
@@ -449,9 +498,9 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
     const strike struck = struck_by(planned, plain);
     if (got.status == STATUS_SANITIZER) return "sanitizer: " + got.diagnostics;
     if (told->over_budget) return repeats_for_ever(base, planned) ? "" : "does not end";
-    if (told->finding[0] != '\0') return told->finding;
+    if (told->finding[0] != '\0' && planned.message == 0) return told->finding;
     if (got.status == STATUS_SELF_DELETED && deletes_itself(planned, struck)) return "";
-    if (got.status == STATUS_DEADLOCK && waits_for_ever(struck)) return "";
+    if (got.status == STATUS_DEADLOCK && (planned.message != 0 || waits_for_ever(struck))) return "";
     if (!told->finished) return "ends with status " + std::to_string(got.status) + ": " + got.diagnostics;
     if (told->milliseconds > plain.milliseconds + MOST_MILLISECONDS)
         return "takes " + std::to_string(told->milliseconds) + " ms";
@@ -468,6 +517,7 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
     if (got.status != 0 && got.status != expected.status && !said && !promised.may_be_silent)
         return "status " + std::to_string(got.status) + " without a word";
 
+    if (planned.message != 0) return "";  // what a server spoilt may stay open
     if (told->taken > 0) return "keeps a semaphore";
     for (size_t i = 0; got.status == 0 && i < KINDS; ++i) {
         const uint64_t allowed = planned.call == 0 && planned.alloc == 0 ? promised.left[i] : plain.left[i];
@@ -506,11 +556,15 @@ std::set<std::string> options_in(const std::string &help) {
 struct totals {
     std::atomic<uint64_t> next;  // baseline to take
     std::atomic<uint64_t> runs, calls, allocs, findings;
+    std::atomic<bool> met[1 << 16];  // messages that a server has been bad with, hashed
 };
 
 std::string arguments_of(const baseline &base, const failure &planned) {
     std::string text = "--only \"" + base.line + "\"";
-    if (planned.alloc != 0) text += " --alloc " + std::to_string(planned.alloc);
+    if (planned.alloc != 0) text += " --alloc " + std::to_string(planned.alloc) + (planned.inside ? " --memory" : "");
+    if (planned.message != 0)
+        text += " --place " + std::to_string(planned.message) + ' ' + std::to_string(planned.word) + ' ' +
+                std::to_string(planned.value);
     if (planned.call != 0)
         text += " --call " + std::to_string(planned.call) + " --result " +
                 (planned.result == NO_OBJECT ? "-1" : std::to_string(planned.result));
@@ -518,6 +572,7 @@ std::string arguments_of(const baseline &base, const failure &planned) {
 }
 
 void prepare(const baseline &base) {
+    if (base.machine == "live") return hosted::install(hosted::make_live_machine());
     const std::string folder = base.machine == "demo" ? "/machines/" : "/tests/machines/";
     hosted::fault_list faults;
     std::string message;
@@ -550,11 +605,38 @@ public:
         tell(base, {}, judge(base, {}, *plain_, expected_, expected_));
         for (uint64_t n = 1; n <= std::min<uint64_t>(plain_->calls, MOST_CALLS); ++n) {
             for (const uint64_t result : sensible_results(plain_->made[n - 1])) {
-                for (const bool persistent : {false, true}) fail(base, {n, 0, result, persistent});
+                for (const bool persistent : {false, true})
+                    fail(base, {.call = n, .result = result, .persistent = persistent});
             }
         }
         for (uint64_t n = 1; n <= plain_->allocations; ++n) {
-            for (const bool persistent : {false, true}) fail(base, {0, n, 0, persistent});
+            for (const bool persistent : {false, true}) fail(base, {.alloc = n, .persistent = persistent});
+        }
+    }
+
+    void over_memory(const baseline &base, uint64_t index) {
+        if (!takes(base, index)) return;
+        expected_ = run(base, {.inside = true}, PLAIN_BUDGET);
+        plain_ = std::make_unique<report>(*told);
+        for (uint64_t n = 1; n <= plain_->allocations; ++n) {
+            for (const bool persistent : {false, true})
+                fail(base, {.alloc = n, .persistent = persistent, .inside = true});
+        }
+    }
+
+    void over_bytes(const baseline &base, uint64_t index) {
+        if (!takes(base, index)) return;
+        expected_ = run(base, {}, PLAIN_BUDGET);
+        plain_ = std::make_unique<report>(*told);
+        for (uint64_t n = 0; n < std::min<uint64_t>(plain_->messages, MOST_MESSAGES); ++n) {
+            const sighting &seen = plain_->received[n];
+            const std::string name =
+                base.words[0] + ' ' + std::to_string(seen.code) + ' ' + std::to_string(seen.command);
+            if (sums_.met[std::hash<std::string>()(name) % std::size(sums_.met)].exchange(true)) continue;
+            for (uint64_t word = 0; word < seen.words; ++word) {
+                for (size_t value = 0; value < HOSTILE_VALUES; ++value)
+                    fail(base, {.message = n + 1, .word = word, .value = value});
+            }
         }
     }
 
@@ -612,7 +694,8 @@ private:
         if (part_ > 1 && random_() % part_ != 0) return;
         const outcome got = run(base, planned, budget_of(*plain_));
         ++sums_.runs;
-        ++(planned.call != 0 ? sums_.calls : sums_.allocs);
+        sums_.calls += planned.call != 0;
+        sums_.allocs += planned.alloc != 0;
         std::string wrong = judge(base, planned, *plain_, expected_, got);
         if (wrong.empty() && !told->failed && !told->over_budget && told->finished) wrong = "the failure did not come";
         tell(base, planned, wrong);
@@ -682,6 +765,16 @@ int only(const std::string &line, const failure &planned) {
     return wrong.empty() ? 0 : 1;
 }
 
+// One line a command, for programs that judge runs of another kind: its name and the statuses it may end with.
+int list_promises() {
+    for (const promise &one : promises) {
+        std::printf("%s 0 100", one.command);
+        for (const int status : one.statuses) std::printf(" %d", status);
+        std::printf("\n");
+    }
+    return 0;
+}
+
 void *shared(size_t size) {
     void *memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (memory != MAP_FAILED) return memory;
@@ -689,13 +782,14 @@ void *shared(size_t size) {
     std::exit(1);
 }
 
-int all(const std::vector<baseline> &list, bool words, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
+using way = void (sweep::*)(const baseline &base, uint64_t index);
+
+int all(const std::vector<baseline> &list, way over, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
     for (unsigned i = 0; i < jobs; ++i) {
         if (fork() != 0) continue;
         told = static_cast<report *>(shared(sizeof *told));
         sweep one(sums, seed, part);
-        for (uint64_t index; (index = sums.next++) < list.size();)
-            words ? one.over_words(list[index], index) : one.over(list[index], index);
+        for (uint64_t index; (index = sums.next++) < list.size();) (one.*over)(list[index], index);
         _exit(0);
     }
     bool complete = true;
@@ -714,7 +808,7 @@ int main(int argc, char **argv) {
     std::string file = VENTIX_SOURCE_DIR "/tests/sweep/baselines.txt", line;
     failure planned;
     uint64_t seed = 0, part = 1;
-    bool words = false;
+    way over = &sweep::over;
     unsigned jobs = static_cast<unsigned>(std::max<long>(sysconf(_SC_NPROCESSORS_ONLN), 1));
     for (int i = 1; i < argc; ++i) {
         const std::string_view option = argv[i];
@@ -737,7 +831,15 @@ int main(int argc, char **argv) {
         else if (option == "--sample")
             seed = number(), part = SAMPLED_PART;
         else if (option == "--words")
-            words = true;
+            over = &sweep::over_words;
+        else if (option == "--memory")
+            over = &sweep::over_memory, planned.inside = true;
+        else if (option == "--bytes")
+            over = &sweep::over_bytes;
+        else if (option == "--place")
+            planned.message = number(), planned.word = number(), planned.value = number();
+        else if (option == "--promises")
+            return list_promises();
         else if (option == "--jobs")
             jobs = static_cast<unsigned>(number());
         else
@@ -749,7 +851,7 @@ int main(int argc, char **argv) {
     if (list.empty()) std::fprintf(stderr, "sweep: %s: no baselines\n", file.c_str());
     if (part > 1) std::printf("seed %llu: ", static_cast<unsigned long long>(seed));
     std::fflush(stdout);
-    const int failed = all(list, words, seed, part, jobs, sums);
+    const int failed = all(list, over, seed, part, jobs, sums);
     std::printf("%zu baselines, %llu runs, %llu kernel calls and %llu allocations failed, %llu findings\n", list.size(),
                 static_cast<unsigned long long>(sums.runs), static_cast<unsigned long long>(sums.calls),
                 static_cast<unsigned long long>(sums.allocs), static_cast<unsigned long long>(sums.findings));
