@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -321,30 +322,35 @@ TEST(MachineFile, WaitForItsLockIsReported) {
               "ventix: " + path + ": waiting for process " + std::to_string(getpid()) + ", which holds the file\n");
 }
 
-// Runs on one file follow one another: none loses what another did to it.
+// Runs on one file follow one another: none loses what another did to it, whichever of them are killed.
 TEST(MachineFile, IsHeldFromLoadToSave) {
-    constexpr int RUNS = 20;
+    constexpr size_t RUNS = 100;
     const scratch_directory scratch;
     const std::string path = scratch.write("lab.json", "{}");
     std::vector<pid_t> children;
-    for (int i = 0; i < RUNS; ++i) {
+    for (size_t i = 0; i < RUNS; ++i) {
         const pid_t child = fork();
         if (child == 0) {
             const std::string other = i % 2 == 0 ? path : scratch.path() + "/./lab.json";
             _exit(pass_through(path, other) == "saved" ? 0 : 1);
         }
         children.push_back(child);
+        if (i % 5 == 4) kill(children[i - i % 3], SIGKILL);
     }
+    size_t done = 0;
     for (const pid_t child : children) {
         int status = 0;
         waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0);
+        EXPECT_TRUE(status == 0 || status == SIGKILL) << status;
+        done += status == 0;
     }
     const std::string saved = read_file(path);
     size_t notices = 0;
     constexpr char notice[] = R"(["0x1", 2])";
     for (size_t at = saved.find(notice); at != std::string::npos; at = saved.find(notice, at + 1)) ++notices;
-    EXPECT_EQ(notices, RUNS);
+    EXPECT_GE(notices, done);
+    EXPECT_LE(notices, RUNS);  // some were killed after their save
+    EXPECT_GE(done, RUNS / 2);
 }
 
 }  // namespace

@@ -436,6 +436,25 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     }
 }
 
+// The numbers that a process file system of others shows are other processes here.
+TEST(LiveProcesses, NothingActsThroughAForeignProc) {
+    own_child outside([](own_child &self) {
+        if (unshare(CLONE_NEWPID) != 0) _exit(1);
+        const own_child inside([&](own_child &) {
+            const own_child victim;
+            process_table table;
+            for (const uint64_t result :
+                 {table.end(victim.handle()), table.raise(victim.handle(), EXC_SIGNAL, SIGKILL)})
+                self.say(result != RESULT_SUCCESS);
+            self.say(victim.is_alive());
+        });
+        while (true) pause();
+    });
+    const int64_t first = outside.heard();
+    if (first < 0) GTEST_SKIP() << "there are no process numbers of its own";
+    EXPECT_TRUE(first == 1 && outside.heard() == 1 && outside.heard() == 1);
+}
+
 TEST(LiveProcesses, ExceptionsAreSignals) {
     own_child child([](own_child &self) {
         sigset_t all;
