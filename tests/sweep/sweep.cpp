@@ -572,12 +572,13 @@ std::string arguments_of(const baseline &base, const failure &planned) {
 }
 
 void prepare(const baseline &base) {
-    if (base.machine == "live") return hosted::install(hosted::make_live_machine());
-    const std::string folder = base.machine == "demo" ? "/machines/" : "/tests/machines/";
     hosted::fault_list faults;
     std::string message;
+    const std::string folder = base.machine == "demo" ? "/machines/" : "/tests/machines/";
     auto machine =
-        hosted::make_described_machine(VENTIX_SOURCE_DIR + folder + base.machine + ".json", "", faults, message);
+        base.machine == "live"
+            ? hosted::make_live_machine(message)
+            : hosted::make_described_machine(VENTIX_SOURCE_DIR + folder + base.machine + ".json", "", faults, message);
     if (!machine) {
         std::fprintf(stderr, "sweep: %s\n", message.c_str());
         std::exit(1);
