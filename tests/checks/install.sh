@@ -9,7 +9,7 @@ trap 'rm -rf "$stage"' EXIT
 fail() { printf '%s\n' "$*"; exit 1; }
 
 DESTDIR=$stage ./dev install /opt/ventix
-[ "$(ls "$stage" "$stage/opt" | tr '\n' ' ')" = "$stage: opt  $stage/opt: ventix " ] ||
+[ -z "$(find "$stage" -mindepth 1 ! -path "$stage/opt" ! -path "$stage/opt/ventix" ! -path "$stage/opt/ventix/*")" ] ||
     fail "something was installed outside the prefix"
 root=$stage/opt/ventix
 [ "$(cd "$root/lib/ventix/bin" && ls)" = "$("$root/bin/ventix" --list)" ] || fail "the links are not the commands"
