@@ -238,8 +238,11 @@ uint64_t process_map::memo_item(size_t index, uint64_t item, uint64_t &value) co
 process_map *map_table::map_of(process &owner, uint64_t &result) {
     result = RESULT_SUCCESS;
     const int id = owner.number();
-    if (const auto known = by_process_.find(id); known != by_process_.end()) return known->second;
-    auto made = std::make_unique<process_map>(id, next_handle_);
+    uint64_t start = 0;  // stays 0 where it may not be read
+    owner.start(start);
+    const auto known = by_process_.find(id);
+    if (known != by_process_.end() && known->second->start() == start) return known->second;
+    auto made = std::make_unique<process_map>(id, start, next_handle_);
     const int directory = owner.memory_directory(result);
     if (result == RESULT_SUCCESS) result = result_of(made->read(root_, directory));
     if (result != RESULT_SUCCESS) return nullptr;
@@ -288,8 +291,7 @@ process_map *map_table::find(uint64_t handle) const {
     return handle < found->end_handle() ? found : nullptr;
 }
 
-// Without a walk, the resident amounts come from whoever has the process's number now, if its mappings are still where
-// they were.
+// Without a walk, the process is opened anew for the resident amounts. They stay 0 where another has its number by now.
 uint64_t map_table::info(uint64_t handle, uint64_t item, uint64_t &value) {
     process_map *map = find(handle);
     if (map == nullptr) return RESULT_NO_OBJECT;
@@ -297,7 +299,9 @@ uint64_t map_table::info(uint64_t handle, uint64_t item, uint64_t &value) {
     if (index < map->view_count()) return map->view_item(index, item, value);
     const size_t memo = index - map->view_count();
     process owner(root_);
-    if (item != MEMOINFO_ALLOC || map->resident_known() || !owner.open(map->task()))
+    uint64_t start = 0;
+    if (item != MEMOINFO_ALLOC || map->resident_known() || !owner.open(map->task()) || !owner.start(start) ||
+        start != map->start())
         return map->memo_item(memo, item, value);
     uint64_t result = RESULT_SUCCESS;
     const int directory = owner.memory_directory(result);

@@ -48,7 +48,9 @@ public:
         bool deleted = false;  // the file has no name any more
     };
 
-    process_map(int task, uint64_t first_handle) : task_(task), first_handle_(first_handle) {}
+    // start: of the process, which tells it from a later one of its number
+    process_map(int task, uint64_t start, uint64_t first_handle)
+        : task_(task), start_(start), first_handle_(first_handle) {}
 
     // Reads the mappings from the "maps" in a directory. Returns 0 or the error number.
     int read(proc_root &root, int directory);
@@ -59,6 +61,7 @@ public:
     bool resident_known() const { return resident_known_; }
 
     int task() const { return task_; }
+    uint64_t start() const { return start_; }
     uint64_t first_handle() const { return first_handle_; }
     uint64_t end_handle() const { return first_handle_ + views_.size() + memos_.size(); }
     size_t view_count() const { return views_.size(); }
@@ -70,13 +73,14 @@ public:
 
 private:
     int task_;
+    uint64_t start_;
     uint64_t first_handle_;
     bool resident_known_ = false;
     std::vector<view> views_;
     std::vector<memo> memos_;
 };
 
-// What processes map, read once of each in a run.
+// What processes map, read once of each in a run; a process that has the number of a former one is read anew.
 class map_table {
 public:
     explicit map_table(proc_root &root) : root_(root) {}
