@@ -526,6 +526,23 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
     }
 }
 
+// A deadline has no priority: nothing but the value that reads now is accepted for it, and that changes nothing.
+TEST(LiveProcesses, PriorityOfADeadline) {
+    constexpr int deadline = 6;
+    own_child child([](own_child &self) {
+        const struct {
+            uint32_t size, policy;
+            uint64_t flags, nice_and_priority, runtime, period[2];
+        } wanted = {sizeof wanted, deadline, 0, 0, 1'000'000, {10'000'000, 10'000'000}};
+        self.say(syscall(SYS_sched_setattr, 0, &wanted, 0));
+    });
+    if (child.heard() != 0) GTEST_SKIP() << "may not schedule by deadlines";
+    process_table table;
+    for (const uint64_t wanted : {0, 50, 120})
+        EXPECT_EQ(table.set_priority(child.handle(), wanted), wanted == 0 ? RESULT_SUCCESS : RESULT_NOT_PERMITTED);
+    EXPECT_EQ(sched_getscheduler(child.id()), deadline);
+}
+
 // Another user's view, with the process file system mounted so that it hides what is not one's own.
 TEST(LiveProcesses, HiddenProcesses) {
     own_child foreign;
