@@ -1,6 +1,7 @@
 // commands/date.cpp - print the system's time or the real-time clock's, or set the real-time clock.
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <climits>
 #include <cstdio>
@@ -178,7 +179,9 @@ int read_registry(const options &opts, sb_text &name, int32_t &unit) {
     if (opts.verbose) std::puts("date: get maximal binary length");
     uint32_t name_room = 0;
     if (!RegCaps(GetRegDev(), nullptr, &name_room, nullptr)) return fail_setup("failed to read maximal binary length");
-    name.reset(static_cast<char *>(std::malloc(size_t{name_room} + 1)));
+    // A longest value that the registry's request cannot hold makes the read below fail.
+    const uint64_t room = std::min<uint64_t>(name_room, RegBinaryRoom(GetRegDev(), opts.path));
+    name.reset(static_cast<char *>(std::malloc(room + 1)));
     if (!name) return fail_setup("out of memory");
 
     std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_DEVICE_KEY);
