@@ -26,7 +26,7 @@ install(DIRECTORY ${links}/ DESTINATION lib/ventix/bin COMPONENT runtime)
 install(DIRECTORY machines DESTINATION ${CMAKE_INSTALL_DATADIR}/ventix COMPONENT runtime)
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime FILES_MATCHING PATTERN *.md
-    PATTERN man EXCLUDE)
+    PATTERN *.json PATTERN man EXCLUDE)
 foreach(component_and_folder runtime:ventix development:libventix-dev)
     string(REPLACE ":" ";" component_and_folder ${component_and_folder})
     list(POP_FRONT component_and_folder component folder)
@@ -115,8 +115,8 @@ if(VENTIX_INSTALL)
     # Headers keep their folders, because they include one another by paths from there.
     set(headers ${CMAKE_INSTALL_INCLUDEDIR}/ventix)
     install(DIRECTORY src/platform DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h)
-    install(DIRECTORY src/hosted/kernel src/hosted/servers DESTINATION ${headers}/hosted COMPONENT development
-        FILES_MATCHING PATTERN *.h)
+    install(DIRECTORY src/hosted DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h
+        PATTERN live EXCLUDE PATTERN described EXCLUDE)
     install(FILES src/colp/colp.h DESTINATION ${headers}/colp COMPONENT development)
     install(FILES src/common/options.h src/common/vector.h src/common/deque.h src/common/lextras.h
         DESTINATION ${headers}/common COMPONENT development)
