@@ -64,7 +64,7 @@ def changes(line, code, before):
     found = [(m.start(), m.end(), SWAPS[m[0]]) for m in SWAP.finditer(code)]
     found += [(*m.span(), str(int(m[0], 0) + 1)) for m in NUMBER.finditer(code) if not ANY_NUMBER.match(code)]
     found += [(*m.span(), "false" if m[0] == "true" else "true") for m in TRUTH.finditer(code)]
-    found += [(*m.span(1), "{}") for m in RETURN.finditer(code) if m[1] not in ("0", "true", "false", "nullptr")]
+    found += [(*m.span(1), "{}") for m in RETURN.finditer(code) if m[1] not in ("0", "true", "false", "nullptr", "std::nullopt")]
     if "if (" in code and "constexpr" not in code and (span := condition(code)):
         found.append((*span, f"!({line[span[0]:span[1]]})"))
     if CALL.match(code) and code.count("(") == code.count(")") and before.rstrip()[-1:] in (";", "{", "}"):
