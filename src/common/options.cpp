@@ -25,7 +25,8 @@ int finish(e_optstate *state) {
 // An option's character as e_getoption returns it. The bytes that would read as E_END and E_HELP keep their unsigned
 // value.
 int option_character(char c) {
-    const int value = static_cast<signed char>(c);
+    const int value =
+        static_cast<signed char>(c);  // NOLINT(bugprone-signed-char-misuse): bytes above 0x7F are negative
     return value == E_END || value == E_HELP ? static_cast<unsigned char>(c) : value;
 }
 

@@ -214,7 +214,7 @@ device *device_maker::find(std::string_view name) {
 std::unique_ptr<server> device_maker::make(kernel &owner, std::string_view name) {
     device *const from = find(name);
     if (from == nullptr) return nullptr;
-    device_behaviour behaviour = *from;
+    device_behaviour behaviour = static_cast<const device_behaviour &>(*from);
     const bool serves = from->services || from->services_total;
     auto &classes = behaviour.classes;
     if (serves && std::find(classes.begin(), classes.end(), SERVICE_CLASS) == classes.end()) {

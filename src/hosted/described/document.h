@@ -87,10 +87,10 @@ public:
     json_value root() const { return {*this, 0}; }
 
     // Where a value is, as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long path is left out.
-    std::string path(uint32_t node) const;
+    std::string path(uint32_t wanted) const;
 
     // "LINE:COLUMN" of a value; of its key where it has one.
-    std::string position(uint32_t node) const;
+    std::string position(uint32_t of) const;
 
     bool keep(const bad_value &bad) const;  // false: this document does not collect
     std::vector<bad_value> take_findings() { return std::move(findings_); }

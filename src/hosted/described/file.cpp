@@ -60,7 +60,9 @@ int lock_holder(const struct stat &locked) {
         unsigned major = 0;
         unsigned minor = 0;
         unsigned long inode = 0;
-        if (std::sscanf(locks.c_str() + at, "%*u: FLOCK %*s %*s %d %x:%x:%lu", &process, &major, &minor, &inode) != 4)
+        // The widths keep every number in range. NOLINTNEXTLINE(cert-err34-c)
+        if (std::sscanf(locks.c_str() + at, "%*u: FLOCK %*s %*s %9d %4x:%5x:%19lu", &process, &major, &minor, &inode) !=
+            4)
             continue;
         if (inode != locked.st_ino || process <= 0) continue;
         holder = process;

@@ -52,7 +52,7 @@ public:
     int error() const { return error_; }
 
 private:
-    void write_line(std::string_view line);
+    void write_line(std::string_view text);
 
     descriptor file_;
     int error_ = 0;

@@ -94,7 +94,7 @@ public:
     uint64_t new_port(uint64_t task) override;
     uint64_t new_semaphore(uint64_t task, int64_t count) override;
     void destroy(uint64_t handle) override;
-    uint64_t new_handle_to(uint64_t handle) override;
+    uint64_t new_handle_to(uint64_t other) override;
     void close_handle(uint64_t handle) override;
 
     uint64_t now() const;   // the tick, milliseconds
