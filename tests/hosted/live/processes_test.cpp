@@ -538,7 +538,7 @@ TEST(LiveProcesses, PriorityOfADeadline) {
     });
     if (child.heard() != 0) GTEST_SKIP() << "may not schedule by deadlines";
     process_table table;
-    for (const uint64_t wanted : {0, 50, 120})
+    for (const uint64_t wanted : {0U, 50U, 120U})
         EXPECT_EQ(table.set_priority(child.handle(), wanted), wanted == 0 ? RESULT_SUCCESS : RESULT_NOT_PERMITTED);
     EXPECT_EQ(sched_getscheduler(child.id()), deadline);
 }
