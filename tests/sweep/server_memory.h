@@ -37,6 +37,10 @@ public:
     void sent(uint64_t to, uint64_t code, uint64_t word2) {
         if (code == DEVMSG_CREATE_REQUEST) asked_ = {to, word2};
         if (code == IOMSG_BEGIN) begun_ = {to, word2};
+        if (code == DEVMSG_DELETE_REQUEST || code == DEVMSG_DELETE_REQUEST_ASYNC) requests_.erase({to, word2});
+        if (code != DEVMSG_CLOSE) return;
+        std::erase_if(requests_, [=](const auto &one) { return one.first.first == to; });
+        devices_.erase(to);
     }
     void received(const kernel_message &message) {
         if (message.word2 == 0) return;
