@@ -46,9 +46,12 @@ constexpr char UNREADABLE[] = " { ?? failed to get registry key }";
 
 constexpr size_t USUAL_LEVELS = 256;
 
-// Bytes of full paths in one listing, counting at least one for each level. Registries stay far below; one that
-// contains itself ends here, whatever it branches into.
-constexpr uint64_t MOST_PATH_BYTES = uint64_t{1} << 31;
+// Columns that a level takes at the start of a line.
+constexpr uint64_t LEVEL_WIDTH = 4;
+
+// Bytes of full paths and indentation in one listing. Registries stay far below; one that contains itself ends here,
+// whatever it branches into and however short its names are.
+constexpr uint64_t MOST_PATH_BYTES = uint64_t{1} << 29;
 
 enum class level_state : char {
     goes_on,   // more entries follow the current one
@@ -210,7 +213,7 @@ int print_next(listing &list) {
         std::puts("treereg: out of memory");
         return SB_FAILED;
     }
-    const uint64_t cost = std::strlen(fullpath.get()) + list.levels.size();
+    const uint64_t cost = std::strlen(fullpath.get()) + LEVEL_WIDTH * list.levels.size();
     if (cost > list.path_bytes_left) {
         const int status = fail_content(own.path.get());
         list.levels.clear();
