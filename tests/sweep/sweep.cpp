@@ -606,8 +606,7 @@ public:
         tell(base, {}, judge(base, {}, *plain_, expected_, expected_));
         for (uint64_t n = 1; n <= std::min<uint64_t>(plain_->calls, MOST_CALLS); ++n) {
             for (const uint64_t result : sensible_results(plain_->made[n - 1])) {
-                for (const bool persistent : {false, true})
-                    fail(base, {.call = n, .result = result, .persistent = persistent});
+                fail(base, {.call = n, .result = result});
             }
         }
         for (uint64_t n = 1; n <= plain_->allocations; ++n) {
