@@ -151,14 +151,8 @@ def build(quiet=True):
 
 
 def prepare():
-    for name in ("CMakeLists.txt", "CMakePresets.json", "src", "tests", "fuzz", "machines", "docs"):
-        source, target = ROOT / name, COPY / name
-        if source.is_dir():
-            shutil.rmtree(target, ignore_errors=True)
-            shutil.copytree(source, target)
-        elif source.exists():
-            COPY.mkdir(parents=True, exist_ok=True)
-            shutil.copy2(source, target)
+    shutil.rmtree(COPY, ignore_errors=True)
+    shutil.copytree(ROOT, COPY, symlinks=True, ignore=shutil.ignore_patterns(".git", "build"))
     linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld"] if shutil.which("ld.lld") else []
     subprocess.run(["cmake", "-G", "Ninja", "-S", str(COPY), "-B", str(BUILD), "-DCMAKE_BUILD_TYPE=Debug", *linker,
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DVENTIX_TESTS=ON", "-DVENTIX_WERROR=OFF"],
