@@ -66,8 +66,9 @@ template <class Record, class Value> struct sb_member<Value Record::*> {
 template <auto Member> using sb_recordof = typename sb_member<decltype(Member)>::record;
 template <auto Member> using sb_valueof = typename sb_member<decltype(Member)>::value;
 
-// The member of an options record.
-template <auto Member> sb_valueof<Member> &sb_field(void *options) {
+// The member of an options record. Static, since a compiler may give a template over a member of an unnamed namespace's
+// record external linkage: two commands with a member of one name would share one function.
+template <auto Member> static sb_valueof<Member> &sb_field(void *options) {
     return static_cast<sb_recordof<Member> *>(options)->*Member;
 }
 
