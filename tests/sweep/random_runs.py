@@ -110,8 +110,8 @@ def main():
         command, *statuses = line.split()
         promises[command] = [int(status) for status in statuses]
     bases = [without_comments(path) for path in sorted((ROOT / "tests/machines").glob("*.json"))]
-    text = (ROOT / "tests/sweep/baselines.txt").read_text()
-    lines = [shlex.split(line)[1:] for line in text.splitlines() if line and not line.startswith("#")]
+    text = subprocess.run([lister, "--list"], capture_output=True, check=True).stdout.decode("latin-1")
+    lines = [line.split("\0")[:-1] for line in text.split("\n") if line]
     pairs, findings, end = 0, 0, time.monotonic() + seconds
     while time.monotonic() < end:
         rng = random.Random(f"{seed} {pairs}")

@@ -1,11 +1,11 @@
 // tests/sweep/sweep.cpp - runs every baseline again and again, each time with another kernel call or allocation
 // failing, and checks that the command ends as it promises.
 //
-//   ventix_sweep [--sample SEED] [--jobs N] [--words | --bytes | --memory] [BASELINES]
-//   ventix_sweep --only 'MACHINE ARGUMENTS' [--call N --result R | --alloc N [--memory] | --place MESSAGE WORD VALUE]
+//   ventix_sweep [--sample SEED] [--jobs N] [--words | --bytes | --memory]
+//   ventix_sweep --only CASES:LINE [--call N --result R | --alloc N [--memory] | --place MESSAGE WORD VALUE]
 //   [--persistent] ventix_sweep --promises
 //
-// A baseline is one run on a described machine (baselines.txt). Its n-th kernel call fails, for every n, with each
+// A baseline is one run of tests/cases on a described machine. Its n-th kernel call fails, for every n, with each
 // result that makes sense for it; its n-th allocation fails, for every n. Either happens once, or from there on: with
 // every later call for which that result makes sense. Allocations inside a kernel call are the kernel's and never fail.
 // Every run is a fork of one process in which the machine stands ready. --sample does a small part of all that, chosen
@@ -33,6 +33,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <map>
@@ -45,12 +46,12 @@
 #include <string_view>
 #include <vector>
 
+#include "case_file.h"
 #include "failing_allocations.h"
 #include "hosted/boot.h"
 #include "hosted/kernel/run.h"
 #include "main/tools.h"
 #include "platform/protocol/device.h"
-#include "shell_words.h"
 #include "sweep/server_memory.h"
 
 // ---- settings of the sanitizers -------------------------------------------------------------------------------------
@@ -67,8 +68,8 @@ using hosted::call;
 // ---- what a run is, and what came of it -----------------------------------------------------------------------------
 
 struct baseline {
-    std::string line;  // MACHINE ARGUMENTS, as in the file
-    std::string machine;
+    std::string name;     // CASES:LINE
+    std::string machine;  // as the case names it
     std::vector<std::string> words;
     bool is_first = false;  // of its command on its machine
 };
@@ -429,6 +430,11 @@ const promise promises[] = {
     {.command = "uptime", .statuses = {}, .bad_words = 100},
 };
 
+bool is_promised(const std::string &command) {
+    return std::any_of(std::begin(promises), std::end(promises),
+                       [&](const promise &one) { return command == one.command; });
+}
+
 const promise &promise_of(const std::string &command) {
     const auto *const found = std::find_if(std::begin(promises), std::end(promises),
                                            [&](const promise &one) { return command == one.command; });
@@ -560,7 +566,7 @@ struct totals {
 };
 
 std::string arguments_of(const baseline &base, const failure &planned) {
-    std::string text = "--only \"" + base.line + "\"";
+    std::string text = "--only \"" + base.name + "\"";
     if (planned.alloc != 0) text += " --alloc " + std::to_string(planned.alloc) + (planned.inside ? " --memory" : "");
     if (planned.message != 0)
         text += " --place " + std::to_string(planned.message) + ' ' + std::to_string(planned.word) + ' ' +
@@ -574,11 +580,15 @@ std::string arguments_of(const baseline &base, const failure &planned) {
 void prepare(const baseline &base) {
     hosted::fault_list faults;
     std::string message;
-    const std::string folder = base.machine == "demo" ? "/machines/" : "/tests/machines/";
-    auto machine =
-        base.machine == "live"
-            ? hosted::make_live_machine(message)
-            : hosted::make_described_machine(VENTIX_SOURCE_DIR + folder + base.machine + ".json", "", faults, message);
+    std::string path = VENTIX_SOURCE_DIR "/tests/machines/" + base.machine;
+    if (base.machine == "demo") path = VENTIX_SOURCE_DIR "/machines/demo.json";
+    if (base.machine[0] == '{') {
+        path = std::filesystem::temp_directory_path() / ("ventix-sweep." + std::to_string(getpid()) + ".json");
+        std::ofstream(path, std::ios::binary) << base.machine;
+    }
+    auto machine = base.machine == "live" ? hosted::make_live_machine(message)
+                                          : hosted::make_described_machine(path, "", faults, message);
+    if (base.machine[0] == '{') std::filesystem::remove(path);
     if (!machine) {
         std::fprintf(stderr, "sweep: %s\n", message.c_str());
         std::exit(1);
@@ -719,33 +729,44 @@ private:
 
 // ---- the list of baselines ------------------------------------------------------------------------------------------
 
-baseline baseline_of(const std::string &line) {
-    const auto words = shell_words(line);
-    if (!words || words->size() < 2) {
-        std::fprintf(stderr, "sweep: MACHINE ARGUMENTS expected: %s\n", line.c_str());
-        std::exit(1);
-    }
-    baseline base = {line, words->front(), {words->begin() + 1, words->end()}, false};
-    std::replace(base.line.begin(), base.line.end(), '\t', ' ');
-    return base;
-}
-
-std::vector<baseline> read_baselines(const std::string &path) {
-    std::ifstream file(path);
+// The runs of the cases that are some command's, that keep to themselves, and that come to an end of their own.
+std::vector<baseline> read_baselines() {
+    std::vector<std::filesystem::path> files;
+    for (const auto &entry : std::filesystem::directory_iterator(VENTIX_SOURCE_DIR "/tests/cases"))
+        files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
     std::vector<baseline> list;
     std::set<std::string> seen;
-    for (std::string line; std::getline(file, line);) {
-        if (line.empty() || line[0] == '#') continue;
-        list.push_back(baseline_of(line));
-        list.back().is_first = seen.insert(list.back().machine + ' ' + list.back().words[0]).second;
+    for (const auto &path : files) {
+        if (path.stem() == "hostile") continue;
+        std::ifstream file(path, std::ios::binary);
+        for (const auto &test : case_reader().read({std::istreambuf_iterator<char>(file), {}})) {
+            baseline base = {path.stem().string() + ':' + std::to_string(test.line), test.machine,
+                             *shell_words(test.command), false};
+            base.machine.pop_back();
+            if (base.words.empty() || !is_promised(base.words[0]) || base.machine == "live" || test.status > 101 ||
+                base.words.back().starts_with(">/"))
+                continue;
+            const std::string machine = base.machine[0] == '{' ? "" : base.machine;
+            base.is_first = seen.insert(machine + ' ' + base.words[0]).second;
+            list.push_back(base);
+        }
     }
     return list;
+}
+
+baseline baseline_named(const std::string &name) {
+    for (const baseline &base : read_baselines()) {
+        if (base.name == name) return base;
+    }
+    std::fprintf(stderr, "sweep: no baseline %s\n", name.c_str());
+    std::exit(1);
 }
 
 // ---- the ways to start it -------------------------------------------------------------------------------------------
 
 int only(const std::string &line, const failure &planned) {
-    const baseline base = baseline_of(line);
+    const baseline base = baseline_named(line);
     prepare(base);
     const outcome plain = run(base, {}, PLAIN_BUDGET);
     const auto before = std::make_unique<report>(*told);
@@ -770,6 +791,15 @@ int list_promises() {
     for (const promise &one : promises) {
         std::printf("%s 0 100", one.command);
         for (const int status : one.statuses) std::printf(" %d", status);
+        std::printf("\n");
+    }
+    return 0;
+}
+
+// One line a baseline: its words, each with a NUL after it.
+int list_baselines() {
+    for (const baseline &base : read_baselines()) {
+        for (const std::string &word : base.words) std::printf("%s%c", word.c_str(), '\0');
         std::printf("\n");
     }
     return 0;
@@ -805,7 +835,7 @@ int main(int argc, char **argv) {
     told = static_cast<report *>(shared(sizeof *told));
     auto &sums = *new (shared(sizeof(totals))) totals;
 
-    std::string file = VENTIX_SOURCE_DIR "/tests/sweep/baselines.txt", line;
+    std::string line;
     failure planned;
     uint64_t seed = 0, part = 1;
     way over = &sweep::over;
@@ -840,15 +870,16 @@ int main(int argc, char **argv) {
             planned.message = number(), planned.word = number(), planned.value = number();
         else if (option == "--promises")
             return list_promises();
+        else if (option == "--list")
+            return list_baselines();
         else if (option == "--jobs")
             jobs = static_cast<unsigned>(number());
         else
-            file = argv[i];
+            return std::fprintf(stderr, "sweep: unknown: %s\n", argv[i]), 2;
     }
     if (!line.empty()) return only(line, planned);
 
-    const auto list = read_baselines(file);
-    if (list.empty()) std::fprintf(stderr, "sweep: %s: no baselines\n", file.c_str());
+    const auto list = read_baselines();
     if (part > 1) std::printf("seed %llu: ", static_cast<unsigned long long>(seed));
     std::fflush(stdout);
     const int failed = all(list, over, seed, part, jobs, sums);
