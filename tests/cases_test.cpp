@@ -1,5 +1,6 @@
 // tests/cases_test.cpp - whole runs as transcripts: each tests/cases/*.case (case_file.h has the form) holds the runs
-// of one command, each with all that comes of it. A run becomes the test Cases.COMMAND/NAME.
+// of one command, each with all that comes of it; those of machine.case are runs of ventix-machine. A run becomes the
+// test Cases.COMMAND/NAME.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -94,7 +95,7 @@ std::string place_machine(const std::string &machine, const scratch_directory &d
     return source.filename();
 }
 
-void run_case(const test_case &test) {
+void run_case(const test_case &test, const fs::path &program) {
     const auto expected = [&test](char mark) {
         const auto found = test.expected.find(mark);
         return found == test.expected.end() ? "" : found->second;
@@ -115,6 +116,7 @@ void run_case(const test_case &test) {
     }
     run.machine = place_machine(test.machine, directory);
     run.directory = directory.path();
+    run.program = program;
     if (test.expected.contains('*')) run.environment.push_back("VENTIX_CALL_LOG=calls.log");
     if (test.expected.contains('&')) run.environment.push_back("VENTIX_MACHINE_SAVE=saved.json");
 
@@ -144,14 +146,16 @@ void add_test(const std::string &name, const std::string &file, int line, std::f
 
 void add_file(const fs::path &path) {
     const std::string command = path.stem(), file = "tests/cases/" + path.filename().string();
+    fs::path program;
+    if (command == "machine") program = fs::path(ventix_program()).replace_filename("ventix-machine");
     std::set<std::string> names;
     try {
         for (const auto &test : case_reader().read(read_file(path))) {
             std::string name = test.name.empty() ? test.command.substr(test.command.starts_with(' ')) : test.name;
             if (!names.insert(name).second) name += " (line " + std::to_string(test.line) + ')';
-            add_test(command + '/' + name, file, test.line, [test, file] {
+            add_test(command + '/' + name, file, test.line, [test, file, program] {
                 const testing::ScopedTrace trace(file.c_str(), test.line, '$' + test.command + "\non " + test.machine);
-                run_case(test);
+                run_case(test, program);
             });
         }
     } catch (const std::exception &error) {

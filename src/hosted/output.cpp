@@ -44,7 +44,8 @@ int check_output(int status) {
     const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
     if (!failed || first_error == EPIPE) return status;
     if (!std::exchange(reported, true)) {
-        std::fprintf(stderr, "ventix: write error: %s\n", std::strerror(first_error != 0 ? first_error : EIO));
+        std::fprintf(stderr, "%s: write error: %s\n", program_name,
+                     std::strerror(first_error != 0 ? first_error : EIO));
     }
     return status != 0 ? status : 1;
 }

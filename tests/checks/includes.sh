@@ -6,6 +6,7 @@ cd "$(dirname "$0")/../.." || exit 2
 find src -name '*.cpp' -o -name '*.h' | LC_ALL=C sort | xargs awk '
     BEGIN {
         lower = "^(common|platform|colp)/"
+        may["machine"] = "^(machine|hosted|platform|common)/"
         may["main"] = "^(main/|commands/commands\\.h$)"
         may["commands"] = lower "|^commands/commands\\.h$"
         may["common"] = lower

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "hosted/output.h"
+
 namespace hosted::described {
 namespace {
 
@@ -81,7 +83,7 @@ int lock(int file, const std::string &path, const struct stat &about) {
     }
     const int holder = lock_holder(about);
     const std::string who = holder != 0 ? "process " + std::to_string(holder) : "another run";
-    std::fprintf(stderr, "ventix: %s: waiting for %s, which holds the file\n", path.c_str(), who.c_str());
+    std::fprintf(stderr, "%s: %s: waiting for %s, which holds the file\n", program_name, path.c_str(), who.c_str());
     return retry_interrupted([&] { return flock(file, LOCK_EX); }) == 0 ? 0 : errno;
 }
 

@@ -43,7 +43,7 @@ constexpr std::string_view variables[] = {MACHINE, MACHINE_SAVE, CALL_LOG};
 [[noreturn, gnu::format(printf, 1, 2)]] void refuse(const char *format, ...) {
     va_list words;
     va_start(words, format);
-    std::fputs("ventix: ", stderr);
+    std::fprintf(stderr, "%s: ", program_name);
     std::vfprintf(stderr, format, words);
     std::fputc('\n', stderr);
     va_end(words);
@@ -97,7 +97,7 @@ run *boot() {
         const char *save = variable(MACHINE_SAVE);
         auto made = make_run(path, save == nullptr ? "" : save);
         if (const char *log = variable(CALL_LOG); log != nullptr && !made->log.open(log)) {
-            std::fprintf(stderr, "ventix: %s: %s\n", log, std::strerror(errno));
+            std::fprintf(stderr, "%s: %s: %s\n", program_name, log, std::strerror(errno));
             made->failed = true;
         }
         std::atexit(save_at_exit);  // a command may leave by exit()
@@ -147,8 +147,8 @@ int finish(int status) {
         saved = ending->kernel.machine().save(message);
         log_error = ending->log.error();
     }
-    if (!saved) std::fprintf(stderr, "ventix: %s\n", message.c_str());
-    if (log_error != 0) std::fprintf(stderr, "ventix: call log: %s\n", std::strerror(log_error));
+    if (!saved) std::fprintf(stderr, "%s: %s\n", program_name, message.c_str());
+    if (log_error != 0) std::fprintf(stderr, "%s: call log: %s\n", program_name, std::strerror(log_error));
     const bool failed = ending->failed || !saved || log_error != 0;
     return status == 0 && failed ? 1 : status;
 }
@@ -166,10 +166,10 @@ void end_unreadable(const char *why) { refuse("%s", why); }
     }
     const int status = check_output(STATUS_NEVER_ENDS);
     if (who.fate == fate::endless) {
-        std::fprintf(stderr, "ventix: endless: %s\n", call_name(which).data());
+        std::fprintf(stderr, "%s: endless: %s\n", program_name, call_name(which).data());
     } else {
         const char *object = which == call::wait_semaphore ? "semaphore" : "port";
-        std::fprintf(stderr, "ventix: deadlock: %s on %s 0x%llx\n", call_name(which).data(), object,
+        std::fprintf(stderr, "%s: deadlock: %s on %s 0x%llx\n", program_name, call_name(which).data(), object,
                      static_cast<unsigned long long>(arguments.empty() ? 0 : arguments[0].value));
     }
     _exit(finish(status));
