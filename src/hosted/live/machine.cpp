@@ -233,14 +233,21 @@ std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_vie
 
 }  // namespace live
 
-// Without its process file system nothing is known of a system, and every figure would read 0.
+// Without its process file system nothing is known of a system, and every figure would read 0. Mounted for processes
+// alone, it has none of its files about the system. One that every kernel has is asked for first, so that one call is
+// enough; where something else is mounted over that file, its directory decides.
 std::unique_ptr<machine> make_live_machine(std::string &message) {
     const live::file_roots roots;
+    const std::string always_there = roots.proc + "/version";
     struct statfs mounted {};
+    const auto is_proc = [&mounted] { return mounted.f_type == PROC_SUPER_MAGIC; };
+    if (statfs(always_there.c_str(), &mounted) == 0 && is_proc()) return std::make_unique<live::live_machine>();
     if (statfs(roots.proc.c_str(), &mounted) != 0) {
         message = roots.proc + ": " + std::strerror(errno);
-    } else if (mounted.f_type != PROC_SUPER_MAGIC) {
+    } else if (!is_proc()) {
         message = roots.proc + ": not the process file system";
+    } else if (access(always_there.c_str(), F_OK) != 0) {
+        message = roots.proc + ": mounted without the files about the system (subset=pid)";
     } else {
         return std::make_unique<live::live_machine>();
     }

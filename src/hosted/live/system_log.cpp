@@ -64,37 +64,60 @@ std::string time_mark(uint64_t microseconds) {
     return mark;
 }
 
-// The log's texts by the system call, each line with a prefix "<PRIORITY>[SECONDS.MICROSECONDS] ". Empty, with errno
-// set, where it may not be read.
-std::string read_by_call() {
-    constexpr int read_all = 3, size_of_buffer = 10;
-    const int size = klogctl(size_of_buffer, nullptr, 0);
-    if (size <= 0) return {};
-    std::string lines(std::min(static_cast<size_t>(size), LARGEST_TEXT), '\0');
-    lines.resize(static_cast<size_t>(std::max(klogctl(read_all, lines.data(), static_cast<int>(lines.size())), 0)));
-    return lines;
+// The size of what the log's system call puts in front of a line: "<PRIORITY>", and unless the kernel leaves out times
+// "[SECONDS.MICROSECONDS] ", where its caller may follow the time: "[T1]".
+size_t prefix_size(std::string_view line) {
+    scanner scan(line);
+    uint64_t number = 0;
+    if (!scan.take('<') || !scan.decimal(number) || !scan.take('>')) return 0;
+    const size_t priority = line.size() - scan.rest().size();
+    if (!scan.take('[') || !scan.decimal(number) || !scan.take('.') || !scan.decimal(number) || !scan.take(']'))
+        return priority;
+    if (scan.take('[')) scan.skip_past(']');
+    return scan.take(' ') ? line.size() - scan.rest().size() : priority;
 }
 
-// Takes "<PRIORITY>" off the front of a line.
-void skip_priority(std::string_view &line) {
-    if (line.starts_with('<')) line.remove_prefix(std::min(line.find('>'), line.size() - 1) + 1);
+// The newest records of the log by its system call, as many whole ones as fit the buffer. Empty, with errno set, where
+// it may not be read.
+std::string_view read_newest(std::span<char> buffer) {
+    constexpr int read_all = 3;
+    const int size = klogctl(read_all, buffer.data(), static_cast<int>(buffer.size()));
+    return {buffer.data(), static_cast<size_t>(std::max(size, 0))};
+}
+
+// The records of the log by its system call. Empty, with errno set, where it may not be read.
+//   time  as of split_records()
+std::vector<log_record> read_by_call(std::string_view time) {
+    constexpr int size_of_ring = 10, most_tries = 3;
+    constexpr size_t largest_record = 64 << 10;  // with a prefix at each of its lines
+    const int ring = klogctl(size_of_ring, nullptr, 0);
+    std::vector<log_record> records;
+    std::string text, part;
+    size_t room = static_cast<size_t>(std::max(ring, 0)) + largest_record;
+    for (int tries = 0; ring > 0 && tries < most_tries; tries++) {
+        std::string_view lines;
+        for (;; room *= 2) {  // the prefixes are not part of the ring
+            text.resize(room);
+            lines = read_newest(text);
+            if (lines.size() + largest_record <= room || room > LARGEST_TEXT) break;
+        }
+        part.resize(lines.size());
+        const auto newest = [&part](size_t size) { return read_newest(std::span(part).first(size)); };
+        if (lines.empty() || split_records(lines, time, newest, records)) break;
+    }
+    return records;
 }
 
 // Reads every record of /dev/kmsg, one a read. Returns 0 or an error number.
 int read_records(int file, std::string &log) {
     std::array<char, LARGEST_RECORD> record;
-    std::optional<std::string> lines;  // by the call, once a record was cut
-    const auto whole = [&lines](uint64_t microseconds, std::string_view front) {
-        if (!lines) lines = read_by_call();
-        return find_record(*lines, microseconds, front);
-    };
-    constexpr int patience = 1000;  // how often the log may overtake its reader
-    for (int overtaken = 0; overtaken < patience && log.size() < LARGEST_TEXT;) {
+    constexpr int most_overruns = 1000;
+    for (int overruns = 0; overruns < most_overruns && log.size() < LARGEST_TEXT;) {
         const ssize_t got = read_once(file, record);
         if (got > 0) {
-            append_log_line(log, {record.data(), static_cast<size_t>(got)}, whole);
+            append_log_line(log, {record.data(), static_cast<size_t>(got)}, read_by_call);
         } else if (got < 0 && errno == EPIPE) {
-            overtaken++;  // records were overwritten: the next read delivers the oldest that is left
+            overruns++;  // records were overwritten: the next read delivers the oldest that is left
         } else {
             return got == 0 || errno == EAGAIN ? 0 : errno;
         }
@@ -187,7 +210,7 @@ std::string escaped(std::string_view text) {
 // A record: "PRIORITY,SEQUENCE,MICROSECONDS,FLAGS;TEXT" and a line feed, which is missing where the text is cut; lines
 // with more properties may follow.
 void append_log_line(std::string &log, std::string_view record,
-                     const std::function<std::string(uint64_t, std::string_view)> &whole) {
+                     const std::function<std::vector<log_record>(std::string_view)> &records_at) {
     const size_t end = record.find('\n');
     scanner line(record.substr(0, end));
     scanner prefix(line.until(';'));
@@ -195,43 +218,57 @@ void append_log_line(std::string &log, std::string_view record,
     prefix.skip_past(',');
     const auto microseconds = prefix.decimal();
     if (!microseconds) return;
-    // Where a record is cut, later characters may have taken the place of an escape that did not fit.
-    const std::string_view rest = line.rest();
-    const bool cut = end == record.npos;
-    std::string text = unescaped(rest.substr(0, rest.size() - (cut ? std::min(rest.size(), ESCAPE_SIZE) : 0)));
-    if (cut) {
-        if (std::string all = whole(*microseconds, text); !all.empty()) text = std::move(all);
+    const std::string time = time_mark(*microseconds);
+    std::string_view rest = line.rest();
+    if (end != record.npos) {
+        log += time + ' ' + escaped(unescaped(rest)) + '\n';
+        return;
     }
-    log += time_mark(*microseconds) + ' ' + escaped(text) + '\n';
+    // Later characters may have taken the place of an escape that did not fit.
+    rest.remove_suffix(std::min(rest.size(), ESCAPE_SIZE));
+    std::string text = unescaped(rest);
+    for (log_record &whole : records_at(time)) {
+        if (!whole.text.starts_with(text)) continue;
+        text = std::move(whole.text);
+        break;
+    }
+    log += time + ' ' + escaped(text) + '\n';
 }
 
-// A record of several lines has its prefix at each of them. Lines with the same prefix are taken for one record as long
-// as they agree with its front and its largest size.
-std::string find_record(std::string_view lines, uint64_t microseconds, std::string_view front) {
-    constexpr size_t largest = 1024;
-    const std::string mark = time_mark(microseconds);
-    const auto agrees = [front](std::string_view text) { return text.starts_with(front) || front.starts_with(text); };
-    std::string found;
-    std::string_view found_prefix;  // empty: none found yet
+// Records with line feeds have their prefix at each line, and records made within a microsecond have the same prefix.
+// Which of these two a line is only the kernel knows: asked for as many bytes as follow the line's beginning, it
+// returns records from there on if one begins there, and else from the next one on.
+bool split_records(std::string_view lines, std::string_view time, const std::function<std::string_view(size_t)> &newest,
+                   std::vector<log_record> &records) {
+    constexpr int most_questions = 1000;  // each costs a walk over the ring
+    int questions = 0;
+    bool unchanged = true;
+    size_t next_record = 0;  // where it begins, as far as the kernel has been asked
+    std::string_view last_prefix;
+    records.clear();
     for (scanner scan(lines); !scan.done();) {
+        const size_t begin = lines.size() - scan.rest().size();
         const std::string_view line = scan.line();
-        const size_t end = line.find("] ");  // of the time, or of a caller that follows it
-        const std::string_view prefix = line.substr(0, end == line.npos ? 0 : end + 2);
+        const std::string_view prefix = line.substr(0, prefix_size(line));
         const std::string_view text = line.substr(prefix.size());
-        if (!prefix.empty() && prefix == found_prefix) {
-            std::string joined = found + '\n' + std::string(text);
-            if (joined.size() <= largest && agrees(joined)) {
-                found = std::move(joined);
-                continue;
-            }
+        std::string_view shown = prefix;
+        if (!shown.empty()) shown.remove_prefix(shown.find('>') + 1);
+        if (!shown.starts_with(time)) continue;
+        const bool same = !prefix.empty() && prefix == last_prefix && !records.empty();
+        if (same && next_record < begin && questions++ < most_questions) {
+            const std::string_view got = newest(lines.size() - begin);
+            const bool known = lines.ends_with(got);
+            next_record = known ? lines.size() - got.size() : begin;
+            unchanged &= known;
         }
-        if (!found_prefix.empty() && found.starts_with(front)) return found;
-        std::string_view unmarked = prefix;
-        skip_priority(unmarked);
-        found_prefix = unmarked.starts_with(mark) && agrees(text) ? prefix : std::string_view();
-        found = text;
+        if (same && begin < next_record) {
+            (records.back().text += '\n') += text;
+        } else {
+            records.push_back({std::string(shown), std::string(text)});
+        }
+        last_prefix = prefix;
     }
-    return !found_prefix.empty() && found.starts_with(front) ? found : std::string();
+    return unchanged;
 }
 
 std::string emergency_text(uint64_t word1, uint64_t code, uint64_t word2) {
@@ -258,13 +295,9 @@ uint32_t system_log::load() {
     const descriptor file = open_file(AT_FDCWD, path.c_str());
     const int error = unless_exhausted(file ? read_records(file.get(), text_) : errno, path);
     if (error != 0 && text_.empty()) {
-        const std::string lines = read_by_call();
-        if (lines.empty()) return error_word(errno);
-        for (scanner scan(lines); !scan.done();) {
-            std::string_view line = scan.line();
-            skip_priority(line);
-            text_ += escaped(line) + '\n';
-        }
+        const std::vector<log_record> records = read_by_call({});
+        if (records.empty()) return error_word(errno);
+        for (const auto &[prefix, text] : records) text_ += prefix + escaped(text) + '\n';
     }
     loaded_ = true;
     return 0;

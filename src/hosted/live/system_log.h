@@ -5,6 +5,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "hosted/live/files.h"
 #include "hosted/servers/sources.h"
@@ -34,16 +35,27 @@ private:
 // A text in which every character that steers a terminal is written as \xHH, byte by byte.
 std::string escaped(std::string_view text);
 
+// A record as the log's system call returns it. The prefix is what a reader sees of it: "[SECONDS.MICROSECONDS] ", or
+// nothing where the kernel leaves out times.
+struct log_record {
+    std::string prefix, text;
+};
+
 // Appends the line of one record as /dev/kmsg delivers it; nothing for a text that is none. The device cuts records
 // that do not fit its own buffer with their escapes.
-//   whole  called for a record that was cut, with its time in microseconds and what is there of its bytes; returns the
-//          bytes of the whole record, or an empty text where it is not known
+//   records_at  called for a record that was cut, with its "[SECONDS.MICROSECONDS]"; returns the whole records of that
+//               time
 void append_log_line(std::string &log, std::string_view record,
-                     const std::function<std::string(uint64_t, std::string_view)> &whole);
+                     const std::function<std::vector<log_record>(std::string_view time)> &records_at);
 
-// The bytes of a whole record in the texts of the log's system call ("<PRIORITY>[SECONDS.MICROSECONDS] TEXT", a prefix
-// for each line of a record), by its time and first bytes; empty where it is not there.
-std::string find_record(std::string_view lines, uint64_t microseconds, std::string_view front);
+// Splits the text that the log's system call returns into records.
+//   time     only records whose prefix begins with this
+//   newest   asks the system call again, with room for so many bytes: it returns the newest records, whole ones, that
+//            fit
+//   records  out
+//   returns  false where the log has changed meanwhile: a line that would have to be asked about is then a record
+bool split_records(std::string_view lines, std::string_view time,
+                   const std::function<std::string_view(size_t room)> &newest, std::vector<log_record> &records);
 
 // The text of an emergency message's two words.
 std::string emergency_text(uint64_t word1, uint64_t code, uint64_t word2);

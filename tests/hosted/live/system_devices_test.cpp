@@ -181,14 +181,49 @@ TEST(LiveLog, Lines) {
         {"4,1,x,-;text\n", ""},
         {"", ""},
     };
-    const std::string lines = "<4>[    0.000002] cut\n<4>[    0.000001] cut \xe2\x82\xac\xe2\x82\xac no\n"
-                              "<4>[    0.000002] other\n<4>[    0.000002] cut \xe2\x82\xac\xe2\x82\xac \n"
-                              "<4>[    0.000002]  end\n<5>[    0.000002] no\n";
+    const std::vector<log_record> at_2 = {
+        {"", "cut"}, {"", "other"}, {"", "cut \xe2\x82\xac\xe2\x82\xac \n end"}, {"", "no"}};
     for (const auto &[record, line] : cases) {
         std::string log;
-        append_log_line(log, record,
-                        [&](uint64_t time, std::string_view front) { return find_record(lines, time, front); });
+        append_log_line(log, record, [&](std::string_view time) {
+            EXPECT_EQ(time, "[    0.000002]");
+            return at_2;
+        });
         EXPECT_EQ(log, line) << record;
+    }
+}
+
+// Only the kernel knows which lines of one prefix are one record. A | is where a record ends.
+TEST(LiveLog, RecordsByTheSystemCall) {
+    const struct {
+        std::string log, records;
+    } cases[] = {
+        {"<6>[    0.000001] a\n|<6>[    0.000001] \n<6>[    0.000001] c\n|<6>[    0.000001] d\n|<5>[    0.000001] e\n|",
+         "[    0.000001] a|[    0.000001] \nc|[    0.000001] d|[    0.000001] e|"},
+        {"<6>[    1.000000][    T1] a\n<6>[    1.000000][    T1] <6>[    1.000000] b\n|<6>[    1.000000] c\n|",
+         "[    1.000000][    T1] a\n<6>[    1.000000] b|[    1.000000] c|"},
+        {"<6>[drm] a\n<6>b\n|<6>[drm] c\n|<6>d\n|none\n|none\n|", "[drm] a\nb|[drm] c|d|none|none|"},
+    };
+    for (const auto &[log, wanted] : cases) {
+        std::string lines, got;
+        std::vector<size_t> begins = {0};
+        for (const char c : log) {
+            if (c == '|') begins.push_back(lines.size());
+            if (c != '|') lines += c;
+        }
+        const auto newest = [&](size_t room) {
+            return std::string_view(lines).substr(*std::find_if(
+                begins.begin(), begins.end(), [&](size_t begin) { return lines.size() - begin <= room; }));
+        };
+        std::vector<log_record> records;
+        EXPECT_TRUE(split_records(lines, "", newest, records)) << log;
+        for (const auto &[prefix, text] : records) got += prefix + text + '|';
+        EXPECT_EQ(got, wanted);
+        const bool asks = split_records(
+            lines, "", [](size_t) { return "more"; }, records);
+        EXPECT_FALSE(asks || records.size() < begins.size()) << log;  // each line is a record then
+        EXPECT_TRUE(split_records(lines, "[    1", newest, records));
+        EXPECT_EQ(records.size(), log.find("[    1") == log.npos ? 0U : 2U);
     }
 }
 
