@@ -1,5 +1,5 @@
-// machine_file.cpp - machine files: any text loads or is refused with a message, and what loads is saved as a text that
-// loads and is saved as the same text.
+// machine_file.cpp - machine files: any text loads or is refused with a message, a collecting document finds something
+// exactly in those that are refused, and what loads is saved as a text that loads and is saved as the same text.
 #include <cstdlib>
 
 #include "hosted/described/format.h"
@@ -9,9 +9,14 @@ using namespace hosted::described;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     const std::string_view text(reinterpret_cast<const char *>(bytes), size);
-    machine_records loaded, again;
-    std::string message;
-    if (!load(text, loaded, message)) {
+    machine_records loaded, again, checked;
+    std::string message, error;
+    const bool loads = load(text, loaded, message);
+    document file(true);
+    const bool parsed = file.parse(text, error);
+    if (parsed) read_machine(file, checked);
+    if (loads != (parsed && file.take_findings().empty())) std::abort();
+    if (!loads) {
         if (message.empty()) std::abort();
         return 0;
     }

@@ -6,14 +6,17 @@
 #include <utility>
 
 #include "hosted/described/text.h"
+#include "hosted/nearest.h"
 #include "hosted/utf8.h"
 
 namespace hosted::described {
 namespace {
 
-constexpr size_t LONGEST_PATH = 24;  // components of a path that are shown
-constexpr size_t LONGEST_KEY = 64;   // bytes of a component
-constexpr uint32_t FEW_KEYS = 8;     // up to so many are compared one by one
+constexpr size_t LONGEST_PATH = 24;        // components of a path that are shown
+constexpr size_t LONGEST_KEY = 64;         // bytes of a component
+constexpr uint32_t FEW_KEYS = 8;           // up to so many are compared one by one
+constexpr size_t DEEPEST = 1 << 20;        // lists and objects within one another
+constexpr size_t MOST_SUGGESTED = 10'000;  // findings that come with a suggestion
 
 // Line and column of the character at an offset.
 std::string line_and_column(std::string_view text, size_t offset) {
@@ -134,6 +137,7 @@ private:
         } else if (c == '-' || is_digit(c)) {
             scan_number();
         } else if (c == '{' || c == '[') {
+            if (open_.size() == DEEPEST) fail("nested too deep");
             open_.push_back(static_cast<uint32_t>(document_.nodes_.size()));
             ++at_;
         } else if (c == 't' || c == 'f') {
@@ -304,6 +308,7 @@ bool document::parse(std::string_view text, std::string &message) {
         nodes_.reserve(text.size() / 8);  // memory that is never touched costs nothing
         scanner(*this, text).run();
     } catch (const scanner::error &failed) {
+        failed_at_ = failed.offset;
         message = line_and_column(text, failed.offset) + ": " + failed.what;
         return false;
     }
@@ -314,18 +319,18 @@ bool document::parse(std::string_view text, std::string &message) {
 // One pass over all objects, each member seen once.
 void document::refuse_repeated_keys() const {
     std::vector<uint32_t> members;
+    std::vector<uint32_t> repeated;  // those with the key of an earlier one
     for (uint32_t object = 0; object < nodes_.size(); ++object) {
         if (first_of(nodes_[object]) != '{') continue;
         members.clear();
+        repeated.clear();
         for (uint32_t at = object + 1; at < nodes_[object].end; at = nodes_[at].end) members.push_back(at);
         const auto key = [&](uint32_t member) { return key_of(nodes_[member]); };
-        uint32_t repeated = 0;  // the first that has the key of an earlier one
-        const auto found = [&](uint32_t member) { repeated = repeated == 0 ? member : std::min(repeated, member); };
         if (members.size() <= FEW_KEYS) {
-            for (size_t i = 1; i < members.size() && repeated == 0; ++i) {
-                for (size_t before = 0; before < i; ++before) {
-                    if (key(members[before]) == key(members[i])) found(members[i]);
-                }
+            for (size_t i = 1; i < members.size(); ++i) {
+                const auto end = members.begin() + static_cast<std::ptrdiff_t>(i);
+                if (std::any_of(members.begin(), end, [&](uint32_t before) { return key(before) == key(members[i]); }))
+                    repeated.push_back(members[i]);
             }
         } else {
             std::sort(members.begin(), members.end(), [&](uint32_t a, uint32_t b) {
@@ -333,11 +338,14 @@ void document::refuse_repeated_keys() const {
                 return order != 0 ? order < 0 : a < b;
             });
             for (size_t i = 1; i < members.size(); ++i) {
-                if (key(members[i - 1]) == key(members[i])) found(members[i]);
+                if (key(members[i - 1]) == key(members[i])) repeated.push_back(members[i]);
             }
+            std::sort(repeated.begin(), repeated.end());
         }
-        if (repeated == 0) continue;
-        json_value(*this, repeated).attempt([&] { json_value(*this, repeated).wrong("given twice"); });
+        for (const uint32_t member : repeated) {
+            const json_value again(*this, member);
+            again.attempt([&] { again.wrong("given twice"); });
+        }
     }
 }
 
@@ -349,37 +357,67 @@ std::string_view document::text_at(uint32_t opening_quote) const {
     return rest.substr(0, rest.find('"'));
 }
 
-std::string document::path(uint32_t wanted) const {
-    std::vector<std::pair<uint32_t, uint32_t>> steps;  // node, index among its neighbours
-    for (uint32_t at = 0; at != wanted;) {
-        uint32_t index = 0;
-        for (++at; nodes_[at].end <= wanted; at = nodes_[at].end) ++index;
-        steps.emplace_back(at, index);
-    }
-    std::string shown;
-    uint32_t outer = 0;
-    for (size_t i = 0; i < steps.size(); ++i) {
-        const auto [at, index] = steps[i];
-        if (steps.size() > LONGEST_PATH && i >= LONGEST_PATH / 2 && i < steps.size() - LONGEST_PATH / 2) {
-            if (i == LONGEST_PATH / 2) shown += "...";
-        } else if (first_of(nodes_[outer]) == '[') {
-            shown += "[" + std::to_string(index) + "]";
-        } else {
-            if (!shown.empty()) shown += ".";
-            shown += shown_key(key_of(nodes_[at]));
-        }
-        outer = at;
-    }
-    return shown;
-}
-
-std::string document::position(uint32_t of) const {
-    return line_and_column(source_, nodes_[of].key != 0 ? nodes_[of].key : nodes_[of].at);
-}
+bool document::suggests() const { return collects_ && findings_.size() < MOST_SUGGESTED; }
 
 bool document::keep(const bad_value &bad) const {
     if (collects_) findings_.push_back(bad);
     return collects_;
+}
+
+std::vector<bad_value> document::take_findings() {
+    const auto order = [](const bad_value &a, const bad_value &b) { return a.node < b.node; };
+    const auto same = [](const bad_value &a, const bad_value &b) { return a.node == b.node && a.what == b.what; };
+    std::stable_sort(findings_.begin(), findings_.end(), order);
+    findings_.erase(std::unique(findings_.begin(), findings_.end(), same), findings_.end());
+    return std::move(findings_);
+}
+
+// ---- locator --------------------------------------------------------------------------------------------------------
+
+std::string locator::path(uint32_t node) {
+    const auto &nodes = document_.nodes_;
+    // From where the last one was: outwards and along until something holds this one, then inwards.
+    while (!steps_.empty() && nodes[steps_.back().node].end <= node) {
+        const uint32_t outer = steps_.size() == 1 ? 0 : steps_[steps_.size() - 2].node;
+        if (nodes[outer].end <= node) {
+            steps_.pop_back();
+        } else {
+            steps_.back() = {nodes[steps_.back().node].end, steps_.back().index + 1};
+        }
+    }
+    for (uint32_t here = steps_.empty() ? 0 : steps_.back().node; here != node; here = steps_.back().node) {
+        step inner{here + 1, 0};
+        for (; nodes[inner.node].end <= node; ++inner.index) inner.node = nodes[inner.node].end;
+        steps_.push_back(inner);
+    }
+
+    std::string shown;
+    for (size_t i = 0; i < steps_.size(); ++i) {
+        if (steps_.size() > LONGEST_PATH && i == LONGEST_PATH / 2) {
+            shown += "...";
+            i = steps_.size() - LONGEST_PATH / 2;
+        }
+        const auto &outer = nodes[i == 0 ? 0 : steps_[i - 1].node];
+        if (document_.first_of(outer) == '[') {
+            shown += "[" + std::to_string(steps_[i].index) + "]";
+        } else {
+            if (!shown.empty()) shown += ".";
+            shown += shown_key(document_.key_of(nodes[steps_[i].node]));
+        }
+    }
+    return shown;
+}
+
+std::string locator::position(uint32_t node) {
+    const auto &of = document_.nodes_[node];
+    const size_t offset = of.key != 0 ? of.key : of.at;
+    const auto text = document_.source_.substr(0, offset);
+    for (size_t feed = text.find('\n', counted_to_); feed != text.npos; feed = text.find('\n', feed + 1)) {
+        ++line_;
+        line_begin_ = feed + 1;
+    }
+    counted_to_ = offset;
+    return std::to_string(line_) + ":" + std::to_string(offset - line_begin_ + 1);
 }
 
 // ---- json_value -----------------------------------------------------------------------------------------------------
@@ -465,6 +503,16 @@ json_value json_value::at(std::string_view key) const {
 }
 
 void json_value::wrong(std::string_view what) const { throw bad_value{node_, std::string(what)}; }
+
+void json_value::unknown(std::string_view what, std::string_view word, std::span<const std::string_view> known) const {
+    std::string all(what);
+    if (document_->suggests()) {
+        // A known word may be unknown where it is.
+        if (const auto meant = nearest_word(word, known); meant != word)
+            all.append("; did you mean \"").append(meant).append("\"?");
+    }
+    wrong(all);
+}
 
 json_value::iterator &json_value::iterator::operator++() {
     node_ = document_->nodes_[node_].end;

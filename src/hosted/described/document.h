@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -62,7 +63,11 @@ public:
 
     [[noreturn]] void wrong(std::string_view what) const;
 
-    // Reads a part of the document. What it throws ends here if the document collects.
+    // The same for a word that is none of those known. A document that collects also suggests the nearest of them.
+    [[noreturn]] void unknown(std::string_view what, std::string_view word,
+                              std::span<const std::string_view> known) const;
+
+    // Reads a part of the document. A bad value in it ends here if the document collects.
     template <class Step> void attempt(Step step) const;
 
 private:
@@ -86,17 +91,17 @@ public:
 
     json_value root() const { return {*this, 0}; }
 
-    // Where a value is, as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long path is left out.
-    std::string path(uint32_t wanted) const;
-
-    // "LINE:COLUMN" of a value; of its key where it has one.
-    std::string position(uint32_t of) const;
+    // Offset of the last character that a parse read before it failed.
+    size_t failed_at() const { return failed_at_; }
 
     bool keep(const bad_value &bad) const;  // false: this document does not collect
-    std::vector<bad_value> take_findings() { return std::move(findings_); }
+
+    // What was kept, in the order of the file, each once.
+    std::vector<bad_value> take_findings();
 
 private:
     friend class json_value;
+    friend class locator;
     class scanner;
 
     struct node {
@@ -112,6 +117,7 @@ private:
     };
 
     char first_of(const node &from) const { return source_[from.at]; }  // tells what the value is
+    bool suggests() const;  // whether an unknown word comes with the nearest known one
     std::string_view text_at(uint32_t opening_quote) const;
     std::string_view text_of(const node &from) const { return text_at(from.at); }
     std::string_view key_of(const node &from) const { return from.key == 0 ? "" : text_at(from.key); }
@@ -120,6 +126,7 @@ private:
     std::string_view source_;
     std::vector<node> nodes_;
     std::vector<decoded> decoded_;  // in the order of the source
+    size_t failed_at_ = 0;
     const bool collects_;
     mutable std::vector<bad_value> findings_;
 };
@@ -141,6 +148,31 @@ struct json_value::range {
     iterator last;
     iterator begin() const { return first; }
     iterator end() const { return last; }
+};
+
+// Says where values of a document are. Each must not lie before the one before, so that those of a whole file are
+// found in one pass.
+class locator {
+public:
+    explicit locator(const document &of) : document_(of) {}
+
+    // The place as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long path is left out.
+    std::string path(uint32_t node);
+
+    // "LINE:COLUMN" of a value; of its key where it has one.
+    std::string position(uint32_t node);
+
+private:
+    struct step {
+        uint32_t node;
+        uint32_t index;  // among its neighbours
+    };
+
+    const document &document_;
+    std::vector<step> steps_;  // from the root's member to the value found last
+    size_t line_ = 1;
+    size_t line_begin_ = 0;  // offset
+    size_t counted_to_ = 0;  // offset up to which lines have been counted
 };
 
 template <class Step> void json_value::attempt(Step step) const {

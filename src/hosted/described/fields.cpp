@@ -17,15 +17,20 @@ std::string word_list(std::span<const std::string_view> words) {
 }  // namespace
 
 void read_fields(json_value from, void *record, std::span<const field> fields) {
+    const auto members = from.members();
     for (const field &listed : fields) {
         if (listed.required) from.attempt([&] { from.at(listed.key); });
     }
-    for (const json_value member : from.members()) {
+    for (const json_value member : members) {
         member.attempt([&] {
             const auto key = member.key();
             const auto known =
                 std::find_if(fields.begin(), fields.end(), [&](const field &listed) { return listed.key == key; });
-            if (known == fields.end()) member.wrong("unknown key");
+            if (known == fields.end()) {
+                std::vector<std::string_view> keys;
+                for (const field &listed : fields) keys.push_back(listed.key);
+                member.unknown("unknown key", key, keys);
+            }
             known->read(member, record);
         });
     }
@@ -61,7 +66,10 @@ std::string describe_fields(std::span<const field> fields) {
 void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected) {
     if (!from.is_list() || from.count() != fields.size()) from.wrong(expected);
     auto next = fields.begin();
-    for (const json_value element : from.items()) (next++)->read(element, record);
+    for (const json_value element : from.items()) {
+        element.attempt([&] { next->read(element, record); });
+        ++next;
+    }
 }
 
 void write_row(json_writer &out, const void *record, std::span<const field> fields) {
@@ -91,7 +99,8 @@ uint64_t number_keys::take(json_value member, naming kind, uint64_t highest) {
     const auto key = member.key();
     auto number = parse_number(key);
     if (!number) number = item_by_name(kind, key);
-    if (!number) member.wrong(kind == naming::none ? "expected a number as the key" : "unknown item");
+    if (!number && kind == naming::none) member.wrong("expected a number as the key");
+    if (!number) member.unknown("unknown item", key, item_names(kind));
     if (!add(*number)) member.wrong("given twice");
     if (*number > highest) member.wrong("number out of range");
     return *number;

@@ -366,7 +366,11 @@ struct counters_of_unit : codec {
 struct service_type : codec {
     static void read(json_value from, uint64_t &into) {
         const auto type = from.is_text() ? item_by_name(naming::service_type, from.text()) : std::nullopt;
-        if (!type && !from.is_number()) from.wrong("expected a number or the name of a type");
+        if (!type && !from.is_number()) {
+            constexpr std::string_view what = "expected a number or the name of a type";
+            if (from.is_text()) from.unknown(what, from.text(), item_names(naming::service_type));
+            from.wrong(what);
+        }
         into = type ? *type : from.number();
     }
     static void write(json_writer &out, uint64_t value) {
@@ -597,14 +601,15 @@ namespace {
 struct call_code : codec {
     static void read(json_value from, call &into) {
         const auto which = call_by_name(from.text());
-        if (!which) from.wrong("no kernel call");
+        if (!which) from.unknown("no kernel call", from.text(), call_names());
         into = *which;
     }
     static void write(json_writer &out, call value) { out.text(call_name(value)); }
-    static std::string describe() {
+    static std::string describe() { return describe_words(call_names()); }
+    static std::array<std::string_view, CALL_COUNT> call_names() {
         std::array<std::string_view, CALL_COUNT> names;
         for (size_t i = 0; i < names.size(); ++i) names[i] = call_name(static_cast<call>(i));
-        return describe_words(names);
+        return names;
     }
 };
 
@@ -742,8 +747,8 @@ void check_self(json_value from, const machine_records &all) {
     for (const auto &[key, handle, expected] :
          {std::tuple("task", all.self.task, kind::task), {"thread", all.self.thread, kind::thread}}) {
         const auto *const listed = handle ? all.objects.find(*handle) : nullptr;
-        if (listed != nullptr && listed->what != expected)
-            from.at(key).wrong("an object of another kind has this handle");
+        if (listed == nullptr || listed->what == expected) continue;
+        from.attempt([&] { from.at(key).wrong("an object of another kind has this handle"); });
     }
     if (all.self.task && all.self.task == all.self.thread) from.at("thread").wrong("the task has this handle");
 }
@@ -793,7 +798,7 @@ bool load(std::string_view text, machine_records &into, std::string &message) {
         read_machine(file, into);
         return true;
     } catch (const bad_value &bad) {
-        message = file.path(bad.node);
+        message = locator(file).path(bad.node);
         if (!message.empty()) message += ": ";
         message += bad.what;
     }

@@ -96,7 +96,13 @@ const named_item *find(naming kind, uint64_t item) {
 
 }  // namespace
 
-std::span<const named_item> named_items() { return by_number; }
+std::vector<std::string_view> item_names(naming kind) {
+    std::vector<std::string_view> names;
+    for (const auto &item : by_number) {
+        if (item.kind == kind) names.push_back(item.name);
+    }
+    return names;
+}
 
 std::optional<uint64_t> item_by_name(naming kind, std::string_view name) {
     const named_item wanted{kind, form::plain, name, 0};

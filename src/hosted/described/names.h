@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace hosted::described {
 
@@ -30,8 +30,8 @@ struct named_item {
     uint64_t item;
 };
 
-// All named items, those of a kind together and by number.
-std::span<const named_item> named_items();
+// The names of a kind, by number.
+std::vector<std::string_view> item_names(naming kind);
 
 // "KSTATE_PAGE_SIZE" -> 8
 std::optional<uint64_t> item_by_name(naming kind, std::string_view name);

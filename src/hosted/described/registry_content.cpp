@@ -42,7 +42,8 @@ std::optional<json_value> read_entry(json_value from, registry::entry &into) {
             } else if (key == "value" && !described) {
                 inner = member;
             } else {
-                member.wrong("unknown key");
+                constexpr std::string_view known[] = {"dir", "tmp", "unreadable", "type", "length", "value", "hex"};
+                member.unknown("unknown key", key, known);
             }
         }
         if (content || !inner) return content;
@@ -84,7 +85,7 @@ void read_registry(json_value from, registry &into) {
         open.push_back({members.begin(), members.end(), directory});
     };
     const auto read = [&](json_value member, uint32_t directory) {
-        check_registry_name(member, member.key());
+        member.attempt([&] { check_registry_name(member, member.key()); });
         registry::entry made;
         made.name = member.key();
         const auto content = read_entry(member, made);

@@ -48,10 +48,7 @@ std::string_view key_definition(naming kind) {
 std::string machine_schema() {
     std::string schema = BEGIN;
     for (const auto &[kind, name] : key_definitions) {
-        std::vector<std::string_view> words;
-        for (const auto &item : named_items()) {
-            if (item.kind == kind) words.push_back(item.name);
-        }
+        const auto words = item_names(kind);
         if (words.empty()) continue;
         const auto number = describe_reference(kind == naming::service_type ? "number" : "digits");
         schema += '"' + std::string(name) + "\": " + describe_any({number, describe_words(words)}) + ",\n";

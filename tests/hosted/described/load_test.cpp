@@ -33,23 +33,50 @@ std::string repeated(const std::string &text, size_t times) {
     return all;
 }
 
+std::vector<std::string> unsorted_lines_of(const std::string &text) {
+    std::vector<std::string> lines;
+    std::istringstream rest(text);
+    for (std::string line; getline(rest, line);) lines.push_back(line);
+    return lines;
+}
+
 // A registry of directories within one another.
 std::string nested(size_t levels) {
     return R"({"registry": )" + repeated(R"({"d": {"dir": )", levels) + "{}" + repeated("}}", levels) + "}";
 }
 
-TEST(Load, NamesThePlaceOfWhatIsWrong) {
-    std::vector<std::pair<std::string, std::string>> cases = {
-        {"", "1:1: unexpected end of input; expected '[', '{', or a literal"},
-        {"{\n  \"tick\": 1,\n}", "3:1: unexpected '}'; expected string literal"},
-        {"{\"a\": \"\xFF\"}", "1:8: invalid string: ill-formed UTF-8 byte"},
-        {"{\"a\": \"\n\"}", "1:8: invalid string: control character U+000A (LF) must be escaped to \\u000A or \\n"},
-    };
-    std::ifstream file(VENTIX_SOURCE_DIR "/tests/hosted/described/refused.txt");  // a machine, then its message
-    for (std::string text, message; getline(file, text) && getline(file >> std::ws, message);)
-        cases.emplace_back(text, message);
-    EXPECT_GT(cases.size(), 60U);
-    for (const auto &[text, message] : cases) EXPECT_EQ(complaint(text), message) << text;
+// Each machine of refused.txt comes with all lines of a check. A load ends with one of them, without its place in the
+// file and what may follow a semicolon.
+TEST(Check, ReportsAllThatIsWrong) {
+    const scratch_directory scratch;
+    std::vector<std::string> files = {"check"};
+    std::vector<std::pair<std::string, std::vector<std::string>>> rows;
+    for (const auto &line : unsorted_lines_of(read_file(VENTIX_SOURCE_DIR "/tests/hosted/described/refused.txt"))) {
+        if (line.starts_with("    ")) {
+            rows.back().second.push_back(line.substr(4));
+        } else {
+            rows.emplace_back(line, std::vector<std::string>());
+            files.push_back(std::to_string(rows.size()) + ".json");
+            scratch.write(files.back(), line);
+        }
+    }
+    EXPECT_GT(rows.size(), 90U);
+    std::string expected;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const auto &[text, lines] = rows[i];
+        const std::string message = complaint(text);
+        const auto holds = [&](const std::string &line) {
+            const size_t at = line.find(message);
+            return at != line.npos && (at + message.size() == line.size() || line[at + message.size()] == ';');
+        };
+        EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), holds)) << text << '\n' << message;
+        for (const auto &line : lines) expected += files[i + 1] + ':' + line + '\n';
+    }
+    const auto program = std::filesystem::path(ventix_program()).replace_filename("ventix-machine");
+    const auto run = run_ventix({.arguments = files, .directory = scratch.path(), .program = program});
+    EXPECT_EQ(run.output, expected);
+    EXPECT_EQ(run.diagnostics, "");
+    EXPECT_EQ(run.status, 1);
 }
 
 // The place stays one line that a person can read, and finding a key given twice costs no more than reading the keys.
@@ -57,6 +84,8 @@ TEST(Load, BoundsItsMessagesAndItsWork) {
     EXPECT_EQ(complaint("{\"" + std::string(100, 'k') + "\": 1}"), std::string(64, 'k') + "...: unknown key");
     EXPECT_EQ(complaint(R"({"a\nb": 1})"), "a?b: unknown key");
     EXPECT_EQ(complaint({"{}\n\0x", 5}), "2:1: unexpected NUL; expected end of input");
+    EXPECT_EQ(complaint("{\"a\": \"\xFF\"}"), "1:8: invalid string: ill-formed UTF-8 byte");
+    EXPECT_EQ(complaint(repeated("[", size_t{2} << 20)), "1:1048577: nested too deep");
     std::string many = R"({"registry": {)";
     for (int i = 0; i < 100'000; ++i) many += "\"key" + std::to_string(i) + "\": 1, ";
     EXPECT_EQ(complaint(many + "\"key99999\": 2}}"), "registry.key99999: given twice");
@@ -100,9 +129,7 @@ TEST(Save, LoadsAsTheSameMachine) {
 }
 
 std::vector<std::string> lines_of(const std::string &text) {
-    std::vector<std::string> lines;
-    std::istringstream rest(text);
-    for (std::string line; getline(rest, line);) lines.push_back(line);
+    std::vector<std::string> lines = unsorted_lines_of(text);
     std::sort(lines.begin(), lines.end());
     return lines;
 }
