@@ -27,6 +27,9 @@ public:
     // Reads one item of the current object. RESULT_NO_ITEM before the first step, after the end, and for an item that
     // the object does not have.
     virtual uint64_t info(uint64_t item, uint64_t &value) = 0;
+
+    // Whether the current object exists at this moment. What has ended since the step may have read as 0.
+    virtual bool exists() { return true; }
 };
 
 // The servers of a machine. Each is made once, when its port is first asked for.
@@ -125,6 +128,10 @@ public:
 
     // Receives what arrives on the port of KSTATE_EXIT_NOTICE_PORT as MSG_TASK_EXIT: a task and the second word.
     virtual void exit_notice(uint64_t master, uint64_t word) = 0;
+
+    // Called before the registry is first asked for: it then holds only what every user of the system may read,
+    // whatever the caller may.
+    virtual void withhold_secrets() {}
 
     // ---- the rest -----------------------------------------------------------------------------------------------
 

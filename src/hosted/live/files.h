@@ -5,6 +5,8 @@
 // is silently missing.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <new>
 #include <span>
@@ -21,6 +23,9 @@ struct file_roots {
     std::string sys = "/sys";
     std::string dev = "/dev";
     std::string etc = "/etc";
+
+    // Permission bits: a file that has none of them is no key of the registry.
+    mode_t readers = S_IRUSR | S_IRGRP | S_IROTH;
 };
 
 inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read of any file

@@ -1,6 +1,7 @@
 // hosted/live/machine.cpp - the live machine: the Linux system that the program runs on, as the objects of the kernel
 // calls.
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/user.h>
 #include <sys/vfs.h>
 #include <unistd.h>
@@ -101,6 +102,7 @@ public:
     }
     uint64_t destroy(uint64_t handle) override;
     void exit_notice(uint64_t, uint64_t) override {}  // the system tells a process's parent itself
+    void withhold_secrets() override { roots_.readers = S_IROTH; }
 
     server_source &servers() override { return *this; }
     std::unique_ptr<server> make_registry(kernel &owner) override;

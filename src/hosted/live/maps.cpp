@@ -139,7 +139,7 @@ int count_memos(proc_root &root, int directory, uint64_t &count) {
 
 int process_map::read(proc_root &root, int directory) {
     std::unordered_map<file_key, uint32_t, file_hash> files;
-    return root.reader.lines(directory, "maps", [&](std::string_view text) {
+    const int error = root.reader.lines(directory, "maps", [&](std::string_view text) {
         mapping_line line;
         if (!parse_mapping(text, line) || views_.size() >= UINT32_MAX) return;
         const auto next = static_cast<uint32_t>(memos_.size());
@@ -163,6 +163,9 @@ int process_map::read(proc_root &root, int directory) {
         views_.push_back({line.begin, (line.end - line.begin) / root.page_size, line.offset / root.page_size, shown,
                           view_flags(line)});
     });
+    views_.shrink_to_fit();  // they stay for the run, those of every process that is asked for
+    memos_.shrink_to_fit();
+    return error;
 }
 
 // "BEGIN-END ..." for each mapping, then a line "KEY: FIGURE kB" for each of its accounts. Mappings made or changed
@@ -238,21 +241,19 @@ uint64_t process_map::memo_item(size_t index, uint64_t item, uint64_t &value) co
 process_map *map_table::map_of(process &owner, uint64_t &result) {
     result = RESULT_SUCCESS;
     const int id = owner.number();
+    const handle_range handles = mapping_handles(id);
     uint64_t start = 0;  // stays 0 where it may not be read
     owner.start(start);
-    const auto known = by_process_.find(id);
-    if (known != by_process_.end() && known->second->start() == start) return known->second;
-    auto made = std::make_unique<process_map>(id, start, next_handle_);
+    process_map *const known = last_before(handles.end);
+    const bool had_number = known != nullptr && known->task() == id;
+    if (had_number && known->start() == start) return known;
+    process_map made(id, start, had_number ? known->end_handle() : handles.first);
     const int directory = owner.memory_directory(result);
-    if (result == RESULT_SUCCESS) result = result_of(made->read(root_, directory));
+    if (result == RESULT_SUCCESS) result = result_of(made.read(root_, directory));
+    if (result == RESULT_SUCCESS && made.end_handle() > handles.end) result = RESULT_NO_MEMORY;
     if (result != RESULT_SUCCESS) return nullptr;
-    if (made->end_handle() > MAPPING_HANDLES.end) {
-        result = RESULT_NO_MEMORY;
-        return nullptr;
-    }
-    next_handle_ = made->end_handle();
-    maps_.push_back(std::move(made));
-    return by_process_[id] = maps_.back().get();
+    const uint64_t first = made.first_handle();
+    return &maps_.insert_or_assign(first, std::move(made)).first->second;  // replaces one that had no mapping
 }
 
 std::unique_ptr<walk> map_table::walk_views(process &owner, uint64_t &result) {
@@ -283,12 +284,14 @@ std::unique_ptr<walk> map_table::walk_memos(process &owner, uint64_t &result) {
                         });
 }
 
-process_map *map_table::find(uint64_t handle) const {
-    const auto next = std::upper_bound(maps_.begin(), maps_.end(), handle,
-                                       [](uint64_t wanted, const auto &map) { return wanted < map->first_handle(); });
-    if (next == maps_.begin()) return nullptr;
-    process_map *found = std::prev(next)->get();
-    return handle < found->end_handle() ? found : nullptr;
+process_map *map_table::last_before(uint64_t handle) {
+    const auto next = maps_.lower_bound(handle);
+    return next == maps_.begin() ? nullptr : &std::prev(next)->second;
+}
+
+process_map *map_table::find(uint64_t handle) {
+    process_map *const found = last_before(handle + 1);
+    return found != nullptr && handle < found->end_handle() ? found : nullptr;
 }
 
 // Without a walk, the process is opened anew for the resident amounts. They stay 0 where another has its number by now.

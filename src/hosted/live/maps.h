@@ -5,9 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "hosted/kernel/machine.h"
@@ -80,7 +80,8 @@ private:
     std::vector<memo> memos_;
 };
 
-// What processes map, read once of each in a run; a process that has the number of a former one is read anew.
+// What processes map, read once of each in a run. A process that has the number of a former one is read anew; its
+// handles follow those of the former.
 class map_table {
 public:
     explicit map_table(proc_root &root) : root_(root) {}
@@ -89,18 +90,17 @@ public:
     std::unique_ptr<walk> walk_views(process &owner, uint64_t &result);
     std::unique_ptr<walk> walk_memos(process &owner, uint64_t &result);
 
-    bool knows(uint64_t handle) const { return find(handle) != nullptr; }
+    bool knows(uint64_t handle) { return find(handle) != nullptr; }
     uint64_t info(uint64_t handle, uint64_t item, uint64_t &value);
 
 private:
     process_map *map_of(process &owner, uint64_t &result);
-    process_map *find(uint64_t handle) const;
+    process_map *last_before(uint64_t handle);  // whose first handle is below it
+    process_map *find(uint64_t handle);
     uint64_t memo_item(process_map &map, int directory, size_t index, uint64_t item, uint64_t &value);
 
     proc_root &root_;
-    uint64_t next_handle_ = MAPPING_HANDLES.first;
-    std::vector<std::unique_ptr<process_map>> maps_;  // in order of their handles
-    std::unordered_map<int, process_map *> by_process_;
+    std::map<uint64_t, process_map> maps_;  // by first handle
 };
 
 }  // namespace hosted::live

@@ -39,6 +39,7 @@ public:
     uint64_t info(uint64_t item, uint64_t &value) override {
         return current_.number() == 0 ? uint64_t{RESULT_NO_ITEM} : current_.item(item, value);
     }
+    bool exists() override { return current_.exists(); }
 
 private:
     process_table &table_;
@@ -66,6 +67,7 @@ public:
     uint64_t info(uint64_t item, uint64_t &value) override {
         return current_.number() == 0 ? uint64_t{RESULT_NO_ITEM} : current_.item(item, value);
     }
+    bool exists() override { return current_.exists(); }
 
 private:
     process_table &table_;

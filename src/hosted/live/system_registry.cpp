@@ -57,7 +57,8 @@ node_pointer parameter_key(std::string_view text) {
 // nothing here mounts anything or waits for a file.
 class parameter_directory : public named_directory {
 public:
-    parameter_directory(std::string path, dev_t device) : path_(std::move(path)), device_(device) {}
+    parameter_directory(std::string path, dev_t device, mode_t readers)
+        : path_(std::move(path)), device_(device), readers_(readers) {}
 
     std::vector<std::string> names() override {
         std::vector<std::string> names;
@@ -80,9 +81,8 @@ public:
         struct stat status {};
         if (fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) return nullptr;
         if (status.st_dev != device_) return nullptr;
-        if (S_ISDIR(status.st_mode)) return std::make_unique<parameter_directory>(path, device_);
-        constexpr mode_t readable = S_IRUSR | S_IRGRP | S_IROTH;
-        if (!S_ISREG(status.st_mode) || (status.st_mode & readable) == 0) return nullptr;
+        if (S_ISDIR(status.st_mode)) return std::make_unique<parameter_directory>(path, device_, readers_);
+        if (!S_ISREG(status.st_mode) || (status.st_mode & readers_) == 0) return nullptr;
         std::array<char, FILE_ROOM> buffer;
         std::string_view text;
         return read_file(path, buffer, text) == 0 ? parameter_key(text) : nullptr;
@@ -91,6 +91,7 @@ public:
 private:
     std::string path_;
     dev_t device_;
+    mode_t readers_;
 };
 
 constexpr system_entry KERNEL[] = {
@@ -109,7 +110,8 @@ constexpr system_entry KERNEL[] = {
 class kernel_directory : public system_table {
 public:
     explicit kernel_directory(const file_roots &roots)
-        : system_table(roots, KERNEL), parameters_(roots.proc + "/sys", device_of(roots.proc + "/sys")) {}
+        : system_table(roots, KERNEL), parameters_(roots.proc + "/sys", device_of(roots.proc + "/sys"), roots.readers) {
+    }
 
 protected:
     std::vector<std::string> names() override {
@@ -189,8 +191,8 @@ struct attribute {
 
 class attribute_directory : public named_directory {
 public:
-    attribute_directory(std::string folder, std::span<const attribute> attributes)
-        : folder_(std::move(folder)), attributes_(attributes) {}
+    attribute_directory(std::string folder, std::span<const attribute> attributes, mode_t readers)
+        : folder_(std::move(folder)), attributes_(attributes), readers_(readers) {}
 
 protected:
     std::vector<std::string> names() override {
@@ -204,7 +206,10 @@ protected:
             if (name != one.name) continue;
             std::array<char, FILE_ROOM> buffer;
             std::string_view text;
-            if (read_file(folder_ + one.file, buffer, text) != 0) return nullptr;
+            struct stat status {};
+            const std::string path = folder_ + one.file;
+            if (stat(path.c_str(), &status) != 0 || (status.st_mode & readers_) == 0) return nullptr;
+            if (read_file(path, buffer, text) != 0) return nullptr;
             text = trimmed(text);
             if (one.unit == 0) return text_key(text);
             const auto number = whole_number(text);
@@ -217,6 +222,7 @@ protected:
 private:
     std::string folder_;
     std::span<const attribute> attributes_;
+    mode_t readers_;
 };
 
 // A kind of devices: where their names come from, and what describes each.
@@ -236,7 +242,7 @@ protected:
         std::string folder = roots_.sys;
         folder += kind_.folder;
         folder += device;
-        return std::make_unique<attribute_directory>(std::move(folder), kind_.attributes);
+        return std::make_unique<attribute_directory>(std::move(folder), kind_.attributes, roots_.readers);
     }
     bool only_names() const override { return true; }
 
