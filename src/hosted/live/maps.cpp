@@ -24,8 +24,6 @@ struct file_hash {
     size_t operator()(const file_key &key) const { return key.second * 0x9E3779B97F4A7C15 ^ key.first; }
 };
 
-constexpr std::string_view DELETED = " (deleted)";
-
 // What the kernel itself maps into every process: [vdso], [vvar], [vsyscall] and the like, but not [heap] and [stack].
 bool is_fixed(const mapping_line &line) {
     constexpr std::string_view names[] = {"[v", "[sigpage]", "[vectors]", "[uprobes]"};
@@ -33,16 +31,10 @@ bool is_fixed(const mapping_line &line) {
                                           [&](std::string_view name) { return line.name.starts_with(name); });
 }
 
-// Whether the file of a mapping has the mapping's name, here or in the process's own root directory.
-//   directory  of the process
+// Whether the file of a mapping has the mapping's name.
 bool has_name(const mapping_line &line, int directory, struct ::stat &file) {
-    const std::string name(line.name);
     const dev_t device = makedev(static_cast<unsigned>(line.device >> 32), static_cast<unsigned>(line.device));
-    const auto matches = [&](int below, const std::string &path) {
-        return fstatat(below, path.c_str(), &file, AT_NO_AUTOMOUNT) == 0 && file.st_ino == line.inode &&
-               file.st_dev == device;
-    };
-    return matches(AT_FDCWD, name) || matches(directory, "root" + name);
+    return leads_to(directory, std::string(line.name), device, line.inode, file);
 }
 
 // Whether a mapped file is a device, rather than shared memory in a file beside the devices.
@@ -54,7 +46,7 @@ bool is_device(const mapping_line &line, int directory) {
 
 // The system marks what has no name, memory that never had one included. A file may bear the mark in its name.
 bool is_deleted(const mapping_line &line, int directory) {
-    if (line.inode == 0 || !line.name.ends_with(DELETED)) return false;
+    if (line.inode == 0 || !line.name.ends_with(DELETED_MARK)) return false;
     constexpr std::string_view nameless[] = {"/SYSV",  "/[aio]",  "/anon_hugepage", "/dev/zero",
                                              "/i915 ", "/memfd:", "/secretmem",     "/drm mm object"};
     struct ::stat file {};

@@ -75,6 +75,14 @@ switch_counts parse_switches(std::string_view status) {
     return {value_of(status, "\nvoluntary_ctxt_switches:"), value_of(status, "\nnonvoluntary_ctxt_switches:")};
 }
 
+bool leads_to(int directory, const std::string &path, dev_t device, ino_t inode, struct ::stat &found) {
+    const auto matches = [&](int below, const std::string &name) {
+        return fstatat(below, name.c_str(), &found, AT_NO_AUTOMOUNT) == 0 && found.st_ino == inode &&
+               found.st_dev == device;
+    };
+    return matches(AT_FDCWD, path) || matches(directory, "root" + path);
+}
+
 bool proc_object::open(int below, const char *path, int number) {
     directory_ = open_file(below, path, O_PATH | O_DIRECTORY);
     open_error_ = directory_ ? 0 : errno;

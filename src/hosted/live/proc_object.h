@@ -5,6 +5,8 @@
 // needs; what it said is kept until the object is opened anew.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <array>
 #include <cstdint>
 #include <string>
@@ -69,6 +71,13 @@ struct switch_counts {
     uint64_t involuntary = 0;
 };
 switch_counts parse_switches(std::string_view status);  // of the text of a "status" file
+
+// Whether a path leads to a file, here or in a process's own root directory. The system's links to files that it marks
+// as deleted cannot be followed, but a file may bear the mark in its name.
+//   directory  of the process
+//   found      out: the file at the path
+inline constexpr std::string_view DELETED_MARK = " (deleted)";
+bool leads_to(int directory, const std::string &path, dev_t device, ino_t inode, struct ::stat &found);
 
 // The halves of a 64-bit figure, which have an item each.
 constexpr uint64_t high_half(uint64_t value) { return value >> 32; }

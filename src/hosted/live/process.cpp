@@ -260,9 +260,13 @@ uint64_t process::name(std::string &out) {
         char target[PATH_MAX];
         const ssize_t length = found ? -1 : readlinkat(memory_directory(), "exe", target, sizeof target);
         if (length > 0) {
-            constexpr std::string_view mark = " (deleted)";
-            std::string_view path(target, static_cast<size_t>(length));
-            if (path.ends_with(mark)) path.remove_suffix(mark.size());
+            std::string path(target, static_cast<size_t>(length));
+            struct ::stat executable {
+            }, named{};
+            if (path.ends_with(DELETED_MARK) &&
+                (fstatat(memory_directory(), "exe", &executable, 0) != 0 ||
+                 !leads_to(memory_directory(), path, executable.st_dev, executable.st_ino, named)))
+                path.resize(path.size() - DELETED_MARK.size());
             longer(path);
         }
     }

@@ -1,13 +1,13 @@
 // hosted/live/thread.cpp - the items of threads.
 #include "hosted/live/thread.h"
 
-#include <elf.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cerrno>
 #include <iterator>
+#include <span>
 #include <string>
 
 #include "hosted/live/handles.h"
@@ -27,18 +27,28 @@ constexpr uint64_t NATIVE_WAITS[] = {SYS_futex,
 #endif
                                      SYS_ppoll, SYS_rt_sigtimedwait, FUTEX_WAIT_VECTOR, FUTEX_WAIT};
 
-// The same of 32-bit programs, which have numbers of their own: futex, poll, ppoll and sigtimedwait, those with times
+// The same of the 32-bit interface, which has numbers of its own: futex, poll, ppoll and sigtimedwait, those with times
 // of 64 bits last.
-#if defined(__x86_64__)
-constexpr Elf32_Half SMALL_MACHINE = EM_386;
-constexpr uint64_t SMALL_WAITS[] = {240, 168, 309, 177, 422, 414, 421, FUTEX_WAIT_VECTOR, FUTEX_WAIT};
-#elif defined(__aarch64__)
-constexpr Elf32_Half SMALL_MACHINE = EM_ARM;
-constexpr uint64_t SMALL_WAITS[] = {240, 168, 336, 177, 422, 414, 421, FUTEX_WAIT_VECTOR, FUTEX_WAIT};
+#if defined(__aarch64__)
+constexpr uint64_t PPOLL_32 = 336;
 #else
-constexpr Elf32_Half SMALL_MACHINE = EM_NONE;
-constexpr uint64_t SMALL_WAITS[] = {FUTEX_WAIT_VECTOR, FUTEX_WAIT};
+constexpr uint64_t PPOLL_32 = 309;
 #endif
+constexpr uint64_t WAITS_32[] = {240, 168, PPOLL_32, 177, 422, 414, 421, FUTEX_WAIT_VECTOR, FUTEX_WAIT};
+
+// The waits of the interface that an instruction calls, by its last two bytes. The system returns after such an
+// instruction from every call, also from one that was made in another way (sysenter).
+std::span<const uint64_t> waits_of(unsigned char last_but_one, unsigned char last) {
+#if defined(__x86_64__)
+    if (last_but_one == 0x0F && last == 0x05) return NATIVE_WAITS;  // syscall
+    if (last_but_one == 0xCD && last == 0x80) return WAITS_32;      // int 0x80
+#elif defined(__aarch64__)
+    if (last == 0xD4) return NATIVE_WAITS;              // svc
+    if (last == 0xEF || last == 0xDF) return WAITS_32;  // svc of A32 and of T32
+#endif
+    static_cast<void>(last_but_one);
+    return {};
+}
 
 bool is_one_of(uint64_t number, std::span<const uint64_t> calls) {
     return std::find(calls.begin(), calls.end(), number) != calls.end();
@@ -109,25 +119,17 @@ const blocked_call &thread::call() {
     return call_;
 }
 
-// A call's number means what the program's word size says. Only a thread with its stack below 4 GiB can be of a 32-bit
-// program; of such a one the executable is asked.
+// A call's number means what the interface says that it was made by. A program may use both.
 uint64_t thread::waited_address() {
     const blocked_call &now = call();
-    if (!now.blocked || !(is_one_of(now.number, NATIVE_WAITS) || is_one_of(now.number, SMALL_WAITS))) return 0;
-    std::span<const uint64_t> waits = NATIVE_WAITS;
-    if (now.stack_pointer >> 32 == 0) {
-        Elf32_Ehdr header{};  // its first fields are those of 64-bit programs, too
-        std::string_view text;
-        const int error = root_.reader.read_front(directory(), "exe", text);
-        note(error);
-        if (error != 0 || text.size() < sizeof header) return 0;
-        std::memcpy(&header, text.data(), sizeof header);
-        if (header.e_ident[EI_CLASS] == ELFCLASS32) {
-            if (header.e_machine != SMALL_MACHINE) return 0;
-            waits = SMALL_WAITS;
-        }
-    }
-    return is_one_of(now.number, waits) ? now.arguments[0] : 0;
+    if (!now.blocked || !(is_one_of(now.number, NATIVE_WAITS) || is_one_of(now.number, WAITS_32))) return 0;
+    const descriptor memory = open_file(directory(), "mem");
+    note(memory ? 0 : errno);
+    unsigned char instruction[2] = {};
+    if (!memory || now.program_counter < sizeof instruction) return 0;
+    const auto at = static_cast<off_t>(now.program_counter - sizeof instruction);
+    if (pread(memory.get(), instruction, sizeof instruction, at) != sizeof instruction) return 0;
+    return is_one_of(now.number, waits_of(instruction[0], instruction[1])) ? now.arguments[0] : 0;
 }
 
 const switch_counts &thread::switches() {

@@ -1,5 +1,4 @@
 // processes_test.cpp - the live machine's tasks and threads, on children of the test alone.
-#include <elf.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -10,6 +9,7 @@
 #include <sys/syscall.h>
 
 #include <atomic>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -288,10 +288,16 @@ TEST(LiveProcesses, Names) {
                   static_cast<char *>(nullptr));
         };
     };
-    own_child cut(run_as(false)), script(run_as(true));
-    for (own_child *one : {&odd, &empty, &full, &cut, &script}) one->heard();
-    for (const int id : {cut.id(), script.id()}) {
-        for (int i = 0; i < 5000 && status_of(id, "Name:") != "live-name-that-"; i++) usleep(1000);
+    const scratch_directory scratch;
+    const std::string marked_path = scratch.path() + "/live-name-not (deleted)";
+    std::filesystem::copy_file("/usr/bin/tail", marked_path);
+    own_child cut(run_as(false)), script(run_as(true)), marked([&](own_child &self) {
+        self.say(1);
+        execl(marked_path.c_str(), "tail", "-fc0", "/dev/null", static_cast<char *>(nullptr));
+    });
+    for (own_child *one : {&odd, &empty, &full, &cut, &script, &marked}) one->heard();
+    for (const int id : {cut.id(), script.id(), marked.id()}) {
+        for (int i = 0; i < 5000 && !status_of(id, "Name:").starts_with("live-name-"); i++) usleep(1000);
         await_state(id, "S");  // its arguments come after its name
         unlink(path_of(id).c_str());
     }
@@ -300,7 +306,8 @@ TEST(LiveProcesses, Names) {
                                                {empty.id(), ""},
                                                {full.id(), "exactly-fifteen"},
                                                {cut.id(), path_of(cut.id()).substr(5)},
-                                               {script.id(), path_of(script.id()).substr(5)}};
+                                               {script.id(), path_of(script.id()).substr(5)},
+                                               {marked.id(), "live-name-not (deleted)"}};
     process_table listed, looked_up;
     auto names = published(listed);
     for (const auto &[id, name] : wanted) {
@@ -335,68 +342,36 @@ TEST(LiveProcesses, OneIsEndedAndNotItsGroup) {
 }
 
 #if defined(__x86_64__)
-// A 32-bit program that waits on a word of its own header: futex has another number there.
-TEST(LiveProcesses, CallsOf32BitPrograms) {
-    constexpr Elf32_Addr base = 0x08048000, word = base + offsetof(Elf32_Ehdr, e_shoff);
-    const struct {
-        Elf32_Ehdr header;
-        Elf32_Phdr segment;
-        unsigned char code[20];
-    } program = {{.e_ident = {0x7F, 'E', 'L', 'F', ELFCLASS32, ELFDATA2LSB, EV_CURRENT},
-                  .e_type = ET_EXEC,
-                  .e_machine = EM_386,
-                  .e_version = EV_CURRENT,
-                  .e_entry = base + sizeof(Elf32_Ehdr) + sizeof(Elf32_Phdr),
-                  .e_phoff = sizeof(Elf32_Ehdr),
-                  .e_shoff = 0,
-                  .e_flags = 0,
-                  .e_ehsize = sizeof(Elf32_Ehdr),
-                  .e_phentsize = sizeof(Elf32_Phdr),
-                  .e_phnum = 1,
-                  .e_shentsize = 0,
-                  .e_shnum = 0,
-                  .e_shstrndx = 0},
-                 {PT_LOAD, 0, base, base, sizeof program, sizeof program, PF_R | PF_X, 4096},
-                 // eax = 240, ebx = word, ecx = edx = esi = 0, int 0x80, from the start
-                 {0xB8,
-                  240,
-                  0,
-                  0,
-                  0,
-                  0xBB,
-                  word & 0xFF,
-                  word >> 8 & 0xFF,
-                  word >> 16 & 0xFF,
-                  word >> 24,
-                  0x31,
-                  0xC9,
-                  0x31,
-                  0xD2,
-                  0x31,
-                  0xF6,
-                  0xCD,
-                  0x80,
-                  0xEB,
-                  0xEC}};
-    const scratch_directory scratch;
-    const std::string path = scratch.write("small", {reinterpret_cast<const char *>(&program), sizeof program});
-    chmod(path.c_str(), 0700);
-    own_child child([&](own_child &self) {
-        self.say(1);
-        execl(path.c_str(), path.c_str(), static_cast<char *>(nullptr));
-        _exit(1);
-    });
-    child.heard();
-    const auto runs = [&] { return status_of(child.id(), "Name:") == "small"; };
-    for (int i = 0; i < 5000 && !runs() && status_of(child.id(), "State:") != "Z"; i++) usleep(1000);
-    if (!runs()) GTEST_SKIP() << "no 32-bit programs here";
-    await_state(child.id(), "S");
-    process_table table;
-    live::thread *waiting = nullptr;
-    uint64_t value = 0;
-    ASSERT_EQ(table.find_thread(live::THREAD_HANDLES.first + child.handle(), waiting), RESULT_SUCCESS);
-    EXPECT_EQ(waiting->item(THREADINFO_WAITON, value), RESULT_SUCCESS);
-    EXPECT_EQ(value, word);
+// A 64-bit program that makes calls by the 32-bit interface: a futex, and a waitpid that has the number of poll.
+TEST(LiveProcesses, CallsByTheInterfaceOf32Bits) {
+    for (const auto &[number, waits] : {std::pair(240, true), {7, false}}) {
+        own_child child([&](own_child &self) {
+            const own_child awaited([](own_child &one) { one.say(1); });
+            awaited.heard();  // from here on it ends with this one
+            auto word = reinterpret_cast<uintptr_t>(
+                mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0));
+            self.say(static_cast<int64_t>(word));
+            uint64_t result = static_cast<uint64_t>(number);
+            if (!waits) word = UINT32_MAX;  // any child
+            asm volatile("int $0x80"
+                         : "+a"(result)
+                         : "b"(word), "c"(0), "d"(0), "S"(0)
+                         : "memory", "r8", "r9", "r10", "r11");
+            _exit(1);
+        });
+        const int64_t word = child.heard();
+        for (int i = 0; i < 5000 && status_of(child.id(), "State:") == "R"; i++) usleep(1000);
+        if (status_of(child.id(), "State:") == "Z") {
+            ASSERT_TRUE(WIFSIGNALED(child.reap()));
+            GTEST_SKIP() << "no such interface here";
+        }
+        process_table table;
+        live::thread *waiting = nullptr;
+        uint64_t value = 1;
+        ASSERT_EQ(table.find_thread(live::THREAD_HANDLES.first + child.handle(), waiting), RESULT_SUCCESS);
+        EXPECT_EQ(waiting->item(THREADINFO_WAITON, value), RESULT_SUCCESS);
+        EXPECT_EQ(static_cast<int64_t>(value), waits ? word : 0);
+    }
 }
 #endif
 
