@@ -10,44 +10,60 @@ namespace hosted::live {
 
 namespace {
 
-// Whether names of handlers end a line, after its counts and wiring: the controller, the controller's own number of the
-// line ("24", "24-edge", or none), its trigger ("Level") and the trigger's name ("-edge").
-bool has_handler(scanner rest) {
-    rest.word();
+// What follows the counts of a line: the controller, the controller's own number of the line ("24", "24-edge", or
+// none), its trigger ("Level"), the trigger's name ("-edge"), and the handlers.
+void parse_wiring(scanner rest, interrupt_line &out) {
+    out.chip = rest.word();
+    rest.skip_blanks();
+    scanner handlers = rest;
     std::string_view field = rest.word();
-    if (!field.empty() && field[0] >= '0' && field[0] <= '9') field = rest.word();
-    if (field == "Edge" || field == "Level") field = rest.word();
-    if (field.starts_with('-')) field = rest.word();
-    return !field.empty();
+    const auto skip = [&] {
+        rest.skip_blanks();
+        handlers = rest;
+        field = rest.word();
+    };
+    if (!field.empty() && field[0] >= '0' && field[0] <= '9') skip();
+    if (field == "Edge" || field == "Level") skip();
+    if (field.starts_with('-')) skip();
+    out.handlers = trimmed(handlers.rest());
 }
 
 }  // namespace
 
-std::vector<interrupt_line> parse_interrupts(std::string_view text) {
-    std::vector<interrupt_line> lines;
-    size_t processors = 0;  // each has a column of counts
+interrupt_lines parse_interrupts(std::string_view text) {
+    interrupt_lines all;
     scanner scan(text);
-    for (scanner heading(scan.line()); !heading.word().empty();) processors++;
+    scanner heading(scan.line());
+    for (std::string_view name = heading.word(); !name.empty(); name = heading.word()) {
+        name.remove_prefix(std::min(name.find_first_of("0123456789"), name.size()));  // after "CPU"
+        all.processors.push_back(whole_number(name).value_or(all.processors.size()));
+    }
 
     while (!scan.done()) {
         scanner line(scan.line());
         const auto number = line.decimal();
         if (!number || *number >= ISR_HANDLES.size() || !line.take(':')) continue;  // a processor's own, by letters
-        interrupt_line found{.number = *number};
-        for (size_t i = 0; i < processors; i++) {
+        interrupt_line found;
+        found.number = *number;
+        const std::string_view counts = line.rest();
+        for (size_t i = 0; i < all.processors.size(); i++) {
             const auto count = line.decimal();
             if (!count) break;
             found.count += *count;
         }
-        found.handled = has_handler(line);
-        lines.push_back(found);
+        found.counts = counts.substr(0, counts.size() - line.rest().size());
+        parse_wiring(line, found);
+        all.lines.push_back(found);
     }
-    return lines;
+    return all;
 }
 
-std::span<const interrupt_line> interrupt_table::lines() {
-    if (!lines_) lines_ = parse_interrupts(read_table(roots_.proc + "/interrupts"));
-    return *lines_;
+const interrupt_lines &interrupt_table::read() {
+    if (!parsed_) {
+        text_ = read_table(roots_.proc + "/interrupts");
+        parsed_ = parse_interrupts(text_);
+    }
+    return *parsed_;
 }
 
 uint64_t interrupt_table::limit() {

@@ -58,7 +58,7 @@ uint64_t isr_table::read() {
     if (parent.failure() != RESULT_SUCCESS) return parent.failure();
     routines_.clear();
     for (const interrupt_line &line : lines) {
-        if (line.handled)
+        if (line.is_handled())
             routines_.push_back({line.number, line.count, visible ? KERNEL_THREAD_PARENT : FIRST_PROCESS});
     }
     std::sort(routines_.begin(), routines_.end(), [](const isr &a, const isr &b) { return a.number < b.number; });

@@ -22,9 +22,12 @@
 #include "hosted/live/isrs.h"
 #include "hosted/live/maps.h"
 #include "hosted/live/memory.h"
+#include "hosted/live/mounts.h"
+#include "hosted/live/process_details.h"
 #include "hosted/live/process_table.h"
 #include "hosted/live/register_table.h"
 #include "hosted/live/run_registry.h"
+#include "hosted/live/sockets.h"
 #include "hosted/live/system_registry.h"
 #include "hosted/live/terminals.h"
 #include "hosted/live/thread_registers.h"
@@ -135,6 +138,8 @@ private:
     driver_table drivers_{roots_};
     device_table devices_{roots_};
     id_source ids_{processes_, drivers_};
+    socket_table sockets_{processes_.root()};
+    std::unique_ptr<registry_tree> details_;
     system_registry system_registry_{roots_};
     std::unique_ptr<run_registry> registry_;
     std::optional<stopped> stopped_;
@@ -216,7 +221,12 @@ uint64_t live_machine::destroy(uint64_t handle) {
 }
 
 std::unique_ptr<server> live_machine::make_registry(kernel &owner) {
-    registry_ = std::make_unique<run_registry>(owner, processes_, devices_, system_registry_);
+    auto details = std::make_unique<whole_directory>();
+    details->add("info", make_process_directory(processes_.root(), sockets_));
+    details->add("mount", make_mount_directory(roots_));
+    details->add("socket", make_socket_directory(sockets_));
+    details_ = std::make_unique<registry_tree>(std::move(details));
+    registry_ = std::make_unique<run_registry>(owner, processes_, devices_, *details_, system_registry_);
     auto made = std::make_unique<device_server>(owner, device_behaviour{});
     made->make_context(registry_->limits().buffer);
     made->add(make_registry_protocol(*registry_));

@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
@@ -63,7 +64,15 @@ int proc_reader::read_front(int directory, const char *path, std::string_view &t
     return 0;
 }
 
-int proc_reader::list(int directory, const char *path, std::vector<int> &numbers, descriptor *opened) {
+int proc_reader::read_link(int directory, const char *path, std::string_view &text) {
+    if (!buffer_) grow();
+    const ssize_t got = readlinkat(directory, path, buffer_.get(), capacity_);
+    if (got < 0) return errno;
+    text = {buffer_.get(), static_cast<size_t>(got)};
+    return 0;
+}
+
+int proc_reader::list(int directory, const char *path, std::vector<int> &numbers, descriptor *opened, int least) {
     numbers.clear();
     descriptor listed = open_file(directory, path, O_RDONLY | O_DIRECTORY);
     if (!listed) return errno;
@@ -84,7 +93,7 @@ int proc_reader::list(int directory, const char *path, std::vector<int> &numbers
             const char *const name_end = name + std::strlen(name);
             int number = 0;
             const auto [stop, error] = std::from_chars(name, name_end, number);
-            if (error == std::errc{} && stop == name_end && number > 0) numbers.push_back(number);
+            if (error == std::errc{} && stop == name_end && number >= least) numbers.push_back(number);
             record += std::max<size_t>(length, 1);
         }
     }

@@ -35,6 +35,10 @@ public:
     // Reads no more than one read gives of a file, which may have any length.
     int read_front(int directory, const char *path, std::string_view &text);
 
+    // Reads what a symbolic link says, without following it.
+    //   text  out: as of read()
+    int read_link(int directory, const char *path, std::string_view &text);
+
     // Reads a file of lines, of any length, and calls take(line) for each, without its line feed. A line longer than
     // the buffer comes in pieces.
     template <class Take> int lines(int directory, const char *path, Take take) {
@@ -57,10 +61,11 @@ public:
         }
     }
 
-    // Reads the entries of a directory that are positive numbers, in the directory's order.
+    // Reads the entries of a directory that are numbers, in the directory's order.
     //   numbers  out: in place of its former content; empty on failure
     //   opened   out unless null: the directory, for reading what is below it
-    int list(int directory, const char *path, std::vector<int> &numbers, descriptor *opened = nullptr);
+    //   least    smaller numbers are left out
+    int list(int directory, const char *path, std::vector<int> &numbers, descriptor *opened = nullptr, int least = 1);
 
 private:
     static constexpr size_t ROOM = 64 << 10;

@@ -43,6 +43,13 @@ public:
     // Reads the start of its life, in ticks since boot; false where there is none to read.
     bool start(uint64_t &ticks);
 
+    // Its effective user and group; false where they are not known.
+    bool owner(uint32_t &user, uint32_t &group) const {
+        user = user_;
+        group = group_;
+        return owner_known_;
+    }
+
     // Lists its threads. tasks: out, the open directory of theirs. Returns 0 or the error number.
     int list_threads(std::vector<int> &numbers, descriptor &tasks);
 

@@ -68,25 +68,40 @@ uint32_t registry_node::length() const {
     return type == REGTYPE_INT ? uint32_t{sizeof integer} : static_cast<uint32_t>(bytes.size());
 }
 
+void registry_node::set_number(uint64_t value) {
+    type = REGTYPE_INT;
+    failure = 0;
+    integer = value;
+}
+
+void registry_node::set_text(std::string_view text, line_feeds feeds) {
+    type = REGTYPE_BIN;
+    failure = 0;
+    bytes = text;
+    make_value(bytes, feeds);
+}
+
+void registry_node::set_hidden() {
+    type = REGTYPE_BIN;
+    failure = static_cast<uint32_t>(RESULT_NOT_PERMITTED);
+    bytes.clear();
+}
+
 node_pointer number_key(uint64_t value) {
     auto made = std::make_unique<registry_node>();
-    made->type = REGTYPE_INT;
-    made->integer = value;
+    made->set_number(value);
     return made;
 }
 
 node_pointer text_key(std::string_view text, line_feeds feeds) {
     auto made = std::make_unique<registry_node>();
-    made->type = REGTYPE_BIN;
-    made->bytes = text;
-    make_value(made->bytes, feeds);
+    made->set_text(text, feeds);
     return made;
 }
 
 node_pointer hidden_key() {
     auto made = std::make_unique<registry_node>();
-    made->type = REGTYPE_BIN;
-    made->error = static_cast<uint32_t>(RESULT_NOT_PERMITTED);
+    made->set_hidden();
     return made;
 }
 
@@ -199,9 +214,11 @@ registry_node *numbered_texts::show(slot &asked) {
         }
     }
     if (asked.what == content::none) return nullptr;
-    shown_.type = REGTYPE_BIN;
-    shown_.error = asked.what == content::hidden ? static_cast<uint32_t>(RESULT_NOT_PERMITTED) : 0;
-    shown_.bytes.assign(texts_, asked.begin, asked.size);
+    shown_.set_hidden();
+    if (asked.what == content::text) {
+        shown_.failure = 0;
+        shown_.bytes.assign(texts_, asked.begin, asked.size);
+    }
     return &shown_;
 }
 
@@ -254,7 +271,7 @@ uint32_t registry_tree::read_int(std::string_view path, uint64_t &value) {
 uint32_t registry_tree::read_binary(std::string_view path, std::string &value) {
     const registry_node *found = find(path);
     if (found == nullptr || found->type != REGTYPE_BIN) return IOERROR_NOT_FOUND;
-    if (found->error != 0) return found->error;
+    if (found->failure != 0) return found->failure;
     value = found->bytes;
     return 0;
 }

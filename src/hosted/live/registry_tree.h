@@ -26,11 +26,16 @@ struct registry_node {
     virtual ~registry_node() = default;
 
     uint16_t type = REGTYPE_DIR;
-    uint32_t error = 0;    // why a key that is listed cannot be read
+    uint32_t failure = 0;  // why a key that is listed cannot be read
     uint64_t integer = 0;  // of an integer key
     std::string bytes;     // of a binary key
 
     uint32_t length() const;
+
+    // Each makes a key of this.
+    void set_number(uint64_t value);
+    void set_text(std::string_view text, line_feeds feeds = line_feeds::replaced);  // see text_key()
+    void set_hidden();
 
     // Prepares a listing. Returns how many names it has.
     virtual size_t list() { return 0; }

@@ -1,4 +1,4 @@
-// hosted/live/run_registry.cpp - the directories of running processes and devices.
+// hosted/live/run_registry.cpp - the directories of running processes and devices, and the stores beside them.
 #include "hosted/live/run_registry.h"
 
 #include <array>
@@ -21,18 +21,19 @@ constexpr std::string_view DEV = reg_component(DEVICE_DIRECTORY, 1);
 
 // What a path of this store names.
 struct location {
-    enum kind { root, run, processes, process, devices, device, system, nowhere } kind = root;
-    std::string_view name;  // of a process's key or a device
+    enum kind { root, run, processes, process, devices, device, details, system, nowhere } kind = root;
+    std::string_view name;  // of a process's key or a device; the path in another store
 };
 
 location locate(std::string_view path) {
+    const std::string_view whole = path;
     const std::string_view first = next_component(path);
     if (first.empty()) return {location::root, {}};
-    if (first != RUN) return {location::system, {}};
+    if (first != RUN) return {location::system, whole};
     const std::string_view second = next_component(path);
     if (second.empty()) return {location::run, {}};
     const bool processes = second == PROC;
-    if (!processes && second != DEV) return {location::nowhere, {}};
+    if (!processes && second != DEV) return {location::details, {second.data(), path.data() + path.size()}};
     const std::string_view name = next_component(path);
     if (!next_component(path).empty()) return {location::nowhere, {}};
     if (name.empty()) return {processes ? location::processes : location::devices, {}};
@@ -95,11 +96,13 @@ uint32_t run_registry::process_name(std::string_view key, const std::string *&na
 }
 
 std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
-    switch (locate(path).kind) {
+    const location asked = locate(path);
+    switch (asked.kind) {
     case location::root:
         return std::make_unique<fixed_cursor>(std::vector{std::string(RUN)}, REGTYPE_DIR, 0, system_.list({}));
     case location::run:
-        return std::make_unique<fixed_cursor>(std::vector{std::string(PROC), std::string(DEV)}, REGTYPE_DIR, 0);
+        return std::make_unique<fixed_cursor>(std::vector{std::string(PROC), std::string(DEV)}, REGTYPE_DIR, 0,
+                                              details_.list({}));
     case location::processes: {
         auto made = std::make_unique<process_cursor>(processes_);
         return made->begin() == 0 ? std::move(made) : nullptr;
@@ -109,7 +112,8 @@ std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
         names.insert(names.begin(), std::string(SYSVC_DEVICE));
         return std::make_unique<fixed_cursor>(std::move(names), REGTYPE_INT, sizeof(uint64_t));
     }
-    case location::system: return system_.list(path);
+    case location::details: return details_.list(asked.name);
+    case location::system: return system_.list(asked.name);
     default: return nullptr;
     }
 }
@@ -129,7 +133,8 @@ uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t 
         type = REGTYPE_INT;
         length = sizeof(uint64_t);
         return 0;
-    case location::system: return system_.describe(path, type, length);
+    case location::details: return details_.describe(asked.name, type, length);
+    case location::system: return system_.describe(asked.name, type, length);
     case location::nowhere: return IOERROR_NOT_FOUND;
     default:
         type = REGTYPE_DIR;
@@ -140,7 +145,8 @@ uint32_t run_registry::describe(std::string_view path, uint16_t &type, uint32_t 
 
 uint32_t run_registry::read_int(std::string_view path, uint64_t &value) {
     const location asked = locate(path);
-    if (asked.kind == location::system) return system_.read_int(path, value);
+    if (asked.kind == location::details) return details_.read_int(asked.name, value);
+    if (asked.kind == location::system) return system_.read_int(asked.name, value);
     if (asked.kind != location::device) return IOERROR_NOT_FOUND;
     const uint64_t port = owner_.device_port(asked.name);
     if (port == NO_OBJECT) return IOERROR_NOT_FOUND;
@@ -150,7 +156,8 @@ uint32_t run_registry::read_int(std::string_view path, uint64_t &value) {
 
 uint32_t run_registry::read_binary(std::string_view path, std::string &value) {
     const location asked = locate(path);
-    if (asked.kind == location::system) return system_.read_binary(path, value);
+    if (asked.kind == location::details) return details_.read_binary(asked.name, value);
+    if (asked.kind == location::system) return system_.read_binary(asked.name, value);
     const std::string *name = nullptr;
     if (asked.kind != location::process) return IOERROR_NOT_FOUND;
     if (const uint32_t error = process_name(asked.name, name)) return error;

@@ -1,4 +1,4 @@
-// hosted/live/run_registry.h - the live machine's registry: run/proc/ and run/dev/, and another store beside them.
+// hosted/live/run_registry.h - the live machine's registry: run/proc/ and run/dev/, and other stores beside them.
 //
 // All of it is read-only. A process is a binary key that holds its name, and is named by its handle in 16 hexadecimal
 // digits. A device is an integer key that holds its port, which is made when the key is read.
@@ -19,9 +19,12 @@ namespace hosted::live {
 class run_registry : public registry_store {
 public:
     //   devices  those beside the system service
-    //   system   the directories beside run/; must outlive this object
-    run_registry(kernel &owner, process_table &processes, device_table &devices, registry_store &system)
-        : owner_(owner), processes_(processes), devices_(devices), system_(system) {}
+    //   details  the further directories below run/
+    //   system   the directories beside run/
+    // All must outlive this object.
+    run_registry(kernel &owner, process_table &processes, device_table &devices, registry_store &details,
+                 registry_store &system)
+        : owner_(owner), processes_(processes), devices_(devices), details_(details), system_(system) {}
 
     registry_limits limits() const override { return system_.limits(); }
     std::unique_ptr<registry_cursor> list(std::string_view path) override;
@@ -36,6 +39,7 @@ private:
     kernel &owner_;
     process_table &processes_;
     device_table &devices_;
+    registry_store &details_;
     registry_store &system_;
 };
 

@@ -16,6 +16,7 @@
 #include "hosted/live/counters.h"
 #include "hosted/live/hardware_clock.h"
 #include "hosted/live/host_services.h"
+#include "hosted/live/interrupt_registry.h"
 #include "hosted/live/memory.h"
 #include "hosted/live/texts.h"
 #include "platform/kernel.h"
@@ -274,6 +275,7 @@ constexpr system_entry HARDWARE[] = {
     {reg_component(RTC_DIRECTORY, 1), make_table<CLOCKS>},
     {"network", make_kind<NETWORK>},
     {"block", make_kind<BLOCK>},
+    {"interrupt", [](const file_roots &roots) { return make_interrupt_directory(roots); }},
 };
 
 constexpr system_entry ROOT[] = {

@@ -9,6 +9,7 @@
 #include "hosted/kernel/kernel.h"
 #include "hosted/live/memory.h"
 #include "hosted/live/own_child.h"
+#include "hosted/live/registry_reader.h"
 #include "hosted/live/run_registry.h"
 #include "hosted/live/system_registry.h"
 #include "hosted/live/system_tree.h"
@@ -18,39 +19,6 @@
 
 namespace hosted::live {
 namespace {
-
-std::string names_in(registry_store &registry, std::string_view path) {
-    const auto cursor = registry.list(path);
-    if (!cursor) return "(none)";
-    std::string names;
-    for (registry_entry entry; cursor->next(entry);) names += entry.name + ' ';
-    return names;
-}
-
-// A key as text: its type, and its value.
-std::string key(registry_store &registry, std::string_view path) {
-    uint16_t type = 0;
-    uint32_t length = 0;
-    uint64_t number = 0;
-    std::string text;
-    if (registry.describe(path, type, length) != 0) {
-        EXPECT_NE(registry.read_binary(path, text), 0U) << path;
-        return "(none)";
-    }
-    switch (type) {
-    case REGTYPE_INT:
-        EXPECT_EQ(length, 8U) << path;
-        EXPECT_EQ(registry.read_int(path, number), 0U) << path;
-        EXPECT_NE(registry.read_binary(path, text), 0U) << path;
-        return "int " + std::to_string(static_cast<int64_t>(number));
-    case REGTYPE_BIN:
-        EXPECT_EQ(registry.read_binary(path, text), 0U) << path;
-        EXPECT_EQ(length, text.size()) << path;
-        EXPECT_NE(registry.read_int(path, number), 0U) << path;
-        return "bin " + text;
-    default: EXPECT_EQ(length, 0U) << path; return "dir";
-    }
-}
 
 // Checks and counts every key of a directory and below: the length that is listed, described and read is one.
 size_t check_tree(system_registry &registry, const std::string &path) {
@@ -142,7 +110,7 @@ TEST(LiveRegistry, HardwareOfTheSample) {
         {"hardware/rtc/rtc0", "(none)"},
     };
     for (const auto &[path, value] : cases) EXPECT_EQ(key(registry, path), value) << path;
-    EXPECT_EQ(names_in(registry, "hardware"), "block memory network processor rtc ");
+    EXPECT_EQ(names_in(registry, "hardware"), "block interrupt memory network processor rtc ");
     EXPECT_EQ(names_in(registry, "hardware/network"), "cpu eth0 lo sysvc vda ");
     EXPECT_EQ(names_in(registry, "hardware/network/eth0"), "address mtu ");
     EXPECT_EQ(names_in(registry, "hardware/rtc"), "");
@@ -176,7 +144,8 @@ TEST(LiveRegistry, RunningProcessesAndDevices) {
     process_table processes;
     system_registry system(roots);
     device_table devices(roots);
-    run_registry registry(owner, processes, devices, system);
+    registry_tree details(std::make_unique<whole_directory>());
+    run_registry registry(owner, processes, devices, details, system);
     EXPECT_EQ(names_in(registry, ""), "run hardware kernel ");
     EXPECT_EQ(names_in(registry, "//run"), "proc dev ");
 

@@ -159,9 +159,9 @@ TEST(LiveMemory, SpacesFillTheAddressSpace) {
 
 TEST(LiveInterrupts, NumberedLines) {
     std::string found;
-    for (const auto &[number, count, handled] : parse_interrupts(::read_file(sample_system().proc + "/interrupts"))) {
-        found += std::to_string(number) + (handled ? "=" : "-") + std::to_string(count) + ' ';
-    }
+    interrupt_table table(sample_system());
+    for (const interrupt_line &line : table.lines())
+        found += std::to_string(line.number) + (line.is_handled() ? "=" : "-") + std::to_string(line.count) + ' ';
     EXPECT_EQ(found, "0=45 26=16 27=7 30-5 31-5 32-5 33-1 ");
 }
 
@@ -216,7 +216,7 @@ TEST(LiveSystem, HostileTexts) {
                 EXPECT_LE(zone.pages, zone.spanned);
                 EXPECT_LE(zone.spanned, ~uint64_t{0} / page_size() - zone.first_page);
             }
-            for (const interrupt_line &line : parse_interrupts(text)) EXPECT_LE(line.number, UINT32_MAX);
+            for (const interrupt_line &line : parse_interrupts(text).lines) EXPECT_LE(line.number, UINT32_MAX);
             for (const auto &driver : parse_drivers(text)) EXPECT_LE(driver.first, 4095U);
         }
     }
