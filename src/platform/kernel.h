@@ -4,22 +4,23 @@
 // system lists it under. Handles of one task mean the same in every task. NO_OBJECT (all bits set) names nothing; where
 // a call's port is optional, 0 names nothing too.
 //
-// Port: a queue of messages with one receiver. Who holds a handle to a port may send to it; a client gives a server a
-// handle to its own port to be answered on. Message: two 64-bit words and a code of 32 bits between them. It carries no
-// sender: a reply port is one of its words.
+// Port: a queue of messages with one receiver. Whoever holds a handle to a port may send to it; a client passes a
+// server a handle to its own port for the answer. Message: two 64-bit words with a 32-bit code between them. It carries
+// no sender: the reply port is one of its words.
 //
-// Iterator: an object that walks a list of the kernel, one object at a time. A begin chooses the list and leaves the
-// iterator in front of its first object, a step moves it onto the next one, and items are read of the object that it is
-// on. Objects may appear and vanish during a walk.
+// Iterator: walks a list of the kernel, one object at a time. A begin chooses the list and leaves the iterator before
+// its first object, a step moves it onto the next one, and items are read from the object that it is on. Objects may
+// appear and vanish during a walk.
 //
 // Memo: a piece of memory as the kernel keeps it. View: a memo mapped into a task's address space.
 //
 // Time-out: signed milliseconds. WAIT_FOREVER (-1) never expires; 0 does not wait.
 //
 // Results: a call that makes something returns its handle, or NO_OBJECT with the reason in _SL_GetLastError(). Every
-// other call returns RESULT_SUCCESS or another RESULT_ code, which _SL_GetLastError() returns too; _SL_GetState and
-// _SL_GetLastError return a value and cannot fail. A call that fails changes nothing and leaves its outputs untouched.
-// Codes beyond those named here exist and may come from any call: show them, do not interpret them. No call prints.
+// other call returns RESULT_SUCCESS or the RESULT_ code of its failure, which _SL_GetLastError() returns too.
+// _SL_GetState and _SL_GetLastError return a value and cannot fail. A call that fails changes nothing and leaves its
+// outputs untouched. Any call may fail with a code that is not named here: show it, do not interpret it. No call
+// prints.
 //
 // Ownership: what a task makes (ports, handles, iterators, semaphores) is its own until it deletes it, and the kernel
 // deletes the rest when the task ends. Deleting an object invalidates all its handles, whoever holds them. Pointers
@@ -338,7 +339,7 @@ uint64_t _SL_CreateHandle(uint64_t reserved, uint64_t object, uint64_t rights);
 //            RESULT_TIMEOUT: the task has not ended in time
 uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags);
 
-// Queues a message at a port. Success says that it is queued, not that it was received.
+// Queues a message at a port. Success means that it is queued, not that it was received.
 //   port           any handle of it
 //   word1, word2   passed on as they are
 //   code           its low 32 bits are passed on
@@ -346,12 +347,12 @@ uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags);
 //   returns        RESULT_NO_OBJECT: no such port; RESULT_TIMEOUT; RESULT_INTERRUPTED: not queued, send it again
 uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word2, int64_t timeout);
 
-// Takes the oldest message off a port of the calling task, waiting for one if need be.
+// Removes the oldest message from the queue of a port of the calling task; waits for one where the queue is empty.
 //   port                 any handle of it
 //   word1, code, word2   out; each may be null
 //   timeout              milliseconds
 //   returns              RESULT_NO_OBJECT: no such port, or deleted during the wait; RESULT_TIMEOUT;
-//                        RESULT_INTERRUPTED: no message was taken, receive again
+//                        RESULT_INTERRUPTED: no message was removed, receive again
 uint64_t _SL_RecvMsg(uint64_t port, uint64_t *word1, uint64_t *code, uint64_t *word2, int64_t timeout);
 
 // The same into one record.
@@ -360,15 +361,15 @@ uint64_t _SL_RecvMsgPtr(uint64_t port, kernel_message *record, int64_t timeout);
 
 // ---- synchronisation, time and state ----
 
-// Waits until a semaphore's count is at least count, and takes count off it.
+// Waits until a semaphore's count is at least count, then subtracts count.
 //   count    at least 0, else RESULT_BAD_ARGUMENT
 //   timeout  milliseconds
 //   returns  RESULT_NO_OBJECT: no such semaphore, or deleted during the wait; RESULT_TIMEOUT; RESULT_INTERRUPTED:
-//            nothing was taken, wait again
+//            the count is unchanged, wait again
 uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t count, int64_t timeout);
 
 // Adds count to a semaphore's count and wakes who waits for it.
-//   returns  RESULT_NO_OBJECT; RESULT_BAD_ARGUMENT: count is negative or the sum does not fit
+//   returns  RESULT_NO_OBJECT: no such semaphore; RESULT_BAD_ARGUMENT: count is negative or the sum overflows
 uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t count);
 
 // Sleeps for a number of milliseconds.
@@ -395,14 +396,14 @@ uint64_t _SL_GetObjectInfo(uint64_t handle, uint64_t item, uint64_t *value);
 //   returns  a handle of the memo, which stays the kernel's, or NO_OBJECT: nothing is mapped there
 uint64_t _SL_GetAddressMemo(uint64_t reserved, uint64_t address, uint64_t kind);
 
-// Changes a property of an object, or has the kernel look up something about it.
+// Performs a control operation on an object.
 //   handle   of a task or thread
 //   control  CTRL_, which says what a to d are
-//   returns  RESULT_NO_OBJECT; RESULT_BAD_ARGUMENT: unknown control, or a value out of range; RESULT_NO_ITEM: no
-//            such register or node; RESULT_NOT_PERMITTED
+//   returns  RESULT_NO_OBJECT: no such object; RESULT_BAD_ARGUMENT: unknown control, or a value out of range;
+//            RESULT_NO_ITEM: no such register or node; RESULT_NOT_PERMITTED
 uint64_t _SL_ControlObject(uint64_t handle, uint64_t control, uint64_t a, uint64_t b, uint64_t c, uint64_t d);
 
-// Raises an exception in a task. Success says that it was raised, not how the task took it.
+// Raises an exception in a task. Success means that it was raised, not that the task has handled it.
 //   exception   EXC_
 //   parameter   the exception's own; for EXC_SIGNAL the signal
 //   returns     RESULT_NO_OBJECT; RESULT_BAD_ARGUMENT: no such exception or signal; RESULT_NOT_PERMITTED
@@ -420,18 +421,18 @@ uint64_t _SL_GetLastError();
 
 // ---- iterators ----
 
-// Makes an iterator, which has to be begun. Delete it with DELETE_HANDLE.
+// Makes an iterator that is on no walk yet. Delete it with DELETE_HANDLE.
 //   returns  its handle, or NO_OBJECT
 uint64_t _SL_CreateIterator(uint64_t reserved1, uint64_t reserved2);
 
-// Begins a walk. An iterator may be begun again at any time.
+// Begins a walk, in place of the one that the iterator was on.
 //   parent   SYSTEM_WIDE for a list of the system, or the handle of the task whose objects it walks
 //   kind     ITERSEL_
 //   returns  RESULT_NO_OBJECT: no such iterator or parent, or a parent that does not go with the kind;
 //            RESULT_BAD_ARGUMENT: unknown kind; RESULT_NOT_PERMITTED
 uint64_t _SL_BeginIterator(uint64_t iterator, uint64_t parent, uint64_t kind);
 
-// Moves onto the next object, the first time onto the first. Objects that have vanished are passed over.
+// Moves onto the next object; the first step moves onto the first one. Skips objects that have vanished.
 //   returns  RESULT_NO_ITEM: the end, or not begun; RESULT_NO_OBJECT: no such iterator; other codes end the walk too
 uint64_t _SL_StepIterator(uint64_t iterator);
 
@@ -448,20 +449,71 @@ uint64_t _SL_GetIteratorInfo(uint64_t iterator, uint64_t item, uint64_t *value);
 //   returns  its handle, or NO_OBJECT
 uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t count);
 
-// Declared so that a run-time library links. What they do is between it and the kernel; the hosted kernel offers none
-// of them and fails each with RESULT_BAD_ARGUMENT.
+// The calls from here on are the run-time library's own. The hosted kernel offers none of them: each fails with
+// RESULT_BAD_ARGUMENT there. All of them may also fail with RESULT_NO_OBJECT (a handle that names nothing, or an object
+// of another kind) and RESULT_NOT_PERMITTED.
+
+// Makes a memo, which is mapped nowhere yet.
+//   size     bytes, rounded up to whole pages
+//   kind     MEMO_ bits
+//   returns  its handle, or NO_OBJECT (RESULT_NO_MEMORY)
 uint64_t _SL_CreateMemo(uint64_t reserved, uint64_t size, uint64_t kind);
+
+// Maps a part of a memo into a task's address space.
+//   address  where the view begins, a multiple of the page size; 0: the kernel chooses
+//   offset   into the memo, in pages
+//   pages    length of the view
+//   flags    VIEWFLAG_
+//   returns  the view's handle, or NO_OBJECT (RESULT_NO_MEMORY: no room at that address, or anywhere)
 uint64_t _SL_AllocView(uint64_t task, uint64_t memo, uint64_t address, uint64_t offset, uint64_t pages, uint64_t flags);
+
+// Ends the views of a task in a range of its address space. A memo without views and handles goes with its last view.
+//   address  a multiple of the page size
+//   pages    length of the range
 uint64_t _SL_VirtualFree(uint64_t task, uint64_t address, uint64_t pages);
+
+// Makes a store: a row of words that each thread has for itself, 0 at first.
+//   size     words
+//   returns  its handle, or NO_OBJECT
 uint64_t _SL_CreateStore(uint64_t reserved, uint64_t size);
+
+// Reads a word of the calling thread's copy of a store.
+//   index    below the store's size, else RESULT_NO_ITEM
+//   value    out
 uint64_t _SL_GetStore(uint64_t store, uint64_t index, uint64_t *value);
+
+// Makes a watch on an object: an event that is set when the object ends.
+//   object   any handle of it
+//   returns  the event's handle, or NO_OBJECT
 uint64_t _SL_CreateWatchObject(uint64_t reserved, uint64_t object);
+
+// Makes an event, not set.
+//   returns  its handle, or NO_OBJECT
 uint64_t _SL_CreateEvent(uint64_t reserved, uint64_t flags);
+
+// Sets an event and wakes every thread that waits for it. It stays set until it is reset.
 uint64_t _SL_SetEvent(uint64_t event);
 uint64_t _SL_ResetEvent(uint64_t event);
+
+// Waits until an event is set.
+//   record   out: what the event carries; may be null
+//   timeout  milliseconds
+//   returns  RESULT_TIMEOUT; RESULT_INTERRUPTED: wait again
 uint64_t _SL_WaitForEventPtr(uint64_t event, kernel_message *record, int64_t timeout);
+
+// Sets the function that a thread runs when an exception is raised in it.
+//   handler   its address; 0: none, and the exception ends the task
+//   argument  passed to it
 uint64_t _SL_SetExceptionHandler(uint64_t thread, uint64_t handler, uint64_t argument);
+
+// Returns from an exception handler: the thread goes on where it was interrupted.
+//   node     depth of the exception that ends (THREADINFO_DEPTH)
+//   returns  RESULT_NO_ITEM: the thread handles no such exception; does not return on success
 uint64_t _SL_RetException(uint64_t thread, uint64_t node);
+
+// Changes an item of the system's state.
+//   item     KSTATE_
+//   returns  RESULT_NO_ITEM: no such item, or one that cannot be changed
 uint64_t _SL_SetState(uint64_t item, uint64_t value);
 
 }  // extern "C"

@@ -45,12 +45,18 @@ protected:
     ~server_source() = default;
 };
 
-// The terminals of a machine, with the results and errno of open(), ioctl() and close().
+// The terminals of a machine. A call that fails returns -1 with errno set.
 class terminal_source {
 public:
+    // Opens the device file of a terminal. Returns its descriptor.
+    //   flags  of open(), by the platform's numbers
     virtual int open_terminal(const char *path, int flags) = 0;
+
+    // Performs a TERMCTL_ request on an open terminal, or on standard input (descriptor 0). Returns 0.
+    //   buffer  TERM_LAYOUT_SIZE bytes
     virtual int control_terminal(int descriptor, unsigned long request, char *buffer) = 0;
-    virtual void close_terminal(int descriptor) = 0;
+
+    virtual void close_terminal(int descriptor) = 0;  // ignores a descriptor that is not open
 
 protected:
     ~terminal_source() = default;
@@ -78,8 +84,8 @@ public:
 
     virtual machine_start start() = 0;
 
-    // The kernel is ready: from here on the machine may use its ports, memory and handles. It must outlive the servers
-    // and walks of the machine.
+    // Called once, when the kernel is ready: from here on the machine may use its ports, memory and handles. The kernel
+    // must outlive the machine's servers and walks.
     virtual void attach(kernel &owner) = 0;
 
     // ---- handles ------------------------------------------------------------------------------------------------
@@ -88,8 +94,8 @@ public:
     //   first  it is the first thread of the run to call
     virtual uint64_t thread(bool first) = 0;
 
-    virtual bool knows(uint64_t handle) = 0;     // names an object of this machine that still exists
-    virtual bool reserves(uint64_t handle) = 0;  // the kernel must not use it for an object of its own
+    virtual bool knows(uint64_t handle) = 0;     // whether it names an object of this machine that exists
+    virtual bool reserves(uint64_t handle) = 0;  // whether the kernel must leave it to this machine
 
     // ---- state and system data ----------------------------------------------------------------------------------
 
@@ -107,26 +113,37 @@ public:
     virtual uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) = 0;
 
     // Begins a walk over the objects that an ITERSEL_ kind selects.
-    //   parent  SYSTEM_WIDE for tasks, memory chunks and virtual spaces; else a task
-    //   out     replaced on success; a walk passed in may be reused
-    //   returns RESULT_NO_OBJECT for a wrong parent, RESULT_BAD_ARGUMENT for an unknown kind
+    //   parent   SYSTEM_WIDE for tasks, memory chunks and virtual spaces; else a task
+    //   out      the walk, before its first object; replaced on success only
+    //   returns  RESULT_NO_OBJECT for a wrong parent, RESULT_BAD_ARGUMENT for an unknown kind, or the code that reading
+    //            the list fails with
     virtual uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) = 0;
 
-    // Sets a TASKPROP_ property of a task. RESULT_BAD_ARGUMENT for an unknown property or a value out of range,
-    // RESULT_NOT_PERMITTED where the machine refuses.
+    // Sets a TASKPROP_ property of a task. RESULT_NO_OBJECT for anything but a task, RESULT_BAD_ARGUMENT for an unknown
+    // property or a value out of range, RESULT_NOT_PERMITTED where the machine refuses.
     virtual uint64_t set_property(uint64_t task, uint64_t property, uint64_t value) = 0;
 
-    // Reads a register of a thread, by its id of the register-information groups.
-    //   node  depth of the exception whose registers to read; 0: none
+    // Reads a register of a thread.
+    //   id       as the register-information groups list it
+    //   node     depth of the exception whose registers to read; 0: those of the thread itself
+    //   returns  RESULT_NO_OBJECT for anything but a thread, RESULT_NO_ITEM where there is no such register or node,
+    //            RESULT_TIMEOUT where the thread does not stop
     virtual uint64_t fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) = 0;
 
-    // Raises an exception (below EXC_LIMIT, else RESULT_BAD_ARGUMENT) in a task.
+    // Raises an exception in a task.
+    //   exception  EXC_
+    //   parameter  the exception's own
+    //   returns    RESULT_NO_OBJECT, RESULT_BAD_ARGUMENT for an exception or a signal that does not exist,
+    //              RESULT_NOT_PERMITTED
     virtual uint64_t raise(uint64_t task, uint64_t exception, uint64_t parameter) = 0;
 
-    // Ends an object. For the calling task this only agrees to its end; the process is ended by the entry functions.
+    // Ends an object. For the calling task this only agrees to its end: the kernel's caller ends the process.
+    //   returns  RESULT_NO_OBJECT, RESULT_NOT_PERMITTED, RESULT_TIMEOUT where it has not ended in time
     virtual uint64_t destroy(uint64_t handle) = 0;
 
-    // Receives what arrives on the port of KSTATE_EXIT_NOTICE_PORT as MSG_TASK_EXIT: a task and the second word.
+    // Receives the words of a MSG_TASK_EXIT message to the port of KSTATE_EXIT_NOTICE_PORT.
+    //   master  handle of the task that has ended
+    //   word    its exit code, shifted left by 8
     virtual void exit_notice(uint64_t master, uint64_t word) = 0;
 
     // Called before the registry is first asked for: it then holds only what every user of the system may read,
