@@ -1,6 +1,9 @@
 // platform/kept.cpp - the list of open devices and their requests.
 #include "platform/kept.h"
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <mutex>
 #include <new>
 
@@ -8,6 +11,19 @@ namespace {
 
 constinit std::mutex lock;
 constinit kept_entry *newest = nullptr;  // entries that are never taken off stay until the process ends
+
+// The shared requests of open devices, for use without the lock: registry and system service are asked all the time. A
+// slot is free, or filled until its device is closed, which ends every use of it.
+struct shared_slot {
+    std::atomic<const device_record *> device = nullptr;  // null: free
+    shared_request shared{};
+};
+constinit std::array<shared_slot, 4> slots;
+
+shared_slot *find_slot(const device_record *record) {
+    return std::find_if(slots.begin(), slots.end(),
+                        [=](const shared_slot &one) { return one.device.load(std::memory_order_acquire) == record; });
+}
 
 // The link to the newest entry for which a test holds, or to the end of the list. The lock is held.
 template <class Test> kept_entry **find(Test holds) {
@@ -26,7 +42,10 @@ kept_entry **find_request(const IOreq *request) {
 
 kept_pointer unlink(kept_entry **at) {
     kept_pointer taken(*at);
-    if (taken) *at = taken->next;
+    if (!taken) return taken;
+    *at = taken->next;
+    if (shared_slot *slot = find_slot(taken->device.record); taken->request == nullptr && slot != slots.end())
+        slot->device.store(nullptr, std::memory_order_release);
     return taken;
 }
 
@@ -91,14 +110,20 @@ kept_device read_device(const device_record *record) {
 
 bool find_shared_request(const device_record *record, shared_request &shared) {
     if (record == nullptr) return false;
-    const std::scoped_lock held(lock);
-    kept_entry unknown;
-    kept_entry *known = *find_device(record);
-    if (known == nullptr) {
-        unknown.device = read_device(record);
-        known = &unknown;
+    if (const shared_slot *known = find_slot(record); known != slots.end()) {
+        shared = known->shared;
+        return true;
     }
-    if (known->device.shared.request == nullptr) read_shared(known->device);
-    shared = known->device.shared;
-    return shared.request != nullptr;
+    const std::scoped_lock held(lock);
+    kept_entry *known = *find_device(record);
+    kept_device device = known != nullptr ? known->device : read_device(record);
+    if (device.shared.request == nullptr) read_shared(device);
+    shared = device.shared;
+    if (shared.request == nullptr || known == nullptr) return shared.request != nullptr;
+    known->device = device;
+    if (shared_slot *slot = find_slot(nullptr); slot != slots.end()) {
+        slot->shared = shared;
+        slot->device.store(record, std::memory_order_release);
+    }
+    return true;
 }

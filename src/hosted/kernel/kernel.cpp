@@ -345,11 +345,17 @@ private:
     waiter &one_;
 };
 
-// The one function that waits: until the object is ready, or the time is up. Runs the events that fall due meanwhile.
+// Waits until the object is ready, or the time is up.
 //   on     null: for the time alone
 //   count  wanted of a semaphore
 uint64_t kernel::wait(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count, int64_t timeout) {
-    if (ready(on, count)) return RESULT_SUCCESS;
+    return ready(on, count) ? uint64_t{RESULT_SUCCESS} : block(lock, who, on, count, timeout);
+}
+
+// The one function that blocks. Runs the events that fall due meanwhile. A function of its own, so that the many waits
+// that are over at once save no registers for it.
+[[gnu::noinline]] uint64_t kernel::block(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count,
+                                         int64_t timeout) {
     if (!lock.owns_lock()) lock.lock();  // the only thread calls without it, but a sleep needs it
     waiter self{
         .on = on, .count = count, .deadline = timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};

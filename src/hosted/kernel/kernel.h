@@ -139,6 +139,7 @@ private:
     static bool ready(const object *on, int64_t count);
     static void wake(const object &changed);
     uint64_t wait(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count, int64_t timeout);
+    uint64_t block(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count, int64_t timeout);
     void sleep(std::unique_lock<std::mutex> &lock, waiter &self, uint64_t now);
     bool move_virtual_clock(std::unique_lock<std::mutex> &lock, waiter &self);
 

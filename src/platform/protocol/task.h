@@ -1,6 +1,7 @@
 // platform/protocol/task.h - how the registry names tasks, and the message that announces the end of one.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -16,17 +17,19 @@ inline char *write_task_key(char *out, uint64_t handle) {
     return out + TASK_KEY_SIZE;
 }
 
+// The values of hexadecimal digits of either case, by character; 0 for any other character.
+inline constexpr auto HEX_DIGIT_VALUES = [] {
+    std::array<uint8_t, 256> values{};
+    for (uint8_t i = 0; i < 10; i++) values['0' + i] = i;
+    for (uint8_t i = 0; i < 6; i++) values['a' + i] = values['A' + i] = static_cast<uint8_t>(10 + i);
+    return values;
+}();
+
 // The value of hexadecimal digits of either case. Never fails: every character shifts the value by four bits, one that
-// is no digit counts as 0, and digits past the last 16 are lost. "0x1F" and "1F" are the same, and "" is 0.
+// is no digit counts as 0, and only the last 16 digits count. "0x1F" and "1F" are the same, and "" is 0.
 inline uint64_t parse_task_key(std::string_view digits) {
     uint64_t handle = 0;
-    for (const char c : digits) {
-        int digit = 0;
-        if (c >= '0' && c <= '9') digit = c - '0';
-        if (c >= 'a' && c <= 'f') digit = c - 'a' + 10;
-        if (c >= 'A' && c <= 'F') digit = c - 'A' + 10;
-        handle = handle << 4 | static_cast<uint64_t>(digit);
-    }
+    for (const char c : digits) handle = handle << 4 | HEX_DIGIT_VALUES[static_cast<unsigned char>(c)];
     return handle;
 }
 
