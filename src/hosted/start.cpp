@@ -5,6 +5,9 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 
 #include "hosted/kernel/run.h"
 #include "hosted/output.h"
@@ -29,6 +32,13 @@ void end_without_reader() {
 }
 
 }  // namespace
+
+// Takes the place of the C++ library's handler, which prints the exception's type. The demangler that it needs for that
+// would be a thirtieth of the executable.
+void __gnu_cxx::__verbose_terminate_handler() {
+    std::fprintf(stderr, "%s: an exception was not handled\n", hosted::program_name);
+    std::abort();
+}
 
 extern "C" int __wrap_main(int argc, char **argv) {
     constexpr int HIGHEST_STATUS = 255;  // a parent sees the low 8 bits: a count of 256 must not read as success
