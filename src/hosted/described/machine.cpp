@@ -9,6 +9,7 @@
 #include "hosted/described/file.h"
 #include "hosted/described/format.h"
 #include "hosted/described/records.h"
+#include "hosted/kernel/indexed_walk.h"
 #include "hosted/kernel/kernel.h"
 #include "hosted/kernel/register_info.h"
 #include "hosted/servers/protocols.h"
@@ -58,33 +59,12 @@ void set_item(object &of, uint64_t number, uint64_t value) {
     of.info.push_back({number, value, false});
 }
 
-// A walk over a list of records, which must outlive it. Skips those that are gone.
-template <class Record> class list_walk : public walk {
-public:
-    explicit list_walk(const std::vector<Record> &list) : list_(list) {}
-
-    uint64_t step() override {
-        for (here_ = nullptr; next_ < list_.size();) {
-            const object &here = list_[next_++];
-            if (here.gone) continue;
-            here_ = &here;
-            return RESULT_SUCCESS;
-        }
-        return RESULT_NO_ITEM;
-    }
-
-    uint64_t info(uint64_t number, uint64_t &value) override {
-        return here_ == nullptr ? RESULT_NO_ITEM : read_item(*here_, number, value);
-    }
-
-private:
-    const std::vector<Record> &list_;
-    size_t next_ = 0;
-    const object *here_ = nullptr;
-};
-
+// A walk over the objects of a list that exist. The list must outlive it.
 template <class Record> std::unique_ptr<walk> walk_over(const std::vector<Record> &list) {
-    return std::make_unique<list_walk<Record>>(list);
+    return walk_indexed(
+        list.size(),
+        [&list](size_t index, uint64_t number, uint64_t &value) { return read_item(list[index], number, value); },
+        [&list](size_t index) { return !list[index].gone; });
 }
 
 class described_machine : public machine, private server_source, private terminal_source {

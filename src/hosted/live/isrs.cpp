@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "hosted/kernel/indexed_walk.h"
 #include "hosted/live/handles.h"
-#include "hosted/live/indexed_walk.h"
 #include "hosted/live/scanner.h"
 #include "platform/kernel.h"
 

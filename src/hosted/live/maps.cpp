@@ -9,7 +9,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "hosted/live/indexed_walk.h"
+#include "hosted/kernel/indexed_walk.h"
 #include "hosted/live/scanner.h"
 #include "platform/kernel.h"
 

@@ -11,8 +11,8 @@
 #include <limits>
 #include <string>
 
+#include "hosted/kernel/indexed_walk.h"
 #include "hosted/live/handles.h"
-#include "hosted/live/indexed_walk.h"
 #include "hosted/live/texts.h"
 #include "platform/kernel.h"
 
