@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 # tests/mutate/mutate.py - asks the tests whether they notice: changes the sources one place at a time and runs them.
-"""Usage: tests/mutate/mutate.py [COUNT] [SEED] [REPORT]
+"""Usage: tests/mutate/mutate.py [COUNT] [SEED] [PATH]
 
-Makes COUNT mutants (100) of the sources, the same ones for the same SEED (1) and sources, each a copy with one operator,
-bound, condition, call or returned value changed. A mutant is caught when a test fails, ends badly or takes far too long.
-Those that survive are listed at the end. REPORT gets one line a mutant (build/mutate/report). All happens in a copy of
-the tree, and the tests run in process and mount namespaces of their own: a mutant may kill whatever it sees.
+Makes COUNT mutants (100) of the sources, or of those whose path begins with PATH: the same ones for the same SEED (1) and
+sources, each a copy with one operator, bound, condition, call or returned value changed. A mutant is caught when a test
+fails, ends badly or takes far too long. Survivors are listed at the end; build/mutate/report has a line for each mutant.
+Everything happens in a copy of the tree, at low priority, one process at a time. The tests run in process and mount
+namespaces of their own, because a mutant may kill whatever it sees.
 """
 import collections
+import json
 import os
 import pathlib
 import random
@@ -22,8 +24,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 WORK = ROOT / "build" / "mutate"
 COPY, BUILD = WORK / "tree", WORK / "build"
+LIMIT = 300  # seconds for a few tests, on a busy machine
 CONTAINED = ["unshare", "--pid", "--fork", "--mount", "--mount-proc", "--kill-child"]
-SHARDS = min(os.cpu_count() or 1, 4)
 
 SWAPS = {" == ": " != ", " != ": " == ", " < ": " <= ", " <= ": " < ", " > ": " >= ", " >= ": " > ", " && ": " || ",
          " || ": " && ", " + ": " - ", " - ": " + ", " * ": " / ", " / ": " * ", " % ": " * ", " << ": " >> ",
@@ -72,7 +74,7 @@ def changes(line, code, before):
     return found
 
 
-def mutants(count, seed):
+def mutants(seed):
     """Endless mutants (file, line number, line, new line) with each layer in proportion to its lines of code."""
     layers = collections.defaultdict(list)
     for path in sorted((ROOT / "src").rglob("*")):
@@ -85,7 +87,6 @@ def mutants(count, seed):
                 found = changes(line, code, codes[number - 1] if number else "")
                 layers["/".join(parts)].append((path.relative_to(ROOT), number, line, found))
     picks = random.Random(seed)
-    total = sum(map(len, layers.values()))
     queue = []
     for name in sorted(layers):
         sites = [site for site in layers[name] if site[3]]
@@ -104,92 +105,131 @@ def limits():
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
-def verdict(commands, seconds):
-    """Runs the commands beside each other; what is wrong with the first that fails, or None."""
-    running = []
-    for index, (command, environment) in enumerate(commands):
-        log = open(WORK / f"log.{index}", "w+")
-        running.append((subprocess.Popen(CONTAINED + command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, cwd=COPY,
-                                         env={**os.environ, **environment}, preexec_fn=limits, start_new_session=True),
-                        log))
-    deadline, wrong, left = time.monotonic() + seconds, None, list(running)
-    while left and not wrong:
-        time.sleep(0.05)
-        if time.monotonic() > deadline:
-            wrong = "takes too long"
-        for entry in [e for e in left if e[0].poll() is not None]:
-            left.remove(entry)
-            if entry[0].returncode != 0:
-                entry[1].seek(0)
-                failed = re.search(r"\[  FAILED  \] ([^\n]*?)(?: \(\d+ ms\))?\n", entry[1].read())
-                wrong = failed[1] if failed else f"status {entry[0].returncode}"
-    for process, log in running:
-        if process.poll() is None:
-            os.killpg(process.pid, signal.SIGKILL)  # its own session; the namespace goes with it
-        process.wait()
-        log.close()
-    return wrong
+def verdict(command, seconds):
+    """Runs a command. Returns what is wrong with its end, or None."""
+    with open(WORK / "log", "w+", errors="replace") as log:
+        process = subprocess.Popen(CONTAINED + command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, cwd=COPY,
+                                   preexec_fn=limits, start_new_session=True)
+        try:
+            status = process.wait(seconds)
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)  # its own session; the namespace ends with it
+            process.wait()
+            return "takes too long"
+        log.seek(0)
+        failed = re.search(r"\[  FAILED  \] ([^\n]*?)(?: \(\d+ ms\))?\n", log.read())
+        return None if status == 0 else failed[1] if failed else f"status {status}"
 
 
-def tests(pattern):
-    base = [str(BUILD / "ventix_tests"), "--gtest_fail_fast", "--gtest_color=no", f"--gtest_filter={pattern}"]
-    return [(base, {"GTEST_TOTAL_SHARDS": str(SHARDS), "GTEST_SHARD_INDEX": str(n)}) for n in range(SHARDS)]
+TESTS = [str(BUILD / "ventix_tests"), "--gtest_fail_fast", "--gtest_color=no"]
+SWEEP = [str(BUILD / "ventix_sweep"), "--sample", "1"]
+# The tests that can notice a change below a folder; elsewhere all but those of the live machine and the column printer.
+REACHING = {"src/hosted/live": "Live*:Robustness.*:Cases.live/*:Cases.machine/*", "src/colp": "*-Live*",
+            "src/machine": "Cases.machine/*:Pages.*"}
 
 
-def judge(path, seconds):
-    """The first test that notices; those named after the changed command are asked first."""
-    if path.parts[1] == "commands":
-        if wrong := verdict(tests(f"Cases.{path.stem}/*"), seconds):
+class judge:
+    """Runs the tests on a changed source: those nearest to it first, as most changes are caught there in a second."""
+
+    def __init__(self):
+        """Runs all tests on the sources as they are, and learns where each is and how long it takes."""
+        times = WORK / "times.json"
+        if wrong := (verdict([*TESTS, f"--gtest_output=json:{times}"], 3600)
+                     or verdict(SWEEP, 3600) or verdict([*SWEEP, "--words"], 3600)):
+            sys.exit(f"mutate: the tests fail on the sources as they are: {wrong}")
+        self.suites = json.loads(times.read_text())["testsuites"]
+
+    def nearest(self, path):
+        """The filter for a source's nearest tests: the cases of a command, or the tests in its folder."""
+        if path.parts[1] == "commands":
+            return f"Cases.{path.stem}/*"
+        folder = str(COPY / "tests" / path.relative_to("src").parent) + "/"
+        return ":".join(suite["name"] + ".*" for suite in self.suites
+                        if any(test["file"].startswith(folder) for test in suite["testsuite"]))
+
+    def __call__(self, path):
+        """The first test that notices the change, or None."""
+        nearest = self.nearest(path)
+        reaching = next((names for folder, names in REACHING.items() if str(path).startswith(folder)), "*-Live*:Colp*")
+        if wrong := nearest and verdict([*TESTS, f"--gtest_filter={nearest}"], LIMIT):
             return wrong
-    return verdict(tests("*"), seconds) or verdict(
-        [([str(BUILD / "ventix_sweep"), "--sample", "1", *more], {}) for more in ([], ["--words"])], seconds)
+        link("ventix_tests")
+        rest = f"{reaching}{':' if '-' in reaching else '-'}{nearest}"  # what follows the dash is left out
+        if wrong := verdict([*TESTS, f"--gtest_filter={rest}"], 4 * LIMIT):
+            return wrong
+        if "hosted/live" in str(path) or not link("ventix_sweep"):
+            return None
+        return verdict(SWEEP, LIMIT) or verdict([*SWEEP, "--words"], LIMIT)
 
 
-def build(quiet=True):
-    return subprocess.run(["ninja", "-C", str(BUILD), "ventix", "ventix_tests", "ventix_sweep"],
-                          stdout=subprocess.DEVNULL if quiet else sys.stderr, stderr=subprocess.DEVNULL).returncode == 0
+def link(target, output=subprocess.DEVNULL):
+    return subprocess.run(["ninja", "-j1", "-C", str(BUILD), target], stdout=output,
+                          stderr=subprocess.DEVNULL).returncode == 0
+
+
+def link_nearest():
+    """Compiles a change and links what the nearest tests need: not the replays of the fuzz targets."""
+    linking = subprocess.run(["ninja", "-C", str(BUILD), "-t", "commands", "-s", "ventix_tests"], check=True,
+                             capture_output=True, text=True).stdout
+    return link("ventix") and subprocess.run(linking, shell=True, cwd=BUILD, stdout=subprocess.DEVNULL,
+                                             stderr=subprocess.DEVNULL).returncode == 0
+
+
+def files_below(root):
+    """The files of a tree by their paths in it, without what git and builds keep there."""
+    tops = [top for top in root.glob("*") if top.name not in (".git", "build")]
+    return {path.relative_to(root): path for top in tops for path in [top, *top.rglob("*")] if path.is_file()}
+
+
+def update_copy():
+    """Copies the files that differ, a mutant of an interrupted run among them: the others need no compilation."""
+    wanted, copied = files_below(ROOT), files_below(COPY)
+    for path in copied.keys() - wanted.keys():
+        copied[path].unlink()
+    for path, source in wanted.items():
+        if path not in copied or copied[path].read_bytes() != source.read_bytes():
+            (COPY / path).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(source, COPY / path)
 
 
 def prepare():
-    shutil.rmtree(COPY, ignore_errors=True)
-    shutil.copytree(ROOT, COPY, symlinks=True, ignore=shutil.ignore_patterns(".git", "build"))
+    update_copy()
     linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld"] if shutil.which("ld.lld") else []
     subprocess.run(["cmake", "-G", "Ninja", "-S", str(COPY), "-B", str(BUILD), "-DCMAKE_BUILD_TYPE=Debug", *linker,
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DVENTIX_TESTS=ON", "-DVENTIX_WERROR=OFF"],
                    check=True, stdout=sys.stderr, env={**os.environ, "CCACHE_DISABLE": "1"})
-    if not build(quiet=False):
+    if not link("ventix_tests", sys.stderr) or not link("ventix_sweep", sys.stderr):
         sys.exit("mutate: the sources do not build")
 
 
 def main():
     count, seed = [int(word) for word in sys.argv[1:3]] + [100, 1][len(sys.argv[1:3]):]
-    report = pathlib.Path(sys.argv[3]) if len(sys.argv) > 3 else WORK / "report"
+    below = sys.argv[3] if len(sys.argv) > 3 else ""
     if subprocess.run([*CONTAINED, "true"]).returncode != 0:
         sys.exit("mutate: needs namespaces of its own (unshare), so that no mutant acts on your processes")
+    os.nice(10)
     prepare()
-    start = time.monotonic()
-    if wrong := judge(pathlib.Path("src/none/none"), 1200):
-        sys.exit(f"mutate: the tests fail on the sources as they are: {wrong}")
-    seconds = 30 + 5 * (time.monotonic() - start)
-    done, caught, survivors = collections.Counter(), collections.Counter(), []
-    with open(report, "w") as lines:
-        for layer, path, number, line, new in mutants(count, seed):
+    verdict_on, done, caught, survivors = judge(), collections.Counter(), collections.Counter(), []
+    with open(WORK / "report", "w") as report:
+        for layer, path, number, line, new in mutants(seed):
             if sum(done.values()) == count:
                 break
+            if not str(path).startswith(below):
+                continue
             text = (COPY / path).read_text()
             split = text.split("\n")
             split[number] = new
             (COPY / path).write_text("\n".join(split))
-            wrong = judge(path, seconds) if build() else "does not compile"
+            wrong = verdict_on(path) if link_nearest() else "does not compile"
             (COPY / path).write_text(text)
             if wrong == "does not compile":
                 continue
             done[layer] += 1
             caught[layer] += wrong is not None
-            said = f"{path}:{number + 1}: {line.strip()}  ->  {new.strip()}"
-            survivors += [said] if wrong is None else []
-            print(f"{sum(done.values())} {'caught' if wrong else 'SURVIVED'} {said}" + (f"  ({wrong})" if wrong else ""),
-                  file=lines, flush=True)
+            change = f"{path}:{number + 1}: {line.strip()}  ->  {new.strip()}"
+            survivors += [change] if wrong is None else []
+            print(f"{sum(done.values())} {'caught' if wrong else 'SURVIVED'} {change}" + (f"  ({wrong})" if wrong else ""),
+                  file=report, flush=True)
     print("\n".join(survivors))
     for layer in sorted(done):
         print(f"{layer:20} {caught[layer]:3} of {done[layer]:3} caught")
