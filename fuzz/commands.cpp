@@ -1,4 +1,4 @@
-// fuzz/commands.cpp - every command with any arguments, on a small machine of its own.
+// fuzz/commands.cpp - every command with any arguments, on a small machine with something of every kind.
 //
 // Waits and steps fail once a run has made its share of them, and a run that makes as many again does not end: that is
 // a finding, but for taskkill -a, which tries again for as long as its name is found. Reading the machine takes longer
@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr char MACHINE[] = VENTIX_SOURCE_DIR "/fuzz/machine.json";
+constexpr char MACHINE[] = VENTIX_SOURCE_DIR "/tests/machines/lab.json";
 constexpr unsigned CALLS = 400;  // of a run, which it waits and steps by
 constexpr unsigned RUNS = 16;    // on one machine
 constexpr size_t LONGEST = 160;  // bytes of a command line

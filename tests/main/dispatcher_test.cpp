@@ -1,4 +1,4 @@
-// The dispatcher started through links, and the links that it makes and removes.
+// tests/main/dispatcher_test.cpp - the dispatcher under other names, and the links that it creates and removes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -35,7 +35,7 @@ TEST(Dispatcher, ChoosesByTheNameItIsStartedAs) {
     } cases[] = {
         {"devping", {"--help"}, help, "", 0},
         {"a\\devping", {"--help"}, help, "", 0},
-        {"./b\\devping", {"--help"}, usage, unknown("b\\devping")},  // a backslash behind a slash is a character
+        {"./b\\devping", {"--help"}, usage, unknown("b\\devping")},  // a backslash after a slash is a character
         {"old-ventix", {"devping", "--help"}, help, "", 0},
         {"ventix-devping", {"--version", "extra"}, "ventix v0.2.2\n", "", 0},
         {"--list", {}, usage, unknown("--list")},
@@ -66,7 +66,7 @@ TEST(Dispatcher, MakesAndRemovesItsLinks) {
     };
 
     place.write("task", "not a link");
-    EXPECT_EQ(run({"--install", "foo", "--verbose"}), "");  // not in third place
+    EXPECT_EQ(run({"--install", "foo", "--verbose"}), "");  // --verbose counts only in second place
     EXPECT_EQ(count(), command_count);
     for (const tool *row = s_tools; row->name; ++row) {
         const fs::path link = place.file(row->name);
@@ -83,6 +83,17 @@ TEST(Dispatcher, MakesAndRemovesItsLinks) {
     EXPECT_EQ(run({"--uninstall", "--verbose"}), per_command("Remove symlink '", "'\n"));
     EXPECT_EQ(count(), 1);
     EXPECT_EQ(run({"--uninstall"}), "");
+}
+
+TEST(Descriptions, HelpPrintsTheUsage) {
+    for (const sb_description *row : sb_descriptions()) {
+        const std::string name = row->line->command, usage = row->line->usage ? row->line->usage : "";
+        const ventix_result help = run_ventix({.arguments = {name, "--help"}});
+        EXPECT_EQ(help.output.find("Usage: " + name + ' '), 0u) << help.output;
+        EXPECT_EQ(help.output.compare(0, usage.size(), usage), 0) << help.output;
+        EXPECT_EQ(help.diagnostics, "");
+        EXPECT_EQ(help.status, 0);
+    }
 }
 
 TEST(Descriptions, NameTheCommandsInTheirOrder) {
