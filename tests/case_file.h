@@ -1,24 +1,24 @@
-// tests/case_file.h - reads the files of tests/cases. The form:
+// tests/case_file.h - reads the files of tests/cases.
 //
-//   machine: lab.json             the machine of the runs below, up to the next such line: a file of tests/machines,
-//                                 demo or live; before any, the machine is empty
-//   machine: {"tasks": [          the same, written here: it goes on in lines that begin with a blank (what follows
-//     {"handle": 16}]}            the blank counts)
-//   # where the group is unknown  the comment above a run is the NAME of its test; without one its arguments are
-//   1$ TZ=UTC task -n >/dev/full  one run: the status it ends with (0 unless given), a dollar, settings, the words as
-//                                 in a shell, and a file that takes standard output, which is compared no more
-//   |text                         a line of standard output; a line ... is any lines
-//   !text                         a line of standard error, likewise
-//   *text                         a line of the whole call log: * is any characters of it, a line ... any lines
-//   &text                         text that the saved machine holds below the ones above it
-//   %|text                        any of these with the escapes \n \t \r \\ \xHH, and without a line feed of its own
+//   machine: lab.json             The machine of the runs below, up to the next such line: a file of tests/machines,
+//                                 demo or live. The first runs of a file are on an empty machine.
+//   machine: {"tasks": [          The same, given here. Lines that begin with a blank continue it, without that blank.
+//     {"handle": 16}]}
+//   # where the group is unknown  A comment above a run names its test. A run without one is named by its arguments.
+//   1$ TZ=UTC task -n >/dev/full  A run: its exit status (0 if omitted), a dollar, settings, words as in a shell, and
+//                                 optionally a file for its standard output, which is not compared then.
+//   |text                         A line of its standard output. A line ... matches any lines.
+//   !text                         The same of its standard error.
+//   *text                         A line of the complete call log. * matches any characters, a line ... any lines.
+//   &text                         A text that the saved machine holds after those of the lines above.
+//   %|text                        Any of the four with the escapes \n \t \r \\ \xHH, and without the final line feed.
 //
-// A run with a @ in it, or in its machine, is made once for each line that follows it in the form
+// If its words or its machine hold a @, the run is a template, and each of the rows that follow it makes a run:
 //
-//   @TEXT => 1!text               TEXT stands where each @ is; then the status unless 0, and the first line expected
+//   @TEXT => 1!text               TEXT replaces every @. Then its exit status (0 if omitted) and its first line.
 //
-// What is not given of standard output and error must be empty. Every run has a directory of its own, with the machine
-// in it under its own name (machine.json where it is given here).
+// Standard output and standard error are empty unless lines are given. Each run has its own directory, which holds its
+// machine: under the name of its file, or as machine.json.
 #pragma once
 
 #include <algorithm>
@@ -32,7 +32,7 @@
 
 #include "shell_words.h"
 
-// What a run has to come to, by the mark of its lines: | ! * &
+// The expected texts of a run, by the mark of their lines: | ! * &
 using expectations = std::map<char, std::string>;
 
 struct test_case {
@@ -41,6 +41,29 @@ struct test_case {
     int status = 0;
     expectations expected;
 };
+
+// ---- comparing ------------------------------------------------------------------------------------------------------
+
+// Whether a pattern matches a text from its first element to its last. A gap in the pattern matches any elements.
+template <class Pattern, class Text, class Gap, class Same>
+bool covers(const Pattern &pattern, const Text &text, const Gap &gap, Same same) {
+    size_t p = 0, t = 0, after_gap = 0, resume = 0;  // after the last gap, and where its match was tried last
+    while (t < text.size()) {
+        if (p < pattern.size() && pattern[p] == gap) {
+            after_gap = ++p;
+            resume = t;
+        } else if (p < pattern.size() && same(pattern[p], text[t])) {
+            ++p, ++t;
+        } else if (after_gap != 0) {
+            p = after_gap;
+            t = ++resume;
+        } else {
+            return false;
+        }
+    }
+    return std::all_of(pattern.begin() + static_cast<std::ptrdiff_t>(p), pattern.end(),
+                       [&](const auto &left) { return left == gap; });
+}
 
 // ---- reading --------------------------------------------------------------------------------------------------------
 

@@ -1,6 +1,7 @@
-// tests/cases_test.cpp - whole runs as transcripts: each tests/cases/*.case (case_file.h has the form) holds the runs
-// of one command, each with all that comes of it; those of machine.case are runs of ventix-machine. A run becomes the
-// test Cases.COMMAND/NAME.
+// tests/cases_test.cpp - runs of whole commands, compared with transcripts.
+//
+// Each file of tests/cases holds the runs of one command, machine.case those of ventix-machine; case_file.h documents
+// the form. A run is the test Cases.FILE/NAME.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,27 +22,6 @@ constexpr char demo_machine[] = VENTIX_SOURCE_DIR "/machines/demo.json";
 
 // ---- comparing ------------------------------------------------------------------------------------------------------
 
-// Whether a pattern covers a text from its first element to its last; a gap in it stands for any elements.
-template <class Pattern, class Text, class Gap, class Same>
-bool covers(const Pattern &pattern, const Text &text, const Gap &gap, Same same) {
-    size_t p = 0, t = 0, behind_gap = 0, resume = 0;  // the last gap passed, and the text tried behind it
-    while (t < text.size()) {
-        if (p < pattern.size() && pattern[p] == gap) {
-            behind_gap = ++p;
-            resume = t;
-        } else if (p < pattern.size() && same(pattern[p], text[t])) {
-            ++p, ++t;
-        } else if (behind_gap != 0) {
-            p = behind_gap;
-            t = ++resume;
-        } else {
-            return false;
-        }
-    }
-    return std::all_of(pattern.begin() + static_cast<std::ptrdiff_t>(p), pattern.end(),
-                       [&](const auto &left) { return left == gap; });
-}
-
 bool line_matches(const std::string &pattern, const std::string &line) {
     return covers(pattern, line, '*', std::equal_to<>());
 }
@@ -50,19 +30,19 @@ bool log_matches(const std::vector<std::string> &patterns, const std::vector<std
     return covers(patterns, log, "...", line_matches);
 }
 
-// Lines, where a line ... is any of them.
+// Compares line by line; an expected line ... matches any lines.
 void expect_text(const char *what, const std::string &expected, const std::string &actual) {
     if (("\n" + expected).find("\n...\n") != std::string::npos &&
         covers(lines_of(expected), lines_of(actual), "...", std::equal_to<>()))
         return;
-    // Of a run that does not stop writing, the beginning is enough.
+    // The beginning is enough for a run that does not stop writing.
     EXPECT_EQ(expected, actual.substr(0, expected.size() + 10000)) << what;
 }
 
 void expect_calls(const std::string &expected, const std::string &actual) {
     const auto patterns = lines_of(expected), log = lines_of(actual);
     if (log_matches(patterns, log)) return;
-    // Patterns become the lines that they may stand for, so that the difference shows the others.
+    // Each pattern becomes the line that it matches, so that the difference shows the other lines.
     std::string shown;
     auto from = log.begin();
     for (const auto &pattern : patterns) {
@@ -78,14 +58,14 @@ void expect_saved(const std::string &expected, const std::string &saved) {
     size_t at = 0;
     for (const auto &text : lines_of(expected)) {
         at = saved.find(text, at);
-        ASSERT_NE(at, saved.npos) << "not in the saved machine, below the texts above it: " << text << '\n' << saved;
+        ASSERT_NE(at, saved.npos) << "not in the saved machine, after the texts above: " << text << '\n' << saved;
         at += text.size();
     }
 }
 
 // ---- running --------------------------------------------------------------------------------------------------------
 
-// Puts the machine into the directory of the run. Returns its name there.
+// Copies the machine into the directory of the run. Returns its name there.
 std::string place_machine(const std::string &machine, const scratch_directory &directory) {
     const std::string name = machine.substr(0, machine.size() - 1);
     if (name == "live") return name;
@@ -174,7 +154,8 @@ void add_file(const fs::path &path) {
     return true;
 }();
 
-// ---- the form's own test --------------------------------------------------------------------------------------------
+// ---- tests of the form
+// -------------------------------------------------------------------------------------------------
 
 TEST(CaseFiles, CallLogsArePatterns) {
     struct row {
@@ -182,23 +163,20 @@ TEST(CaseFiles, CallLogsArePatterns) {
         bool match;
     };
     const row rows[] = {
-        {{}, {}, true},
         {{}, {"a"}, false},
-        {{"a"}, {}, false},
+        {{"a", "..."}, {}, false},
         {{"..."}, {}, true},
-        {{"...", "a(*) = 0", "..."}, {"b", "a(1, 2) = 0", "c"}, true},
         {{"...", "a(*) = 0"}, {"a(1) = 0", "b", "a(2) = 0"}, true},
         {{"...", "a(*) = 0"}, {"a(1) = 0", "b"}, false},
         {{"a(*)", "b"}, {"a(1) x", "b"}, false},
         {{"...", "a", "b", "..."}, {"a", "a", "b"}, true},
-        {{"*b*c"}, {"abcbd"}, false},
         {{"*b*c"}, {"abcbc"}, true},
     };
     for (const auto &[patterns, log, match] : rows)
         EXPECT_EQ(log_matches(patterns, log), match) << testing::PrintToString(patterns);
 }
 
-TEST(CaseFiles, SlipsAreFoundInTheirLine) {
+TEST(CaseFiles, MistakesAreReportedWithTheirLine) {
     const std::pair<const char *, const char *> rows[] = {
         {"run: x\n", "line 1: neither a machine nor a run nor what comes of one"},
         {"\n|text\n", "line 2: no run above"},

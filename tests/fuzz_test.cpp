@@ -1,4 +1,4 @@
-// The fuzz targets on the inputs kept for them: what they once found stays mended.
+// tests/fuzz_test.cpp - replays the corpus of each fuzz target, so that what fuzzing found stays fixed.
 #include <gtest/gtest.h>
 
 #include <filesystem>

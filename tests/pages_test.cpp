@@ -1,16 +1,17 @@
-// pages_test.cpp - runs the examples of every page of the documentation as a reader types them, and compares what comes
-// out with what the page shows.
+// tests/pages_test.cpp - runs the examples of every documentation page as a reader types them and compares the output.
 //
-// An example is a line `$ COMMAND` in an indented or fenced block; what the page shows follows it, up to the next one
-// or to the block's end. A line `...` stands for any lines, `...` in a line for any characters. The examples of a page
-// run one after another in one shell and one directory; a `cat` of a file that is not there makes it. A manual page's
-// run on machines/demo.json, other pages' on the live machine unless they name one. In a block fenced as ```live only
-// the first line is compared, its words alone, because figures differ.
+// An example is a line `$ COMMAND` in an indented or fenced block. The lines up to the next example, or to the end of
+// the block, are its expected output, in which a line `...` matches any lines and `...` in a line any characters. The
+// examples of a page run in order, in one shell and one directory; a `cat` of a missing file creates that file.
+// Examples of manual pages run on machines/demo.json, those of other pages on the live machine unless they name one. In
+// a block fenced as
+// ```live, where figures differ, only the words of the first line are compared.
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sstream>
+#include <functional>
 
+#include "case_file.h"
 #include "run_ventix.h"
 
 namespace {
@@ -53,18 +54,13 @@ std::vector<example> examples_of(const std::string &page) {
     return found;
 }
 
-// Whether text is what the pattern stands for: '\1' for any characters of a line, '\2' for any lines.
-bool covers(const char *pattern, const char *text) {
-    for (; *pattern; ++pattern, ++text) {
-        if (*pattern == '\1' || *pattern == '\2') {
-            for (;; ++text) {
-                if (covers(pattern + 1, text)) return true;
-                if (!*text || (*pattern == '\1' && *text == '\n')) return false;
-            }
-        }
-        if (*pattern != *text) return false;
-    }
-    return !*text;
+// Whether a page shows what was printed: a line ... matches any lines, ... in a line any characters.
+bool shows(const std::string &shown, const std::string &printed) {
+    const auto same = [](std::string pattern, const std::string &line) {
+        for (size_t at; (at = pattern.find("...")) != std::string::npos;) pattern.replace(at, 3, "\1");
+        return covers(pattern, line, '\1', std::equal_to<>());
+    };
+    return covers(lines_of(shown), lines_of(printed), "...", same);
 }
 
 // Blanks at the end of a line are invisible on a page.
@@ -75,15 +71,6 @@ std::string without_trailing_blanks(const std::string &text) {
         result += c;
     }
     return result;
-}
-
-std::string pattern_of(const std::string &shown) {
-    std::string pattern = shown;
-    for (size_t at; (at = pattern.find("...")) != std::string::npos;) {
-        const bool whole = (at == 0 || pattern[at - 1] == '\n') && pattern[at + 3] == '\n';
-        pattern.replace(at, whole ? 4 : 3, whole ? "\2" : "\1");
-    }
-    return pattern;
 }
 
 std::string first_words(const std::string &text) {
@@ -139,7 +126,7 @@ TEST_P(Pages, ExamplesPrintWhatThePageShows) {
         const std::string printed = without_trailing_blanks(read_file(directory.file("out." + std::to_string(i))));
         if (live) {
             EXPECT_EQ(first_words(printed), first_words(shown)) << printed;
-        } else if (!covers(pattern_of(shown).c_str(), printed.c_str())) {
+        } else if (!shows(shown, printed)) {
             EXPECT_EQ(printed, shown);
         }
     }

@@ -1,4 +1,5 @@
-// What people may type by mistake touches nothing that was not named. (That it ends well is the sweep's, --words.)
+// tests/robustness_test.cpp - a mistyped operand acts on nothing that it does not name. (`sweep --words` tests that
+// such runs end well.)
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/filter.h>
@@ -36,24 +37,30 @@ bool forbid_acting() {
     return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &given) == 0;
 }
 
-// Runs a command on the live machine in a process that may not act: the status of waiting for it, which tells by
-// SIGSYS that it tried.
+// Runs a command on the live machine in a process that may not act, once for each handle as its last word. Returns its
+// wait status: SIGSYS if it tried to act.
 constexpr int UNABLE = 77;
-int try_to_act(words arguments) {
+int try_to_act(const words &command, const std::vector<uint64_t> &handles) {
     const pid_t child = fork();
     if (child == 0) {
         const int nowhere = open("/dev/null", O_WRONLY);
         dup2(nowhere, STDOUT_FILENO);
         dup2(nowhere, STDERR_FILENO);
-        const tool *command = s_tools;
-        while (arguments[0] != command->name) ++command;
-        std::vector<char *> pointers;
-        for (auto &argument : arguments) pointers.push_back(argument.data());
-        pointers.push_back(nullptr);
+        const tool *row = s_tools;
+        while (command[0] != row->name) ++row;
         std::string message;
         hosted::install(hosted::make_live_machine(message));
         if (!forbid_acting()) _exit(UNABLE);
-        command->entry(static_cast<int>(arguments.size()) - 1, pointers.data() + 1);
+        for (const uint64_t handle : handles) {
+            char text[24];
+            std::snprintf(text, sizeof text, "0x%" PRIx64, handle);
+            words arguments(command.begin() + 1, command.end());
+            arguments.emplace_back(text);
+            std::vector<char *> pointers;
+            for (auto &argument : arguments) pointers.push_back(argument.data());
+            pointers.push_back(nullptr);
+            row->entry(static_cast<int>(arguments.size()), pointers.data());
+        }
         _exit(0);
     }
     int status = 0;
@@ -61,10 +68,10 @@ int try_to_act(words arguments) {
     return status;
 }
 
-TEST(Robustness, NoActFromNumbersThatNameNoProcess) {
+TEST(Robustness, NumbersOfNoProcessActOnNone) {
     own_child child;
     const uint64_t id = child.handle(), high = uint64_t{1} << 32, top = high << 31, ones = ~top | top;
-    // What a number is cut or turned to must not count: many of these have the child's number in some part of them.
+    // No truncation, shift or sign may turn a number into the child's: many of these contain it.
     const std::vector<uint64_t> nothing = {id + high,  id + 2 * high, id + (high << 16), id << 32, id | top, ~id + 1,
                                            0x7FFFFFFF, 0x80000000,    0xFFFFFFFF,        high,     top,      ones};
     const std::vector<words> commands = {{"taskkill", "-P"},
@@ -73,18 +80,11 @@ TEST(Robustness, NoActFromNumbersThatNameNoProcess) {
                                          {"tprop", "-P", "-s", "139", "prior"},
                                          {"threads", "-R", "-P"}};
     for (const words &command : commands) {
-        const auto on = [&command](uint64_t handle) {
-            char text[24];
-            std::snprintf(text, sizeof text, "0x%" PRIx64, handle);
-            words all = command;
-            all.emplace_back(text);
-            return try_to_act(all);
-        };
-        const int acted = on(id);
+        const int acted = try_to_act(command, {id});
         if (WIFEXITED(acted) && WEXITSTATUS(acted) == UNABLE) GTEST_SKIP() << "system calls cannot be forbidden";
         EXPECT_EQ(acted & 0x7F, command[0] != "tprop" || geteuid() == 0 ? SIGSYS : 0) << command[0];
-        for (const uint64_t handle : nothing) EXPECT_EQ(on(handle), 0) << command[0] << ' ' << handle;
-        EXPECT_EQ(on(0) & 0x7F, command[0] == "taskkill" ? SIGSYS : 0) << command[0];  // 0 is itself to taskkill
+        EXPECT_EQ(try_to_act(command, nothing), 0) << command[0];
+        EXPECT_EQ(try_to_act(command, {0}) & 0x7F, command[0] == "taskkill" ? SIGSYS : 0) << "0 is itself to taskkill";
     }
     EXPECT_TRUE(child.is_alive());
 }

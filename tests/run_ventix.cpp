@@ -1,3 +1,4 @@
+// tests/run_ventix.cpp - starts and awaits runs of the executable.
 #include "run_ventix.h"
 
 #include <fcntl.h>
@@ -100,7 +101,7 @@ scratch_directory::scratch_directory() {
 }
 
 scratch_directory::~scratch_directory() {
-    std::error_code ignored;  // at worst a file stays behind
+    std::error_code ignored;  // at worst a file remains
     std::filesystem::remove_all(path_, ignored);
 }
 

@@ -1,5 +1,4 @@
-// run_ventix.h - runs the built executable as its user does, in a process of its own and on a machine chosen by the
-// test.
+// tests/run_ventix.h - runs the built executable as a user does, in its own process, on a machine chosen by the test.
 #pragma once
 
 #include <string>
@@ -7,7 +6,7 @@
 
 // One run. What is not set is what most tests want.
 struct ventix_run {
-    std::vector<std::string> arguments = {};    // behind the program's name
+    std::vector<std::string> arguments = {};    // after the program's name
     std::vector<std::string> environment = {};  // NAME=VALUE; beats what the run is given anyway (below)
     std::string machine = "empty.json";         // VENTIX_MACHINE: a path, absolute or in `directory`
     std::string directory = VENTIX_SOURCE_DIR "/tests/machines";  // where it runs
@@ -25,8 +24,7 @@ struct ventix_result {
 std::string ventix_program();
 
 // Runs it to its end, or kills it after 20 seconds. Its outputs are files, its input is empty. Its environment is PATH,
-// TZ=UTC, VENTIX_MACHINE and the settings of the sanitizers, no more: nothing that the tests are run with changes a
-// result.
+// TZ=UTC, VENTIX_MACHINE and the sanitizers' options only, so the environment of the tests changes no result.
 ventix_result run_ventix(const ventix_run &run);
 
 // A directory that is removed, with all in it, at the end of its scope.
@@ -39,7 +37,7 @@ public:
 
     const std::string &path() const { return path_; }
     std::string file(const std::string &name) const { return path_ + '/' + name; }
-    std::string write(const std::string &name, const std::string &text) const;  // gives the file's path
+    std::string write(const std::string &name, const std::string &text) const;  // returns the path
 
 private:
     std::string path_;

@@ -1,4 +1,4 @@
-// shell_words.h - a line of words as a person writes it.
+// tests/shell_words.h - splits a command line into words as a shell does.
 #pragma once
 
 #include <optional>

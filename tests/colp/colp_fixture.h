@@ -1,4 +1,4 @@
-// colp_fixture.h - what the tests of the column printer share.
+// tests/colp/colp_fixture.h - what the tests of the column printer share.
 #pragma once
 
 #include <cstdlib>

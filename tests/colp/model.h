@@ -1,4 +1,4 @@
-// model.h - the column printer once more, slow and plain: printf, strings and an insertion sort.
+// tests/colp/model.h - a slow, plain model of the column printer: printf, strings and an insertion sort.
 #pragma once
 
 #include <cstdarg>
@@ -160,7 +160,7 @@ private:
         return formatted(type == COLP_HEX ? "0x%llx" : "%llu", static_cast<unsigned long long>(number));
     }
 
-    // The position behind the character that a text lines up on. Above ASCII, the last one is never found.
+    // The position after the character that a text is aligned on. A last one above ASCII is never found.
     static std::optional<size_t> split(const std::string &text, int just, char justchar) {
         const size_t found = just == COLP_JUST_FIRSTCHAR              ? text.find(justchar)
                              : static_cast<signed char>(justchar) < 0 ? std::string::npos

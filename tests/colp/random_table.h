@@ -1,4 +1,4 @@
-// random_table.h - a table and its model, made and changed by the same calls, which are drawn at random.
+// tests/colp/random_table.h - a table and its model, built and changed by the same random calls.
 #pragma once
 
 #include <initializer_list>
@@ -6,7 +6,7 @@
 
 #include "colp/model.h"
 
-// Random gives the next of 2^32 numbers when called.
+// Random returns the next of 2^32 numbers.
 template <class Random> class random_table {
 public:
     random_table(Random &random, size_t most_rows) : random_(random), most_rows_(most_rows) {

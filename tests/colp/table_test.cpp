@@ -1,4 +1,4 @@
-// What the calls accept and refuse, and what a table is after they did.
+// tests/colp/table_test.cpp - which calls a table accepts in which state, and what a refused call leaves untouched.
 #include <gtest/gtest.h>
 
 #include <limits>

@@ -1,4 +1,4 @@
-// The system's own time, which no machine file can fix: local time goes by the zone, and -u does not.
+// tests/commands/date_test.cpp - the system's own time, which no machine file sets: local time follows TZ, -u does not.
 #include <gtest/gtest.h>
 
 #include <ctime>

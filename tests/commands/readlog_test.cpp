@@ -1,4 +1,5 @@
-// The display of the log where it is printed to. What it prints is compared with a model by fuzz/readlog.cpp.
+// tests/commands/readlog_test.cpp - the log display on a descriptor that does not block. fuzz/readlog.cpp compares its
+// bytes with a model.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

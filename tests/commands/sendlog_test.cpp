@@ -1,4 +1,4 @@
-// The longest message, which is too long for a line of a case.
+// tests/commands/sendlog_test.cpp - the longest message, which does not fit a line of a case.
 #include <gtest/gtest.h>
 
 #include "run_ventix.h"

@@ -1,4 +1,4 @@
-// What a service device finds in the request of a call.
+// tests/commands/svccall_test.cpp - the request of a service call as its device receives it.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(Svccall, TellsTheServerAllAboutTheCall) {
+TEST(Svccall, SendsTheWholeCallToItsServer) {
     svc_call_block seen;
     uint64_t request_address = 0;
     const auto perform = [&](uint32_t command, const hosted::request_view &request) {
@@ -30,7 +30,7 @@ TEST(Svccall, TellsTheServerAllAboutTheCall) {
     test_kernel running([&](test_machine &m) {
         hosted::device_behaviour service;
         service.classes = {SERVICE_CLASS};
-        m.makers["d"] = told_server(perform, 0, service);
+        m.makers["d"] = performing_server(perform, 0, service);
     });
     std::string words[] = {"-s", "200", "d", "called", "number=7", "text=abc"};
     char *argv[std::size(words) + 1] = {};

@@ -1,4 +1,4 @@
-// A tree that is deeper than the stack is large.
+// tests/commands/treereg_test.cpp - a registry tree that is deeper than the stack is large.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 

@@ -1,4 +1,5 @@
-// The containers beside plain models, driven by the same random operations, with an allocator that fails now and then.
+// tests/common/containers_test.cpp - random operations on the containers and on plain models, with an allocator that
+// fails now and then.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,7 +17,7 @@ namespace {
 
 constexpr unsigned seed = 20240607;
 
-// Counts what is allocated, and refuses everything while it is told to.
+// Counts live allocations, and fails each one while `refusing`.
 struct allocator {
     bool refusing = false;
     size_t live = 0;
@@ -121,7 +122,7 @@ TEST_P(Containers, VectorAgreesWithAModel) {
             result = vector_pushback(v, e.data());
             if (result == 0) model.push_back(e);
             break;
-        case 2:  // what growing moves is read from where it was
+        case 2:  // growth must not move what is still to be read
             result = vector_concat(v, v);
             for (size_t i = 0, n = model.size(); result == 0 && i < n; ++i) model.push_back(std::string(model[i]));
             break;

@@ -1,3 +1,5 @@
+// tests/common/options_test.cpp - the option parser: order of options and operands, and the numbers that arguments
+// hold.
 #include "common/options.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +12,7 @@
 
 namespace {
 
-// An argument vector whose elements end where their memory does, so that the sanitizer sees a byte read too many.
+// An argument vector in which each text ends with its allocation, so that the sanitizer detects an overread.
 class argument_vector {
 public:
     explicit argument_vector(const std::vector<std::string> &arguments) : count(static_cast<int>(arguments.size())) {
@@ -34,8 +36,7 @@ std::string word(const char *text) { return text ? text : "(none)"; }
 
 constexpr e_longopt long_options[] = {{"--sort", 1000}, {"--all", 'a'}, {"--all-common", 'c'}, {nullptr, 0}};
 
-// Everything that a parse gives, in one line: options as they come, 'T' and 1000 with their argument, then the
-// operands.
+// A parse as one line: the options in order, 'T' and 1000 with their argument, then the operands.
 std::string parsed(const std::vector<std::string> &arguments, bool permute, const e_longopt *table) {
     argument_vector args(arguments);
     int argc = args.count;
@@ -58,7 +59,7 @@ std::string parsed(const std::vector<std::string> &arguments, bool permute, cons
     }
     log += '|';
     for (int i = 0; i < argc; ++i) log += ' ' + word(argv[i]);
-    if (argv[argc]) log += " (no null behind)";
+    if (argv[argc]) log += " (no null after them)";
 
     const int operands = argc;
     long long number = 0;
@@ -81,7 +82,7 @@ TEST(Options, GiveOptionsAndOperandsInOrder) {
         {"no end marker", {"--", "-v"}, "- v |"},
         {"separate argument", {"-T", "100", "x"}, "T(100) | x"},
         {"attached text is skipped", {"-T100", "7", "x"}, "T(7) | x"},
-        {"letters behind an argument are lost", {"-Tv", "100"}, "T(100) |"},
+        {"letters after one that takes an argument are lost", {"-Tv", "100"}, "T(100) |"},
         {"an argument may look like an option", {"-T", "-v", "-T", "--help"}, "T(-v) T(--help) |"},
         {"missing argument", {"x", "-T"}, "T((none)) | x"},
         {"help", {"-v", "--help", "x"}, "v help | x"},
@@ -103,7 +104,7 @@ TEST(Options, GiveOptionsAndOperandsInOrder) {
     for (const auto &row : cases) EXPECT_EQ(parsed(row.arguments, row.permute, row.table), row.expected) << row.name;
 }
 
-// What a fetch gives for `-T ARGUMENT`: the value, or its result where that is not E_OPT_DONE.
+// What a fetch of `-T ARGUMENT` stores, or the result of one that fails.
 template <class Value, class Fetch> std::string fetched(argument_vector &args, Fetch fetch) {
     int argc = args.count;
     char **argv = args.vector();

@@ -1,4 +1,4 @@
-// hosted/descriptors_test.cpp - reads that end at their bound, and writes that fail.
+// tests/hosted/descriptors_test.cpp - reads that end at their bound, and writes that fail.
 #include "hosted/descriptors.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
-// What lies around a run: streams that are not there, are full or lead elsewhere, variables, raised privileges.
+// tests/hosted/start_test.cpp - the surroundings of a run: missing, full and redirected streams, file size limits,
+// raised privileges.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -10,6 +11,7 @@
 
 #include <filesystem>
 #include <future>
+#include <span>
 #include <sstream>
 
 #include "run_ventix.h"
@@ -18,7 +20,7 @@ namespace {
 
 constexpr char demo[] = VENTIX_SOURCE_DIR "/machines/demo.json";
 
-// A run of each command on the demonstration machine that succeeds, in the words of the shell.
+// One successful run of each command on the demonstration machine, as shell words.
 std::vector<std::string> runs() {
     std::istringstream list(
         "counters eth0 0;date -u -R;devping -v eth0;devquery eth0 PING;dumpktrace -n 9;free -v;kblayout;lscpureg;"
@@ -30,7 +32,7 @@ std::vector<std::string> runs() {
     return all;
 }
 
-// What a shell does with a run, which it knows as "run".
+// Runs a shell line in which the function `run` is the run.
 ventix_result shell(const std::string &run, const std::string &line, const std::string &output = {},
                     std::vector<std::string> environment = {}) {
     return run_ventix({.arguments = {"-c", "run() { \"$0\" " + run + "; }; " + line, ventix_program()},
@@ -40,7 +42,7 @@ ventix_result shell(const std::string &run, const std::string &line, const std::
                        .output_file = output});
 }
 
-// What a run shows on a terminal.
+// What a run prints on a terminal.
 std::string on_terminal(const std::string &run, const std::vector<std::string> &environment) {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0) return "no terminal";
@@ -69,15 +71,12 @@ TEST(Start, OutputIsTheSameWhereverItGoes) {
         const ventix_result plain = shell(run, "run");
         EXPECT_EQ(plain.diagnostics, "");
         EXPECT_EQ(plain.status, 0);
-        const scratch_directory place;
-        EXPECT_EQ(shell(run, "run <&-", place.file("out"), {"COLUMNS=1", "LC_ALL=C", "TZ=Asia/Tokyo"}).status, 0);
-        EXPECT_EQ(read_file(place.file("out")), plain.output);
-        EXPECT_EQ(shell(run, "run | cat", "", {"COLUMNS=500", "LANG=C.UTF-8", "TZ=:/none"}).output, plain.output);
+        EXPECT_EQ(shell(run, "run <&- | cat", "", {"COLUMNS=500", "LC_ALL=C", "TZ=Asia/Tokyo"}).output, plain.output);
         EXPECT_EQ(on_terminal(run, {"COLUMNS=20", "LANG=%n", "LC_ALL=xx_YY.none", "TZ="}), plain.output);
     }
 }
 
-TEST(Start, OutputThatIsLostIsToldOnce) {
+TEST(Start, LostOutputIsReportedOnce) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     close(ends[0]);
@@ -90,12 +89,17 @@ TEST(Start, OutputThatIsLostIsToldOnce) {
         {"run", "/dev/full", "No space left on device"},
         {"run >&-", "", "Bad file descriptor"},
         {"run <&- >&-", "", "Bad file descriptor"},
-        {"trap '' PIPE; run", unread, "", 0},  // its reader knows
+        {"trap '' PIPE; run", unread, "", 0},  // the reader closed it deliberately
         {"run", unread, "", 128 + SIGPIPE},
     };
     for (const std::string &run : runs()) {
-        const bool silent = shell(run, "run").output.empty();
-        for (const auto &row : cases) {
+        const bool silent = shell(run, cases[0].line, cases[0].output).status == 0;
+        if (silent) {
+            EXPECT_EQ(shell(run, "run").output, "") << run;
+        }
+        // Only readlog writes its output past the standard streams, so it and one of the others meet all cases.
+        const size_t count = run == "readlog" || run == "uptime" ? std::size(cases) : 1;
+        for (const auto &row : std::span(cases).first(count)) {
             SCOPED_TRACE(run + ": " + row.line + " > " + row.output);
             const scratch_directory place;
             const std::string saved = place.file("saved.json");
@@ -106,7 +110,7 @@ TEST(Start, OutputThatIsLostIsToldOnce) {
             EXPECT_EQ(result.status, silent ? 0 : row.status);
         }
     }
-    // Also where it is the end of a run that waits for ever that has the output written.
+    // Also where the output is written only at the end of a run that deadlocks.
     const scratch_directory place;
     const std::string mute =
         R"({"registry": {"a": 1, "k": "text"}, "registry_requests": {"0xC0020023": {"silent": true}}})";
@@ -135,9 +139,9 @@ TEST(Start, NoFileTakesTheOutputOfAClosedStream) {
     }
 }
 
-TEST(Start, ACountOf256IsNoSuccess) { EXPECT_EQ(shell("readreg $(seq 256)", "run").status, 255); }
+TEST(Start, StatusOf256FailuresIsNotZero) { EXPECT_EQ(shell("readreg $(seq 256)", "run").status, 255); }
 
-// A limit on the size of files ends neither the run nor leaves half a file behind.
+// A limit on file size neither ends the run nor leaves a partial file.
 TEST(Start, FilesThatMayNotGrow) {
     const scratch_directory place;
     const std::string saved = place.write("saved.json", "mine");
@@ -149,7 +153,7 @@ TEST(Start, FilesThatMayNotGrow) {
     EXPECT_EQ(std::distance(begin(files), end(files)), 2);
 }
 
-// A copy that runs as another group leaves alone what its caller names.
+// A copy with raised privileges touches no file that its caller's environment names.
 TEST(Start, RaisedPrivilegesReadNoVariables) {
     const scratch_directory place;
     const std::string copy = place.file("ventix"), log = place.file("calls"), saved = place.file("saved.json");

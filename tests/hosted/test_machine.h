@@ -1,5 +1,5 @@
-// test_machine.h - a kernel of the test's own in this process: a machine whose servers and registry the test brings, on
-// a virtual clock that starts at 1000.
+// tests/hosted/test_machine.h - a kernel in this process, on a virtual clock that starts at 1000, whose devices and
+// registry the test supplies.
 #pragma once
 
 #include <functional>
@@ -59,7 +59,7 @@ public:
     number_registry store;
     std::map<std::pair<uint64_t, uint64_t>, uint64_t> infos;  // by handle and item
     std::map<uint64_t, uint64_t> states;                      // by item
-    std::vector<uint64_t> destroyed;                          // what was asked to be ended; nothing ever is
+    std::vector<uint64_t> destroyed;                          // asked to end; nothing ever does
 
     void attach(hosted::kernel &owner) override { store.kernel = &owner; }
     hosted::machine_start start() override {
@@ -102,27 +102,27 @@ public:
     bool save(std::string &) override { return true; }
 };
 
-// A protocol that does what the test says.
-class told_protocol : public hosted::device_protocol {
+// A protocol that performs a function of the test.
+class performed_protocol : public hosted::device_protocol {
 public:
     using performer = std::function<std::optional<uint32_t>(uint32_t command, const hosted::request_view &request)>;
-    explicit told_protocol(performer told) : told_(std::move(told)) {}
+    explicit performed_protocol(performer perform) : perform_(std::move(perform)) {}
     std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
-        return told_(command, request);
+        return perform_(command, request);
     }
 
 private:
-    performer told_;
+    performer perform_;
 };
 
-inline test_machine::maker told_server(told_protocol::performer told, uint64_t buffer = 256,
-                                       hosted::device_behaviour behaviour = {}) {
+inline test_machine::maker performing_server(performed_protocol::performer perform, uint64_t buffer = 256,
+                                             hosted::device_behaviour behaviour = {}) {
     return [=](hosted::kernel &owner) {
-        return make_server(owner, std::make_unique<told_protocol>(told), buffer, behaviour);
+        return make_server(owner, std::make_unique<performed_protocol>(perform), buffer, behaviour);
     };
 }
 
-// The running kernel over a test machine, from here to the end of the scope.
+// The running kernel on a test machine, to the end of the scope.
 class test_kernel {
 public:
     explicit test_kernel(const std::function<void(test_machine &)> &set_up = {}, hosted::fault_list faults = {}) {
@@ -141,7 +141,7 @@ public:
     test_machine *operator->() { return machine_; }
     hosted::kernel &kernel() { return hosted::running(); }
 
-    // The handles that stand for an object: what is left behind shows as a difference.
+    // All handles of an object. A leak shows as a difference.
     std::set<uint64_t> handles() {
         const uint64_t block = kernel().memory().allocate(1);
         _SL_GetAddressMemo(0, block, ADDRESS_MEMO_ANY);  // makes the arena's memo, if it was not there yet
@@ -157,7 +157,7 @@ private:
     test_machine *machine_;
 };
 
-// A list of one fault; sends may be told apart by their code.
+// A list of one fault, for sends of one code where a code is given.
 inline hosted::fault_list fault(hosted::call which, uint64_t result, uint64_t nth = 1, uint64_t times = 1,
                                 std::optional<uint32_t> code = {}) {
     hosted::fault_list list;

@@ -1,5 +1,5 @@
-// The registry and the system-service client: what they send, what they make of answers, and what they refuse to
-// believe.
+// tests/platform/clients_test.cpp - the registry and system-service clients: requests sent, errors mapped, answers
+// refused.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -34,7 +34,7 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
         SCOPED_TRACE(title);
         int performed = 0;
         const auto count = [&](uint32_t, const hosted::request_view &) { return ++performed, 0u; };
-        test_kernel running([&](test_machine &m) { m.registry_maker = told_server(count, size); });
+        test_kernel running([&](test_machine &m) { m.registry_maker = performing_server(count, size); });
         device_record *dev = GetRegDev();
         EXPECT_FALSE(call(dev, std::string(size - taken, 'x').c_str()));
         EXPECT_EQ(performed, 0);
@@ -44,7 +44,7 @@ TEST(RegistryClient, SendsOnlyWhatFitsItsBuffer) {
 
     // Blocks without a path are bounded too, and a size that cannot be is no room.
     for (const uint64_t tiny : {uint64_t{4}, uint64_t{11}}) {
-        test_kernel running([&](test_machine &m) { m.registry_maker = told_server(nullptr, tiny); });
+        test_kernel running([&](test_machine &m) { m.registry_maker = performing_server(nullptr, tiny); });
         EXPECT_FALSE(RegCaps(GetRegDev(), nullptr, nullptr, nullptr));
         EXPECT_FALSE(RegItEnd(GetRegDev(), &record));
         for (const bool begins : {true, false}) {
@@ -65,8 +65,8 @@ TEST(SystemServiceClient, MapsErrors) {
     };
     uint32_t error = 0;
     test_kernel running([&](test_machine &m) {
-        m.infos[{0x1F, OBJINFO_HANDLE}] = 0x99;  // asked for, and not what is sent
-        m.makers["sysvc"] = told_server([&](uint32_t command, const hosted::request_view &request) {
+        m.infos[{0x1F, OBJINFO_HANDLE}] = 0x99;  // the request carries the handle itself instead
+        m.makers["sysvc"] = performing_server([&](uint32_t command, const hosted::request_view &request) {
             auto *block = request.block<sysvc_id_block>();
             block->id = uint64_t{command} << 32 | block->task;
             return error;
@@ -92,7 +92,7 @@ TEST(SystemServiceClient, DriverNamesEndInTheBuffer) {
             std::memset(request.rest(request.payload).data() + sizeof(sysvc_device_block), 'x', 16);
             return 0u;
         };
-        m.makers["sysvc"] = told_server(fill, sizeof(sysvc_device_block) + 16);
+        m.makers["sysvc"] = performing_server(fill, sizeof(sysvc_device_block) + 16);
     });
     char name[64];
     uint32_t number = 7;

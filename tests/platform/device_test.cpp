@@ -1,4 +1,4 @@
-// Message sequences of the device library against servers that answer as a script says.
+// tests/platform/device_test.cpp - message sequences of the device library, against servers that follow a script.
 #include "platform/device.h"
 
 #include <gtest/gtest.h>
@@ -129,7 +129,7 @@ TEST(Device, RequestsEndAsTheirMessagesSay) {
     }
 }
 
-// The sequences that never end: an acknowledgement alone does not do, and a failure is no completion.
+// The waits that never end: an acknowledgement alone is not enough, and a failure is no completion.
 TEST(DeviceDeathTest, SyncIOExWaitsForeverOnAnAcknowledgementAlone) {
     for (const script &begun : {script{}, script{{60, FAILED}}}) {
         EXPECT_EXIT(
@@ -142,7 +142,7 @@ TEST(DeviceDeathTest, SyncIOExWaitsForeverOnAnAcknowledgementAlone) {
     }
 }
 
-// Whatever is interrupted is done again: the same results for every call that an interruption can hit, and for all.
+// Interrupted calls are repeated: the results stay the same, whichever call is interrupted.
 TEST(Device, RepeatsInterruptedCalls) {
     const auto work = [](test_kernel &running) {
         device_record *device = OpenDevice("dev");
@@ -169,7 +169,7 @@ TEST(Device, RepeatsInterruptedCalls) {
     }
 }
 
-// Without a reply port of the caller's, each query makes its own.
+// A query without a reply port of the caller creates its own.
 TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
     test_kernel running([](test_machine &m) {
         device_behaviour two, endless;
@@ -195,22 +195,6 @@ TEST(Device, AQueryWithoutItsPortIsNotSent) {
                         fault(call::create_msg_port, RESULT_NO_MEMORY, 2, 2));
     EXPECT_EQ(DeviceQuery(GetRegDev(), 0, "dev", DEVQUERY_PING, 0, nullptr), QUERY_NO_PORT);
     EXPECT_EQ(CheckDeviceClass(GetRegDev(), 0, "dev", SERVICE_CLASS), 1);
-}
-
-// What the server writes over a request, or over its device record after the open, leads the library nowhere else.
-TEST(Device, GoesByWhatItReadAtTheOpen) {
-    for (const uint64_t word : {uint64_t{0}, uint64_t{1}, ~uint64_t{0}, uint64_t{0x7EB000000000}}) {
-        test_kernel running([](test_machine &m) { m.makers["dev"] = scripted({{0, DONE}}, {{0, ABORTED}}); });
-        opened dev;
-        dev.request->device = word;
-        std::memset(dev.device, static_cast<int>(word & 0xFF), sizeof *dev.device);
-        EXPECT_EQ(SyncIO(dev.request), IO_SUCCESS);
-        EXPECT_EQ(SyncIOEx(dev.request, 10, true, true), IO_SUCCESS);
-        EXPECT_EQ(AbortIO(dev.request), IO_SUCCESS);
-        EXPECT_EQ(DeleteIOreq(dev.request), IO_SUCCESS);
-        EXPECT_NE(CreateIOreq(dev.device, 0, 0, 200, dev.port), nullptr);
-        EXPECT_EQ(CloseDevice(dev.device), 0);
-    }
 }
 
 TEST(Device, OpensWithoutAHandleToTheTask) {

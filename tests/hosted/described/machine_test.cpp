@@ -1,4 +1,5 @@
-// A described machine under the kernel's calls, its files, and what a saved machine keeps of a run.
+// tests/hosted/described/machine_test.cpp - a described machine under kernel calls, its file on disk, and what a saved
+// machine records of a run.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -23,7 +24,7 @@
 
 namespace {
 
-// A machine of some text, running under this process's kernel until it is saved or its scope ends.
+// A machine of the given text under this process's kernel, to the end of the scope.
 class described {
 public:
     explicit described(const std::string &text) {
@@ -51,7 +52,7 @@ private:
     std::string saved_ = scratch_.file("saved.json");
 };
 
-// Value of an item, or the result code that reading it fails with behind FAILED.
+// The value of an item, or FAILED with the result code in its low bits.
 constexpr uint64_t FAILED = uint64_t{0xF} << 60;
 uint64_t info(uint64_t handle, uint64_t item) {
     uint64_t value = 0;
@@ -114,7 +115,7 @@ TEST(Machine, ObjectsAndTheirItems) {
     EXPECT_EQ(_SL_ControlObject(48, CTRL_FETCH_REGISTER, 1, 0, 0, 8), RESULT_NO_OBJECT);
 }
 
-// The walk stands on the task that ends, and passes over the one that ended before it came there.
+// The current task of the walk ends, and so does one that the walk has not reached yet.
 TEST(Machine, DeletedTasksAreGone) {
     described machine(TASKS);
     const uint64_t iterator = _SL_CreateIterator(0, 0);
@@ -137,7 +138,7 @@ TEST(Machine, DeletedTasksAreGone) {
     EXPECT_EQ(SysvcGetPid(GetSystemService(), 48, &value), SYSERR_NO_PROCESS);
 }
 
-// Where an id names several tasks the first has it; a task's own handle goes for its id where it has none.
+// An id of several tasks names the first. A task without an id goes by its handle.
 TEST(Machine, ProcessIds) {
     described machine(TASKS);
     const struct {
@@ -152,16 +153,6 @@ TEST(Machine, ProcessIds) {
     }
 }
 
-TEST(Machine, DriverNames) {
-    described machine(R"({"devices": [{"name": "sysvc", "system_service": {"majors": {"4": "tty"}}}]})");
-    char name[8];
-    uint32_t number = 0;
-    for (const auto &[major, room, known] : {std::tuple(4U, 3U, false), {4U, 4U, true}, {5U, 8U, false}})
-        EXPECT_EQ(SysvcDecomposeDevice(GetSystemService(), major << 8 | 7, name, room, &number), known) << room;
-    EXPECT_STREQ(name, "tty");
-    EXPECT_EQ(number, 7u);
-}
-
 TEST(Machine, RegistryKeysAreMade) {
     described machine(R"({"registry": {"int": 1, "dir": {"dir": {"k": 1}}}})");
     device_record *const registry = GetRegDev();
@@ -170,7 +161,7 @@ TEST(Machine, RegistryKeysAreMade) {
         std::string path;
         bool binary, temporary, guard;  // whether each of the three requests succeeds
     } cases[] = {
-        {"dir/new", true, false, true},  // a key takes another value, but makes no room for a directory
+        {"dir/new", true, false, true},  // a key takes another value, but does not become a directory
         {"tmp", false, true, false},       {"dir", false, true, false},      {"tmp/inner", true, false, true},
         {"none/new", false, false, false}, {"int/new", false, false, false}, {"run/new", false, false, false},
         {"/run", false, false, false},     {"", false, false, false},        {long_name, false, false, false},
@@ -227,7 +218,7 @@ TEST(Machine, Terminals) {
 
 // ---- files ----------------------------------------------------------------------------------------------------------
 
-// Loads one machine, does nothing with it, and saves it; the message where that failed.
+// Loads a machine and saves it. Returns "saved", or the message of the failure.
 std::string pass_through(const std::string &path, const std::string &save_path) {
     hosted::fault_list faults;
     std::string message;
@@ -260,7 +251,7 @@ TEST(MachineFile, IsWrittenBesideAndRenamed) {
     EXPECT_EQ(read_file(path), R"({"tick": 1})");
 }
 
-// What another program wrote into the file during the run stays, whether it replaced the file or changed it in place.
+// A change by another program during the run survives, whether it replaced the file or wrote into it.
 TEST(MachineFile, IsNotSavedOverAnotherChange) {
     for (const bool replaced : {true, false}) {
         const scratch_directory scratch;
@@ -291,7 +282,7 @@ TEST(MachineFile, OtherUsersNamesAreNotTrusted) {
     EXPECT_EQ(pass_through(link, ""), link + ": Permission denied");
     EXPECT_EQ(pass_through(scratch.path() + "/link/..", ""), scratch.path() + "/link/..: Permission denied");
     EXPECT_EQ(pass_through(fifo, ""), fifo + ": Permission denied");
-    // A file of another user stays theirs, and opens to nobody that the mask would keep out.
+    // A file of another user keeps its owner and gains no permission that the mask forbids.
     ASSERT_EQ(chmod(theirs.c_str(), 0606), 0);
     ASSERT_EQ(chown(theirs.c_str(), 1, 1), 0);
     const mode_t mask = umask(022);
@@ -322,9 +313,9 @@ TEST(MachineFile, WaitForItsLockIsReported) {
               "ventix: " + path + ": waiting for process " + std::to_string(getpid()) + ", which holds the file\n");
 }
 
-// Runs on one file follow one another: none loses what another did to it, whichever of them are killed.
+// Runs on one file exclude one another: none loses the changes of another, whichever of them are killed.
 TEST(MachineFile, IsHeldFromLoadToSave) {
-    constexpr size_t RUNS = 100;
+    constexpr size_t RUNS = 40;
     const scratch_directory scratch;
     const std::string path = scratch.write("lab.json", "{}");
     std::vector<pid_t> children;

@@ -1,4 +1,5 @@
-// The arena: what lies in one block is reachable, everything else is not, and memory handed out is zero.
+// tests/hosted/kernel/arena_test.cpp - every address inside one block is reachable, no other is, and new memory is
+// zero.
 #include "hosted/kernel/arena.h"
 
 #include <gtest/gtest.h>
@@ -30,8 +31,8 @@ TEST(Arena, SpansReachExactlyOneBlock) {
         const char *what;
         uint64_t address, length;
     } outside[] = {{"one byte too long", first, 101},
-                   {"behind the end", first + 100, 1},
-                   {"in front", first - 1, 2},
+                   {"after the end", first + 100, 1},
+                   {"before the start", first - 1, 2},
                    {"across two blocks", first, second - first + 1},
                    {"nothing", first, 0},
                    {"null", 0, 1},
@@ -43,13 +44,13 @@ TEST(Arena, SpansReachExactlyOneBlock) {
     EXPECT_EQ(memory.record<uint64_t>(first + 96), nullptr) << "half outside";
 
     memory.release(first + 8);
-    EXPECT_TRUE(memory.contains(first)) << "only a block's own address gives it back";
+    EXPECT_TRUE(memory.contains(first)) << "only a block's own address releases it";
     memory.release(first);
     EXPECT_FALSE(memory.contains(first));
     EXPECT_TRUE(memory.contains(second));
 }
 
-TEST(Arena, WhatDoesNotFitGetsNothingAndHarmsNothing) {
+TEST(Arena, RefusesWhatDoesNotFit) {
     arena memory;
     EXPECT_EQ(memory.allocate(0), 0u);
     for (const uint64_t size : {uint64_t{1} << 40, std::numeric_limits<uint64_t>::max()})

@@ -1,4 +1,5 @@
-// What the calls make of handles that name nothing, or not what they need, and the calls that this kernel lacks.
+// tests/hosted/kernel/calls_test.cpp - kernel calls on handles of no object or of the wrong kind, and the calls that
+// this kernel does not offer.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -7,13 +8,13 @@
 
 namespace {
 
-using results = std::vector<std::pair<uint64_t, uint64_t>>;  // a call's, and the one expected
+using results = std::vector<std::pair<uint64_t, uint64_t>>;  // actual and expected
 
 void expect_equal(const results &all) {
     for (size_t i = 0; i < all.size(); i++) EXPECT_EQ(all[i].first, all[i].second) << "call " << i;
 }
 
-TEST(KernelCalls, RefuseWhatTheyDoNotTake) {
+TEST(KernelCalls, RefuseWrongHandlesAndArguments) {
     constexpr uint64_t TASK = test_machine::TASK;
     test_kernel running;
     const uint64_t port = _SL_CreateMsgPort(0, 0), lock = _SL_CreateSemaphore(0, 1), walk = _SL_CreateIterator(0, 0);
@@ -59,7 +60,7 @@ TEST(KernelCalls, RefuseWhatTheyDoNotTake) {
                   {value, TASK}});
 }
 
-TEST(KernelCalls, OfRunTimeLibrariesAreNotOffered) {
+TEST(KernelCalls, FailWhereTheHostedKernelOffersNone) {
     test_kernel running;
     kernel_message message{};
     uint64_t value = 77;

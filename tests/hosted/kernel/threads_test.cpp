@@ -1,4 +1,5 @@
-// The hosted kernel and the system-service client from several threads at once; the thread sanitizer looks on.
+// tests/hosted/kernel/threads_test.cpp - kernel calls and client libraries in several threads at once. The thread
+// sanitizer runs these too.
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -64,7 +65,7 @@ TEST(KernelThreads, KeepTheLastErrorOfEach) {
 TEST(KernelThreads, ShareTheClients) {
     test_kernel running([](test_machine &machine) {
         for (uint64_t number = 0; number < THREADS; number++) machine.store.keys[std::to_string(number)] = number;
-        machine.makers["sysvc"] = told_server([](uint32_t command, const hosted::request_view &request) {
+        machine.makers["sysvc"] = performing_server([](uint32_t command, const hosted::request_view &request) {
             auto *ids = request.block<sysvc_id_block>();
             ids->id = command == SYSVCCMD_GET_PID ? ids->task : ~ids->task;
             return 0u;

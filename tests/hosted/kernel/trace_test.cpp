@@ -1,4 +1,5 @@
-// The ring of calls keeps the layout of a kernel trace, the latest calls in it, and stands still once read.
+// tests/hosted/kernel/trace_test.cpp - the ring of calls: layout of a kernel trace, latest calls in order, frozen by
+// the first read.
 #include "hosted/kernel/trace.h"
 
 #include <gtest/gtest.h>
@@ -11,7 +12,7 @@
 namespace hosted {
 namespace {
 
-// The first argument of every entry, as a reader walks the buffers.
+// The first argument of every entry, in the order of a reader's walk.
 std::vector<uint64_t> first_arguments(trace_ring &ring) {
     std::vector<uint64_t> found;
     for (uint64_t buffer = 0; buffer < trace_ring::BUFFERS; buffer++) {

@@ -1,4 +1,4 @@
-// maps_test.cpp - what children of the test map, as views and memos.
+// tests/hosted/live/maps_test.cpp - views and memos of children of the test.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -36,7 +36,7 @@ std::vector<items> rows(walk &objects, std::initializer_list<uint64_t> wanted) {
 
 class LiveMaps : public testing::Test {
 protected:
-    // Both listings of a process; the memos by their handles.
+    // Lists views and memos of a process, the memos by handle.
     void list(const own_child &child) {
         live::process *owner = nullptr;
         uint64_t result = processes.find(child.handle(), owner);
@@ -131,7 +131,7 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
         fixed++;
         EXPECT_EQ(view_at(static_cast<int64_t>(memo[MEMOINFO_FIXADDR]))[VIEWINFO_MEMO], handle);
     }
-    EXPECT_GE(fixed, 2u);  // code and data that the kernel lends to every process
+    EXPECT_GE(fixed, 2u);  // code and data that the kernel maps into every process
     for (auto &view : views) {
         uint64_t owner = 0;
         EXPECT_EQ(maps.info(view[VIEWINFO_MEMO], OBJINFO_OWNER, owner), RESULT_SUCCESS);
@@ -155,9 +155,9 @@ TEST_F(LiveMaps, NothingToLookAt) {
     EXPECT_EQ(result, RESULT_NO_OBJECT);
 }
 
-// The count skips what a line shares with the one before; here every line is read whole. Numbers that begin alike, and
-// one that no number holds, are told apart.
-TEST(LiveMemos, AreCountedAsTheLinesTellThem) {
+// The count skips what a line shares with the one before. The expected count parses every line in full: inodes of a
+// common prefix differ, and one that exceeds 64 bits counts, too.
+TEST(LiveMemos, CountEqualsThatOfParsedLines) {
     const char *files[] = {"00:00 0 ",   "08:01 1 /a", "08:01 12 /b", "08:01 1",    "08:1 1 /a", "18:01 1 /c",
                            "08:01 0 /d", "8:01 \t1",   "08:01 x",     "08:01:1 1 ", "0"};
     const std::string huge = "08:01 " + std::string(60, '1');
@@ -190,8 +190,8 @@ TEST(LiveMemos, AreCountedAsTheLinesTellThem) {
     }
 }
 
-// A process that has the number of another that was listed before.
-TEST(LiveMemos, OfAReusedNumberAreReadAnew) {
+// Another process has the number of one that was listed before.
+TEST(LiveMemos, AreReadAgainForAReusedNumber) {
     const system_tree tree;
     live::process_table processes(tree.roots.proc);
     live::map_table maps(processes.root());

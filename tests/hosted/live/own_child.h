@@ -1,4 +1,4 @@
-// own_child.h - a child process of a test, standing where the test wants it.
+// tests/hosted/live/own_child.h - a child process of a test, in the state that the test needs.
 #pragma once
 
 #include <poll.h>
@@ -11,7 +11,7 @@
 #include <fstream>
 #include <string>
 
-// One word of a process's or thread's status, read the slow way; empty where there is none.
+// The value of a key in the status of a process or thread; empty where there is none.
 inline std::string status_of(int id, const std::string &key) {
     std::ifstream file("/proc/" + std::to_string(id) + "/status");
     for (std::string word; file >> word;) {
@@ -29,7 +29,7 @@ inline void await_state(int id, const std::string &wanted) {
     for (int i = 0; i < 5000 && status_of(id, "State:") != wanted; i++) usleep(1000);
 }
 
-// Forked at once; it runs the body, if any, and then waits for its end, which comes with the object's scope.
+// Forks at once. The child runs the body, then waits until the end of the object's scope kills it.
 class own_child {
 public:
     own_child() : own_child([](own_child &) {}) {}
@@ -58,7 +58,7 @@ public:
     int id() const { return id_; }
     uint64_t handle() const { return static_cast<uint64_t>(id_); }
 
-    // In the child: tells the test a number. In the test: waits for it; -1 where the child has ended or is stuck.
+    // In the child: sends the test a number. In the test: waits for it; -1 where the child has ended or hangs.
     void say(int64_t word) const { static_cast<void>(!write(says_[1], &word, sizeof word)); }
     int64_t heard() const {
         int64_t word = -1;
@@ -67,7 +67,7 @@ public:
         return read(says_[0], &word, sizeof word) == sizeof word ? word : -1;
     }
 
-    // Whether it runs still, so that whatever was done to others has not hit it.
+    // Whether it still runs: nothing done to others has hit it.
     bool is_alive() const { return waitpid(id_, nullptr, WNOHANG) == 0; }
 
     int reap() {

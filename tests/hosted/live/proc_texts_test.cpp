@@ -1,4 +1,4 @@
-// proc_texts_test.cpp - the texts of the process file system, and the scans over its files and directories.
+// tests/hosted/live/proc_texts_test.cpp - parsing of process file system texts, and the readers below it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -79,7 +79,7 @@ TEST(LiveTexts, Mappings) {
     }
 }
 
-// Lines that end at, before and behind the ends of what one read gives, and lines longer than that.
+// Lines that end at, before and after the end of a read, and lines longer than one read.
 TEST(LiveTexts, LinesAcrossPieces) {
     const scratch_directory scratch;
     const int directory = open(scratch.path().c_str(), O_PATH | O_DIRECTORY);

@@ -1,4 +1,5 @@
-// processes_test.cpp - the live machine's tasks and threads, on children of the test alone.
+// tests/hosted/live/processes_test.cpp - tasks and threads of the live machine. Every call that acts names a child of
+// the test.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -34,7 +35,7 @@ uint64_t item_of(process_table &table, uint64_t handle, uint64_t item) {
     return value;
 }
 
-// The names under which the processes are published.
+// The published names of the processes.
 std::map<int, std::string> published(process_table &table) {
     std::map<int, std::string> names;
     process_table::listing listing(table);
@@ -126,7 +127,7 @@ TEST(LiveProcesses, StatesAndWhatHasGone) {
     while (walk->step() == RESULT_SUCCESS) {
         uint64_t handle = 0, state = 0, value = 77;
         EXPECT_EQ(walk->info(OBJINFO_HANDLE, handle), RESULT_SUCCESS);
-        if (handle == gone.handle()) {  // ends while the walk stands on it
+        if (handle == gone.handle()) {  // ends as the walk's current process
             kill(gone.id(), SIGKILL);
             gone.reap();
             for (const uint64_t item : {TASKINFO_PRIORITY, TASKINFO_FLAGS, TASKINFO_IDS, TASKINFO_MEMOS,
@@ -154,7 +155,7 @@ TEST(LiveProcesses, StatesAndWhatHasGone) {
     EXPECT_EQ(item_of(table, gone.handle(), OBJINFO_HANDLE), ~uint64_t{0});
 }
 
-// Half of it has been given back already, and reads as -1.
+// Half of its state is released already and reads as -1.
 TEST(LiveProcesses, OnItsLastWayOut) {
     system_tree tree;
     tree.put("proc/301/status", "Name:\tlast\nTgid:\t301\n");
@@ -167,8 +168,8 @@ TEST(LiveProcesses, OnItsLastWayOut) {
     EXPECT_EQ(table.name(301, name), RESULT_NO_OBJECT);
 }
 
-// Nothing that was read or added up for one row is left for the next.
-TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
+// Nothing that was read or summed for one row carries over to the next.
+TEST(LiveProcesses, EachRowReportsItsOwnProcess) {
     system_tree tree;
     for (const int id : {301, 302, 303}) {
         const std::string number = std::to_string(id), at = "proc/" + number;
@@ -189,7 +190,7 @@ TEST(LiveProcesses, EachRowTellsOfItsOwnProcess) {
     std::set<uint64_t> rows;
     for (uint64_t id = 0, value = 0; walk->step() == RESULT_SUCCESS; rows.insert(id)) {
         EXPECT_EQ(walk->info(OBJINFO_HANDLE, id), RESULT_SUCCESS);
-        if (id == 1) continue;  // a task wherever it cannot be seen, too
+        if (id == 1) continue;  // listed as a task even where it is hidden
         const std::map<uint64_t, uint64_t> wanted = {
             {TASKINFO_SYSCALLS_LO, id + 1},
             {TASKINFO_RESERVED_PAGES, id},
@@ -237,23 +238,7 @@ TEST(LiveProcesses, NoDescriptorIsLeft) {
     for (int i = 0; i < 3; i++) EXPECT_EQ(child.heard(), static_cast<int64_t>(RESULT_NO_MEMORY));
 }
 
-// What looks like the process file system of this machine, but is not, leads to no process.
-TEST(LiveProcesses, AForeignProcessFileSystem) {
-    own_child child;
-    const std::string number = std::to_string(child.id()), at = "proc/" + number;
-    const system_tree tree;
-    tree.put(at + "/status", "\nTgid:\t" + number);
-    tree.put(at + "/stat", number + " (alike) S 0 0 0 0 0 0 0 0 0 0 0 0 0 0 20 0 1 0 0 0 0");
-    process_table table(tree.roots.proc);
-    const std::string *name = nullptr;
-    EXPECT_EQ(table.name(child.handle(), name), RESULT_SUCCESS);
-    EXPECT_EQ(table.raise(child.handle(), EXC_SIGNAL, SIGKILL), RESULT_NOT_PERMITTED);
-    EXPECT_EQ(table.set_priority(child.handle(), 139), RESULT_NOT_PERMITTED);
-    EXPECT_EQ(table.end(child.handle()), RESULT_NOT_PERMITTED);
-    EXPECT_TRUE(child.is_alive());
-}
-
-// Memory and arguments are a living thread's where the main thread has ended.
+// Where the main thread has ended, memory and arguments are read from a living thread.
 TEST(LiveProcesses, OfFurtherThreadsAlone) {
     own_child child([](own_child &self) {
         std::thread([&self] {
@@ -316,7 +301,7 @@ TEST(LiveProcesses, Names) {
         ASSERT_EQ(looked_up.name(static_cast<uint64_t>(id), found), RESULT_SUCCESS);
         EXPECT_EQ(*found, name);
     }
-    prctl(PR_SET_NAME, "changed");  // a value that was read stays for the run
+    prctl(PR_SET_NAME, "changed");  // a name is read once per run
     const std::string before = names[getpid()];
     EXPECT_EQ(published(listed)[getpid()], before);
 }
@@ -375,14 +360,14 @@ TEST(LiveProcesses, CallsByTheInterfaceOf32Bits) {
 }
 #endif
 
-// Gives the number of a process that has ended to another one, among numbers of its own: the system's are for others.
+// Reuses the number of an ended process, in a process namespace of the test's own.
 TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     const auto pass_on = [](own_child &self) {
         const bool ready =
             mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) == 0 && mount("proc", "/proc", "proc", 0, nullptr) == 0;
         std::optional<own_child> first(std::in_place);
         const int id = first->id();
-        process_table knows, was_told, looks;
+        process_table knows, never_listed, looks;
         const bool seen = published(knows).contains(id) && item_of(looks, first->handle(), TASKINFO_PARENT) == 1;
         first.reset();
         usleep(50000);  // start times count hundredths of a second
@@ -393,11 +378,12 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
         self.say(seen);
         self.say(static_cast<int64_t>(knows.raise(second.handle(), EXC_SIGNAL, SIGKILL)));
         self.say(static_cast<int64_t>(knows.end(second.handle())));
-        self.say(static_cast<int64_t>(looks.name(second.handle(), name)));  // not the other's beside what was read
+        self.say(static_cast<int64_t>(
+            looks.name(second.handle(), name)));  // not the second's name beside the first's figures
         self.say(second.is_alive());
-        const bool listed_again = published(knows).contains(id);  // so that its handle names the second
+        const bool listed_again = published(knows).contains(id);  // from here on the handle names the second
         self.say(listed_again ? static_cast<int64_t>(knows.raise(second.handle(), EXC_SIGNAL, SIGCONT)) : -1);
-        self.say(static_cast<int64_t>(was_told.end(second.handle())));
+        self.say(static_cast<int64_t>(never_listed.end(second.handle())));
     };
     own_child outside([&](own_child &self) {
         if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) _exit(1);
@@ -411,7 +397,7 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
     }
 }
 
-// The numbers that a process file system of others shows are other processes here.
+// A foreign process file system shows numbers that name other processes here.
 TEST(LiveProcesses, NothingActsThroughAForeignProc) {
     own_child outside([](own_child &self) {
         if (unshare(CLONE_NEWPID) != 0) _exit(1);
@@ -501,7 +487,7 @@ TEST(LiveProcesses, PriorityOfEveryThread) {
     }
 }
 
-// A deadline has no priority: nothing but the value that reads now is accepted for it, and that changes nothing.
+// A deadline has no priority: only its current value is accepted, which changes nothing.
 TEST(LiveProcesses, PriorityOfADeadline) {
     constexpr int deadline = 6;
     own_child child([](own_child &self) {

@@ -1,4 +1,5 @@
-// The registry's hardware/ and kernel/: over a tree of files, and over the machine that the test runs on.
+// tests/hosted/live/system_registry_test.cpp - the registry's hardware/, kernel/ and run/: over a tree of files, and on
+// this machine.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>

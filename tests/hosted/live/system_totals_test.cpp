@@ -1,5 +1,5 @@
-// Totals, memory, interrupts, drivers and registers: of the sample, of hostile texts, and of the machine that the test
-// runs on.
+// tests/hosted/live/system_totals_test.cpp - totals, memory, interrupts, drivers and registers: of the sample, of
+// hostile texts, and of this machine.
 #include <elf.h>
 #include <gtest/gtest.h>
 #include <linux/filter.h>
@@ -49,7 +49,7 @@ TEST(LiveTotals, StateItems) {
         {KSTATE_HANDLE_COUNT, 592},
         {KSTATE_ISR_NUMBER_LIMIT, 34},
     };
-    for (const auto &[roots, told] : {std::pair(sample_system(), 1U), {file_roots{"none"}, 0U}}) {
+    for (const auto &[roots, readable] : {std::pair(sample_system(), 1U), {file_roots{"none"}, 0U}}) {
         memory_map memory(roots);
         interrupt_table interrupts(roots);
         totals all(roots, memory, interrupts);
@@ -57,12 +57,12 @@ TEST(LiveTotals, StateItems) {
         EXPECT_FALSE(all.state(KSTATE_TICK, value));
         for (const auto &[item, expected] : cases) {
             EXPECT_TRUE(all.state(item, value)) << item;
-            EXPECT_EQ(value, expected * told) << item;
+            EXPECT_EQ(value, expected * readable) << item;
         }
     }
 }
 
-// Of two zones of one size, one without a page, one that claims more free pages than it has, and an absurd one.
+// The sample has two zones of one size, one without pages, one with more free pages than pages, and an absurd one.
 TEST(LiveMemory, ChunksAreZones) {
     memory_map memory(sample_system());
     const uint64_t page = page_size();
@@ -89,7 +89,7 @@ TEST(LiveMemory, ChunksAreZones) {
     EXPECT_EQ(memory.info(SPACE_HANDLES.first, MEMINFO_BEGIN, value), RESULT_NO_ITEM);
 }
 
-// What the kernel counts but has not initialised goes where memory is missing, and no further.
+// Memory that the kernel counts but has not initialised belongs to the zones that miss pages, in order.
 TEST(LiveMemory, ChunksAddUpWithTheTotals) {
     const auto zones = [](uint64_t total, uint64_t free) {
         std::vector<memory_zone> all = {{0, 50, 40, 40, 10}, {50, 900, 800, 100, 5}, {950, 100, 90, 70, 0}};
@@ -131,7 +131,7 @@ TEST(LiveMemory, SegmentsOfAKernelImage) {
     EXPECT_TRUE(parse_kernel_segments(image.substr(1)).empty());
 }
 
-// The areas lie inside the kernel's half, in order and apart, and that half ends with the last address.
+// The areas lie in the kernel's half, in order, without overlap, and that half ends at the last address.
 TEST(LiveMemory, SpacesFillTheAddressSpace) {
     constexpr address_range modules = {0xFFFFFFFFC0000000, 0xFFFFFFFFFEFFFFFF};
     constexpr address_range arm_modules = {0xFFFF800000000000, 0xFFFF80007FFFFFFF};
@@ -197,7 +197,7 @@ TEST(LiveDrivers, CharacterDriversFirst) {
     EXPECT_EQ(number, 3U);
 }
 
-// Every text cut anywhere, and with bytes changed, is read without harm, and what comes out keeps its bounds.
+// Texts cut anywhere or with random bytes changed: every parsed figure stays in its bounds.
 TEST(LiveSystem, HostileTexts) {
     std::mt19937 random(20240229);  // the same bytes at every run
     for (const char *file : {"/meminfo", "/zoneinfo", "/interrupts", "/devices"}) {
@@ -222,8 +222,8 @@ TEST(LiveSystem, HostileTexts) {
     }
 }
 
-// Where no descriptor is left, reading fails; it does not find less.
-TEST(LiveSystem, WantOfDescriptorsIsNotAbsence) {
+// Without free descriptors a read fails. It does not report an empty result.
+TEST(LiveSystem, FailsWithoutDescriptors) {
     const file_roots roots;
     memory_map memory(roots);
     interrupt_table interrupts(roots);

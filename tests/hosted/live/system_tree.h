@@ -1,4 +1,4 @@
-// hosted/live/system_tree.h - trees of files in place of the operating system's own.
+// tests/hosted/live/system_tree.h - trees of files that replace the operating system's own.
 #pragma once
 
 #include <filesystem>
@@ -7,16 +7,16 @@
 #include "hosted/live/files.h"
 #include "run_ventix.h"
 
-// The sample: a system with odd texts in it, kept as files.
+// The sample: the files of a system with odd texts.
 inline const hosted::live::file_roots &sample_system() {
     static const std::string base = VENTIX_SOURCE_DIR "/tests/hosted/live/system";
     static const hosted::live::file_roots roots = {base + "/proc", base + "/sys", base + "/dev", base + "/etc"};
     return roots;
 }
 
-// A directory of its own, with the roots below it; gone with its owner.
+// The roots in a directory of their own, which is removed with this object.
 class system_tree {
-    scratch_directory scratch_;  // in front of the roots, which lie in it
+    scratch_directory scratch_;  // declared before the roots, whose paths it supplies
 
 public:
     const hosted::live::file_roots roots = {path("proc"), path("sys"), path("dev"), path("etc")};

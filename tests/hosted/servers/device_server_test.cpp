@@ -1,4 +1,5 @@
-// The device server: what it answers to each message, healthy or misbehaving, and what becomes of what it owes.
+// tests/hosted/servers/device_server_test.cpp - what the device server answers to each message, healthy or misbehaving,
+// and which answers it still owes.
 #include "hosted/servers/device_server.h"
 
 #include <gtest/gtest.h>
@@ -14,20 +15,20 @@ using answers = std::vector<std::pair<uint64_t, uint64_t>>;  // code and second 
 
 constexpr uint32_t COMMAND = 0x77;
 
-// Performs one command, unless its argument block says otherwise, and remembers what it was told.
+// Performs one command, with the result that the request's unit states, and records every call.
 class one_command : public hosted::device_protocol {
 public:
-    explicit one_command(std::vector<uint64_t> &told) : told_(told) {}
+    explicit one_command(std::vector<uint64_t> &calls) : calls_(calls) {}
     std::optional<uint32_t> perform(uint32_t command, const hosted::request_view &request) override {
         if (command != COMMAND) return std::nullopt;
-        told_.push_back(request.address);
+        calls_.push_back(request.address);
         return request.header.unit;
     }
     bool direct(const kernel_message &message) override { return message.code == 0xD0510001; }
-    void forget(hosted::arena &, uint64_t request) override { told_.push_back(~request); }
+    void forget(hosted::arena &, uint64_t request) override { calls_.push_back(~request); }
 
 private:
-    std::vector<uint64_t> &told_;
+    std::vector<uint64_t> &calls_;
 };
 
 class DeviceServer : public testing::Test {
@@ -35,7 +36,7 @@ protected:
     void start(const device_behaviour &behaviour = {}, uint64_t buffer = 0) {
         running_.emplace([&](test_machine &m) {
             m.makers["dev"] = [this, behaviour, buffer](hosted::kernel &owner) {
-                return make_server(owner, std::make_unique<one_command>(told_), buffer, behaviour);
+                return make_server(owner, std::make_unique<one_command>(calls_), buffer, behaviour);
             };
         });
         port_ = running_->kernel().device_port("dev");
@@ -49,7 +50,7 @@ protected:
         return made;
     }
 
-    // Everything that arrives on the reply port until so many milliseconds have passed.
+    // Everything that arrives on the reply port within so many milliseconds.
     answers arriving(int64_t timeout = 0) {
         answers found;
         const auto until = static_cast<int64_t>(TickGetCount()) + timeout;
@@ -65,7 +66,7 @@ protected:
         return arriving();
     }
 
-    std::vector<uint64_t> told_;  // requests performed, and the complements of those forgotten
+    std::vector<uint64_t> calls_;  // requests performed, and the complements of those forgotten
     std::optional<test_kernel> running_;
     uint64_t port_ = 0, reply_ = 0;
     device_record *device_ = nullptr;
@@ -99,7 +100,7 @@ TEST_F(DeviceServer, AnswersABegunRequestOnce) {
     EXPECT_EQ(sent(IOMSG_ABORT, id), (answers{{IOMSG_ABORT_ACKNOWLEDGED, id}})) << "finished";
 
     EXPECT_EQ(begin(3), answers{});
-    EXPECT_EQ(begin(COMMAND), answers{}) << "begun twice: its one answer is under way";
+    EXPECT_EQ(begin(COMMAND), answers{}) << "begun twice: one answer is pending";
     EXPECT_EQ(arriving(30), (answers{{IOMSG_FAILED, id}}));
     EXPECT_EQ(io->error, 9u);
 
@@ -111,7 +112,7 @@ TEST_F(DeviceServer, AnswersABegunRequestOnce) {
     EXPECT_EQ(begin(COMMAND + 1), answers{}) << "the late answer of the aborted run is not this one's";
     EXPECT_EQ(arriving(100), (answers{{IOMSG_FAILED, id}}));
     EXPECT_EQ(io->error, uint32_t{IOERROR_BAD_COMMAND});
-    EXPECT_EQ(told_, (std::vector<uint64_t>(2, reinterpret_cast<uint64_t>(io))));
+    EXPECT_EQ(calls_, (std::vector<uint64_t>(2, reinterpret_cast<uint64_t>(io))));
 }
 
 TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
@@ -132,7 +133,7 @@ TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
     EXPECT_EQ(sent(0x12345, 5), (answers{{hosted::QUERY_UNKNOWN_ANSWER, 0}}));
     EXPECT_EQ(sent(0xD0510001, 5), answers{}) << "a protocol's own";
     EXPECT_EQ(sent(0x12345, 5, {}, port_), answers{}) << "an answer to the server itself goes nowhere";
-    EXPECT_EQ(told_, std::vector<uint64_t>{});
+    EXPECT_EQ(calls_, std::vector<uint64_t>{});
     EXPECT_EQ(SyncIO(io), IO_SUCCESS);
     const uint64_t id = io->id;
     EXPECT_EQ(DeleteIOreqAsync(io), IO_SUCCESS);
@@ -152,7 +153,7 @@ TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
     EXPECT_EQ(std::string(bytes, 1000), std::string(1000, '\0'));
 }
 
-// A close names its record by the port it is sent to, and drops what is owed to that record only.
+// A close names its record by the port that it arrives on, and drops the answers owed to that record only.
 TEST_F(DeviceServer, ClosesOneRecordAndWhatItOwes) {
     device_behaviour behaviour;
     behaviour.requests[COMMAND].delay = 10;

@@ -1,4 +1,5 @@
-// What the protocols make of argument blocks: nothing is read or written outside the request, whatever it says.
+// tests/hosted/servers/protocols_test.cpp - hostile argument blocks: the protocols read and write inside the request
+// only.
 #include "hosted/servers/protocols.h"
 
 #include <gtest/gtest.h>
