@@ -107,7 +107,7 @@ bool parse_separator(const char *&text) {
     return true;
 }
 
-// yyyy*mm*dd; the day is not held against its month's length.
+// yyyy*mm*dd; the day is not checked against the month's length.
 bool sb_date_parse_date(const char *text, std::tm *tm) {
     int year = 0, month = 0, day = 0;
     if (!parse_number(text, FIRST_YEAR, INT_MAX, year) || !parse_separator(text) || !parse_number(text, 1, 12, month) ||

@@ -1,4 +1,4 @@
-// hosted/output.cpp - the stream behind stdout.
+// hosted/output.cpp - the stream of standard output.
 #include "hosted/output.h"
 
 #include <unistd.h>

@@ -6,7 +6,7 @@ namespace hosted {
 // What begins each message of this process on standard error. Set before anything else runs, if at all.
 inline const char *program_name = "ventix";
 
-// Puts standard output behind the buffer. Called once, before main().
+// Gives standard output its buffer. Called once, before main().
 //   reader_gone  called when a write finds that nobody reads any more (EPIPE); null: the write fails like any other
 void prepare_output(void (*reader_gone)());
 

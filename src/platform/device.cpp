@@ -7,7 +7,7 @@
 #include <optional>
 #include <utility>
 
-#include "platform/kept.h"
+#include "platform/open_devices.h"
 #include "platform/protocol/registry.h"
 #include "platform/shared_request.h"
 #include "platform/uninterrupted.h"
@@ -68,7 +68,7 @@ bool make_port(uint64_t rights, own_port &made) {
 // ---- opening --------------------------------------------------------------------------------------------------------
 
 // Waits on the reply port for the answer to an open; null for a refusal.
-device_record *await_opened(uint64_t reply, kept_pointer entry) {
+device_record *await_opened(uint64_t reply, entry_pointer entry) {
     kernel_message message{};
     if (!receive_code(reply, DEVMSG_OPENED, message)) return nullptr;
     auto *device = record_at<device_record>(message.word2);
@@ -78,14 +78,14 @@ device_record *await_opened(uint64_t reply, kept_pointer entry) {
         return nullptr;
     }
     entry->device = read_device(device);
-    keep(std::move(entry));
+    add_entry(std::move(entry));
     return device;
 }
 
 // Opens the device that a port leads to.
 //   must_send  fail where the send fails; else wait for the answer all the same
 device_record *open_on(uint64_t port, uint64_t reply, bool must_send) {
-    kept_pointer entry = make_entry();
+    entry_pointer entry = make_entry();
     if (!is_port(port) || entry == nullptr) return nullptr;
     uint64_t task = _SL_GetState(KSTATE_CURRENT_TASK);
     const bool fresh = _SL_GetState(KSTATE_HANDLE_MANAGER) != 0;
@@ -152,13 +152,13 @@ void release_semaphore(uint64_t semaphore) {
 // Asks the server to create or delete a request and waits for its reply.
 //   message  out: the reply
 //   returns  false where there is none; does not wait where the message could not be sent
-bool exchange(const kept_device &device, uint32_t code, uint64_t word2, uint32_t reply_code, kernel_message &message) {
+bool exchange(const open_device &device, uint32_t code, uint64_t word2, uint32_t reply_code, kernel_message &message) {
     return send(device.server_port, address_of(device.record), code, word2) == RESULT_SUCCESS &&
            receive_code(device.private_port, reply_code, message);
 }
 
 int send_about(const IOreq *request, uint32_t code, int64_t timeout = WAIT_FOREVER) {
-    const uint64_t sent = send(kept(request).server_port, request->reply_port, code, request->id, timeout);
+    const uint64_t sent = send(device_of(request).server_port, request->reply_port, code, request->id, timeout);
     return sent == RESULT_SUCCESS ? IO_SUCCESS : IO_UNAVAILABLE;
 }
 
@@ -286,13 +286,13 @@ device_record *OpenDeviceFromMsgPort(uint64_t port) {
 int64_t CloseDevice(device_record *device) {
     if (device == nullptr) return 0;
     if (_SL_GetAddressMemo(0, address_of(device), ADDRESS_MEMO_ANY) == NO_OBJECT) {
-        forget(device);
+        remove_device(device);
         return 0;
     }
     own_port reply{};
     if (!make_port(RIGHTS_QUERY_REPLY, reply)) return -1;
-    const uint64_t server_port = kept(device).server_port;
-    forget(device);
+    const uint64_t server_port = device_of(device).server_port;
+    remove_device(device);
     kernel_message message{};
     if (send(server_port, 0, DEVMSG_CLOSE, reply.handle) == RESULT_SUCCESS) {
         receive_code(reply.handle, DEVMSG_CLOSED, message);  // a failed wait changes nothing: the close was sent
@@ -304,10 +304,10 @@ int64_t CloseDevice(device_record *device) {
 // ---- I/O requests ---------------------------------------------------------------------------------------------------
 
 IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t size, uint64_t reply_port) {
-    kept_pointer entry = make_entry();
+    entry_pointer entry = make_entry();
     if (entry == nullptr) return nullptr;
-    entry->device = kept(device);
-    const kept_device &on = entry->device;
+    entry->device = device_of(device);
+    const open_device &on = entry->device;
     if (take_semaphore(on.semaphore) != RESULT_SUCCESS) return nullptr;
     kernel_message message{};
     const bool answered = exchange(on, DEVMSG_CREATE_REQUEST, size, DEVMSG_REQUEST_CREATED, message);
@@ -317,7 +317,7 @@ IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t
     auto *request = answered ? record_at<IOreq>(message.word2) : nullptr;
     if (request == nullptr) return nullptr;
     entry->request = request;
-    keep(std::move(entry));
+    add_entry(std::move(entry));
 
     request->unit = unit;
     request->status = IOREQ_STATUS_NEW;
@@ -330,9 +330,9 @@ IOreq *CreateIOreq(device_record *device, uint32_t unit, uint8_t flags, uint64_t
 }
 
 int DeleteIOreq(IOreq *request) {
-    const kept_device device = kept(request);
+    const open_device device = device_of(request);
     if (take_semaphore(device.semaphore) != RESULT_SUCCESS) return IO_UNAVAILABLE;
-    take(request);
+    remove_request(request);
     kernel_message message{};
     // Whether the reply arrives makes no difference.
     exchange(device, DEVMSG_DELETE_REQUEST, request->id, DEVMSG_REQUEST_DELETED, message);
@@ -341,10 +341,10 @@ int DeleteIOreq(IOreq *request) {
 }
 
 int DeleteIOreqAsync(IOreq *request) {
-    const uint64_t server_port = kept(request).server_port;
-    kept_pointer entry = take(request);
+    const uint64_t server_port = device_of(request).server_port;
+    entry_pointer entry = remove_request(request);
     if (send(server_port, 0, DEVMSG_DELETE_REQUEST_ASYNC, request->id) == RESULT_SUCCESS) return IO_SUCCESS;
-    if (entry != nullptr) keep(std::move(entry));
+    if (entry != nullptr) add_entry(std::move(entry));
     return IO_UNAVAILABLE;
 }
 
@@ -377,12 +377,12 @@ int sync_io(uint64_t server_port, IOreq *request) {
     }
 }
 
-int SyncIO(IOreq *request) { return sync_io(kept(request).server_port, request); }
+int SyncIO(IOreq *request) { return sync_io(device_of(request).server_port, request); }
 
 int SyncIOEx(IOreq *request, int64_t timeout, bool abort_on_timeout, bool restart) {
     // With restart an interrupted call is repeated; without it, it ends the wait as an expired time-out does.
     const auto restarted = [restart](auto call) { return restart ? uninterrupted(call) : call(); };
-    const uint64_t server = kept(request).server_port;
+    const uint64_t server = device_of(request).server_port;
     const uint64_t port = request->reply_port;
     const uint64_t id = request->id;
 

@@ -57,7 +57,7 @@ uint64_t TickSleep(uint32_t ticks);  // milliseconds; result of _SL_Delay
 // Makes a port, and a handle to it that can be given to a server.
 //   task     passed on to _SL_CreateHandle; 0
 //   rights   RIGHTS_ word; RIGHTS_SHARED is added
-//   returns  the handle, or NO_OBJECT with nothing left behind; delete it with DeleteMsgPort
+//   returns  the handle, or NO_OBJECT with nothing created; delete it with DeleteMsgPort
 uint64_t CreateSharedMsgPort(uint64_t reserved1, uint64_t reserved2, uint64_t task, uint64_t rights);
 
 uint64_t DeleteMsgPort(uint64_t port);  // by any of its handles, with all of them. Result of _SL_DeleteObject

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "platform/kept.h"
+#include "platform/open_devices.h"
 
 // Opens a device once per process, and returns the same record from then on.
 //   variable  where the process keeps it; null before the first open. Of several threads that open it one wins; the

@@ -31,9 +31,8 @@ device_record *GetSystemService();
 // Read the ids of a process.
 //   task     the task's handle for SysvcGetPid, its process id for the others
 //   pid ...  out, on success; may be null
-//   returns  0, or a SYSERR_ or other system error number. Deliberate: a service that fails with system error 0 makes
-//   the
-//            call return 0 with nothing stored
+//   returns  0, or a SYSERR_ or other system error number. Deliberate: where the service fails with system error 0, the
+//            call returns 0 and stores nothing
 int SysvcGetPid(device_record *service, uint64_t task, uint64_t *pid);
 int SysvcGetPPid(device_record *service, uint64_t task, uint64_t *ppid);
 int SysvcGetPgid(device_record *service, uint64_t task, uint64_t *pgid);

@@ -14,7 +14,6 @@ namespace {
 
 constexpr size_t LONGEST_PATH = 24;        // components of a path that are shown
 constexpr size_t LONGEST_KEY = 64;         // bytes of a component
-constexpr uint32_t FEW_KEYS = 8;           // up to so many are compared one by one
 constexpr size_t DEEPEST = 1 << 20;        // lists and objects within one another
 constexpr size_t MOST_SUGGESTED = 10'000;  // findings that come with a suggestion
 
@@ -209,7 +208,7 @@ private:
         }
     }
 
-    // From the opening quote to behind the closing one.
+    // Scans a text, both its quotes included.
     void scan_text() {
         const size_t begin = at_++;
         size_t plain = at_;  // where the part begins that is not decoded yet
@@ -223,7 +222,7 @@ private:
                 scan_escape(content);
                 plain = at_;
             } else if (c < ' ') {
-                fail("invalid string: " + control_character(c));
+                fail("invalid string: control character; write it as \\u00" + hex_text({&text_[at_], 1}));
             } else if (c < 0x80) {
                 ++at_;
             } else {
@@ -238,35 +237,17 @@ private:
         ++at_;
     }
 
-    static std::string control_character(uint8_t c) {
-        constexpr const char *short_escapes[] = {"\\b", "\\t", "\\n", nullptr, "\\f", "\\r"};
-        constexpr const char *names[] = {"NUL", "SOH", "STX", "ETX", "EOT", "ENQ", "ACK", "BEL", "BS",  "HT",  "LF",
-                                         "VT",  "FF",  "CR",  "SO",  "SI",  "DLE", "DC1", "DC2", "DC3", "DC4", "NAK",
-                                         "SYN", "ETB", "CAN", "EM",  "SUB", "ESC", "FS",  "GS",  "RS",  "US"};
-        constexpr char digits[] = "0123456789ABCDEF";
-        const std::string number = {'0', '0', digits[c >> 4], digits[c & 15]};
-        std::string what = "control character U+" + number + " (" + names[c] + ") must be escaped to \\u" + number;
-        if (c >= '\b' && c <= '\r' && short_escapes[c - '\b'] != nullptr)
-            what += std::string(" or ") + short_escapes[c - '\b'];
-        return what;
-    }
-
     char32_t scan_four_digits() {
-        char32_t value = 0;
-        for (int i = 0; i < 4; ++i) {
-            ++at_;
-            const char c = here();
-            const int digit = is_digit(c)            ? c - '0'
-                              : c >= 'a' && c <= 'f' ? c - 'a' + 10
-                              : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                                     : -1;
-            if (digit < 0) fail("invalid string: '\\u' must be followed by 4 hex digits");
-            value = value << 4 | static_cast<char32_t>(digit);
-        }
+        const std::string_view digits = text_.substr(++at_, 4);
+        uint16_t value = 0;
+        const char *const end = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
+        at_ += static_cast<size_t>(end - digits.data());
+        if (end != digits.data() + 4) fail("invalid string: '\\u' must be followed by 4 hex digits");
+        --at_;
         return value;
     }
 
-    // From the backslash to behind the escape.
+    // Scans an escape, its backslash included.
     void scan_escape(std::string &content) {
         constexpr std::string_view letters = "\"\\/bfnrt";
         constexpr std::string_view meanings = "\"\\/\b\f\n\r\t";
@@ -326,22 +307,14 @@ void document::refuse_repeated_keys() const {
         repeated.clear();
         for (uint32_t at = object + 1; at < nodes_[object].end; at = nodes_[at].end) members.push_back(at);
         const auto key = [&](uint32_t member) { return key_of(nodes_[member]); };
-        if (members.size() <= FEW_KEYS) {
-            for (size_t i = 1; i < members.size(); ++i) {
-                const auto end = members.begin() + static_cast<std::ptrdiff_t>(i);
-                if (std::any_of(members.begin(), end, [&](uint32_t before) { return key(before) == key(members[i]); }))
-                    repeated.push_back(members[i]);
-            }
-        } else {
-            std::sort(members.begin(), members.end(), [&](uint32_t a, uint32_t b) {
-                const int order = key(a).compare(key(b));
-                return order != 0 ? order < 0 : a < b;
-            });
-            for (size_t i = 1; i < members.size(); ++i) {
-                if (key(members[i - 1]) == key(members[i])) repeated.push_back(members[i]);
-            }
-            std::sort(repeated.begin(), repeated.end());
+        std::sort(members.begin(), members.end(), [&](uint32_t a, uint32_t b) {
+            const int order = key(a).compare(key(b));
+            return order != 0 ? order < 0 : a < b;
+        });
+        for (size_t i = 1; i < members.size(); ++i) {
+            if (key(members[i - 1]) == key(members[i])) repeated.push_back(members[i]);
         }
+        std::sort(repeated.begin(), repeated.end());
         for (const uint32_t member : repeated) {
             const json_value again(*this, member);
             again.attempt([&] { again.wrong("given twice"); });

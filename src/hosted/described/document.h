@@ -116,7 +116,7 @@ private:
         std::string text;
     };
 
-    char first_of(const node &from) const { return source_[from.at]; }  // tells what the value is
+    char first_of(const node &from) const { return source_[from.at]; }  // shows what the value is
     bool suggests() const;  // whether an unknown word comes with the nearest known one
     std::string_view text_at(uint32_t opening_quote) const;
     std::string_view text_of(const node &from) const { return text_at(from.at); }

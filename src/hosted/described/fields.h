@@ -150,6 +150,17 @@ template <class Record> struct row_of : codec {
     static std::string describe() { return describe_row(table<Record>::fields); }
 };
 
+// A record that appears as one of its members.
+template <auto Member, class Codec> struct member_as : codec {
+    static constexpr bool on_line = Codec::on_line;
+    template <class Record> static void read(json_value from, Record &into) { Codec::read(from, into.*Member); }
+    template <class Record> static void write(json_writer &out, const Record &value) {
+        Codec::write(out, value.*Member);
+    }
+    template <class Record> static bool absent(const Record &value) { return Codec::absent(value.*Member); }
+    static std::string describe() { return Codec::describe(); }
+};
+
 // What ended during the run is not written.
 template <class Value> bool is_gone(const Value &value) {
     if constexpr (requires { value.gone; }) return value.gone;

@@ -125,22 +125,13 @@ constexpr field
 
 template <> struct table<object> { static constexpr field fields[] = {HANDLE<object>, INFO<object>}; };
 
-namespace {
-
-struct register_nodes : codec {
-    using nodes = list_of<hexadecimal, false>;
-    static void read(json_value from, thread::register_values &into) { nodes::read(from, into.nodes); }
-    static void write(json_writer &out, const thread::register_values &value) { nodes::write(out, value.nodes); }
-    static std::string describe() { return nodes::describe(); }
-};
-
-}  // namespace
-
 template <> struct table<thread> {
+    using values = thread::register_values;
     static constexpr field fields[] = {
         HANDLE<thread>,
         INFO<thread>,
-        of<thread>::key<&thread::registers, keyed<naming::none, register_nodes>>("registers"),
+        of<thread>::key<&thread::registers,
+                        keyed<naming::none, member_as<&values::nodes, list_of<hexadecimal, false>>>>("registers"),
     };
 };
 
@@ -406,12 +397,6 @@ template <> struct table<service_description::item> {
 
 namespace {
 
-template <class Codec, auto Member> struct about_result : codec {
-    static void read(json_value from, listed_result &into) { Codec::read(from, into.about.*Member); }
-    static void write(json_writer &out, const listed_result &value) { Codec::write(out, value.about.*Member); }
-    static std::string describe() { return Codec::describe(); }
-};
-
 struct result_value : codec {
     using kind = service_result::kind;
     static void read(json_value from, listed_result &into) {
@@ -450,8 +435,8 @@ template <> struct table<listed_result> {
     using about = service_description::item;
     static constexpr std::string_view expected = "expected a key, a type and a value";
     static constexpr field fields[] = {
-        f::whole<about_result<plain_text, &about::key>>("key"),
-        f::whole<about_result<service_type, &about::type>>("type"),
+        f::key<&listed_result::about, member_as<&about::key, plain_text>>("key"),
+        f::key<&listed_result::about, member_as<&about::type, service_type>>("type"),
         f::whole<result_value>("value"),
     };
 };
@@ -476,14 +461,6 @@ struct service_results : codec {
     }
     static bool absent(const service &from) { return from.values.empty(); }
     static std::string describe() { return results::describe(); }
-};
-
-// A member of a service's description.
-template <class Codec, auto Member> struct description : codec {
-    static void read(json_value from, service &into) { Codec::read(from, into.description.*Member); }
-    static void write(json_writer &out, const service &value) { Codec::write(out, value.description.*Member); }
-    static bool absent(const service &value) { return Codec::absent(value.description.*Member); }
-    static std::string describe() { return Codec::describe(); }
 };
 
 // A text, or a list of texts that are joined. Written as the lines and what follows the last of them, so that a line
@@ -518,8 +495,8 @@ template <> struct table<service> {
     using f = of<service>;
     using about = service_description;
     static constexpr field fields[] = {
-        f::whole<description<plain_text, &about::name>>("name"),
-        f::whole<description<list_of<row_of<about::item>, false>, &about::args>>("args"),
+        f::key<&service::description, member_as<&about::name, plain_text>>("name"),
+        f::key<&service::description, member_as<&about::args, list_of<row_of<about::item>, false>>>("args"),
         f::whole<service_results>("results"),
         f::key<&service::error>("error"),
     };
@@ -681,7 +658,7 @@ struct format_number : codec {
     static std::string describe() { return R"({"const": )" + std::to_string(FORMAT) + "}"; }
 };
 
-// Read last, behind the tasks and devices whose entries the kernel publishes.
+// Read last, after the tasks and devices whose entries the kernel publishes.
 struct registry_root : codec {
     static constexpr bool on_line = true;
     static void read(json_value, registry &) {}

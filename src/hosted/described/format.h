@@ -11,7 +11,7 @@ namespace hosted::described {
 
 // Reads a machine file's text into empty records, which must stay where they are from here on.
 //   message  out, on failure: "LINE:COLUMN: what is wrong" or "PATH.IN.FILE: what is wrong"
-//   throws   std::bad_alloc and the like, for want of memory only
+//   throws   std::bad_alloc and the like, where there is no memory
 bool load(std::string_view text, machine_records &into, std::string &message);
 
 // Reads the records of a document. A document that collects keeps everything that is wrong; the records of one with

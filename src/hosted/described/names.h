@@ -42,7 +42,7 @@ std::string_view item_name(naming kind, uint64_t item);
 // plain where an item has no name
 form item_form(naming kind, uint64_t item);
 
-// What an item goes by as a key: its name, or its number, from 0x1000 on in hexadecimal.
+// The key of an item in a file: its name, or its number where it has none, from 0x1000 on in hexadecimal.
 std::string item_key(naming kind, uint64_t item);
 
 // How the indexes within a group of system data are named.

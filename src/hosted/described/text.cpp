@@ -10,13 +10,6 @@ namespace {
 
 constexpr std::string_view digits = "0123456789abcdef";
 
-int digit_value(char digit) {
-    if (digit >= '0' && digit <= '9') return digit - '0';
-    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-    return -1;
-}
-
 template <class Number> bool parse_whole(std::string_view text, Number &value, int base) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
     return error == std::errc() && end == text.data() + text.size();
@@ -44,16 +37,11 @@ std::string number_text(uint64_t value, bool hexadecimal) {
 
 std::optional<std::string> parse_hex(std::string_view text) {
     std::string bytes;
-    for (size_t at = 0; at < text.size();) {
-        if (text[at] == ' ' || text[at] == '\t' || text[at] == '\n' || text[at] == '\r') {
-            ++at;
-            continue;
-        }
-        const int high = digit_value(text[at]);
-        const int low = at + 1 < text.size() ? digit_value(text[at + 1]) : -1;
-        if (high < 0 || low < 0) return std::nullopt;
-        bytes.push_back(static_cast<char>(high << 4 | low));
-        at += 2;
+    for (size_t at = 0; (at = text.find_first_not_of(" \t\n\r", at)) != text.npos; at += 2) {
+        uint8_t byte = 0;
+        const std::string_view pair = text.substr(at, 2);
+        if (pair.size() != 2 || !parse_whole(pair, byte, 16)) return std::nullopt;
+        bytes.push_back(static_cast<char>(byte));
     }
     return bytes;
 }

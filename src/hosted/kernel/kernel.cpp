@@ -61,29 +61,25 @@ struct kernel::object {
     waiter *waiting = nullptr;      // the first of a list
 };
 
-struct kernel::port_object : object {
-    static constexpr object_kind KIND = object_kind::port;
-    port_object() : object(KIND) {}
+template <auto Kind> struct kernel::object_of : object {
+    static constexpr object_kind KIND = Kind;
+    object_of() : object(Kind) {}
+};
+
+struct kernel::port_object : object_of<object_kind::port> {
     std::deque<kernel_message> queue;
     hosted::server *server = nullptr;  // receives messages at once, in place of the queue
 };
 
-struct kernel::semaphore_object : object {
-    static constexpr object_kind KIND = object_kind::semaphore;
-    semaphore_object() : object(KIND) {}
+struct kernel::semaphore_object : object_of<object_kind::semaphore> {
     int64_t count = 0;
 };
 
-struct kernel::iterator_object : object {
-    static constexpr object_kind KIND = object_kind::iterator;
-    iterator_object() : object(KIND) {}
+struct kernel::iterator_object : object_of<object_kind::iterator> {
     std::unique_ptr<hosted::walk> walk;
 };
 
-struct kernel::memo_object : object {
-    static constexpr object_kind KIND = object_kind::memo;
-    memo_object() : object(KIND) {}
-};
+struct kernel::memo_object : object_of<object_kind::memo> {};
 
 kernel::kernel(std::unique_ptr<hosted::machine> machine) : machine_(std::move(machine)), start_(machine_->start()) {
     next_handle_ = start_.first_handle;

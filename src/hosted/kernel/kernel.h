@@ -110,6 +110,7 @@ public:
 private:
     enum class object_kind : uint8_t;
     struct object;
+    template <auto Kind> struct object_of;
     struct port_object;
     struct semaphore_object;
     struct iterator_object;

@@ -110,8 +110,8 @@ uint64_t signal_process(const descriptor &pidfd, uint64_t exception, uint64_t pa
     return send(pidfd, signal, carries_value ? &info : nullptr) ? uint64_t{RESULT_SUCCESS} : result_of(errno);
 }
 
-// A process with a thread that cannot be set is refused before any other is. A thread that is made while the others are
-// set may still have its maker's old priority, so the list is gone through until nothing in it changes any more.
+// Refuses a process that has a thread without a priority before it sets any. A thread created meanwhile may inherit the
+// old priority, so the passes repeat until one changes nothing.
 uint64_t set_process_priority(process &which, uint64_t priority) {
     constexpr int MOST_PASSES = 10;
     uint64_t now = 0;

@@ -215,8 +215,8 @@ const std::array<service, 7> &services() {
 std::optional<uint32_t> take_hexadecimal(std::string_view &text, size_t digits) {
     uint32_t value = 0;
     const std::string_view number = text.substr(0, digits);
-    const auto [behind, error] = std::from_chars(number.data(), number.data() + number.size(), value, 16);
-    if (error != std::errc{} || behind != number.data() + digits) return std::nullopt;
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value, 16);
+    if (error != std::errc{} || end != number.data() + digits) return std::nullopt;
     text.remove_prefix(digits);
     return value;
 }

@@ -104,7 +104,7 @@ public:
         return processes_.raise(task, exception, parameter);
     }
     uint64_t destroy(uint64_t handle) override;
-    void exit_notice(uint64_t, uint64_t) override {}  // the system tells a process's parent itself
+    void exit_notice(uint64_t, uint64_t) override {}  // the system notifies a process's parent itself
     void withhold_secrets() override { roots_.readers = S_IROTH; }
 
     server_source &servers() override { return *this; }
@@ -195,7 +195,7 @@ uint64_t live_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<wal
     return result;
 }
 
-// Every thread stands on its node 0 alone: exceptions do not nest here.
+// A thread has node 0 only: exceptions do not nest here.
 uint64_t live_machine::fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) {
     if (!stopped_ || stopped_->handle != thread) {
         live::thread *named = nullptr;

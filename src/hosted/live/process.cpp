@@ -36,7 +36,7 @@ uint64_t short_id(uint32_t id) {
 // costs far less than the file that says the same. It is read before the stat, which then proves that the process was
 // still there.
 bool process::open(int id) {
-    leads_ = pages_read_ = calls_read_ = memos_read_ = switches_read_ = survivor_read_ = outcome::unread;
+    is_process_ = pages_read_ = calls_read_ = memos_read_ = switches_read_ = survivor_read_ = outcome::unread;
     owner_known_ = false;
     if (id <= 0) return false;
     struct ::stat owner {};
@@ -57,14 +57,14 @@ bool process::open(int id) {
 }
 
 uint64_t process::is_process() {
-    if (leads_ == outcome::unread) {
+    if (is_process_ == outcome::unread) {
         failure_ = RESULT_SUCCESS;
         std::string_view text;
-        leads_ = read("status", text);
-        const bool leads = value_of(text, "\nTgid:") == static_cast<uint64_t>(number());
-        if (leads_ == outcome::done && !leads) leads_ = outcome::gone;
+        is_process_ = read("status", text);
+        const bool own = value_of(text, "\nTgid:") == static_cast<uint64_t>(number());
+        if (is_process_ == outcome::done && !own) is_process_ = outcome::gone;
     }
-    switch (leads_) {
+    switch (is_process_) {
     case outcome::done: return RESULT_SUCCESS;
     case outcome::hidden: return RESULT_NOT_PERMITTED;
     case outcome::gone: return RESULT_NO_OBJECT;

@@ -32,7 +32,7 @@ public:
     // Whether the open number is a process's own: RESULT_SUCCESS, RESULT_NO_OBJECT for the number of a further thread,
     // RESULT_NOT_PERMITTED where the caller may not look, or a failure. A number from a list of all processes is one.
     uint64_t is_process();
-    void assume_process() { leads_ = outcome::done; }
+    void assume_process() { is_process_ = outcome::done; }
 
     uint64_t item(uint64_t item, uint64_t &value);  // RESULT_ codes
 
@@ -71,7 +71,7 @@ private:
 
     uint32_t user_ = 0, group_ = 0;  // effective ids
     bool owner_known_ = false;
-    outcome leads_ = outcome::unread, pages_read_ = outcome::unread, calls_read_ = outcome::unread;
+    outcome is_process_ = outcome::unread, pages_read_ = outcome::unread, calls_read_ = outcome::unread;
     outcome memos_read_ = outcome::unread, switches_read_ = outcome::unread, survivor_read_ = outcome::unread;
     page_counts pages_;
     uint64_t calls_ = 0;

@@ -4,6 +4,7 @@
 // root.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -38,7 +39,12 @@ struct registry_limits {
 };
 
 // Removes the first component of a path and returns it; empty where none is left.
-std::string_view next_component(std::string_view &path);
+inline std::string_view next_component(std::string_view &path) {
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    const std::string_view component = path.substr(0, path.find('/'));
+    path.remove_prefix(component.size());
+    return component;
+}
 
 // Results are error words: 0 (done), IOERROR_NOT_FOUND, or another code. Outputs are written on success only.
 class registry_store {

@@ -1,4 +1,4 @@
-// hosted/servers/system_service_protocol.cpp - the ids of processes and the drivers behind device numbers.
+// hosted/servers/system_service_protocol.cpp - the ids of processes and the drivers of device numbers.
 #include <cstring>
 #include <string>
 

@@ -1,5 +1,5 @@
-// platform/kept.cpp - the list of open devices and their requests.
-#include "platform/kept.h"
+// platform/open_devices.cpp - the list of open devices and their requests.
+#include "platform/open_devices.h"
 
 #include <algorithm>
 #include <array>
@@ -10,7 +10,7 @@
 namespace {
 
 constinit std::mutex lock;
-constinit kept_entry *newest = nullptr;  // entries that are never taken off stay until the process ends
+constinit open_entry *newest = nullptr;  // entries that are never removed stay until the process ends
 
 // The shared requests of open devices, for use without the lock: registry and system service are asked all the time. A
 // slot is free, or filled until its device is closed, which ends every use of it.
@@ -26,22 +26,22 @@ shared_slot *find_slot(const device_record *record) {
 }
 
 // The link to the newest entry for which a test holds, or to the end of the list. The lock is held.
-template <class Test> kept_entry **find(Test holds) {
-    kept_entry **at = &newest;
+template <class Test> open_entry **find(Test holds) {
+    open_entry **at = &newest;
     while (*at != nullptr && !holds(**at)) at = &(*at)->next;
     return at;
 }
 
-kept_entry **find_device(const device_record *record) {
-    return find([=](const kept_entry &one) { return one.request == nullptr && one.device.record == record; });
+open_entry **find_device(const device_record *record) {
+    return find([=](const open_entry &one) { return one.request == nullptr && one.device.record == record; });
 }
 
-kept_entry **find_request(const IOreq *request) {
-    return find([=](const kept_entry &one) { return one.request == request; });
+open_entry **find_request(const IOreq *request) {
+    return find([=](const open_entry &one) { return one.request == request; });
 }
 
-kept_pointer unlink(kept_entry **at) {
-    kept_pointer taken(*at);
+entry_pointer unlink(open_entry **at) {
+    entry_pointer taken(*at);
     if (!taken) return taken;
     *at = taken->next;
     if (shared_slot *slot = find_slot(taken->device.record); taken->request == nullptr && slot != slots.end())
@@ -50,7 +50,7 @@ kept_pointer unlink(kept_entry **at) {
 }
 
 // Reads the client context, once for an open device.
-void read_shared(kept_device &device) {
+void read_shared(open_device &device) {
     if (device.context == 0 || device.context % alignof(client_context) != 0) return;
     const client_context context = *reinterpret_cast<const client_context *>(device.context);
     if (context.request % alignof(IOreq) != 0) return;
@@ -63,43 +63,43 @@ void read_shared(kept_device &device) {
 
 }  // namespace
 
-kept_pointer make_entry() { return kept_pointer(new (std::nothrow) kept_entry); }
+entry_pointer make_entry() { return entry_pointer(new (std::nothrow) open_entry); }
 
-void keep(kept_pointer entry) {
+void add_entry(entry_pointer entry) {
     const std::scoped_lock held(lock);
     unlink(entry->request != nullptr ? find_request(entry->request) : find_device(entry->device.record));
     entry->next = newest;
     newest = entry.release();
 }
 
-kept_device kept(const device_record *record) {
+open_device device_of(const device_record *record) {
     {
         const std::scoped_lock held(lock);
-        if (const kept_entry *known = *find_device(record)) return known->device;
+        if (const open_entry *known = *find_device(record)) return known->device;
     }
     return read_device(record);
 }
 
-kept_device kept(const IOreq *request) {
+open_device device_of(const IOreq *request) {
     {
         const std::scoped_lock held(lock);
-        if (const kept_entry *known = *find_request(request)) return known->device;
+        if (const open_entry *known = *find_request(request)) return known->device;
     }
-    return kept(reinterpret_cast<const device_record *>(request->device));
+    return device_of(reinterpret_cast<const device_record *>(request->device));
 }
 
-kept_pointer take(const IOreq *request) {
+entry_pointer remove_request(const IOreq *request) {
     const std::scoped_lock held(lock);
     return unlink(find_request(request));
 }
 
-void forget(const device_record *record) {
+void remove_device(const device_record *record) {
     const std::scoped_lock held(lock);
-    const auto of_device = [=](const kept_entry &one) { return one.device.record == record; };
-    for (kept_entry **at = find(of_device); *at != nullptr; at = find(of_device)) unlink(at);
+    const auto of_device = [=](const open_entry &one) { return one.device.record == record; };
+    for (open_entry **at = find(of_device); *at != nullptr; at = find(of_device)) unlink(at);
 }
 
-kept_device read_device(const device_record *record) {
+open_device read_device(const device_record *record) {
     return {.record = record,
             .server_port = record->server_port,
             .private_port = record->private_port,
@@ -115,8 +115,8 @@ bool find_shared_request(const device_record *record, shared_request &shared) {
         return true;
     }
     const std::scoped_lock held(lock);
-    kept_entry *known = *find_device(record);
-    kept_device device = known != nullptr ? known->device : read_device(record);
+    open_entry *known = *find_device(record);
+    open_device device = known != nullptr ? known->device : read_device(record);
     if (device.shared.request == nullptr) read_shared(device);
     shared = device.shared;
     if (shared.request == nullptr || known == nullptr) return shared.request != nullptr;
