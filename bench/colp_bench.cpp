@@ -1,5 +1,5 @@
-// The column printer: filling, sorting and printing tables of six columns, beside a loop that does nothing but turn
-// cells of the same table into characters.
+// bench/colp_bench.cpp - the column printer: filling, sorting and printing tables of six columns, beside a loop that
+// only turns the cells of the same table into characters.
 #include <benchmark/benchmark.h>
 
 #include <charconv>

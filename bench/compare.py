@@ -3,12 +3,11 @@
 
     bench/compare.py [--rounds N] [--crowd N] [GROUP]...
 
-Every comparison runs its programs in alternation, each round in another order, so that what disturbs the machine
-disturbs all of them (a large program leaves cold caches to the one behind it), and compares the medians of their processor
-time (user and system, as the system accounts it to the ended process). All run from fresh copies written in one piece, as
-installed files are: what a linker has written, or one file has sent to another, the system maps in smaller pieces, which
-costs a short run a fifth more. Ratios hold on other machines; times do not. A goal is a ratio that should not be passed;
-nothing fails when one is.
+Every comparison runs its programs in alternation, each round in another order, so that a disturbance of the machine
+affects all of them (a large program leaves cold caches to the next one), and compares the medians of their processor time
+(user and system, as the system accounts it to the ended process). All run from fresh copies, each written by one write, as
+installed files are: the system maps the file that a linker wrote in smaller pieces, which costs a short run a fifth more.
+Ratios hold on other machines; times do not. A goal is a ratio that should not be exceeded; nothing fails when one is.
 """
 
 import argparse
@@ -85,9 +84,9 @@ class Program:
 
     def memory(self):
         """The most bytes that it had, in a run of its own; the last line is the measuring program's."""
-        told = subprocess.run([os.path.join(BUILT, "floor_peak"), *self.argv], env=self.environment, check=True,
+        output = subprocess.run([os.path.join(BUILT, "floor_peak"), *self.argv], env=self.environment, check=True,
                               stdout=subprocess.DEVNULL, stderr=subprocess.PIPE).stderr
-        return int(told.split()[-1])
+        return int(output.split()[-1])
 
 
 def floor(label, name, *arguments, **options):
@@ -284,12 +283,12 @@ def counts(_):
                 if shutil.which(tool[0]) is None:
                     numbers.append("no " + tool[0])
                     continue
-                told = subprocess.run(tool + program.argv, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                output = subprocess.run(tool + program.argv, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
                                       env=program.environment, text=True, check=False).stderr
                 if path:
                     with open(path, encoding="utf-8") as file:
-                        told = file.read()
-                numbers.append((re.search(pattern, told) or [None, "?"])[1])
+                        output = file.read()
+                numbers.append((re.search(pattern, output) or [None, "?"])[1])
         print(f"{program.label:34} {numbers[0]:>14} {numbers[1]:>14}", flush=True)
 
 

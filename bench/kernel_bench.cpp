@@ -1,5 +1,5 @@
-// Calls of the hosted kernel and what is built of them, beside a futex round trip between two threads: the least that
-// asking anybody in another thread can cost.
+// bench/kernel_bench.cpp - calls of the hosted kernel and what is built from them, beside a futex round trip between
+// two threads, the floor of any request to another thread.
 #include <benchmark/benchmark.h>
 #include <linux/futex.h>
 #include <sys/syscall.h>

@@ -1,2 +1,2 @@
-// The least a program can cost: started and ended.
+// bench/floor/empty.c - the floor of any program: starts and ends.
 int main(void) { return 0; }

@@ -1,5 +1,5 @@
-// A process of many mappings, for measuring what lists them. Prints its id when they are there, and ends when standard
-// input does.
+// bench/floor/mappings.c - a process with many mappings, for measuring what lists them. Prints its id when they exist, and
+// ends when standard input ends.
 //
 //   mappings COUNT
 #include <stdio.h>

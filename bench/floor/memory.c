@@ -1,4 +1,4 @@
-// What physics demands of free: the two files that hold its figures are read and three lines written.
+// bench/floor/memory.c - the floor of free: reads the two files that hold its figures and writes three lines.
 #include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>

@@ -1,5 +1,5 @@
-// Runs a program and says, on standard error, how many bytes of memory it had at most. A program's peak counts from
-// whoever started it, so that has to be small itself.
+// bench/floor/peak.c - runs a program and prints its peak of resident memory, in bytes, on standard error. The peak
+// includes that of the process that started the program, so this one is small.
 //
 //   peak PROGRAM [ARGUMENT]...
 #define _GNU_SOURCE

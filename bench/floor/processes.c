@@ -1,5 +1,5 @@
-// What physics demands of a listing of all processes: for each, its directory opened and its owner asked, then the
-// files that are named opened below it and read to their end. Nothing is looked at, nothing printed.
+// bench/floor/processes.c - the floor of a listing of all processes: opens the directory of each and asks for its owner,
+// then opens the named files below it and reads them to their end. Parses and prints nothing.
 //
 //   processes FILE...       each process's directory, its owner, and those files
 //   processes --flat FILE   one file of each process by its path, no directory of its own
@@ -17,7 +17,7 @@ static char entries[32 << 10];
 static void read_whole(int below, const char *path) {
     const int file = openat(below, path, O_RDONLY | O_CLOEXEC);
     if (file < 0) return;
-    // The system makes all but the list of mappings in one piece: less than a buffer full is the end.
+    // A short read means end of file, except for the list of mappings.
     const int in_pieces = strcmp(path, "maps") == 0;
     for (ssize_t got; (got = read(file, text, sizeof text)) > 0 && (in_pieces || got == sizeof text);) {
     }

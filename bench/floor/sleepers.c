@@ -1,5 +1,5 @@
-// A crowd for measuring listings: so many processes that sleep. Prints a line when all are there, and ends them, each
-// by its id, when standard input does. They end with their parent in any case.
+// bench/floor/sleepers.c - COUNT sleeping processes, for measuring listings. Prints a line when all exist, and ends them,
+// each by its id, when standard input ends. They end with their parent in any case.
 //
 //   sleepers COUNT
 #include <signal.h>

@@ -1,4 +1,4 @@
-// What physics demands of uptime: one clock asked, one line written.
+// bench/floor/uptime.c - the floor of uptime: reads one clock and writes one line.
 #include <stdio.h>
 #include <time.h>
 #include <unistd.h>

@@ -1,6 +1,5 @@
-// The display step of readlog on a file's text, or the least that writing the same lines can cost: one write of what
-// the display would show. Reading the text in is not counted: the processor time of the step stands on standard error,
-// in seconds.
+// bench/jobs/log.cpp - the display step of readlog on a file's text, or its floor: one write of the same lines. Prints
+// the processor time of the step, without that of reading the file, on standard error, in seconds.
 //
 //   log display|floor FILE
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// The rows of the measured tables: random, and the same ones in every program. C as well as C++, for one of them is C.
+// bench/jobs/rows.h - the rows of the measured tables: random, and the same in every program. C as well as C++.
 #pragma once
 
 #include <stdint.h>

@@ -1,5 +1,5 @@
-// A table of six columns and so many rows, filled, sorted by its second column and printed: by the column printer, or
-// as bare cells into one buffer, which is the least that printing can cost.
+// bench/jobs/table.cpp - a table of six columns, filled, sorted by its second column and printed: by the column
+// printer, or as bare cells into one buffer, which is the floor.
 //
 //   table colp|floor ROWS    prints the table
 #include <unistd.h>
