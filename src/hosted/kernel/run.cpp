@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdarg>
@@ -50,21 +51,31 @@ constexpr std::string_view variables[] = {MACHINE, MACHINE_SAVE, CALL_LOG};
     _exit(check_output(STATUS_BAD_MACHINE));
 }
 
-// A misspelt variable must not lead a command to the live machine.
-void refuse_unknown_variables() {
+// The values of the variables, in their order; null for one that is not set.
+using settings = std::array<const char *, std::size(variables)>;
+
+// Reads them in one pass. Refuses any other with the prefix: a misspelt one must not lead a command to the live
+// machine.
+settings read_environment() {
     constexpr size_t SHOWN = 200;  // bytes of a name
+    settings values{};
     for (char *const *entry = environ; *entry != nullptr; entry++) {
         if ((*entry)[0] != PREFIX[0]) continue;  // spares measuring every other one
         std::string_view name = *entry;
         if (!name.starts_with(PREFIX)) continue;
         name = name.substr(0, name.find('='));
-        if (std::ranges::find(variables, name) != std::end(variables)) continue;
+        if (const auto known = std::ranges::find(variables, name); known != std::end(variables)) {
+            const char *&value = values[static_cast<size_t>(known - std::begin(variables))];
+            if (value == nullptr && (*entry)[name.size()] == '=') value = *entry + name.size() + 1;
+            continue;
+        }
         const std::string_view meant = nearest_word(name, variables);
         std::string shown(name.substr(0, SHOWN));
         std::ranges::replace_if(
             shown, [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
         refuse("%s: unknown variable; did you mean \"%s\"?", shown.c_str(), meant.data());
     }
+    return values;
 }
 
 std::unique_ptr<run> make_run(const char *path, const char *save) {
@@ -88,15 +99,13 @@ void save_at_exit() {
 }
 
 run *boot() {
-    // A process with raised privileges must not read or write files on behalf of its caller.
-    const bool obeys = getauxval(AT_SECURE) == 0;
-    const auto variable = [obeys](const char *name) { return obeys ? std::getenv(name) : nullptr; };
-    const char *path = variable(MACHINE);
+    settings values{};
+    const auto &[path, save, log] = values;
     try {
-        if (obeys) refuse_unknown_variables();
-        const char *save = variable(MACHINE_SAVE);
+        // A process with raised privileges must not read or write files on behalf of its caller.
+        if (getauxval(AT_SECURE) == 0) values = read_environment();
         auto made = make_run(path, save == nullptr ? "" : save);
-        if (const char *log = variable(CALL_LOG); log != nullptr && !made->log.open(log)) {
+        if (log != nullptr && !made->log.open(log)) {
             std::fprintf(stderr, "%s: %s: %s\n", program_name, log, std::strerror(errno));
             made->failed = true;
         }

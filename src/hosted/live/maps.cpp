@@ -17,6 +17,8 @@ namespace hosted::live {
 
 namespace {
 
+constexpr size_t PERMISSIONS = 4;  // characters
+
 // A mapped file's identity.
 using file_key = std::pair<uint64_t, uint64_t>;  // device, inode
 
@@ -79,7 +81,7 @@ bool parse_mapping(std::string_view line, mapping_line &out) {
     scanner scan(line);
     if (!scan.hexadecimal(out.begin) || !scan.take('-') || !scan.hexadecimal(out.end)) return false;
     const std::string_view permissions = scan.word();
-    if (permissions.size() < 4 || out.end < out.begin) return false;
+    if (permissions.size() < PERMISSIONS || out.end < out.begin) return false;
     out.readable = permissions[0] == 'r';
     out.writable = permissions[1] == 'w';
     out.executable = permissions[2] == 'x';
@@ -104,7 +106,9 @@ int count_memos(proc_root &root, int directory, uint64_t &count) {
     bool last_unnamed = false;
     const int error = root.reader.lines(directory, "maps", [&](std::string_view text) {
         scanner scan(text);
-        for (int word = 0; word < 3; word++) scan.skip_past(' ');  // addresses, permissions, offset
+        scan.skip_past(' ');  // addresses
+        scan.skip(PERMISSIONS + 1);
+        scan.skip_past(' ');  // offset
         const std::string_view rest = scan.rest();
         if (last_length != 0 && rest.starts_with(std::string_view(last, last_length))) {
             unnamed += last_unnamed;

@@ -4,6 +4,7 @@
 // not understand, and a number that does not fit 64 bits is none.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -27,6 +28,7 @@ public:
     void skip_blanks() {
         while (!done() && (*at_ == ' ' || *at_ == '\t')) at_++;
     }
+    void skip(size_t count) { at_ += std::min(count, rest().size()); }
     void skip_past(char wanted) {
         const auto *found = static_cast<const char *>(std::memchr(at_, wanted, rest().size()));
         at_ = found == nullptr ? end_ : found + 1;
