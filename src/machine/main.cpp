@@ -24,6 +24,7 @@ struct verb {
 
 constexpr verb all_verbs[] = {
     {"check", "FILE...", "report all errors of machine files", verbs::check},
+    {"trace", "LOG", "print a call log for people", verbs::trace},
 };
 
 int print_usage() {
