@@ -127,7 +127,7 @@ void arena::release(uint64_t address) {
     uint64_t end = offset + round_up(block->second, ALIGNMENT);
     ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
     found_ = used_.end();
-    used_.erase(block);
+    auto freed = used_.extract(block);  // becomes the entry of the free block: releasing takes no memory
 
     auto next = free_.lower_bound(begin);
     if (next != free_.end() && next->first == end) {
@@ -141,7 +141,9 @@ void arena::release(uint64_t address) {
             free_.erase(before);
         }
     }
-    free_.emplace(begin, end - begin);
+    freed.key() = begin;
+    freed.mapped() = end - begin;
+    free_.insert(std::move(freed));
 }
 
 std::span<std::byte> arena::span(uint64_t address, uint64_t length) const {

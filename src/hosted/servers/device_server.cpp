@@ -3,6 +3,7 @@
 #include "hosted/servers/device_server.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace hosted {
@@ -89,36 +90,40 @@ std::optional<uint64_t> device_server::answer(uint32_t code, uint64_t parameter)
 void device_server::open(uint64_t reply_port, uint64_t client) {
     using opening = device_behaviour::opening;
     if (behaviour_.open == opening::silent) return;
-    uint64_t address = 0;
-    if (behaviour_.open != opening::null) {
-        if (const auto made = make_record(client)) address = made->address;
-    }
-    host_.post(reply_port, DEVMSG_OPENED, address);
+    host_.post(reply_port, DEVMSG_OPENED, behaviour_.open == opening::null ? 0 : make_record(client));
 }
 
-std::optional<device_server::record> device_server::make_record(uint64_t client) {
+// The address of a new record; 0 where there is no memory for it. The open is then refused, not failed: its sender may
+// wait for the answer all the same.
+uint64_t device_server::make_record(uint64_t client) {
     record made;
     made.client = client;
+    try {
+        if (fill_record(made)) return made.address;
+    } catch (const std::bad_alloc &) {  // as where the arena is full
+    }
+    release(made);
+    return 0;
+}
+
+// On failure the record lists what was made so far, to be released with it.
+bool device_server::fill_record(record &made) {
     made.address = host_.memory().allocate(sizeof(device_record));
     auto *shared = host_.memory().record<device_record>(made.address);
-    if (shared == nullptr) return std::nullopt;
+    if (shared == nullptr) return false;
     made.server_port = host_.new_handle_to(port());
-    made.private_port = host_.new_port(client);
-    made.semaphore = host_.new_semaphore(client, 1);
-    if (context_size_ != 0 && !make_client_context(made)) {
-        release(made);
-        return std::nullopt;
-    }
+    made.private_port = host_.new_port(made.client);
+    made.semaphore = host_.new_semaphore(made.client, 1);
+    if (context_size_ != 0 && !make_client_context(made)) return false;
     shared->accepted = behaviour_.open == device_behaviour::opening::refuse ? 0 : 1;
     shared->semaphore = made.semaphore;
     shared->server_port = made.server_port;
     shared->private_port = made.private_port;
     shared->context = made.context;
     records_.emplace(made.address, made);
-    return made;
+    return true;
 }
 
-// On failure the record lists what was made so far, to be released with it.
 bool device_server::make_client_context(record &made) {
     arena &memory = host_.memory();
     made.context = memory.allocate(sizeof(client_context));

@@ -158,7 +158,8 @@ private:
     void remove(uint64_t id);
     void query(const kernel_message &message);
 
-    std::optional<record> make_record(uint64_t client);
+    uint64_t make_record(uint64_t client);
+    bool fill_record(record &made);
     bool make_client_context(record &made);
     void release(const record &gone);
     IOreq *make_request(uint64_t record_address, uint64_t size);
