@@ -1,12 +1,16 @@
 #!/usr/bin/env python3
-# tests/sweep/random_runs.py - random command lines on random machines, each run by both builds, twice.
+# tests/sweep/random_runs.py - random command lines on random machines, each run by both builds, twice; and little memory.
 """Usage: tests/sweep/random_runs.py SANITIZED SHIPPED PROMISES SECONDS [SEED]
 
 A machine is one of the test machines with numbers, texts and keys changed, left out and doubled, and sometimes with
 faults; a command line is one of the sweep's baselines with words changed. Each pair is run by the sanitized and by the
 shipped executable, twice: all runs give the same bytes and the same status, which is one that the command promises
-(PROMISES is the program that lists them); a run ends; and the machine that it saves loads and saves as itself. Prints
-each finding with its files, which stay, and the seed, from which the same pairs come again.
+(PROMISES is the program that lists them); a run ends; and the machine that it saves loads and saves as itself.
+
+Before that, one run of each command and machine is repeated by the shipped executable within every limit of address
+space from 2 to 22 MiB: it ends with a promised status and prints all, or says what it could not do.
+
+Prints each finding with its files, which stay, and the seed, from which the same pairs come again.
 """
 import json
 import os
@@ -27,6 +31,7 @@ WORDS = ["", "-", "--", "0", "-1", "1", "0x10", "4294967296", "18446744073709551
          "run/proc", "eth0", "-n", "-a", "-S", "raw", "fancyw", "--sort", "1,desc", "-P", "-x", "-h", "%s", "k=v", "\xff\x1b", "/"]
 CALLS = ["CreateMsgPort", "CreateHandle", "CreateIterator", "SendMsg", "RecvMsgPtr", "BeginIterator", "StepIterator",
          "GetIteratorInfo", "GetSystemData", "GetObjectInfo", "ControlObject", "DeleteObject", "WaitSemaphore", "SignalSemaphore"]
+NAMING = ["lsisr", "task"]  # leave names out where the registry cannot be asked
 BOUND = 60  # seconds that a run may take
 DEADLOCK, BAD_MACHINE = 124, 125
 
@@ -66,12 +71,13 @@ def command_line(lines, rng):
     return words if words[0] != "date" or {"-R", "-S"} & set(words) else [*words, "-R"]
 
 
-def run(program, words, folder, loaded, saved):
+def run(program, words, folder, loaded, saved, memory=resource.RLIM_INFINITY):
     environment = {"VENTIX_MACHINE": loaded, "VENTIX_MACHINE_SAVE": saved, "TZ": "UTC", "PATH": "/usr/bin:/bin",
                    "ASAN_OPTIONS": "detect_leaks=0:allocator_may_return_null=1:exitcode=99"}
     result = subprocess.run([b"ventix", *(word.encode("latin-1") for word in words)], executable=program, cwd=folder,
                             env=environment, stdin=subprocess.DEVNULL, capture_output=True, timeout=BOUND,
-                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)))
+                            preexec_fn=lambda: (resource.setrlimit(resource.RLIMIT_CORE, (0, 0)),
+                                                resource.setrlimit(resource.RLIMIT_AS, (memory, memory))))
     return result.returncode, result.stdout, result.stderr
 
 
@@ -102,6 +108,31 @@ def wrong_with(words, builds, promises, folder):
     return None
 
 
+def run_in_little_memory(program, lines, promises, folder):
+    """The number of runs, and of findings, which it prints."""
+    runs, findings, seen = 0, 0, set()
+    limits = [limit for limit in range(2 << 20, 22 << 20, 1 << 18)
+              if run(program, ["uptime", "--help"], folder, "live", "", limit)[0] == 0]  # in less no program starts
+    for machine, *words in lines:
+        if not machine or (machine, words[0]) in seen:
+            continue
+        seen.add((machine, words[0]))
+        path = {"live": "live", "demo": str(ROOT / "machines/demo.json")}.get(machine, str(ROOT / "tests/machines" / machine))
+        plain = run(program, words, folder, path, "")
+        for limit in limits:
+            runs += 1
+            try:
+                status, output, said = run(program, words, folder, path, "", limit)
+            except subprocess.TimeoutExpired:
+                status, output, said = "none in time", b"", b""
+            if status in (*promises[words[0]], BAD_MACHINE) and (output or said or plain[0] == status) and \
+                    (machine == "live" or words[0] in NAMING or status != plain[0] or said or output == plain[1]):
+                continue
+            findings += 1
+            print(f"FINDING {machine}, {limit} bytes: {shlex.join(words)}: {status} {output[-200:]!r} {said[-200:]!r}", flush=True)
+    return runs, findings
+
+
 def main():
     builds, lister, seconds = [os.path.abspath(path) for path in sys.argv[1:3]], sys.argv[3], float(sys.argv[4])
     seed = int(sys.argv[5]) if len(sys.argv) > 5 else int(time.time())
@@ -112,7 +143,10 @@ def main():
     bases = [without_comments(path) for path in sorted((ROOT / "tests/machines").glob("*.json"))]
     text = subprocess.run([lister, "--list"], capture_output=True, check=True).stdout.decode("latin-1")
     lines = [line.split("\0")[:-1] for line in text.split("\n") if line]
-    pairs, findings, end = 0, 0, time.monotonic() + seconds
+    with tempfile.TemporaryDirectory() as folder:
+        limited, findings = run_in_little_memory(builds[1], lines, promises, folder)
+    lines = [words for machine, *words in lines if machine != "live"]
+    pairs, end = 0, time.monotonic() + seconds
     while time.monotonic() < end:
         rng = random.Random(f"{seed} {pairs}")
         folder = pathlib.Path(tempfile.mkdtemp(prefix="ventix-random."))
@@ -127,7 +161,7 @@ def main():
             for file in folder.iterdir():
                 file.unlink()
             folder.rmdir()
-    print(f"seed {seed}: {pairs} pairs, {5 * pairs} runs, {findings} findings")
+    print(f"seed {seed}: {pairs} pairs, {5 * pairs} runs, {limited} in little memory, {findings} findings")
     sys.exit(findings != 0 or pairs == 0)
 
 
