@@ -297,6 +297,38 @@ TEST(MachineFile, OtherUsersNamesAreNotTrusted) {
     }
 }
 
+// Nobody else reads a machine while it is saved, and a signal in between leaves nothing beside it.
+TEST(MachineFile, IsPrivateUntilItIsCompleteAndOutlivesSignals) {
+    const scratch_directory scratch;
+    const std::string long_text(size_t{16} << 20, 'x');  // takes long enough to write to be seen
+    const std::string path = scratch.write("lab.json", "{\"registry\": {\"k\": \"" + long_text + "\"}}");
+    constexpr int LATE = 50;  // times that this process may sleep through a whole save
+    for (int late = 0, signal = SIGINT; signal != 0 && late < LATE;) {
+        const pid_t child = fork();
+        if (child == 0) {
+            umask(0);
+            _exit(pass_through(path, scratch.file("saved.json")) == "saved" ? 0 : 1);
+        }
+        const std::string beside = scratch.file(".ventix-" + std::to_string(child) + "-0");
+        struct stat about {
+        }, now{};
+        int status = 0;
+        while (about.st_mode == 0 && waitpid(child, &status, WNOHANG) == 0) {
+            static_cast<void>(stat(beside.c_str(), &about));
+        }
+        late += about.st_mode == 0 || about.st_size > static_cast<off_t>(long_text.size());
+        if (about.st_mode == 0) continue;
+        kill(child, signal);
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(status == signal || status == 0) << status;
+        EXPECT_NE(stat(beside.c_str(), &now), 0);
+        EXPECT_GT(read_file(scratch.file("saved.json")).size(), long_text.size());
+        if (about.st_size > static_cast<off_t>(long_text.size())) continue;
+        EXPECT_EQ(about.st_mode, S_IFREG | 0600u);
+        signal = signal == SIGINT ? SIGTERM : 0;
+    }
+}
+
 TEST(MachineFile, WaitForItsLockIsReported) {
     const scratch_directory scratch;
     const std::string path = scratch.write("lab.json", "{}");
