@@ -1,13 +1,15 @@
 #!/usr/bin/env python3
 # tests/mutate/mutate.py - asks the tests whether they notice: changes the sources one place at a time and runs them.
-"""Usage: tests/mutate/mutate.py [COUNT] [SEED] [PATH]
-
-Makes COUNT mutants (100) of the sources, or of those whose path begins with PATH: the same ones for the same SEED (1) and
-sources, each a copy with one operator, bound, condition, call or returned value changed. A mutant is caught when a test
-fails, ends badly or takes far too long. Survivors are listed at the end; build/mutate/report has a line for each mutant.
-Everything happens in a copy of the tree, at low priority, one process at a time. The tests run in process and mount
-namespaces of their own, because a mutant may kill whatever it sees.
-"""
+#
+#   tests/mutate/mutate.py [COUNT] [SEED] [PATH]
+#
+# Makes COUNT mutants (100) of the sources, or of those whose path begins with PATH. The same SEED (1) and sources make
+# the same mutants. A mutant is a copy with one operator, bound, condition, call or returned value changed. It is caught
+# when a test fails, ends badly or takes far too long. Survivors are listed at the end; build/mutate/report has a line
+# for each mutant.
+#
+# Everything happens in a copy of the tree, at low priority, one process at a time. The tests run in process and mount
+# namespaces of their own, because a mutant may kill whatever it sees.
 import collections
 import json
 import os
@@ -36,20 +38,24 @@ NUMBER = re.compile(r"(?<![\w.'])(0x[0-9A-Fa-f]+|0|[1-9]\d*)(?![\w.'])")
 TRUTH = re.compile(r"\b(true|false)\b")
 RETURN = re.compile(r"\breturn ([^;{}]+);")
 CALL = re.compile(r"^\s+(?!return\b|delete\b|throw\b|using\b|else\b)[\w:.>\[\]-]+\(.*\);$")
-# Places whose change nobody could see: what the compiler checks or what is only a hint for memory.
-UNSEEN = re.compile(r"static_assert|^\s*#|\breserve\(|\boperator\b|\btemplate\b|\bnoexcept\b|\bsetvbuf\b")
-# Numbers that only have to differ from their neighbours, or are written over: enumerators, initial values.
-ANY_NUMBER = re.compile(r"^\s*(?:[A-Z]\w+ = .*,?|(?!constexpr|static)(?:[\w:]+ )+\w+ = \w+;|virtual\b.*)\s*$")
+# Places whose change no test can see: the compiler checks them, or they are hints about memory and time.
+UNSEEN = re.compile(r"static_assert|^\s*#|\breserve\(|shrink_to_fit|\boperator\b|\btemplate\b|\bnoexcept\b|\bsetvbuf\b|"
+                    r"sleep\(")
+# Numbers without a meaning of their own: enumerators, initial values that are replaced, sizes of buffers.
+ANY_NUMBER = re.compile(r"^\s*(?:[A-Z]\w+ = .*,?|(?!constexpr|static)(?:[\w:]+ )+\w+ = \w+;|virtual\b.*|"
+                        r"(?:static )?[\w:<>, ]+ \w+(?:\[\d+\])?(?: = \{\})?;)\s*$")
+ZEROES = ("0", "true", "false", "nullptr", "std::nullopt", "RESULT_SUCCESS", "IO_SUCCESS", "COLP_SUCCESS", "SB_DONE",
+          "E_OPT_DONE")
 SKIPPED = re.compile(r"""//[^\n]*|/\*.*?\*/|R"\((?:.*?)\)"|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])'""", re.S)
 
 
+# The text with comments and literals blanked, of the same length and lines.
 def masked(text):
-    """The text with comments and literals blanked, of the same length and lines."""
     return SKIPPED.sub(lambda m: re.sub(r"[^\n]", "~" if m[0][0] in "R\"'" else " ", m[0]), text)
 
 
+# Where the condition of an `if` that closes on its line begins and ends.
 def condition(line):
-    """Where the condition of an `if` that closes on its line begins and ends."""
     start = line.find("if (") + 4
     depth = 1
     for at in range(start, len(line)):
@@ -59,14 +65,14 @@ def condition(line):
     return None
 
 
+# All single changes of a line: (from, to, new text). `code` is the line masked, `before` the one above it.
 def changes(line, code, before):
-    """All single changes of a line: (from, to, new text). `code` is the line masked, `before` the one above it."""
     if UNSEEN.search(code):
         return []
     found = [(m.start(), m.end(), SWAPS[m[0]]) for m in SWAP.finditer(code)]
     found += [(*m.span(), str(int(m[0], 0) + 1)) for m in NUMBER.finditer(code) if not ANY_NUMBER.match(code)]
     found += [(*m.span(), "false" if m[0] == "true" else "true") for m in TRUTH.finditer(code)]
-    found += [(*m.span(1), "{}") for m in RETURN.finditer(code) if m[1] not in ("0", "true", "false", "nullptr", "std::nullopt")]
+    found += [(*m.span(1), "{}") for m in RETURN.finditer(code) if m[1] not in ZEROES]
     if "if (" in code and "constexpr" not in code and (span := condition(code)):
         found.append((*span, f"!({line[span[0]:span[1]]})"))
     if CALL.match(code) and code.count("(") == code.count(")") and before.rstrip()[-1:] in (";", "{", "}"):
@@ -74,8 +80,8 @@ def changes(line, code, before):
     return found
 
 
+# Endless mutants (file, line number, line, new line) with each layer in proportion to its lines of code.
 def mutants(seed):
-    """Endless mutants (file, line number, line, new line) with each layer in proportion to its lines of code."""
     layers = collections.defaultdict(list)
     for path in sorted((ROOT / "src").rglob("*")):
         if path.suffix not in (".cpp", ".h"):
@@ -105,8 +111,8 @@ def limits():
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
+# Runs a command. Returns what is wrong with its end, or None.
 def verdict(command, seconds):
-    """Runs a command. Returns what is wrong with its end, or None."""
     with open(WORK / "log", "w+", errors="replace") as log:
         process = subprocess.Popen(CONTAINED + command, stdin=subprocess.DEVNULL, stdout=log, stderr=log, cwd=COPY,
                                    preexec_fn=limits, start_new_session=True)
@@ -128,27 +134,27 @@ REACHING = {"src/hosted/live": "Live*:Robustness.*:Cases.live/*:Cases.machine/*"
             "src/machine": "Cases.machine/*:Pages.*"}
 
 
+# Runs the tests on a changed source: those nearest to it first, as most changes are caught there in a second.
 class judge:
-    """Runs the tests on a changed source: those nearest to it first, as most changes are caught there in a second."""
 
+    # Runs all tests on the sources as they are, and learns where each is and how long it takes.
     def __init__(self):
-        """Runs all tests on the sources as they are, and learns where each is and how long it takes."""
         times = WORK / "times.json"
         if wrong := (verdict([*TESTS, f"--gtest_output=json:{times}"], 3600)
                      or verdict(SWEEP, 3600) or verdict([*SWEEP, "--words"], 3600)):
             sys.exit(f"mutate: the tests fail on the sources as they are: {wrong}")
         self.suites = json.loads(times.read_text())["testsuites"]
 
+    # The filter for a source's nearest tests: the cases of a command, or the tests in its folder.
     def nearest(self, path):
-        """The filter for a source's nearest tests: the cases of a command, or the tests in its folder."""
         if path.parts[1] == "commands":
             return f"Cases.{path.stem}/*"
         folder = str(COPY / "tests" / path.relative_to("src").parent) + "/"
         return ":".join(suite["name"] + ".*" for suite in self.suites
                         if any(test["file"].startswith(folder) for test in suite["testsuite"]))
 
+    # The first test that notices the change, or None.
     def __call__(self, path):
-        """The first test that notices the change, or None."""
         nearest = self.nearest(path)
         reaching = next((names for folder, names in REACHING.items() if str(path).startswith(folder)), "*-Live*:Colp*")
         if wrong := nearest and verdict([*TESTS, f"--gtest_filter={nearest}"], LIMIT):
@@ -167,33 +173,17 @@ def link(target, output=subprocess.DEVNULL):
                           stderr=subprocess.DEVNULL).returncode == 0
 
 
+# Compiles a change and links what the nearest tests need: not the replays of the fuzz targets.
 def link_nearest():
-    """Compiles a change and links what the nearest tests need: not the replays of the fuzz targets."""
     linking = subprocess.run(["ninja", "-C", str(BUILD), "-t", "commands", "-s", "ventix_tests"], check=True,
                              capture_output=True, text=True).stdout
     return link("ventix") and subprocess.run(linking, shell=True, cwd=BUILD, stdout=subprocess.DEVNULL,
                                              stderr=subprocess.DEVNULL).returncode == 0
 
 
-def files_below(root):
-    """The files of a tree by their paths in it, without what git and builds keep there."""
-    tops = [top for top in root.glob("*") if top.name not in (".git", "build")]
-    return {path.relative_to(root): path for top in tops for path in [top, *top.rglob("*")] if path.is_file()}
-
-
-def update_copy():
-    """Copies the files that differ, a mutant of an interrupted run among them: the others need no compilation."""
-    wanted, copied = files_below(ROOT), files_below(COPY)
-    for path in copied.keys() - wanted.keys():
-        copied[path].unlink()
-    for path, source in wanted.items():
-        if path not in copied or copied[path].read_bytes() != source.read_bytes():
-            (COPY / path).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy(source, COPY / path)
-
-
 def prepare():
-    update_copy()
+    shutil.rmtree(COPY, ignore_errors=True)  # fresh times: an interrupted run may have left the objects of a mutant
+    shutil.copytree(ROOT, COPY, ignore=shutil.ignore_patterns(".git", "build"), copy_function=shutil.copy)
     linker = ["-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld"] if shutil.which("ld.lld") else []
     subprocess.run(["cmake", "-G", "Ninja", "-S", str(COPY), "-B", str(BUILD), "-DCMAKE_BUILD_TYPE=Debug", *linker,
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DVENTIX_TESTS=ON", "-DVENTIX_WERROR=OFF"],
@@ -228,8 +218,8 @@ def main():
             caught[layer] += wrong is not None
             change = f"{path}:{number + 1}: {line.strip()}  ->  {new.strip()}"
             survivors += [change] if wrong is None else []
-            print(f"{sum(done.values())} {'caught' if wrong else 'SURVIVED'} {change}" + (f"  ({wrong})" if wrong else ""),
-                  file=report, flush=True)
+            fate = f"caught {change}  ({wrong})" if wrong else f"SURVIVED {change}"
+            print(sum(done.values()), fate, file=report, flush=True)
     print("\n".join(survivors))
     for layer in sorted(done):
         print(f"{layer:20} {caught[layer]:3} of {done[layer]:3} caught")

@@ -73,8 +73,9 @@ TEST(LiveTexts, Mappings) {
     EXPECT_EQ(line.name, "/a b (deleted)");
     ASSERT_TRUE(parse_mapping("1000-2000 ---p 00000000 00:00 0", line));
     EXPECT_EQ(line.name, "");
-    for (const char *bad : {"", "zz", "1000", "1000-", "2000-1000 r--p 0 00:00 0", "1000-2000 r-", "1000-2000 r--p",
-                            "1000-2000 r--p 0 fe", "1000-2000 r--p 0 fe:00", "1000-2000 r--p 0 fe:00 x"}) {
+    for (const char *bad :
+         {"", "zz", "1000", "1000-", "2000-1000 r--p 0 00:00 0", "1000 2000 r--p 0 00:00 0", "1000-2000 r-",
+          "1000-2000 r--p", "1000-2000 r--p 0 fe", "1000-2000 r--p 0 fe:00", "1000-2000 r--p 0 fe:00 x"}) {
         EXPECT_FALSE(parse_mapping(bad, line)) << bad;
     }
 }
