@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <set>
 
 #include "case_file.h"

@@ -1,4 +1,5 @@
-// machine_test.cpp - the live machine as the kernel sees it: which handle names what, what walks and keys agree on.
+// tests/hosted/live/machine_test.cpp - the live machine below the kernel: which object a handle names, and what walks
+// and keys agree on.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 

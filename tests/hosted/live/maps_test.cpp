@@ -4,7 +4,6 @@
 #include <sys/mman.h>
 
 #include <map>
-#include <optional>
 #include <random>
 #include <set>
 #include <vector>

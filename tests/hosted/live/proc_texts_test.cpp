@@ -1,7 +1,6 @@
 // tests/hosted/live/proc_texts_test.cpp - parsing of process file system texts, and the readers below it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "hosted/live/maps.h"
 #include "hosted/live/thread.h"

@@ -1,5 +1,5 @@
-// The registry's run/info/, run/mount/, run/socket/ and hardware/interrupt/: over trees of files, and over children of
-// the test.
+// tests/hosted/live/process_details_test.cpp - the registry's run/info/, run/mount/, run/socket/ and
+// hardware/interrupt/: over trees of files, and over children of the test.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -211,7 +211,7 @@ TEST(LiveDetails, OfAChild) {
     const int64_t started = std::stoll(key(registry.info, path + "/started").substr(4));
     EXPECT_LE(std::abs(started - time(nullptr)), 60);
 
-    // One that ends in between has an empty directory where it was listed, and none where it was not.
+    // A process that ends meanwhile has an empty directory if it was listed before, and none otherwise.
     const std::string listed = names_in(later.info, "");
     EXPECT_NE(listed.find(path), std::string::npos);
     const auto cursor = registry.info.list(path);
@@ -222,7 +222,7 @@ TEST(LiveDetails, OfAChild) {
     EXPECT_EQ(names_in(unlisted.info, path), "(none)");
 }
 
-// What another user may not see is listed and cannot be read.
+// Keys that another user may not read are listed.
 TEST(LiveDetails, OfAnotherUser) {
     if (geteuid() != 0) GTEST_SKIP() << "needs files of two users";
     const int parent = getpid();

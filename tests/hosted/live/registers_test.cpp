@@ -1,4 +1,5 @@
-// registers_test.cpp - reading the registers of threads of the test's own children, and leaving them as they were.
+// tests/hosted/live/registers_test.cpp - reads the registers of threads of the test's children, which must stay as they
+// were.
 #include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -93,7 +94,7 @@ TEST(LiveRegisters, OfAProcessUnderSignals) {
     own_child child([&](own_child &self) {
         const rlimit few{1000, 1000};  // waiting ones are counted for all processes of a user: others need some too
         setrlimit(RLIMIT_SIGPENDING, &few);
-        signal(SIGRTMIN, [](int) { ++*taken; });  // of this kind each one is kept
+        signal(SIGRTMIN, [](int) { ++*taken; });  // real-time signals queue
         self.say(1);
     });
     child.heard();

@@ -1,4 +1,4 @@
-// registry_reader.h - what a registry holds, as texts to compare.
+// tests/hosted/live/registry_reader.h - the contents of a registry as texts to compare.
 #pragma once
 
 #include <gtest/gtest.h>

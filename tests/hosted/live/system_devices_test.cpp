@@ -1,4 +1,5 @@
-// The devices of the live machine: counters, the host services, the log, the clock and terminals.
+// tests/hosted/live/system_devices_test.cpp - devices of the live machine: counters, host services, the log, the clock
+// and terminals.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -64,7 +65,7 @@ public:
         results_ += inet_ntoa({value.address}) + (':' + std::to_string(ntohs(value.port))) + ' ';
     }
 
-    // The results as text, a blank behind each; the error word where the call failed.
+    // The results as text, each followed by a blank; the error word where the call failed.
     std::string run(const file_roots &roots, std::string_view name) {
         host_services host(roots);
         results_.clear();
