@@ -40,7 +40,7 @@ void write_fields(json_writer &out, const void *record, std::span<const field> f
     out.begin_object(on_lines);
     for (const field &listed : fields) {
         if (listed.absent(record)) continue;
-        if (listed.on_line) out.start_line();
+        if (listed.format->on_line) out.start_line();
         out.key(listed.key);
         listed.write(out, record);
     }
@@ -56,7 +56,7 @@ std::string describe_fields(std::span<const field> fields) {
     std::vector<std::string_view> required;
     for (const field &listed : fields) {
         if (!properties.empty()) properties += ",\n";
-        properties += '"' + std::string(listed.key) + "\": " + listed.describe();
+        properties += '"' + std::string(listed.key) + "\": " + listed.format->describe();
         if (listed.required) required.push_back(listed.key);
     }
     return R"({"type": "object", "properties": {)" + properties + R"(}, "required": )" + word_list(required) +
@@ -81,7 +81,7 @@ void write_row(json_writer &out, const void *record, std::span<const field> fiel
 std::string describe_row(std::span<const field> fields) {
     const std::string count = std::to_string(fields.size());
     std::string items;
-    for (const field &listed : fields) items += (items.empty() ? "" : ", ") + listed.describe();
+    for (const field &listed : fields) items += (items.empty() ? "" : ", ") + listed.format->describe();
     return R"({"type": "array", "minItems": )" + count + R"(, "maxItems": )" + count + R"(, "items": [)" + items + "]}";
 }
 

@@ -28,15 +28,25 @@ namespace hosted::described {
 
 // ---- tables ---------------------------------------------------------------------------------------------------------
 
+// How values of one type are read, written and described.
+struct value_format {
+    bool on_line;  // such a value starts a line of its own
+    void (*read)(json_value from, void *value);
+    bool (*absent)(const void *value);
+    void (*write)(json_writer &out, const void *value);
+    std::string (*describe)();
+};
+
 // One key of a record. The record is of the type whose table this is in.
 struct field {
     std::string_view key;
-    bool on_line;  // starts a line of its own
-    void (*read)(json_value from, void *record);
-    bool (*absent)(const void *record);
-    void (*write)(json_writer &out, const void *record);
-    std::string (*describe)();
+    const value_format *format;
+    const void *(*value)(const void *record);  // where the record has it
     bool required = false;
+
+    void read(json_value from, void *record) const { format->read(from, const_cast<void *>(value(record))); }
+    bool absent(const void *record) const { return format->absent(value(record)); }
+    void write(json_writer &out, const void *record) const { format->write(out, value(record)); }
 };
 
 constexpr field required(field listed) {
@@ -253,29 +263,25 @@ template <class Value> struct usual_codec<std::optional<Value>> {
 };
 template <class Value> using usual = typename usual_codec<Value>::type;
 
+template <class Codec, class Value>
+inline constexpr value_format format_of = {
+    Codec::on_line, [](json_value from, void *value) { Codec::read(from, *static_cast<Value *>(value)); },
+    [](const void *value) { return Codec::absent(*static_cast<const Value *>(value)); },
+    [](json_writer &out, const void *value) { Codec::write(out, *static_cast<const Value *>(value)); },
+    Codec::describe};
+
 // Makes the fields of one record's table.
 template <class Record> struct of {
     template <auto Member> using type = std::remove_cvref_t<decltype(std::declval<Record &>().*Member)>;
 
     template <auto Member, class Codec = usual<type<Member>>> static constexpr field key(std::string_view name) {
-        return {name,
-                Codec::on_line,
-                [](json_value from, void *record) { Codec::read(from, static_cast<Record *>(record)->*Member); },
-                [](const void *record) { return Codec::absent(static_cast<const Record *>(record)->*Member); },
-                [](json_writer &out, const void *record) {
-                    Codec::write(out, static_cast<const Record *>(record)->*Member);
-                },
-                Codec::describe};
+        return {name, &format_of<Codec, type<Member>>,
+                [](const void *record) -> const void * { return &(static_cast<const Record *>(record)->*Member); }};
     }
 
     // A key whose codec takes the whole record.
     template <class Codec> static constexpr field whole(std::string_view name) {
-        return {name,
-                Codec::on_line,
-                [](json_value from, void *record) { Codec::read(from, *static_cast<Record *>(record)); },
-                [](const void *record) { return Codec::absent(*static_cast<const Record *>(record)); },
-                [](json_writer &out, const void *record) { Codec::write(out, *static_cast<const Record *>(record)); },
-                Codec::describe};
+        return {name, &format_of<Codec, Record>, [](const void *record) { return record; }};
     }
 };
 
