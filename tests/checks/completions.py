@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-# tests/checks/completions.py - types in a real bash and a real zsh, on a pseudo-terminal, and compares the line that TAB
-# makes of it.
-#   completions.py DIRECTORY    where an installation is: its bin, share and lib
+# tests/checks/completions.py - types in a real bash and a real zsh on a pseudo-terminal, and compares the lines that TAB
+# completes.
+#   completions.py DIRECTORY    of an installation: its bin, share and lib
 import os
 import pty
 import re

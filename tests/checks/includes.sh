@@ -1,6 +1,6 @@
 #!/bin/sh
-# Names every include that its folder may not have: each folder includes from those below it, by paths from src/, and
-# no other. Ends with 1 if there is one.
+# tests/checks/includes.sh - each folder includes only from the folders below it, by paths from src/. Names every other
+# include and ends with 1 if there is one.
 cd "$(dirname "$0")/../.." || exit 2
 # shellcheck disable=SC2016  # the program is awk's
 find src -name '*.cpp' -o -name '*.h' | LC_ALL=C sort | xargs awk '

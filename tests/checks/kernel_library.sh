@@ -1,6 +1,6 @@
 #!/bin/sh
-# Builds without the hosted kernel, on a kernel library that defines the calls of platform/kernel.h and nothing else, and
-# refuses each of them.
+# tests/checks/kernel_library.sh - builds without the hosted kernel, on a kernel library that defines exactly the calls of
+# platform/kernel.h, and refuses each of them.
 set -eu
 cd "$(dirname "$0")/../.."
 stub=$PWD/build/kernel/libkernel_stub.a

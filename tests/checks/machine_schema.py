@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every machine of the tree is valid by docs/machine.schema.json."""
+# tests/checks/machine_schema.py - every machine of the tree is valid by docs/machine.schema.json.
 import json
 import pathlib
 import re

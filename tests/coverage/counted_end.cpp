@@ -1,5 +1,5 @@
-// counted_end.cpp - in a build that counts what runs, a process that ends itself without the usual way out still writes
-// its counts. The linker leads these calls here.
+// tests/coverage/counted_end.cpp - writes the coverage counts of a process that ends by _exit or kill. The linker
+// redirects those calls to here.
 #include <stdlib.h>
 #include <sys/types.h>
 #include <unistd.h>
