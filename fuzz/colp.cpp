@@ -1,5 +1,5 @@
-// colp.cpp - the column printer: any calls that the input chooses give what the plain model of it gives, and so does a
-// sort by a SORTSPEC.
+// fuzz/colp.cpp - the column printer prints the same as its plain model after any calls, and after a sort by any
+// SORTSPEC.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -13,7 +13,7 @@ namespace {
 constexpr size_t MOST_ROWS = 12;  // that one step adds
 constexpr unsigned MOST_STEPS = 16;
 
-// Numbers of the input, most of them a byte long.
+// Numbers from the input, mostly of one byte.
 struct input_numbers {
     fuzz_input &input;
 
@@ -23,7 +23,7 @@ struct input_numbers {
     }
 };
 
-// Sorts the model as a SORTSPEC says; false where that means nothing.
+// Sorts the model by a SORTSPEC. Returns false where the SORTSPEC is invalid.
 bool sort_model(model_table &model, const std::string &spec) {
     static constexpr std::pair<std::string_view, uint32_t> modes[] = {
         {"", COLP_SORT_ASC}, {",asc", COLP_SORT_ASC}, {",desc", COLP_SORT_DESC}, {",unord", COLP_SORT_UNORD}};

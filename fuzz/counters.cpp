@@ -1,4 +1,4 @@
-// counters.cpp - the printing of counter records: any bytes, read no further than they go.
+// fuzz/counters.cpp - prints any bytes as counter records and reads none past their end.
 #include "commands/commands.h"
 #include "common/counter_records.h"
 #include "input.h"

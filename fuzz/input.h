@@ -1,4 +1,4 @@
-// input.h - the bytes of one fuzz input, taken piece by piece; where none are left they are 0.
+// fuzz/input.h - reads the bytes of one fuzz input in order, then zeroes.
 #pragma once
 
 #include <algorithm>
@@ -30,7 +30,7 @@ public:
         return taken;
     }
 
-    // As many bytes as there are, up to size; the rest of the room stays.
+    // Copies up to size bytes, as many as are left, and leaves the rest of the room unchanged.
     void copy(void *room, size_t size) {
         const size_t count = std::min(size, left_.size());
         if (count != 0) std::memcpy(room, left_.data(), count);
@@ -43,7 +43,7 @@ public:
         return taken;
     }
 
-    // Up to a separator, which is passed over.
+    // The bytes up to a separator, which is skipped.
     std::string_view text_until(char separator) {
         const std::string_view all(reinterpret_cast<const char *>(left_.data()), left_.size());
         const std::string_view taken = all.substr(0, all.find(separator));
@@ -55,8 +55,8 @@ private:
     std::span<const uint8_t> left_;
 };
 
-// The command line at the beginning of an input, up to a NUL: the command's name and its arguments, a line each. One
-// that is not among those that may run is another name of one of them.
+// The command line at the beginning of an input, up to a NUL: the command's name and its arguments, one a line. Any
+// other name selects one of the commands that may run.
 class fuzz_command_line {
 public:
     //   commands  that may run; none: all

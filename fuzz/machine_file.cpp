@@ -1,5 +1,5 @@
-// machine_file.cpp - machine files: any text loads or is refused with a message, a collecting document finds something
-// exactly in those that are refused, and what loads is saved as a text that loads and is saved as the same text.
+// fuzz/machine_file.cpp - any text loads as a machine or is refused with a message; a collecting document reports
+// errors exactly for refused ones; a saved machine loads again and is saved as the same text.
 #include <cstdlib>
 
 #include "hosted/described/format.h"

@@ -1,5 +1,4 @@
-// options.cpp - the option parser: any arguments, every way to fetch one, and what is left is where it was or further
-// on.
+// fuzz/options.cpp - the option parser on any arguments, fetched in every way: what it leaves are words of the line.
 #include <cstdlib>
 
 #include "common/options.h"

@@ -1,5 +1,5 @@
-// readlog.cpp - the display of log slices: of any text, cut anywhere, it prints what a model prints that goes character
-// by character, and reads no further than the text's NUL.
+// fuzz/readlog.cpp - the display of log slices prints any text, cut anywhere, as a model prints it character by
+// character, and reads nothing past the text's NUL.
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -36,7 +36,7 @@ std::string model(const std::string &slice, bool half_lines) {
     }
 }
 
-// What the display prints, taken off descriptor 1.
+// What the display prints on descriptor 1.
 std::string displayed(const char *text, uint32_t length, int mode) {
     static const int printed = [] {
         const int file = memfd_create("printed", MFD_CLOEXEC);

@@ -1,4 +1,4 @@
-// replay.cpp - runs a fuzz target once on each of the files in the directories given, in the order of their names.
+// fuzz/replay/replay.cpp - runs a fuzz target once on each file of the given directories, in the order of their names.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,7 +22,7 @@ int main(int argc, char **argv) {
     }
     std::sort(files.begin(), files.end());
 
-    // What the targets print is nobody's to read; the name of each input, and what ends the run, go where they did.
+    // Discards what the targets print. The name of each input and messages of a crash keep their descriptor.
     const int report = dup(STDERR_FILENO);
     const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nowhere, stream);
@@ -32,7 +32,7 @@ int main(int argc, char **argv) {
         dprintf(report, "%s\n", file.c_str());
         std::ifstream stream(file, std::ios::binary);
         const std::string text{std::istreambuf_iterator<char>(stream), {}};
-        // A copy made to size, so that a read beyond its end shows.
+        // A copy of the exact size, so that the sanitizer detects an overread.
         const auto bytes = std::make_unique<uint8_t[]>(text.size());
         std::copy(text.begin(), text.end(), bytes.get());
         LLVMFuzzerTestOneInput(bytes.get(), text.size());
