@@ -3,13 +3,18 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <thread>
 
@@ -327,6 +332,28 @@ TEST(MachineFile, IsPrivateUntilItIsCompleteAndOutlivesSignals) {
         EXPECT_EQ(about.st_mode, S_IFREG | 0600u);
         signal = signal == SIGINT ? SIGTERM : 0;
     }
+}
+
+// A machine is on disk before it takes the place of the former one.
+TEST(MachineFile, ReplacesNothingUntilItIsOnDisk) {
+    const scratch_directory scratch;
+    const std::string path = scratch.write("lab.json", "{}");
+    const pid_t child = fork();
+    if (child == 0) {
+        sock_filter no_sync[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                 BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fsync, 0, 1),
+                                 BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+                                 BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+        const sock_fprog program = {std::size(no_sync), no_sync};
+        if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0)
+            _exit(77);
+        _exit(pass_through(path, path) == path + ": Input/output error" ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "system calls cannot be refused";
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(read_file(path), "{}");
 }
 
 TEST(MachineFile, WaitForItsLockIsReported) {
