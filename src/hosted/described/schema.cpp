@@ -3,11 +3,12 @@
 
 #include "hosted/described/fields.h"
 #include "hosted/described/format.h"
+#include "platform/protocol/registry.h"
 
 namespace hosted::described {
 namespace {
 
-// What values look like everywhere; the tables refer to these.
+// What values look like everywhere; the tables refer to these. The longest name of a registry key is between the parts.
 constexpr char BEGIN[] = R"({
   "$schema": "https://json-schema.org/draft/2019-09/schema",
   "title": "Machine file",
@@ -21,7 +22,8 @@ constexpr char BEGIN[] = R"({
     "text": {"anyOf": [{"type": "string"}, {"$ref": "#/$defs/bytes"}]},
     "item": {"anyOf": [{"$ref": "#/$defs/number"}, {"type": "object", "properties": {"error": {"$ref": "#/$defs/number"}},
       "required": ["error"], "additionalProperties": false}]},
-    "directory": {"type": "object", "propertyNames": {"pattern": "^[^/]{1,51}$"},
+    "directory": {"type": "object", "propertyNames": {"pattern": "^[^/]{1,)";
+constexpr char AFTER_NAME_LENGTH[] = R"(}$"},
       "additionalProperties": {"$ref": "#/$defs/entry"}},
     "entry": {"anyOf": [{"type": "integer"}, {"$ref": "#/$defs/text"},
       {"type": "object", "minProperties": 1, "maxProperties": 1, "additionalProperties": false,
@@ -46,7 +48,7 @@ std::string_view key_definition(naming kind) {
 }
 
 std::string machine_schema() {
-    std::string schema = BEGIN;
+    std::string schema = BEGIN + std::to_string(REG_MAX_NAME) + AFTER_NAME_LENGTH;
     for (const auto &[kind, name] : key_definitions) {
         const auto words = item_names(kind);
         if (words.empty()) continue;

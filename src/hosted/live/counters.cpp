@@ -52,17 +52,17 @@ row block_device_row(std::string_view line) {
 
 // Where the statistics of a kind are.
 struct table {
+    file_counters::kind kind;
     std::string_view file;
     row (*parse)(std::string_view line);
     std::span<const std::string_view> counters;  // the names of the figures in a row, in their order
 };
-constexpr table TABLES[] = {  // by file_counters::kind
-    {"/net/dev", interface_row, INTERFACE_COUNTERS},
-    {"/diskstats", block_device_row, BLOCK_COUNTERS},
-    {"/stat", plain_row, PROCESSOR_COUNTERS},
-    {"/vmstat", plain_row, {}}};
+constexpr table TABLES[] = {{file_counters::kind::interface, "/net/dev", interface_row, INTERFACE_COUNTERS},
+                            {file_counters::kind::block_device, "/diskstats", block_device_row, BLOCK_COUNTERS},
+                            {file_counters::kind::processors, "/stat", plain_row, PROCESSOR_COUNTERS},
+                            {file_counters::kind::virtual_memory, "/vmstat", plain_row, {}}};
 
-const table &table_of(file_counters::kind kind) { return TABLES[static_cast<size_t>(kind)]; }
+const table &table_of(file_counters::kind kind) { return *std::ranges::find(TABLES, kind, &table::kind); }
 
 std::vector<std::string> names_in(const file_roots &roots, file_counters::kind kind) {
     const table &from = table_of(kind);
