@@ -23,7 +23,7 @@ struct ventix_result {
 // The path of the built ventix, or of the one that VENTIX_TEST_EXECUTABLE names in its place.
 std::string ventix_program();
 
-// Runs it to its end, or kills it after 20 seconds. Its outputs are files, its input is empty. Its environment is PATH,
+// Runs it to its end, or kills it after 60 seconds. Its outputs are files, its input is empty. Its environment is PATH,
 // TZ=UTC, VENTIX_MACHINE and the sanitizers' options only, so the environment of the tests changes no result.
 ventix_result run_ventix(const ventix_run &run);
 

@@ -91,6 +91,7 @@ TEST(Descriptions, HelpPrintsTheUsage) {
         const ventix_result help = run_ventix({.arguments = {name, "--help"}});
         EXPECT_EQ(help.output.find("Usage: " + name + ' '), 0u) << help.output;
         EXPECT_EQ(help.output.compare(0, usage.size(), usage), 0) << help.output;
+        EXPECT_EQ(help.output.size() > usage.size(), row->line->print_usage != nullptr) << help.output;
         EXPECT_EQ(help.diagnostics, "");
         EXPECT_EQ(help.status, 0);
     }

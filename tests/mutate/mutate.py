@@ -45,7 +45,7 @@ UNSEEN = re.compile(r"static_assert|^\s*#|\breserve\(|shrink_to_fit|\boperator\b
 ANY_NUMBER = re.compile(r"^\s*(?:[A-Z]\w+ = .*,?|(?!constexpr|static)(?:[\w:]+ )+\w+ = \w+;|virtual\b.*|"
                         r"(?:static )?[\w:<>, ]+ \w+(?:\[\d+\])?(?: = \{\})?;)\s*$")
 ZEROES = ("0", "true", "false", "nullptr", "std::nullopt", "RESULT_SUCCESS", "IO_SUCCESS", "COLP_SUCCESS", "SB_DONE",
-          "E_OPT_DONE")
+          "E_OPT_DONE", "DONE")
 SKIPPED = re.compile(r"""//[^\n]*|/\*.*?\*/|R"\((?:.*?)\)"|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])'""", re.S)
 
 

@@ -197,13 +197,15 @@ TEST(LiveMemos, AreReadAgainForAReusedNumber) {
     uint64_t result = 0, first = 0;
     for (const std::string start : {"10", "10", "20"}) {
         tree.put("proc/7/stat", "7 (same) S 0 0 0 0 0 0 0 0 0 0 0 0 0 0 20 0 1 0 " + start + " 0 0");
-        tree.put("proc/7/maps", "1000-2000 r--p 00000000 00:00 0\n");
+        tree.put("proc/7/maps", "no mapping\n1000-2000 r--p 00000000 00:00 0\n");
         live::process owner(processes.root());
         ASSERT_TRUE(owner.open(7));
         const auto views = maps.walk_views(owner, result);
         ASSERT_TRUE(views && views->step() == RESULT_SUCCESS);
-        uint64_t handle = 0;
+        uint64_t handle = 0, begin = 0;
         views->info(OBJINFO_HANDLE, handle);
+        views->info(VIEWINFO_BEGIN, begin);
+        EXPECT_EQ(begin, 0x1000u);
         if (first == 0) first = handle;
         EXPECT_EQ(handle == first, start == "10");
     }
