@@ -149,7 +149,7 @@ int colp_begincolumn(colp_table *table, uint32_t type) {
     (table->last_column ? table->last_column->next : table->first_column) = column;
     table->last_column = column;
     table->open_column = column;
-    table->column_count++;
+    ++table->column_count;
     return COLP_SUCCESS;
 }
 
@@ -284,7 +284,7 @@ int colp_endrow(colp_table *table) {
     if (!table) return COLP_BAD_ARGUMENT;
     if (!table->open_row) return COLP_NO_ROW_OPEN;
     table->open_row = nullptr;
-    table->row_count++;
+    ++table->row_count;
     return COLP_SUCCESS;
 }
 

@@ -92,7 +92,7 @@ constexpr sb_commandline command_line = {
 bool parse_number(const char *&text, unsigned min, unsigned max, int &value) {
     const char *start = text;
     uint64_t number = 0;
-    for (; *text >= '0' && *text <= '9'; text++) {
+    for (; *text >= '0' && *text <= '9'; ++text) {
         if (number > max) return false;
         number = number * 10 + static_cast<unsigned>(*text - '0');
     }
@@ -103,7 +103,7 @@ bool parse_number(const char *&text, unsigned min, unsigned max, int &value) {
 
 bool parse_separator(const char *&text) {
     if (*text == '\0' || std::strchr(SEPARATORS, *text) == nullptr) return false;
-    text++;
+    ++text;
     return true;
 }
 

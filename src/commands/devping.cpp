@@ -44,7 +44,7 @@ int sb_devping(int argc, char **argv) {
     sb_devasker asker{"devping", stdout, "pinging", "a ping reply", opts.timeout, opts.verbose};
     if (const int status = sb_devasker_open(asker)) return status;
     int status = SB_DONE;
-    for (int i = 0; i < argc; i++) {
+    for (int i = 0; i < argc; ++i) {
         uint64_t result = 0;
         const int asked = sb_devasker_ask(asker, argv[i], DEVQUERY_PING, 0, &result);
         if (asked == SB_SETUP) return asked;

@@ -51,7 +51,7 @@ struct options {
 
 void print_usage() {
     std::printf(usage_head, DEFAULT_PARAMETER);
-    for (const query *row = sb_devquery_queries; row->name != nullptr; row++) std::printf("  %s\n", row->name);
+    for (const query *row = sb_devquery_queries; row->name != nullptr; ++row) std::printf("  %s\n", row->name);
     std::printf(usage_tail, SB_DEVMSG_TIMEOUT);
 }
 
@@ -83,7 +83,7 @@ int sb_devquery(int argc, char **argv) {
 
     const char *device = argv[0];
     const query *asked = sb_devquery_queries;
-    while (asked->name != nullptr && std::strcmp(asked->name, argv[1]) != 0) asked++;
+    while (asked->name != nullptr && std::strcmp(asked->name, argv[1]) != 0) ++asked;
     if (asked->name == nullptr) {
         std::fprintf(stderr, "devquery: %s: unknown query.\n", argv[1]);
         return SB_FAILED;

@@ -124,7 +124,7 @@ void print_by_task(std::span<const isr> records, const options &opts) {
     }
 }
 
-// In order of number, those of one number as they were collected, each under a heading of its own.
+// In order of number, then of collection, each under a heading of its own.
 void print_by_number(std::span<isr> records, const options &opts) {
     const uint64_t limit = _SL_GetState(KSTATE_ISR_NUMBER_LIMIT);
     std::stable_sort(records.begin(), records.end(), [](const isr &a, const isr &b) { return a.number < b.number; });

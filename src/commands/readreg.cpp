@@ -74,7 +74,7 @@ bool show_binary(device_record *registry, const char *key, uint32_t length, cons
     const auto *bytes = reinterpret_cast<const unsigned char *>(value.get());
     const bool quoted = opts.quoted && !opts.hexdump;
     if (quoted) std::putchar('"');
-    for (uint32_t i = 0; i < length; i++) {
+    for (uint32_t i = 0; i < length; ++i) {
         if (opts.hexdump) {
             std::printf(i == 0 ? "%02X" : " %02X", bytes[i]);
         } else {
@@ -112,6 +112,6 @@ int sb_readreg(int argc, char **argv) {
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
     device_record *registry = GetRegDev();
     int failures = 0;
-    for (int i = 0; i < argc; i++) failures += show_key(registry, argv[i], opts) ? 0 : 1;
+    for (int i = 0; i < argc; ++i) failures += show_key(registry, argv[i], opts) ? 0 : 1;
     return failures;
 }

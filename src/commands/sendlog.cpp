@@ -70,7 +70,7 @@ constexpr sb_commandline command_line = {
 // The next 8 characters of a text, the first in the most significant byte, filled up with spaces.
 uint64_t pack_word(const char *&text) {
     uint64_t word = 0;
-    for (unsigned i = 0; i < WORD_CHARACTERS; i++)
+    for (unsigned i = 0; i < WORD_CHARACTERS; ++i)
         word = word << 8 | static_cast<unsigned char>(*text != '\0' ? *text++ : ' ');
     return word;
 }

@@ -150,7 +150,7 @@ bool put_address(pool &taken, const char *text, uint64_t &word) {
     word = round_up(taken.cursor, 4);
     if (!taken.take(SVC_SOCKADDR_ROOM)) return false;
     uint32_t address = 0;
-    for (int part = 0; part < 4; part++) {
+    for (int part = 0; part < 4; ++part) {
         char *end = nullptr;
         address = address << 8 | static_cast<uint32_t>(std::strtoul(text, &end, 10));
         if (part < 3 && *end != '.') return false;
@@ -181,14 +181,14 @@ bool put_argument(pool &taken, const svc_descriptor &item, const char *text, uin
 // The value of the first KEYVAL with an item's name as key, or null.
 const char *find_value(const svc_descriptor &item, char **keyvals, int count) {
     const auto length = static_cast<size_t>(sb_service_namelen(item.name, sizeof item.name));
-    for (int i = 0; i < count; i++) {
+    for (int i = 0; i < count; ++i) {
         if (std::strncmp(keyvals[i], item.name, length) == 0 && keyvals[i][length] == '=')
             return keyvals[i] + length + 1;
     }
     return nullptr;
 }
 
-// A value that does not convert, or does not fit the pool, ends the command without a word.
+// A value that does not convert, or does not fit the pool, ends the command without a message.
 bool fill_call(const sb_service &service, const svc_info_block &info, std::span<const svc_descriptor> results,
                const char *called, char **keyvals, int count, const options &opts) {
     auto *call = sb_service_block<svc_call_block>(service, CALL_OFFSET);
@@ -199,7 +199,7 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
     const auto base = reinterpret_cast<uint64_t>(service.request);
     pool taken{base + POOL_OFFSET, opts.pool_size, base + service.size};
     bool good = true;
-    for (uint64_t i = 0; good && i < info.arg_count; i++) {
+    for (uint64_t i = 0; good && i < info.arg_count; ++i) {
         const svc_descriptor &item = info.args[i];
         call->args[i].type = item.type;
         const char *value = find_value(item, keyvals, count);
@@ -214,7 +214,7 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
     }
     call->pool_cursor = taken.cursor;
     call->pool_left = taken.left;
-    for (size_t i = 0; i < results.size(); i++) call->results[i].type = results[i].type;
+    for (size_t i = 0; i < results.size(); ++i) call->results[i].type = results[i].type;
     return good;
 }
 
@@ -236,11 +236,11 @@ public:
     // Copies the next bytes; false where there are no more.
     bool next(void *bytes, uint64_t size) {
         auto *out = static_cast<unsigned char *>(bytes);
-        for (uint64_t i = 0; i < size; i++) {
+        for (uint64_t i = 0; i < size; ++i) {
             const uint64_t at = address_ + read_;
             if (at == end_ || (read_ != 0 && at % MEMO_STEP == 0 && !is_known(at))) return false;
             out[i] = *reinterpret_cast<const unsigned char *>(at);
-            read_++;
+            ++read_;
         }
         return true;
     }
@@ -327,7 +327,7 @@ int call_service(const sb_service &service, const char *called, char **keyvals, 
         return SB_FAILED;
     }
     const auto *call = sb_service_block<svc_call_block>(service, CALL_OFFSET);
-    for (uint64_t i = 0; i < result_count; i++) print_result(service, results[i], call->results[i].value, opts);
+    for (uint64_t i = 0; i < result_count; ++i) print_result(service, results[i], call->results[i].value, opts);
     return SB_DONE;
 }
 

@@ -39,7 +39,7 @@ constexpr sb_commandline command_line = {
 const char *plural(uint64_t count) { return count == 1 ? "" : "s"; }
 
 void print_items(const char *kind, const svc_descriptor *items, uint64_t count) {
-    for (uint64_t i = 0; i < count; i++) {
+    for (uint64_t i = 0; i < count; ++i) {
         std::printf("        %s #%" PRIu64 ": \"%.*s\", %s\n", kind, i,
                     sb_service_namelen(items[i].name, sizeof items[i].name), items[i].name,
                     sb_svcls_type(items[i].type));
@@ -61,7 +61,7 @@ bool describe(const sb_service &service, const char *called, std::optional<size_
 
 bool describe_named(const sb_service &service, char **names, int count) {
     bool good = true;
-    for (int i = 0; i < count; i++) {
+    for (int i = 0; i < count; ++i) {
         if (std::strlen(names[i]) >= SVC_NAME_SIZE) {
             std::fprintf(stderr, "svcinfo: %s: %s: service name too long\n", service.name, names[i]);
             good = false;
@@ -72,7 +72,7 @@ bool describe_named(const sb_service &service, char **names, int count) {
     return good;
 }
 
-// The names are taken out of the request first: a description with many results reaches into the list.
+// The names are copied out of the request first: a description with many results reaches into the list.
 bool list_services(const sb_service &service) {
     std::printf("Services in \"%s\":\n", service.name);
     auto *block = sb_service_block<svc_list_block>(service, LIST_OFFSET);
@@ -85,7 +85,7 @@ bool list_services(const sb_service &service) {
     std::memcpy(&list, block, sizeof list);
     const uint64_t returned = std::min<uint64_t>(list.returned, SVC_LIST_SLOTS);
     bool good = true;
-    for (size_t i = 0; good && i < returned; i++) {
+    for (size_t i = 0; good && i < returned; ++i) {
         char called[SVC_NAME_SIZE + 1] = {};
         std::memcpy(called, list.names[i], SVC_NAME_SIZE);
         good = describe(service, called, i);
@@ -113,7 +113,7 @@ int sb_svcinfo(int argc, char **argv) {
     uint64_t reply_port = NO_OBJECT;
     int status = SB_DONE;
     const int devices = opts.by_service ? 1 : argc;
-    for (int i = 0; i < devices; i++) {
+    for (int i = 0; i < devices; ++i) {
         if (reply_port == NO_OBJECT) reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
         if (reply_port == NO_OBJECT) {
             std::fputs("svcinfo: failed to create MsgPort.\n", stderr);

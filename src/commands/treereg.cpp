@@ -127,11 +127,11 @@ void print_binary(unsigned flags, long long octets, unsigned char *buffer, const
     std::printf(" { len=%" PRIu32, entry.length);
     if ((flags & SHOW_OCTETS) != 0) {
         std::putchar(',');
-        for (uint32_t i = 0; i < delivered; i++) print_octet(buffer[i]);
+        for (uint32_t i = 0; i < delivered; ++i) print_octet(buffer[i]);
         if (entry.length > delivered) std::fputs("...", stdout);
         if ((flags & SHOW_ASCII) != 0) {
             std::fputs(" | ", stdout);
-            for (uint32_t i = 0; i < delivered; i++)
+            for (uint32_t i = 0; i < delivered; ++i)
                 std::putchar(buffer[i] >= 32 && buffer[i] <= 126 ? buffer[i] : '.');
         }
     }
@@ -182,7 +182,7 @@ struct listing {
 
 // The lines of the levels above, and the entry's own connector.
 void draw_levels(std::vector<level> &levels) {
-    for (const level *above = levels.data(); above != &levels.back(); above++)
+    for (const level *above = levels.data(); above != &levels.back(); ++above)
         std::fputs(above->state == level_state::finished ? "    " : "|   ", stdout);
     level &own = levels.back();
     std::fputs(own.state == level_state::last ? "`--" : "|--", stdout);
@@ -283,7 +283,7 @@ int sb_treereg(int argc, char **argv) {
 
     int status = SB_DONE;  // Deliberate: of the last listing alone.
     if (argc == 0) status = sb_treereg_list(list, "");
-    for (int i = 0; i < argc; i++) {
+    for (int i = 0; i < argc; ++i) {
         if (i > 0) std::putchar('\n');
         std::puts(argv[i]);
         status = sb_treereg_list(list, argv[i]);

@@ -14,7 +14,7 @@ void sb_counters_print(const unsigned char *records, uint64_t size, bool hexadec
         const auto *name = reinterpret_cast<const char *>(records + at);
         at += name_room;
         uint64_t value = 0;
-        for (uint64_t i = 0; i < COUNTER_VALUE_SIZE; i++) value |= uint64_t{records[at + i]} << (8 * i);
+        for (uint64_t i = 0; i < COUNTER_VALUE_SIZE; ++i) value |= uint64_t{records[at + i]} << (8 * i);
         at += COUNTER_VALUE_SIZE;
         const auto length = static_cast<int>(strnlen(name, name_room));
         std::printf(hexadecimal ? "%.*s: 0x%" PRIX64 "\n" : "%.*s: %" PRIu64 "\n", length, name, value);

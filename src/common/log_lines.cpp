@@ -1,4 +1,4 @@
-// common/log_lines.cpp - the output engine of logs: lines go to the descriptor from where they are.
+// common/log_lines.cpp - the output engine of logs: writes lines to the descriptor without copying them.
 #include "common/log_lines.h"
 
 #include <poll.h>
@@ -71,7 +71,7 @@ constexpr char LINE_FEED[] = "\n";
 bool ends_line(char c) { return c == '\n' || c == '\r'; }
 
 const char *skip_line_ends(const char *text) {
-    while (ends_line(*text)) text++;
+    while (ends_line(*text)) ++text;
     return text;
 }
 

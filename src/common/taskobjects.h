@@ -1,6 +1,6 @@
 // common/taskobjects.h - the run of a command that lists the objects of tasks, one table per task.
 //
-// The command parses its line and brings its columns and rows; operands, headings, walks and sorting are shared.
+// The command parses its line and supplies its columns and rows; operands, headings, walks and sorting are shared.
 #pragma once
 
 #include <cstdint>

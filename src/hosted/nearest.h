@@ -15,10 +15,10 @@ namespace hosted {
 inline size_t edit_distance(std::string_view one, std::string_view other) {
     std::vector<size_t> row(other.size() + 1);  // distances of a prefix of one to every prefix of other
     std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < one.size(); i++) {
+    for (size_t i = 0; i < one.size(); ++i) {
         size_t diagonal = row[0];
         row[0] = i + 1;
-        for (size_t k = 0; k < other.size(); k++) {
+        for (size_t k = 0; k < other.size(); ++k) {
             const size_t replaced = diagonal + (one[i] == other[k] ? 0 : 1);
             diagonal = row[k + 1];
             row[k + 1] = std::min({replaced, diagonal + 1, row[k] + 1});

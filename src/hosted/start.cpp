@@ -1,5 +1,5 @@
-// hosted/start.cpp - around main(), by the linker's wrap: standard streams that are what they seem before it, and the
-// end of the run after it. No layer above knows of it.
+// hosted/start.cpp - wraps main(), by the linker: makes the standard streams safe before it and ends the run after it.
+// No layer above knows of it.
 #include <fcntl.h>
 #include <unistd.h>
 

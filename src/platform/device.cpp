@@ -424,7 +424,7 @@ int CheckDeviceClass(device_record *registry, uint64_t port, const char *name, u
     if (temporary && !make_port(RIGHTS_QUERY_REPLY, own)) return 1;
     const uint64_t reply = temporary ? own.handle : port;
     int status = -1;
-    for (uint64_t index = 0; status != 0 && index < MAX_DEVICE_CLASSES; index++) {
+    for (uint64_t index = 0; status != 0 && index < MAX_DEVICE_CLASSES; ++index) {
         uint64_t listed = 0;
         if (DeviceQuery(registry, reply, name, DEVQUERY_GET_CLASS, index, &listed) != QUERY_SUCCESS) break;
         if (listed == device_class) status = 0;

@@ -78,7 +78,7 @@ inline void write_number(json_writer &out, form shown, uint64_t value) {
     shown == form::plain ? out.number(value) : out.hexadecimal(value);
 }
 
-// The numbers that the keys of one object are: the same number written in two ways is one key given twice.
+// The keys of one object, as numbers. A number that is written in two ways is one key, given twice.
 class number_keys {
 public:
     // The number of a member's key, by its name where its kind has names.

@@ -69,7 +69,7 @@ template <class Record> std::unique_ptr<walk> walk_over(const std::vector<Record
 
 class described_machine : public machine, private server_source, private terminal_source {
 public:
-    // Reads the file and settles who is calling.
+    // Reads the file and determines the calling task and thread.
     bool load(const std::string &path, const std::string &save_path, std::string &message);
 
     const std::vector<fault> &faults() const { return records_.faults; }
@@ -154,7 +154,7 @@ bool described_machine::load(const std::string &path, const std::string &save_pa
     return true;
 }
 
-// Gives the calling task and thread handles that nothing else has; the kernel's own begin after them.
+// Assigns the calling task and thread handles that nothing else has. The kernel's own handles begin after them.
 void described_machine::settle_callers() {
     const auto &self = records_.self;
     uint64_t highest = LOWEST_OWN_HANDLE - 1;

@@ -1,7 +1,7 @@
 // hosted/described/records.h - what a machine file describes, in the order of the file.
 //
-// A value that the file does not give differs from a default that it does give, so that a saved machine says no more
-// than the file did. Records that are keyed by a number in the file keep it in a member of that name.
+// An absent value is distinct from a default that the file states, so that a saved machine states no more than its
+// file. Records that are keyed by a number in the file hold it in a member of that name.
 #pragma once
 
 #include <cstdint>
@@ -31,7 +31,7 @@ struct item {
 
 struct object {
     uint64_t handle = 0;
-    uint64_t owner = 0;  // item 4 where info does not give it; 0: no such item
+    uint64_t owner = 0;  // OBJINFO_OWNER unless info has it; 0: no such item
     std::vector<item> info;
     uint32_t node = 0;  // of the document, for messages while it is loaded
     bool gone = false;  // ended during the run

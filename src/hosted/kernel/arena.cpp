@@ -26,11 +26,11 @@ namespace hosted {
 namespace {
 
 // Below the kernel's own mapping area for any amount of address randomisation, and within what the sanitizers' shadow
-// memory covers, on both processors. No promise: if it is taken, the region lies elsewhere.
+// memory covers, on both processors. If it is taken, the region is placed elsewhere.
 constexpr uint64_t FIXED_ADDRESS = 0x7EA000000000;
 
-// The region begins with what nearly every run needs and is extended in place, for a long log by gigabytes. Elsewhere
-// nothing keeps the addresses above it free, so it is larger from the start.
+// The region starts with what nearly every run needs and grows in place, by gigabytes for a long log. Elsewhere nothing
+// keeps the addresses above it free, so it starts larger.
 constexpr uint64_t FIRST_RESERVATION = uint64_t{16} << 20;
 constexpr uint64_t RESERVATION_ELSEWHERE = uint64_t{256} << 20;
 constexpr uint64_t SMALLEST_RESERVATION = uint64_t{1} << 20;

@@ -2,7 +2,7 @@
 //
 // One region of address space, at a fixed address where that is free. It is reserved without access, opened as blocks
 // need it, and extended when they no longer fit. Its bookkeeping lies outside it, so that nothing a client writes can
-// corrupt it. Under the address sanitizer, bytes that nobody asked for and released bytes are poisoned.
+// corrupt it. Under the address sanitizer, bytes past a requested size and released bytes are poisoned.
 #pragma once
 
 #include <cstddef>

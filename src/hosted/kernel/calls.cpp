@@ -53,7 +53,7 @@ bool is_only_thread() { return __libc_single_threaded != 0; }
 
 using lock_type = std::unique_lock<std::mutex>;
 
-// What few runs need is out of the way of the many calls: faults, observers, the log, and the ends of a run.
+// What few runs need is kept out of line: faults, observers, the call log and the ends of a run.
 
 bool is_watched(const run &now) { return now.watching != nullptr || !now.faults.empty() || now.log.is_open(); }
 

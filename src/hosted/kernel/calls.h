@@ -79,7 +79,7 @@ constexpr std::string_view call_name(call which) { return properties_of(which).n
 
 // The call of a name, or nothing.
 constexpr std::optional<call> call_by_name(std::string_view name) {
-    for (size_t i = 0; i < CALL_COUNT; i++) {
+    for (size_t i = 0; i < CALL_COUNT; ++i) {
         if (call_table[i].name == name) return static_cast<call>(i);
     }
     return std::nullopt;

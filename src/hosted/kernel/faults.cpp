@@ -7,7 +7,7 @@ std::optional<uint64_t> fault_list::strike(call which, uint32_t code) {
     std::optional<uint64_t> result;
     for (auto &[what, seen] : faults_) {
         if (what.which != which || (what.code && *what.code != code)) continue;
-        seen++;
+        ++seen;
         if (!result && seen >= what.nth && seen - what.nth < what.times) result = what.result;
     }
     return result;

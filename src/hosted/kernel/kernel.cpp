@@ -53,7 +53,7 @@ struct kernel::object {
     static constexpr object_kind KIND = object_kind::any;
     explicit object(object_kind made) : kind(made) {}
 
-    const object_kind kind;  // cheaper to read than the language's own type: every call does
+    const object_kind kind;  // cheaper to test than the dynamic type; every call tests it
     bool dead = false;
     uint64_t master = 0;
     uint64_t owner = 0;             // the task it was made for
@@ -107,7 +107,7 @@ void kernel::leave(const caller &who) {
 // ---- handles --------------------------------------------------------------------------------------------------------
 
 uint64_t kernel::new_handle() {
-    while (next_handle_ == 0 || next_handle_ == NO_OBJECT || machine_->reserves(next_handle_)) next_handle_++;
+    while (next_handle_ == 0 || next_handle_ == NO_OBJECT || machine_->reserves(next_handle_)) ++next_handle_;
     return next_handle_++;
 }
 
@@ -360,7 +360,7 @@ uint64_t kernel::wait(std::unique_lock<std::mutex> &lock, caller &who, object *o
         const uint64_t now = clock();
         if (!events_.empty() && events_.begin()->first.first <= now) {
             auto event = events_.extract(events_.begin());
-            event.mapped()();  // one due at the very deadline still counts
+            event.mapped()();  // an event due at the deadline itself still runs
         } else if (self.deadline <= now) {
             return RESULT_TIMEOUT;
         } else if (!start_.virtual_tick) {

@@ -59,7 +59,7 @@ using settings = std::array<const char *, std::size(variables)>;
 settings read_environment() {
     constexpr size_t SHOWN = 200;  // bytes of a name
     settings values{};
-    for (char *const *entry = environ; *entry != nullptr; entry++) {
+    for (char *const *entry = environ; *entry != nullptr; ++entry) {
         if ((*entry)[0] != PREFIX[0]) continue;  // spares measuring every other one
         std::string_view name = *entry;
         if (!name.starts_with(PREFIX)) continue;

@@ -48,7 +48,7 @@ struct delivery {
     uint64_t handle = 0;  // to its port that the message was sent to: what the server gave that handle out for
 };
 
-// What a request that a message begins asks for; the path is empty where the command has none.
+// What a request is about: its command, and the path that it names, if any.
 struct request_subject {
     uint32_t command = 0;
     std::string path;
@@ -61,7 +61,7 @@ public:
     // Handles one message at once; answers are posted on reply ports. Called with the kernel's lock held.
     virtual void receive(const delivery &received) = 0;
 
-    // What a begin message is about to begin, for the call log; nothing for any other message.
+    // The request that a begin message starts, for the call log; nothing for any other message.
     virtual std::optional<request_subject> subject_of(const kernel_message &) { return std::nullopt; }
 
     // The handle of its port, set once before the first message.

@@ -21,7 +21,7 @@ void trace_ring::record(call which, uint8_t result_class, std::span<const argume
     uint64_t *words = buffers_[filling_].data();
     uint64_t *at = words + position_;
     position_ += count + 1;
-    words[0]++;
+    ++words[0];
     *at++ = static_cast<uint64_t>(which) | uint64_t{result_class} << 8 | (count + 1) << 16;
     for (const argument &one : arguments.first(count)) *at++ = one.value;
 }

@@ -25,7 +25,7 @@ public:
 
     trace_ring() {}  // clears no buffer: a short run touches little memory
 
-    // Adds a call, unless the trace is frozen. Takes no memory, so it cannot fail. The last call that is added is the
+    // Adds a call, unless the trace is frozen. Allocates nothing, so it cannot fail. The last call that is added is the
     // one that first read the trace.
     void record(call which, uint8_t result_class, std::span<const argument> arguments);
 

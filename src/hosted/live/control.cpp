@@ -119,7 +119,7 @@ uint64_t set_process_priority(process &which, uint64_t priority) {
     if (const uint64_t result = which.item(TASKINFO_PRIORITY, now); result != RESULT_SUCCESS) return result;
     if (now == priority) return RESULT_SUCCESS;
     bool any = false, changed = true;
-    for (int pass = 0; pass < MOST_PASSES && changed; pass++) {
+    for (int pass = 0; pass < MOST_PASSES && changed; ++pass) {
         std::vector<int> threads;
         descriptor tasks;
         if (const int error = which.list_threads(threads, tasks); error != 0) return result_of(error);

@@ -99,7 +99,7 @@ uint32_t read_unit(std::string_view text, uint32_t unit, uint64_t room, std::str
         any = true;
         clean(found.name);
         if (!append_counter(bytes, room, found.name, *value)) break;
-        read++;
+        ++read;
     }
     return any ? 0 : uint32_t{IOERROR_NOT_FOUND};
 }

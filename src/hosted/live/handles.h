@@ -36,7 +36,7 @@ constexpr handle_range mapping_handles(int process) {
 constexpr bool ranges_are_apart() {
     constexpr handle_range ranges[] = {PROCESS_HANDLES, THREAD_HANDLES,  ISR_HANDLES,   CHUNK_HANDLES,
                                        SPACE_HANDLES,   MAPPING_HANDLES, KERNEL_HANDLES};
-    for (size_t i = 0; i < std::size(ranges); i++) {
+    for (size_t i = 0; i < std::size(ranges); ++i) {
         if (ranges[i].first >= ranges[i].end || (i > 0 && ranges[i].first < ranges[i - 1].end)) return false;
     }
     return true;

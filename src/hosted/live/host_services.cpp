@@ -50,7 +50,7 @@ uint32_t call_loadavg(const file_roots &roots, service_call &call) {
     std::string_view text;
     if (const int error = read_file(roots.proc + "/loadavg", buffer, text)) return error_word(error);
     scanner scan(text);
-    for (size_t i = 0; i < 3; i++) answer(call, i, scan.word());
+    for (size_t i = 0; i < 3; ++i) answer(call, i, scan.word());
     return 0;
 }
 
@@ -155,7 +155,7 @@ uint64_t count_v6_only(uint16_t port) {
         while (const auto header = take_record<nlmsghdr>(messages)) {
             if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR) return sockets;
             const size_t size = header->nlmsg_len - std::min<size_t>(header->nlmsg_len, sizeof *header);
-            if (is_v6_only(messages.substr(0, size), port)) sockets++;
+            if (is_v6_only(messages.substr(0, size), port)) ++sockets;
             messages.remove_prefix(std::min(aligned(size), messages.size()));
         }
     }
@@ -168,7 +168,7 @@ uint32_t call_listening(const file_roots &roots, service_call &call) {
     int failures = 0;
     std::string text;
     for (const char *file : {"/net/tcp", "/net/tcp6"}) {
-        if (read_file(roots.proc + file, text) != 0) failures++;
+        if (read_file(roots.proc + file, text) != 0) ++failures;
         sockets += count_listening(text, at->address, at->port);
     }
     if (failures == 2) return IOERROR_NOT_FOUND;
@@ -272,7 +272,7 @@ uint64_t count_listening(std::string_view text, uint32_t address, uint16_t port)
         uint32_t at_address = 0;
         uint16_t at_port = 0;
         if (line.word() != listening || !parse_endpoint(local, at_address, at_port)) continue;
-        if (at_address == address && at_port == port) sockets++;
+        if (at_address == address && at_port == port) ++sockets;
     }
     return sockets;
 }

@@ -46,7 +46,7 @@ interrupt_lines parse_interrupts(std::string_view text) {
         interrupt_line found;
         found.number = *number;
         const std::string_view counts = line.rest();
-        for (size_t i = 0; i < all.processors.size(); i++) {
+        for (size_t i = 0; i < all.processors.size(); ++i) {
             const auto count = line.decimal();
             if (!count) break;
             found.count += *count;

@@ -65,7 +65,7 @@ uint64_t isr_table::read() {
     if (visible && !routines_.empty()) {
         if (const uint64_t result = find_threads(parent); result != RESULT_SUCCESS) return result;
     }
-    for (size_t i = 0; i < routines_.size(); i++) owned_[routines_[i].owner].push_back(i);
+    for (size_t i = 0; i < routines_.size(); ++i) owned_[routines_[i].owner].push_back(i);
     read_ = true;
     return RESULT_SUCCESS;
 }

@@ -121,7 +121,7 @@ int count_memos(proc_root &root, int directory, uint64_t &count) {
         last_length = whole && length <= sizeof last ? rest.copy(last, length) : 0;
         last_unnamed = line.inode == 0;
         if (last_unnamed) {
-            unnamed++;
+            ++unnamed;
         } else {
             files.emplace_back(line.device, line.inode);
         }
@@ -155,7 +155,7 @@ int process_map::read(proc_root &root, int directory) {
         memo &mapped = memos_[shown];
         if (mapped.type == MEMO_HW) mapped.address = std::min(mapped.address, line.offset);
         mapped.size += line.end - line.begin;
-        mapped.views++;
+        ++mapped.views;
         views_.push_back({line.begin, (line.end - line.begin) / root.page_size, line.offset / root.page_size, shown,
                           view_flags(line)});
     });
@@ -183,7 +183,7 @@ uint64_t process_map::read_resident(proc_root &root, int directory) {
         uint64_t begin = 0;
         counted = nullptr;
         if (!scanner(line).hexadecimal(begin)) return;
-        while (at < views_.size() && views_[at].begin < begin) at++;
+        while (at < views_.size() && views_[at].begin < begin) ++at;
         if (at < views_.size() && views_[at].begin == begin) counted = &memos_[views_[at].memo];
     });
     resident_known_ = !means_failure(error);

@@ -232,7 +232,7 @@ std::vector<address_range> parse_kernel_segments(std::string_view image) {
     if (image.size() < sizeof header) return segments;
     std::memcpy(&header, image.data(), sizeof header);
     if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ELFCLASS64) return segments;
-    for (size_t i = 0; i < header.e_phnum; i++) {
+    for (size_t i = 0; i < header.e_phnum; ++i) {
         Elf64_Phdr segment;
         if (header.e_phoff > image.size() || (image.size() - header.e_phoff) / sizeof segment <= i) break;
         std::memcpy(&segment, image.data() + header.e_phoff + i * sizeof segment, sizeof segment);

@@ -20,7 +20,7 @@ struct mount_line {
 bool parse_mount(std::string_view text, mount_line &out) {
     scanner line(text);
     if (!line.decimal(out.number)) return false;
-    for (int skipped = 0; skipped < 3; skipped++) line.word();
+    for (int skipped = 0; skipped < 3; ++skipped) line.word();
     out.target = line.word();
     out.options = line.word();
     for (std::string_view tag = line.word(); tag != "-"; tag = line.word()) {

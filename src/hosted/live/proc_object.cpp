@@ -50,7 +50,7 @@ bool parse_stat(std::string_view text, stat_record &record) {
     constexpr size_t FIRST = 4, LAST = 23;  // fields, counted from 1 as the system's documentation does
     uint64_t field[LAST + 1] = {};
     scanner rest(text.substr(std::min(closed + 3, text.size())));
-    for (size_t i = FIRST; i <= LAST; i++) {
+    for (size_t i = FIRST; i <= LAST; ++i) {
         if (!rest.integer(field[i])) return false;
     }
     record.parent = field[4];

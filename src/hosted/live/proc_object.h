@@ -2,7 +2,7 @@
 //
 // Each is looked at through its open directory, which stays with that process when its number goes to another, so that
 // no two answers come from different processes. A file is read when an item first needs it, once, and none that no item
-// needs; what it said is kept until the object is opened anew.
+// needs; its content is cached until the object is opened again.
 #pragma once
 
 #include <sys/stat.h>

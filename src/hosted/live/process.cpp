@@ -252,7 +252,7 @@ uint64_t process::name(std::string &out) {
         std::string_view text;
         bool found = false;
         note(root_.reader.read_front(memory_directory(), "cmdline", text));
-        for (int argument = 0; !found && argument < 3 && !text.empty(); argument++) {
+        for (int argument = 0; !found && argument < 3 && !text.empty(); ++argument) {
             const size_t length = std::min(text.find('\0'), text.size());
             found = longer(text.substr(0, length));
             text.remove_prefix(std::min(length + 1, text.size()));

@@ -3,7 +3,7 @@
 //
 // A handle names a process only if it is the positive number of an existing one; nothing else ever reaches a call that
 // acts. A number that this run handed out, by a walk or by the registry, is bound to the process that had it then. One
-// that has the number later started later, and is not acted on before it is handed out in turn. A process that this run
+// that has the number later is not acted on before it is handed out itself. A process that this run
 // has ended is gone, whatever its parent does.
 #pragma once
 

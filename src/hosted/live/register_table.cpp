@@ -61,7 +61,7 @@ struct register_table {
     size_t longest = 0;  // bytes of the longest name
 
     constexpr register_table() {
-        for (size_t i = 0; i < std::size(rows); i++) {
+        for (size_t i = 0; i < std::size(rows); ++i) {
             const row &from = rows[i];
             entries[i] = {from.name, static_cast<uint32_t>(i + 1), from.width, CPUREG_READABLE,
                           static_cast<uint32_t>(from.offset)};

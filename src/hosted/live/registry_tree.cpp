@@ -45,7 +45,7 @@ public:
     bool next(registry_entry &entry) override {
         while (at_ < count_) {
             const registry_node *node = directory_.at(at_, entry.name);  // may throw: the next step tries it again
-            at_++;
+            ++at_;
             if (node == nullptr) continue;
             entry.type = node->type;
             entry.length = node->length();
@@ -142,7 +142,7 @@ registry_node *whole_directory::at(size_t index, std::string &name) {
 
 // A client that reads what it has listed asks for one name after the other.
 registry_node *whole_directory::entry(std::string_view name) {
-    for (size_t i = 0; i < entries_.size(); i++) {
+    for (size_t i = 0; i < entries_.size(); ++i) {
         const size_t index = (next_ + i) % entries_.size();
         if (entries_[index].first != name) continue;
         next_ = index + 1;

@@ -22,11 +22,11 @@ public:
 
     bool take(char wanted) {
         if (done() || *at_ != wanted) return false;
-        at_++;
+        ++at_;
         return true;
     }
     void skip_blanks() {
-        while (!done() && (*at_ == ' ' || *at_ == '\t')) at_++;
+        while (!done() && (*at_ == ' ' || *at_ == '\t')) ++at_;
     }
     void skip(size_t count) { at_ += std::min(count, rest().size()); }
     void skip_past(char wanted) {
@@ -46,7 +46,7 @@ public:
     std::string_view word() {
         skip_blanks();
         const char *begin = at_;
-        while (!done() && *at_ != ' ' && *at_ != '\t' && *at_ != '\n') at_++;
+        while (!done() && *at_ != ' ' && *at_ != '\t' && *at_ != '\n') ++at_;
         return {begin, static_cast<size_t>(at_ - begin)};
     }
 
@@ -70,7 +70,7 @@ public:
         constexpr ptrdiff_t MOST_DIGITS = 16;
         const char *begin = at_;
         uint64_t read = 0;
-        for (int digit; !done() && (digit = hex_digit(*at_)) >= 0; at_++)
+        for (int digit; !done() && (digit = hex_digit(*at_)) >= 0; ++at_)
             read = read << 4 | static_cast<unsigned>(digit);
         if (at_ == begin || at_ - begin > MOST_DIGITS) return false;
         value = read;
@@ -83,7 +83,7 @@ private:
         constexpr uint64_t LEAST_OF_20_DIGITS = 10'000'000'000'000'000'000U;
         const char *begin = at_;
         uint64_t read = 0;
-        for (; !done() && *at_ >= '0' && *at_ <= '9'; at_++) read = read * 10 + static_cast<uint64_t>(*at_ - '0');
+        for (; !done() && *at_ >= '0' && *at_ <= '9'; ++at_) read = read * 10 + static_cast<uint64_t>(*at_ - '0');
         const ptrdiff_t count = at_ - begin;
         if (count == 0) return false;
         // Of 20 digits, those that begin with 1 fit unless they wrapped round to less than that.

@@ -42,7 +42,7 @@ bool parse_end(std::string_view text, bool &is_v6, socket_end &out) {
     const size_t digits = text.find(':');
     if (digits != WORD && digits != std::size(out.address) * WORD) return false;
     is_v6 = digits != WORD;
-    for (size_t i = is_v6 ? 0 : std::size(out.address) - 1; i < std::size(out.address); i++) {
+    for (size_t i = is_v6 ? 0 : std::size(out.address) - 1; i < std::size(out.address); ++i) {
         if (!take_digits(text, WORD, out.address[i])) return false;
     }
     text.remove_prefix(1);
@@ -60,7 +60,7 @@ bool parse_internet_socket(std::string_view text, internet_socket &out) {
         return false;
     std::string_view state = line.word();
     if (!take_digits(state, 2, out.state)) return false;
-    for (int skipped = 0; skipped < 3; skipped++) line.word();
+    for (int skipped = 0; skipped < 3; ++skipped) line.word();
     uint64_t user = 0;
     if (!line.decimal(user)) return false;
     out.user = static_cast<uint32_t>(user);
@@ -89,7 +89,7 @@ void socket_table::read_local(std::vector<record> &into) {
         record found{.number = 0, .kind = socket_kind::local, .ends = {}};
         scanner line(text);
         uint64_t flags = 0, state = 0;
-        for (int skipped = 0; skipped < 3; skipped++) line.word();
+        for (int skipped = 0; skipped < 3; ++skipped) line.word();
         line.skip_blanks();
         if (!line.hexadecimal(flags)) return;
         line.word();
@@ -295,7 +295,7 @@ private:
 
 node_pointer make_socket_directory(socket_table &table) {
     auto made = std::make_unique<whole_directory>();
-    for (size_t kind = 0; kind < std::size(KIND_NAMES); kind++)
+    for (size_t kind = 0; kind < std::size(KIND_NAMES); ++kind)
         made->add(std::string(KIND_NAMES[kind]), std::make_unique<kind_directory>(table, socket_kind(kind)));
     return made;
 }

@@ -94,7 +94,7 @@ std::vector<log_record> read_by_call(std::string_view time) {
     std::vector<log_record> records;
     std::string text, part;
     size_t room = static_cast<size_t>(std::max(ring, 0)) + largest_record;
-    for (int tries = 0; ring > 0 && tries < most_tries; tries++) {
+    for (int tries = 0; ring > 0 && tries < most_tries; ++tries) {
         std::string_view lines;
         for (;; room *= 2) {  // the prefixes are not part of the ring
             text.resize(room);
@@ -117,7 +117,7 @@ int read_records(int file, std::string &log) {
         if (got > 0) {
             append_log_line(log, {record.data(), static_cast<size_t>(got)}, read_by_call);
         } else if (got < 0 && errno == EPIPE) {
-            overruns++;  // records were overwritten: the next read delivers the oldest that is left
+            ++overruns;  // records were overwritten: the next read delivers the oldest that is left
         } else {
             return got == 0 || errno == EAGAIN ? 0 : errno;
         }
@@ -125,7 +125,7 @@ int read_records(int file, std::string &log) {
     return 0;
 }
 
-// Takes off a message what goes into one record: whole characters, as many as fit it.
+// Removes from a message what fits one record: whole characters, as many as fit it.
 std::string_view next_piece(std::string_view &message) {
     size_t size = 0;
     for (size_t as_read = 0; size < message.size();) {

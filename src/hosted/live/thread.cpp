@@ -63,7 +63,7 @@ blocked_call parse_blocked_call(std::string_view text) {
     if (!scan.integer(call.number)) return call;
     uint64_t words[8] = {};
     size_t count = 0;
-    for (; count < std::size(words); count++) {
+    for (; count < std::size(words); ++count) {
         scan.skip_blanks();
         if (!scan.take('0') || !scan.take('x') || !scan.hexadecimal(words[count])) break;
     }

@@ -34,7 +34,7 @@ void *data_word(int value) { return reinterpret_cast<void *>(static_cast<intptr_
 //   signal  out: the signal that it stopped for and has to take afterwards; 0: none
 uint64_t await_stop(int thread, int &signal) {
     const auto deadline = std::chrono::steady_clock::now() + LONGEST_WAIT;
-    for (unsigned tries = 0;; tries++) {
+    for (unsigned tries = 0;; ++tries) {
         siginfo_t info{};
         const int error = waitid(P_PID, static_cast<id_t>(thread), &info,
                                  WSTOPPED | WEXITED | WNOHANG | WNOWAIT | __WALL | __WNOTHREAD);

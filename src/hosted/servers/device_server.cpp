@@ -1,5 +1,5 @@
-// hosted/servers/device_server.cpp - opens, requests, completions, aborts and queries, healthy or as the behaviour
-// says.
+// hosted/servers/device_server.cpp - opens, requests, completions, aborts and queries, of a healthy device or as the
+// behaviour describes.
 #include "hosted/servers/device_server.h"
 
 #include <cstring>
@@ -67,7 +67,7 @@ void device_server::query(const kernel_message &message) {
         if (given.silent) return;
         const uint32_t reply = given.code.value_or(code + 1);
         const auto post = [&to = host_, port = message.word1, reply, value = given.value, times = given.times] {
-            for (uint32_t i = 0; i < times; i++) to.post(port, reply, value);
+            for (uint32_t i = 0; i < times; ++i) to.post(port, reply, value);
         };
         return given.delay <= 0 ? post() : host_.after(given.delay, post);
     }
@@ -247,7 +247,7 @@ void device_server::finish(request &done, const device_behaviour::outcome &outco
     }
     // Copies: an answer to this server's own port, with a code from the behaviour, may delete the request.
     const uint64_t reply_port = done.reply_port, id = done.id;
-    for (uint32_t i = 0; i < outcome.times; i++) host_.post(reply_port, outcome.code.value_or(code), id);
+    for (uint32_t i = 0; i < outcome.times; ++i) host_.post(reply_port, outcome.code.value_or(code), id);
 }
 
 request_view device_server::view_of(const request &viewed) const {

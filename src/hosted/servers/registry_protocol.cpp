@@ -57,7 +57,7 @@ public:
         }
     }
 
-    // Iterations that were never ended go with the request that began them.
+    // An iteration that was never ended is released with the request that began it.
     void forget(arena &, uint64_t request) override {
         std::erase_if(iterations_, [request](const auto &one) { return one.second.request == request; });
     }

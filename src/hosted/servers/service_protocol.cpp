@@ -114,7 +114,7 @@ private:
 
     // The index of the service of that name; nothing where there is none.
     std::optional<size_t> find(std::string_view name) const {
-        for (size_t index = 0; index < source_.count(); index++) {
+        for (size_t index = 0; index < source_.count(); ++index) {
             if (source_.describe(index).name == name) return index;
         }
         return std::nullopt;
@@ -131,7 +131,7 @@ uint32_t service_protocol::list(const request_view &request) const {
     auto *shared = reinterpret_cast<svc_list_block *>(block.data());
     const uint64_t slots = std::min<uint64_t>(shared->capacity, (block.size() - fixed) / SVC_NAME_SIZE);
     const uint64_t returned = std::min<uint64_t>(slots, source_.count());
-    for (size_t i = 0; i < returned; i++) {
+    for (size_t i = 0; i < returned; ++i) {
         fill(block.data() + fixed + i * SVC_NAME_SIZE, SVC_NAME_SIZE, source_.describe(i).name);
     }
     shared->total = source_.total();
@@ -148,12 +148,12 @@ uint32_t service_protocol::info(const request_view &request) const {
     if (!index) return IOERROR_NOT_FOUND;
     const service_description &described = source_.describe(*index);
     block->arg_count = described.args.size();
-    for (size_t i = 0; i < std::min(described.args.size(), SVC_MAX_ARGS); i++) {
+    for (size_t i = 0; i < std::min(described.args.size(), SVC_MAX_ARGS); ++i) {
         block->args[i] = descriptor_of(described.args[i]);
     }
     block->result_count = described.results.size();
     const auto results = request.rest(request.payload).subspan(sizeof(svc_info_block));
-    for (size_t i = 0; i < std::min(described.results.size(), results.size() / sizeof(svc_descriptor)); i++) {
+    for (size_t i = 0; i < std::min(described.results.size(), results.size() / sizeof(svc_descriptor)); ++i) {
         const svc_descriptor result = descriptor_of(described.results[i]);
         std::memcpy(results.data() + i * sizeof result, &result, sizeof result);
     }

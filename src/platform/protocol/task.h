@@ -20,8 +20,8 @@ inline char *write_task_key(char *out, uint64_t handle) {
 // The values of hexadecimal digits of either case, by character; 0 for any other character.
 inline constexpr auto HEX_DIGIT_VALUES = [] {
     std::array<uint8_t, 256> values{};
-    for (uint8_t i = 0; i < 10; i++) values['0' + i] = i;
-    for (uint8_t i = 0; i < 6; i++) values['a' + i] = values['A' + i] = static_cast<uint8_t>(10 + i);
+    for (uint8_t i = 0; i < 10; ++i) values['0' + i] = i;
+    for (uint8_t i = 0; i < 6; ++i) values['a' + i] = values['A' + i] = static_cast<uint8_t>(10 + i);
     return values;
 }();
 
