@@ -14,6 +14,10 @@ find src -name '*.cpp' -o -name '*.h' | LC_ALL=C sort | xargs awk '
         may["colp"] = "^colp/"
         may["hosted"] = "^(hosted/|platform/(kernel\\.h$|terminal\\.h$|protocol/))"
     }
+    FNR == 1 && index($0, "// " substr(FILENAME, 5) " - ") != 1 {
+        printf "%s:1: begin with: // %s - its purpose\n", FILENAME, substr(FILENAME, 5)
+        found = 1
+    }
     /^[ \t]*#[ \t]*include/ {
         split(FILENAME, part, "/")
         path = $0
