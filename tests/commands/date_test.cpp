@@ -5,7 +5,7 @@
 
 #include "run_ventix.h"
 
-TEST(Date, LocalTimeIsTheZonesAndUtcIsNot) {
+TEST(Date, LocalTimeFollowsTheZone) {
     const auto seconds = [](std::vector<std::string> arguments) {
         return std::stoll(run_ventix({.arguments = std::move(arguments), .environment = {"TZ=EAST-24"}}).output);
     };

@@ -3,7 +3,7 @@
 
 #include "run_ventix.h"
 
-TEST(Sendlog, TakesTheLongestMessageAndNoLonger) {
+TEST(Sendlog, AcceptsTheLongestMessageAndNoLonger) {
     for (const size_t length : {size_t{65535}, size_t{65536}}) {
         const auto run = run_ventix({.arguments = {"sendlog", std::string(length, 'x')}, .machine = "log.json"});
         EXPECT_EQ(run.status, length > 65535 ? 1 : 0);

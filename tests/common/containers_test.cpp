@@ -162,7 +162,7 @@ TEST_P(Containers, VectorAgreesWithAModel) {
 
 INSTANTIATE_TEST_SUITE_P(ElementSizes, Containers, testing::Values(1, 64, 700));
 
-TEST(Deque, BearsNulls) {
+TEST(Deque, AcceptsNulls) {
     const deque_ptr made(deque_new(1));
     deque *const d = made.get();
     const char e = 'e';

@@ -67,7 +67,7 @@ std::string parsed(const std::vector<std::string> &arguments, bool permute, cons
     return log;
 }
 
-TEST(Options, GiveOptionsAndOperandsInOrder) {
+TEST(Options, ReturnOptionsAndOperandsInOrder) {
     const struct {
         const char *name;
         std::vector<std::string> arguments;

@@ -125,7 +125,7 @@ TEST(Start, LostOutputIsReportedOnce) {
     close(ends[1]);
 }
 
-TEST(Start, NoFileTakesTheOutputOfAClosedStream) {
+TEST(Start, OutputOfAClosedStreamGoesToNoFile) {
     const std::string call = "_SL_GetState(0x8) = 0x1000\n";  // of the page size
     for (const char *line : {"run 2>&-", "run >&-", "run <&- >&-"}) {
         SCOPED_TRACE(line);

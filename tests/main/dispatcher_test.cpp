@@ -23,7 +23,7 @@ std::string per_command(const std::string &before, const std::string &after) {
 
 std::string unknown(const std::string &name) { return "Unknown command: \"" + name + "\".\n"; }
 
-TEST(Dispatcher, ChoosesByTheNameItIsStartedAs) {
+TEST(Dispatcher, SelectsTheCommandByItsOwnName) {
     const std::string usage = run_ventix({}).output;
     const std::string help = run_ventix({.arguments = {"devping", "--help"}}).output;
     ASSERT_EQ(help.find("Usage: devping "), 0u) << help;
@@ -52,7 +52,7 @@ TEST(Dispatcher, ChoosesByTheNameItIsStartedAs) {
     }
 }
 
-TEST(Dispatcher, MakesAndRemovesItsLinks) {
+TEST(Dispatcher, CreatesAndRemovesItsLinks) {
     const scratch_directory place;
     const auto run = [&place](std::vector<std::string> arguments) {
         const ventix_result result = run_ventix({.arguments = std::move(arguments), .directory = place.path()});

@@ -170,7 +170,7 @@ TEST(Device, RepeatsInterruptedCalls) {
 }
 
 // A query without a reply port of the caller creates its own.
-TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
+TEST(Device, SearchOfClassesEndsWithTheList) {
     test_kernel running([](test_machine &m) {
         device_behaviour two, endless;
         two.classes = {0xA, SERVICE_CLASS};
@@ -190,7 +190,7 @@ TEST(Device, ClassesAreSearchedToTheEndOfTheListButNotForEver) {
     EXPECT_EQ(running.handles(), before);
 }
 
-TEST(Device, AQueryWithoutItsPortIsNotSent) {
+TEST(Device, QueriesNeedAPort) {
     test_kernel running([](test_machine &m) { m.makers["dev"] = behaving({}); },
                         fault(call::create_msg_port, RESULT_NO_MEMORY, 2, 2));
     EXPECT_EQ(DeviceQuery(GetRegDev(), 0, "dev", DEVQUERY_PING, 0, nullptr), QUERY_NO_PORT);

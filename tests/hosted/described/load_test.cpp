@@ -89,7 +89,7 @@ TEST(Load, BoundsItsMessagesAndItsWork) {
               "registry" + repeated(".d.dir", 5) + ".d..." + repeated(".d.dir", 6) + ": expected an object");
 }
 
-TEST(Load, BearsAnyDepth) {
+TEST(Load, AcceptsAnyDepth) {
     for (const size_t levels : {1'000U, 50'000U}) {
         machine_records records;
         std::string message;

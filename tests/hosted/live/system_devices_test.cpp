@@ -230,7 +230,7 @@ TEST(LiveLog, RecordsByTheSystemCall) {
     }
 }
 
-TEST(LiveLog, ReadingKeepsWhatWasMeasured) {
+TEST(LiveLog, ReadsTheLengthThatItReported) {
     const file_roots roots;
     system_log log(roots);
     uint64_t length = 0;
@@ -285,7 +285,7 @@ TEST(LiveLog, Writing) {
     EXPECT_EQ(::read_file(tree.path("dev/kmsg")), "<8>ab: hello?\n<8>123456789\n<8>\n");
 }
 
-TEST(LiveTexts, WhatSteersATerminalIsReplaced) {
+TEST(LiveTexts, TerminalControlsAreReplaced) {
     const struct {
         std::string text, cleaned;
     } cases[] = {

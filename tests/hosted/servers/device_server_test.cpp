@@ -115,7 +115,7 @@ TEST_F(DeviceServer, AnswersABegunRequestOnce) {
     EXPECT_EQ(calls_, (std::vector<uint64_t>(2, reinterpret_cast<uint64_t>(io))));
 }
 
-TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
+TEST_F(DeviceServer, AnswersUnknownMessagesAndChangesNothing) {
     device_behaviour behaviour;
     behaviour.requests[1].code = DEVMSG_DELETE_REQUEST_ASYNC;
     behaviour.requests[1].times = 2;
@@ -141,7 +141,7 @@ TEST_F(DeviceServer, WhatIsUnknownChangesNothingButIsAnswered) {
     EXPECT_EQ(sent(IOMSG_BEGIN, request(1)->id, {}, port_), answers{}) << "deleted by the first of its answers";
 }
 
-TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
+TEST_F(DeviceServer, CreatesZeroedRequestsOfTheGivenSize) {
     start();
     for (const uint64_t size : {uint64_t{0}, sizeof(IOreq) - 1, uint64_t{1} << 60, ~uint64_t{0}}) {
         EXPECT_EQ(CreateIOreq(device_, 0, 0, size, reply_), nullptr) << size;
@@ -154,7 +154,7 @@ TEST_F(DeviceServer, MakesRequestsZeroedAndOfTheSizeAskedFor) {
 }
 
 // A close names its record by the port that it arrives on, and drops the answers owed to that record only.
-TEST_F(DeviceServer, ClosesOneRecordAndWhatItOwes) {
+TEST_F(DeviceServer, ClosesOneRecordAndDropsItsAnswers) {
     device_behaviour behaviour;
     behaviour.requests[COMMAND].delay = 10;
     start(behaviour, 64);
