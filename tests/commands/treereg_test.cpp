@@ -1,4 +1,4 @@
-// tests/commands/treereg_test.cpp - a registry tree that is deeper than the stack is large.
+// tests/commands/treereg_test.cpp - registry trees that are deeper than the stack, or longer than a listing may become.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
@@ -19,6 +19,19 @@ TEST(Treereg, TakesNoStackForALevel) {
     setrlimit(RLIMIT_STACK, &usual);
     EXPECT_EQ(result.status, 0) << result.diagnostics;
     EXPECT_EQ(result.output.compare(0, 6, "|-- \n|"), 0);
+}
+
+TEST(Treereg, EndsAtItsBoundOfPaths) {
+    const scratch_directory place;
+    std::string text = R"({"registry_limits": {"buffer": 200000}, "registry": {)";
+    for (int i = 0; i < 5000; ++i) text += "\"k" + std::to_string(i) + "\": 1, ";
+    place.write("wide.json", text + "\"last\": 1}}");
+    const std::string path(120'000, '/');
+    const ventix_result result =
+        run_ventix({.arguments = {"treereg", "-I", path}, .machine = "wide.json", .directory = place.path()});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.output.find("\n|-- k4000\n"), result.output.npos);
+    EXPECT_EQ(result.output.find("last"), result.output.npos);
 }
 
 }  // namespace
