@@ -71,7 +71,7 @@ namespace {
 
 using hosted::call;
 
-// ---- what a run is, and what came of it -----------------------------------------------------------------------------
+// ---- runs and their outcomes ----------------------------------------------------------------------------------------
 
 struct baseline {
     std::string name;     // CASES:LINE
@@ -104,7 +104,7 @@ using left_open = std::array<uint64_t, KINDS>;
 
 constexpr size_t MOST_CALLS = 1 << 16, MOST_MESSAGES = 1 << 12;
 
-// Filled by the run, in memory that it shares with the process that started it.
+// Filled in by a run, in memory that it shares with the process that started it.
 struct report {
     uint64_t calls;
     uint64_t allocations;
@@ -117,7 +117,7 @@ struct report {
     left_open left;
     int64_t taken;      // semaphores taken and not given back
     uint64_t messages;  // received
-    char finding[240];  // what the kernel saw that must not be; empty: nothing
+    char finding[240];  // a misuse of the kernel; empty: none
     call made[MOST_CALLS];
     sighting received[MOST_MESSAGES];
 };
@@ -129,7 +129,7 @@ struct outcome {
 
 // ---- results that make sense ----------------------------------------------------------------------------------------
 
-// For calls that give a handle the code is the last error behind -1; for a state item it is the value.
+// Of a call that returns a handle, the last error after -1; of a state item, its value.
 std::vector<uint64_t> sensible_results(call which) {
     switch (which) {
     case call::create_msg_port:
@@ -159,37 +159,38 @@ bool makes_sense(call which, uint64_t result) {
 
 class watcher : public hosted::observer {
 public:
-    watcher(report &told, const failure &planned, uint64_t budget) : told_(told), planned_(planned), budget_(budget) {}
+    watcher(report &to_fill, const failure &planned, uint64_t budget)
+        : report_(to_fill), planned_(planned), budget_(budget) {}
 
     std::optional<uint64_t> begins(call which, std::span<const hosted::argument> arguments) override {
         allocations.counts = false;
-        if (told_.calls < MOST_CALLS) told_.made[told_.calls] = which;
-        if (++told_.calls > budget_) {
-            told_.over_budget = true;
+        if (report_.calls < MOST_CALLS) report_.made[report_.calls] = which;
+        if (++report_.calls > budget_) {
+            report_.over_budget = true;
             _exit(0);
         }
         check(which, arguments);
         allocations.counts = planned_.inside;
-        if (planned_.call == 0 || told_.calls < planned_.call) return std::nullopt;
-        if (told_.calls > planned_.call && !(planned_.persistent && makes_sense(which, planned_.result)))
+        if (planned_.call == 0 || report_.calls < planned_.call) return std::nullopt;
+        if (report_.calls > planned_.call && !(planned_.persistent && makes_sense(which, planned_.result)))
             return std::nullopt;
-        told_.failed = true;
+        report_.failed = true;
         return planned_.result;
     }
 
     void ended(call which, std::span<const hosted::argument> arguments, uint64_t result, bool succeeded) override {
         allocations.counts = false;
         const bool opens = which == call::send_msg && arguments[2].value == DEVMSG_OPEN;
-        told_.lost_open |= opens && (!succeeded || arguments[1].value == NO_OBJECT);
-        if (!succeeded && (planned_.call != 0 || planned_.inside)) told_.failures |= bit_of(which);
+        report_.lost_open |= opens && (!succeeded || arguments[1].value == NO_OBJECT);
+        if (!succeeded && (planned_.call != 0 || planned_.inside)) report_.failures |= bit_of(which);
         switch (which) {
         case call::create_msg_port: made(port, result); break;
         case call::create_iterator: made(iterator, result); break;
         case call::create_semaphore: made(semaphore, result); break;
         case call::create_handle: made(handle, result, arguments[1].value); break;
         case call::delete_object: deleted(arguments[0].value, arguments[1].value, succeeded); break;
-        case call::wait_semaphore: told_.taken += succeeded; break;
-        case call::signal_semaphore: --told_.taken; break;  // one that failed was tried
+        case call::wait_semaphore: report_.taken += succeeded; break;
+        case call::signal_semaphore: --report_.taken; break;  // one that failed was tried
         case call::send_msg: sent(arguments[0].value, arguments[2].value, arguments[3].value); break;
         case call::recv_msg_ptr:
             if (succeeded) received(*const_cast<kernel_message *>(arguments[1].record));
@@ -197,7 +198,7 @@ public:
         default: break;
         }
         if (log.is_open()) log.write(which, arguments, succeeded, result);
-        told_.milliseconds = hosted::running().now() - begun_;
+        report_.milliseconds = hosted::running().now() - begun_;
         allocations.counts = true;
     }
 
@@ -205,20 +206,20 @@ public:
 
     void finish() {
         allocations.counts = false;
-        told_.finished = true;
-        told_.allocations = allocations.seen;
-        if (allocations.failing != 0 && allocations.seen >= allocations.failing) told_.failed = true;
-        for (const auto &[name, one] : handles_) told_.left[one.what] += one.stands && !one.given_up;
-        told_.left[device] = requests_.size();
-        for (const auto &[server, count] : requests_) told_.left[request] += count;
+        report_.finished = true;
+        report_.allocations = allocations.seen;
+        if (allocations.failing != 0 && allocations.seen >= allocations.failing) report_.failed = true;
+        for (const auto &[name, one] : handles_) report_.left[one.what] += one.exists && !one.given_up;
+        report_.left[device] = requests_.size();
+        for (const auto &[server, count] : requests_) report_.left[request] += count;
     }
 
 private:
     struct own {
         kind what;
-        uint64_t object;  // what it stands for
-        bool stands;
-        bool given_up;  // its deletion was tried
+        uint64_t object;  // that it names
+        bool exists;
+        bool given_up;  // its deletion was attempted
     };
 
     void made(kind what, uint64_t name, uint64_t object = 0) {
@@ -238,7 +239,7 @@ private:
         for (auto &[other, one] : handles_) {
             if (other != name && ((flags & DELETE_OBJECT) == 0 || one.object != object)) continue;
             one.given_up = true;
-            if (succeeded) one.stands = false;
+            if (succeeded) one.exists = false;
         }
     }
 
@@ -268,19 +269,19 @@ private:
         meddle(message);
     }
 
-    // Lets the sender of a message write what it should not.
+    // Writes what the sender of a message should not.
     void meddle(kernel_message &message) {
         const auto areas = memory_.within_reach(message);
         size_t words = 0;
         for (const memory_words area : areas) words += area.size();
-        if (told_.messages < MOST_MESSAGES)
-            told_.received[told_.messages] = {static_cast<uint32_t>(message.code), memory_.command(),
-                                              static_cast<uint32_t>(words)};
-        if (++told_.messages != planned_.message) return;
+        if (report_.messages < MOST_MESSAGES)
+            report_.received[report_.messages] = {static_cast<uint32_t>(message.code), memory_.command(),
+                                                  static_cast<uint32_t>(words)};
+        if (++report_.messages != planned_.message) return;
         size_t word = planned_.word;
         for (const memory_words area : areas) {
             if (word < area.size()) {
-                told_.failed = true;
+                report_.failed = true;
                 area[word] = hostile_values(area[word], memory_.record())[planned_.value];
                 return;
             }
@@ -288,7 +289,7 @@ private:
         }
     }
 
-    // No call names an object that is gone, or none.
+    // Every call names an object that exists.
     void check(call which, std::span<const hosted::argument> arguments) {
         const auto value = [&](size_t index) { return arguments[index].value; };
         switch (which) {
@@ -312,15 +313,15 @@ private:
 
     void usable(call which, uint64_t name) {
         const auto found = handles_.find(name);
-        const bool gone = found != handles_.end() && !found->second.stands;
+        const bool gone = found != handles_.end() && !found->second.exists;
         const bool none = name == NO_OBJECT && !(planned_.call != 0 && planned_.result == NO_OBJECT);
-        if ((!gone && !none) || told_.finding[0] != '\0') return;
-        std::snprintf(told_.finding, sizeof told_.finding, "call %llu, %s, on 0x%llx, %s",
-                      static_cast<unsigned long long>(told_.calls), hosted::call_name(which).data(),
+        if ((!gone && !none) || report_.finding[0] != '\0') return;
+        std::snprintf(report_.finding, sizeof report_.finding, "call %llu, %s, on 0x%llx, %s",
+                      static_cast<unsigned long long>(report_.calls), hosted::call_name(which).data(),
                       static_cast<unsigned long long>(name), gone ? "which is deleted" : "no object");
     }
 
-    report &told_;
+    report &report_;
     const failure planned_;
     const uint64_t budget_;
     const uint64_t begun_ = hosted::running().now();
@@ -333,7 +334,7 @@ private:
 
 // ---- one run --------------------------------------------------------------------------------------------------------
 
-report *told;  // shared with the runs
+report *shared_report;  // shared with the runs
 watcher *watching;
 
 const tool *command_named(const std::string &name) {
@@ -346,7 +347,7 @@ const tool *command_named(const std::string &name) {
     const rlimit seconds = {10, 20};
     setrlimit(RLIMIT_CPU, &seconds);
     alarm(120);  // seconds, for what sleeps on the live machine
-    watching = new watcher(*told, planned, budget);
+    watching = new watcher(*shared_report, planned, budget);
     if (log != nullptr) watching->log.open(log);
     // Skips the destructors of the sanitizers' tables, which would take half of a run's time.
     on_exit(
@@ -381,12 +382,12 @@ void empty(int descriptor) {
 }
 
 // One run, in a process of its own.
-//   log  where its kernel calls are told; null: nowhere
+//   log  path of its call log; null: none
 outcome run(const baseline &base, const failure &planned, uint64_t budget, const char *log = nullptr) {
     static const int output = memory_file("output"), diagnostics = memory_file("diagnostics");
     empty(output);
     empty(diagnostics);
-    std::memset(static_cast<void *>(told), 0, offsetof(report, made));
+    std::memset(static_cast<void *>(shared_report), 0, offsetof(report, made));
     const pid_t child = fork();
     if (child == 0) {
         dup2(output, STDOUT_FILENO);
@@ -411,8 +412,8 @@ struct promise {
     std::vector<int> statuses;                   // besides 0 and 100
     std::vector<const char *> diagnostics = {};  // how its lines on standard error begin, besides its own name
     left_open left = REGISTRY;                   // where it succeeds
-    bool may_be_silent = false;                  // about what its status tells
-    int bad_words = 0;  // the status for which standard error does not tell what is wrong with the words
+    bool may_be_silent = false;                  // about what its status says
+    int bad_words = 0;                           // the status that comes without a message about the words
 };
 
 const promise promises[] = {
@@ -438,7 +439,7 @@ const promise promises[] = {
     {"threads", {1, 101}, {}, REGISTRY, true},  // a thread that cannot be read
     {"tmemo", {1, 101}, {"ERROR: "}},
     {"tprop", {1}},
-    {"treereg", {1, 2, 101}, {}, REGISTRY, true},  // its messages stand in the tree, and call it tree
+    {"treereg", {1, 2, 101}, {}, REGISTRY, true},  // its messages are part of the tree, and begin with tree
     {"tview", {1, 101}, {"ERROR: "}},
     {.command = "uptime", .statuses = {}, .bad_words = 100},
 };
@@ -462,7 +463,8 @@ bool starts_as_promised(std::string_view line, const promise &promised) {
 
 // Whether one of these calls failed.
 bool has_failed(std::initializer_list<call> calls) {
-    return std::any_of(calls.begin(), calls.end(), [](call which) { return (told->failures & bit_of(which)) != 0; });
+    return std::any_of(calls.begin(), calls.end(),
+                       [](call which) { return (shared_report->failures & bit_of(which)) != 0; });
 }
 
 // Where a run that never ends is what the failure has to come to.
@@ -479,7 +481,7 @@ bool waits_as_promised(const failure &planned, const std::string &diagnostics) {
     const auto waits_in = [&](const char *wait) { return diagnostics.find(wait) != diagnostics.npos; };
     if (planned.message != 0) return true;
     return planned.call != 0 &&
-           ((told->lost_open && waits_in("ventix: deadlock: _SL_RecvMsgPtr on port ")) ||
+           ((shared_report->lost_open && waits_in("ventix: deadlock: _SL_RecvMsgPtr on port ")) ||
             (has_failed({call::signal_semaphore}) && waits_in("ventix: deadlock: _SL_WaitSemaphore on semaphore ")));
 }
 
@@ -494,18 +496,18 @@ bool keeps_open() {
     return has_failed({call::create_msg_port, call::create_handle, call::get_address_memo, call::wait_semaphore});
 }
 
-// What is wrong with a run; empty: nothing.
+// The complaint about a run; empty: none.
 std::string judge(const baseline &base, const failure &planned, const report &plain, const outcome &expected,
                   const outcome &got) {
     const promise &promised = promise_of(base.words[0]);
     if (got.status == STATUS_SANITIZER) return "sanitizer: " + got.diagnostics;
-    if (told->over_budget) return repeats_for_ever(base, planned) ? "" : "does not end";
-    if (told->finding[0] != '\0' && planned.message == 0) return told->finding;
+    if (shared_report->over_budget) return repeats_for_ever(base, planned) ? "" : "does not end";
+    if (shared_report->finding[0] != '\0' && planned.message == 0) return shared_report->finding;
     if (got.status == STATUS_SELF_DELETED && deletes_itself(planned)) return "";
     if (got.status == STATUS_DEADLOCK && waits_as_promised(planned, got.diagnostics)) return "";
-    if (!told->finished) return "ends with status " + std::to_string(got.status) + ": " + got.diagnostics;
-    if (told->milliseconds > plain.milliseconds + MOST_MILLISECONDS)
-        return "takes " + std::to_string(told->milliseconds) + " ms";
+    if (!shared_report->finished) return "ends with status " + std::to_string(got.status) + ": " + got.diagnostics;
+    if (shared_report->milliseconds > plain.milliseconds + MOST_MILLISECONDS)
+        return "takes " + std::to_string(shared_report->milliseconds) + " ms";
 
     const auto &statuses = promised.statuses;
     if (got.status != 0 && got.status != 100 &&
@@ -519,12 +521,12 @@ std::string judge(const baseline &base, const failure &planned, const report &pl
     if (got.status != 0 && got.status != expected.status && !said && !promised.may_be_silent)
         return "status " + std::to_string(got.status) + " without a word";
 
-    if (planned.message != 0) return "";  // what a server spoilt may stay open
-    if (told->taken > 0) return "keeps a semaphore";
+    if (planned.message != 0) return "";  // what a server has overwritten may stay open
+    if (shared_report->taken > 0) return "keeps a semaphore";
     for (size_t i = 0; got.status == 0 && i < KINDS; ++i) {
         const uint64_t allowed = planned.call == 0 && planned.alloc == 0 ? promised.left[i] : plain.left[i];
-        if (told->left[i] > allowed && !(i >= device && keeps_open()))
-            return "leaves " + std::to_string(told->left[i]) + " " + kind_names[i];
+        if (shared_report->left[i] > allowed && !(i >= device && keeps_open()))
+            return "leaves " + std::to_string(shared_report->left[i]) + " " + kind_names[i];
     }
     return "";
 }
@@ -558,7 +560,7 @@ std::set<std::string> options_in(const std::string &help) {
 struct totals {
     std::atomic<uint64_t> next;  // baseline to take
     std::atomic<uint64_t> runs, calls, allocs, findings;
-    std::atomic<bool> met[1 << 22];  // messages that a server has been bad with, hashed
+    std::atomic<bool> met[1 << 22];  // hashes of the messages that have been overwritten
 };
 
 std::string arguments_of(const baseline &base, const failure &planned) {
@@ -597,8 +599,11 @@ constexpr uint64_t CALLS_PER_WORD = 1000;
 constexpr uint64_t SAMPLED_BASELINES = 4;  // a sample takes one baseline of so many,
 constexpr uint64_t SAMPLED_PART = 15;      // and of its runs one of so many
 
-// Kernel calls that a run may make at most: what fails may be tried in another way, but not again and again.
-uint64_t budget_of(const report &plain) { return plain.calls * 2 + 2000; }
+// Kernel calls that a run may make. What fails may be done in another way, but not repeated endlessly; a server may
+// name a high count of what it lists.
+uint64_t budget_of(const failure &planned, const report &plain) {
+    return planned.message != 0 ? PLAIN_BUDGET : plain.calls * 2 + 2000;
+}
 
 class sweep {
 public:
@@ -607,9 +612,9 @@ public:
     void over(const baseline &base, uint64_t index) {
         if (!takes(base, index)) return;
         expected_ = run(base, {}, PLAIN_BUDGET);
-        plain_ = std::make_unique<report>(*told);
+        plain_ = std::make_unique<report>(*shared_report);
         ++sums_.runs;
-        tell(base, {}, judge(base, {}, *plain_, expected_, expected_));
+        print_finding(base, {}, judge(base, {}, *plain_, expected_, expected_));
         for (uint64_t n = 1; n <= std::min<uint64_t>(plain_->calls, MOST_CALLS); ++n) {
             for (const uint64_t result : sensible_results(plain_->made[n - 1])) {
                 for (const bool persistent : {false, true})
@@ -624,7 +629,7 @@ public:
     void over_memory(const baseline &base, uint64_t index) {
         if (!takes(base, index)) return;
         expected_ = run(base, {.inside = true}, PLAIN_BUDGET);
-        plain_ = std::make_unique<report>(*told);
+        plain_ = std::make_unique<report>(*shared_report);
         for (uint64_t n = 1; n <= plain_->allocations; ++n) {
             for (const bool persistent : {false, true})
                 fail(base, {.alloc = n, .persistent = persistent, .inside = true});
@@ -634,7 +639,7 @@ public:
     void over_bytes(const baseline &base, uint64_t index) {
         if (!takes(base, index)) return;
         expected_ = run(base, {}, PLAIN_BUDGET);
-        plain_ = std::make_unique<report>(*told);
+        plain_ = std::make_unique<report>(*shared_report);
         for (uint64_t n = 0; n < std::min<uint64_t>(plain_->messages, MOST_MESSAGES); ++n) {
             const sighting &seen = plain_->received[n];
             std::string name = base.words[0];
@@ -689,27 +694,28 @@ private:
         const outcome got = run(tried, {}, PLAIN_BUDGET + tried.words.size() * CALLS_PER_WORD);
         ++sums_.runs;
         const promise &promised = promise_of(tried.words[0]);
-        std::string wrong = judge(tried, {}, *told, {promised.bad_words, "", ""}, got);
+        std::string wrong = judge(tried, {}, *shared_report, {promised.bad_words, "", ""}, got);
         // Whoever names task 0 names the calling one, and all ones are no object for anybody.
-        const bool named = got.status == STATUS_SELF_DELETED || std::string_view(told->finding).ends_with("no object");
+        const bool named =
+            got.status == STATUS_SELF_DELETED || std::string_view(shared_report->finding).ends_with("no object");
         if (wrong.empty() || (tried.words[0] == "taskkill" && named)) return;
         for (const std::string &word : tried.words) wrong += " '" + word.substr(0, 60) + "'";
-        tell(tried, {}, wrong);
+        print_finding(tried, {}, wrong);
     }
 
     void fail(const baseline &base, const failure &planned) {
         if (part_ > 1 && random_() % part_ != 0) return;
-        const outcome got = run(base, planned, budget_of(*plain_));
+        const outcome got = run(base, planned, budget_of(planned, *plain_));
         ++sums_.runs;
         sums_.calls += planned.call != 0;
         sums_.allocs += planned.alloc != 0;
         std::string wrong = judge(base, planned, *plain_, expected_, got);
-        const bool is_late = !told->failed && !told->over_budget && told->finished;
+        const bool is_late = !shared_report->failed && !shared_report->over_budget && shared_report->finished;
         if (wrong.empty() && is_late && !is_live(base)) wrong = "the failure did not come";
-        tell(base, planned, wrong);
+        print_finding(base, planned, wrong);
     }
 
-    void tell(const baseline &base, const failure &planned, const std::string &wrong) {
+    void print_finding(const baseline &base, const failure &planned, const std::string &wrong) {
         if (wrong.empty()) return;
         ++sums_.findings;
         std::string text = "FINDING " + arguments_of(base, planned);
@@ -727,7 +733,7 @@ private:
 
 // ---- the list of baselines ------------------------------------------------------------------------------------------
 
-// The runs of the cases that are some command's, that keep to themselves, and that come to an end of their own.
+// The cases that run a command, write no file of the system and end by themselves.
 std::vector<baseline> read_baselines() {
     std::vector<std::filesystem::path> files;
     for (const auto &entry : std::filesystem::directory_iterator(VENTIX_SOURCE_DIR "/tests/cases"))
@@ -768,17 +774,18 @@ int only(const std::string &line, const failure &planned) {
     const baseline base = baseline_named(line);
     prepare(base);
     const outcome plain = run(base, {}, PLAIN_BUDGET);
-    const auto before = std::make_unique<report>(*told);
-    // The parent's standard error: the run's own is kept for the judgement.
+    const auto before = std::make_unique<report>(*shared_report);
+    // The parent's standard error: the run's own is judged.
     const std::string log = "/proc/" + std::to_string(getpid()) + "/fd/2";
-    const outcome got = run(base, planned, budget_of(*before), log.c_str());
+    const outcome got = run(base, planned, budget_of(planned, *before), log.c_str());
     std::printf("%s%s", got.output.c_str(), got.diagnostics.c_str());
     std::printf("status %d, %llu kernel calls, %llu allocations, %llu ms\n", got.status,
-                static_cast<unsigned long long>(told->calls), static_cast<unsigned long long>(told->allocations),
-                static_cast<unsigned long long>(told->milliseconds));
+                static_cast<unsigned long long>(shared_report->calls),
+                static_cast<unsigned long long>(shared_report->allocations),
+                static_cast<unsigned long long>(shared_report->milliseconds));
     for (size_t i = 0; i < KINDS; ++i) {
-        if (told->left[i] != 0)
-            std::printf("left open: %s %lld\n", kind_names[i], static_cast<long long>(told->left[i]));
+        if (shared_report->left[i] != 0)
+            std::printf("left open: %s %lld\n", kind_names[i], static_cast<long long>(shared_report->left[i]));
     }
     const std::string wrong = judge(base, planned, *before, plain, got);
     std::printf("%s\n", wrong.empty() ? "as promised" : wrong.c_str());
@@ -817,7 +824,7 @@ using way = void (sweep::*)(const baseline &base, uint64_t index);
 int all(const std::vector<baseline> &list, way over, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
     for (unsigned i = 0; i < jobs; ++i) {
         if (fork() != 0) continue;
-        told = static_cast<report *>(shared(sizeof *told));
+        shared_report = static_cast<report *>(shared(sizeof *shared_report));
         sweep one(sums, seed, part);
         for (uint64_t index; (index = sums.next++) < list.size();) (one.*over)(list[index], index);
         _exit(0);
@@ -832,7 +839,7 @@ int all(const std::vector<baseline> &list, way over, uint64_t seed, uint64_t par
 int main(int argc, char **argv) {
     setenv("TZ", "UTC", 1);
     unsetenv("SYSVC_DEVICE_NAME");
-    told = static_cast<report *>(shared(sizeof *told));
+    shared_report = static_cast<report *>(shared(sizeof *shared_report));
     auto &sums = *new (shared(sizeof(totals))) totals;
 
     std::string line, cases, mode;
