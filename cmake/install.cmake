@@ -74,12 +74,23 @@ if(VENTIX_INSTALL)
                 ${CMAKE_CURRENT_SOURCE_DIR}/docs/man ${CMAKE_CURRENT_SOURCE_DIR}/completions/${script} ${target})
         list(APPEND scripts ${target})
     endforeach()
+    # The other executable's scripts hold its usage.
+    foreach(script ventix-machine.bash _ventix-machine)
+        set(source ${CMAKE_CURRENT_SOURCE_DIR}/completions/${script})
+        set(target ${CMAKE_CURRENT_BINARY_DIR}/completions/${script})
+        add_custom_command(OUTPUT ${target} VERBATIM DEPENDS ventix-machine ${source}
+            COMMAND sh -c "\"$0\" --help | sed -e '/@DATA@/{r /dev/stdin' -e 'd}' \"$1\" >\"$2\""
+                $<TARGET_FILE:ventix-machine> ${source} ${target})
+        list(APPEND scripts ${target})
+    endforeach()
     file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/completions)
     add_custom_target(completions ALL DEPENDS ${scripts})
-    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/ventix.bash RENAME ventix COMPONENT runtime
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/_ventix COMPONENT runtime
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    foreach(program ventix ventix-machine)
+        install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/${program}.bash RENAME ${program} COMPONENT runtime
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+        install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/_${program} COMPONENT runtime
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    endforeach()
 endif()
 
 # ---- libraries and headers ----------------------------------------------------------------------------------------

@@ -43,6 +43,9 @@ rows = [
     ("free --rec\t", "free --reclaim ", []),
     ("VENTIX_MACHINE=fir\t", "VENTIX_MACHINE=first.json", []),
     ("export VENTIX_MACHINE=fir\t", "export VENTIX_MACHINE=first.json", []),
+    ("ventix-machine ch\tfir\t", "ventix-machine check first.json ", []),
+    ("ventix-machine --ver\t", "ventix-machine --version ", []),
+    ("ventix-machine \t\t", "ventix-machine ", ["check", "trace"]),
     # A machine whose words have to be quoted, and one that cannot be used.
     (("first.json", "ventix threads We\t"), "ventix threads Web\\ Content ", []),
     (("first.json", "ventix threads 'We\t"), "ventix threads 'Web Content' ", []),
@@ -58,7 +61,7 @@ class Shell:
         self.line_file = os.path.join(directory, "line")
         start = {
             "bash": f"""PS1='READY> '; bind 'set enable-bracketed-paste off'; bind 'set bell-style none'
-                        . {root}/share/bash-completion/completions/ventix
+                        for file in {root}/share/bash-completion/completions/*; do . $file; done
                         show() {{ printf %s "$READLINE_LINE" >{self.line_file}.new; mv {self.line_file}.new {self.line_file}; }}
                         bind -x '"\\C-xp": show'""",
             "zsh": f"""PS1='READY> '; unsetopt beep auto_menu zle_bracketed_paste prompt_cr prompt_sp

@@ -14,7 +14,8 @@ DESTDIR=$stage ./dev install /opt/ventix
 root=$stage/opt/ventix
 [ "$(cd "$root/lib/ventix/bin" && ls)" = "$("$root/bin/ventix" --list)" ] || fail "the links are not the commands"
 VENTIX_MACHINE=$root/share/ventix/machines/demo.json "$root/lib/ventix/bin/task" -n >/dev/null
-for page in ventix $("$root/bin/ventix" --list | sed 's/^/ventix-/'); do
+"$root/bin/ventix-machine" check "$root"/share/ventix/machines/*.json
+for page in ventix ventix-machine $("$root/bin/ventix" --list | sed 's/^/ventix-/'); do
     [ -s "$root/share/man/man1/$page.1.gz" ] || fail "$page has no manual page"
 done
 if grep -rlF "$here" "$root"; then fail "these name the build's own directory"; fi
