@@ -142,6 +142,7 @@ int main(int argc, char **argv) {
     hosted::program_name = program;
     if (argc < 2) return verbs::fail(verbs::WRONG_USE, "no verb; try %s --help", program);
     if (const verb *const found = find_verb(argv[1])) {
+        if (argc == 3 && std::strcmp(argv[2], "--help") == 0) return print_usage();
         try {
             return found->run(argc - 1, argv + 1);
         } catch (const std::bad_alloc &) {
