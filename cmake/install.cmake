@@ -127,7 +127,7 @@ if(VENTIX_INSTALL)
     set(headers ${CMAKE_INSTALL_INCLUDEDIR}/ventix)
     install(DIRECTORY src/platform DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h)
     install(DIRECTORY src/hosted DESTINATION ${headers} COMPONENT development FILES_MATCHING PATTERN *.h
-        PATTERN live EXCLUDE PATTERN described EXCLUDE)
+        PATTERN live EXCLUDE PATTERN described EXCLUDE PATTERN wire EXCLUDE)
     install(FILES src/colp/colp.h DESTINATION ${headers}/colp COMPONENT development)
     install(FILES src/common/options.h src/common/vector.h src/common/deque.h src/common/lextras.h
         DESTINATION ${headers}/common COMPONENT development)

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <set>
@@ -62,6 +63,47 @@ void expect_saved(const std::string &expected, const std::string &saved) {
     }
 }
 
+// ---- on a running machine -------------------------------------------------------------------------------------------
+
+// Whether the runs are made on a running machine, one for each: VENTIX_TEST_ATTACHED is set.
+bool runs_attached() { return std::getenv("VENTIX_TEST_ATTACHED") != nullptr; }
+
+// What exists in one process only: the live machine, a clock that stands still, the ends that wait for nobody else, a
+// bad machine, and what the environment says of a machine of the run's own.
+bool can_attach(const test_case &test) {
+    const auto has = [](const std::string &text, const char *part) { return text.find(part) != text.npos; };
+    return test.machine != "live\n" && !has(test.machine, "\"delay\"") && !has(test.machine, "\"self\"") &&
+           test.status != 124 && test.status != 125 && !has(test.command, "VENTIX_");
+}
+
+// A listing of an attached run has a row more, its own, and sums with it; a time in it is later.
+std::vector<std::string> without_own(const std::string &text) {
+    std::vector<std::string> kept;
+    for (const auto &line : lines_of(text)) {
+        std::istringstream words(line);
+        std::string joined;
+        for (std::string word; words >> word;) joined += word + ' ';
+        const bool sums =
+            !joined.empty() && (joined[0] == '-' || joined.find_first_not_of("0123456789k ") == joined.npos);
+        if (sums || joined.find("Total: ") == 0 || joined.find(" msec ") != joined.npos) continue;
+        kept.push_back(joined);
+    }
+    return kept;
+}
+
+void expect_attached_text(const char *what, const std::string &expected, const std::string &actual) {
+    auto rows = without_own(actual);
+    const auto wanted = without_own(expected);
+    const auto same = [](const std::string &pattern, const std::string &line) { return pattern == line; };
+    for (size_t i = 0; i < rows.size() && rows.size() > wanted.size(); i++) {
+        const bool own = rows[i].ends_with("ventix ") || rows[i].find("76 65 6E 74 69 78") != std::string::npos;
+        if (own) rows.erase(rows.begin() + static_cast<std::ptrdiff_t>(i--));
+    }
+    if (!covers(wanted, rows, "... ", same)) {
+        EXPECT_EQ(expected, actual) << what;
+    }
+}
+
 // ---- running --------------------------------------------------------------------------------------------------------
 
 // Copies the machine into the directory of the run. Returns its name there.
@@ -96,11 +138,28 @@ void run_case(const test_case &test, const fs::path &program) {
     run.machine = place_machine(test.machine, directory);
     run.directory = directory.path();
     run.program = program;
+    if (!program.empty()) {  // commands that it starts find the programs
+        run.environment.push_back("PATH=" + fs::path(ventix_program()).parent_path().string() + ":/usr/bin:/bin");
+    }
     if (test.expected.contains('*')) run.environment.push_back("VENTIX_CALL_LOG=calls.log");
     if (test.expected.contains('&')) run.environment.push_back("VENTIX_MACHINE_SAVE=saved.json");
 
+    const bool attached = runs_attached() && program.empty() && can_attach(test);
+    if (attached) {
+        std::vector<std::string> words = {"run", "--socket", "socket", run.machine, "--", ventix_program()};
+        if (test.expected.contains('&')) words.insert(words.begin() + 1, {"--save", "saved.json"});
+        run.arguments.insert(run.arguments.begin(), words.begin(), words.end());
+        run.program = fs::path(ventix_program()).replace_filename("ventix-machine");
+    }
+
     const ventix_result result = run_ventix(run);
     EXPECT_EQ(result.status, test.status);
+    if (attached && run.output_file.empty()) {
+        expect_attached_text("standard output", expected('|'), result.output);
+        expect_text("standard error", expected('!'), result.diagnostics);
+        if (test.expected.contains('&')) expect_saved(expected('&'), read_file(directory.file("saved.json")));
+        return;  // handles, which the call log shows, are those of another task
+    }
     if (run.output_file.empty()) expect_text("standard output", expected('|'), result.output);
     expect_text("standard error", expected('!'), result.diagnostics);
     if (test.expected.contains('*')) expect_calls(expected('*'), read_file(directory.file("calls.log")));

@@ -4,13 +4,15 @@
 #include <mutex>
 
 #include "hosted/kernel/run.h"
+#include "hosted/wire/guest.h"
 
 namespace {
 
 template <class Request> auto with_terminals(Request request) {
-    hosted::kernel &owner = hosted::running();
-    const std::lock_guard lock(owner.mutex());
-    return request(owner.machine().terminals());
+    hosted::run &now = hosted::this_run();
+    if (now.attached) return request(static_cast<hosted::terminal_source &>(*now.attached));
+    const std::lock_guard lock(now.kernel->mutex());
+    return request(now.kernel->machine().terminals());
 }
 
 }  // namespace

@@ -25,6 +25,8 @@ struct verb {
 constexpr verb all_verbs[] = {
     {"check", "FILE...", "report all errors of machine files", verbs::check},
     {"trace", "LOG", "print a call log for people", verbs::trace},
+    {"run", "FILE [--socket PATH] [--save PATH] [--verbose] [-- COMMAND [ARGUMENT]...]",
+     "keep a described machine running, for any number of processes", verbs::run},
 };
 
 int print_usage() {

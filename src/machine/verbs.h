@@ -19,6 +19,7 @@ inline constexpr int UNREADABLE = 125;  // a file that cannot be read or underst
 // Each runs one verb; argv[0] is its name. Returns the exit status.
 int check(int argc, char **argv);
 int trace(int argc, char **argv);
+int run(int argc, char **argv);
 
 // Reports "ventix-machine: what is wrong" on standard error. Returns the status.
 [[gnu::format(printf, 2, 3)]] int fail(int status, const char *format, ...);

@@ -54,6 +54,27 @@ for built in build/user ./user; do
     said=$(VENTIX_MACHINE=$root/share/ventix/machines/demo.json $built)
     [ "$said" = '1 5' ] || fail "$built read '$said' from the registry"
 done
+
+# The examples, by both ways; the page about servers shows the server as it is built here.
+# shellcheck disable=SC2016  # no expansion
+sed -n '/^```cpp$/,/^```$/p' "$here/docs/device-server.md" | sed '1d;$d' | cmp - "$here/examples/doubler.cpp" ||
+    fail "the page about device servers shows another server"
+cmake -S "$here/examples" -B examples -DCMAKE_PREFIX_PATH="$root" >/dev/null
+cmake --build examples >/dev/null
+mkdir examples-too
+for program in doubler double; do
+    # shellcheck disable=SC2086  # a list of words
+    "${CXX:-g++}" -std=c++20 "$here/examples/$program.cpp" $flags -o "examples-too/$program"
+done
+for built in examples examples-too; do
+    # shellcheck disable=SC2016  # the other shell expands them
+    said=$(PATH=$root/bin:$PATH timeout 60 ventix-machine run "$root/share/ventix/machines/demo.json" -- sh -c '
+        "$0/doubler" & until ventix devping doubler >/dev/null; do sleep 0.1; done
+        "$0/double" 21; ventix svccall doubler double 4; ventix counters doubler 0; ventix svcinfo doubler
+        kill -9 $!; wait $!; ventix devping doubler' "$built" 2>&1) && fail "the server is still published"
+    [ "$said" = 'XX' ] || fail "$built: $said"
+done
+
 find "$root/include/ventix" -name '*.h' | while read -r header; do
     "${CXX:-g++}" -std=c++20 -fsyntax-only -I"$root/include/ventix" -include "$header" -x c++ /dev/null
 done

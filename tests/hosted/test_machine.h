@@ -35,7 +35,7 @@ public:
     uint32_t read_binary(std::string_view, std::string &value) override { return value = "value", 0; }
     uint32_t write_binary(std::string_view, std::string_view) override { return 0; }
     uint32_t create_temporary(std::string_view) override { return 0; }
-    uint32_t create_guard(std::string_view, uint64_t) override { return 0; }
+    uint32_t create_guard(std::string_view, uint64_t, uint64_t) override { return 0; }
 };
 
 // A device's server with a protocol on it, and a buffer of some size for each of its clients.

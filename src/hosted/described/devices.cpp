@@ -136,7 +136,8 @@ private:
 
 class processes : public process_source {
 public:
-    processes(const system_service &kept, const machine_records &records) : records_(records) {
+    processes(const system_service &kept, const machine_records &records, machine &running)
+        : records_(records), running_(running) {
         for (const auto &[major, name] : kept.majors) {
             drivers_.try_emplace(major, name);
             max_major_ = std::max(max_major_, major);
@@ -146,7 +147,11 @@ public:
 
     uint32_t id(uint32_t command, uint64_t key, uint64_t &value) override {
         const task *const asked = command == SYSVCCMD_GET_PID ? by_handle(key) : by_process(key);
-        if (asked == nullptr) return SYSVCERR_NO_PROCESS;
+        if (asked == nullptr) {
+            const auto foreign = running_.process_id(command, key);
+            value = foreign.value_or(value);
+            return foreign ? 0 : uint32_t{SYSVCERR_NO_PROCESS};
+        }
         const std::optional<uint64_t> *id = nullptr;
         switch (command) {
         case SYSVCCMD_GET_PID: id = &asked->pid; break;
@@ -196,6 +201,7 @@ private:
     }
 
     const machine_records &records_;
+    machine &running_;
     std::unordered_map<uint32_t, std::string> drivers_;
     std::unordered_multimap<uint64_t, const task *> by_process_;  // filled at the first lookup
     uint32_t max_major_ = 0;
@@ -226,7 +232,8 @@ std::unique_ptr<server> device_maker::make(kernel &owner, std::string_view name)
     if (from->log) made->add(make_log_protocol(keep(std::make_shared<log>(*from->log))));
     if (from->rtc) made->add(make_clock_protocol(keep(std::make_shared<clock>(*from->rtc))));
     if (from->system_service) {
-        made->add(make_system_service_protocol(keep(std::make_shared<processes>(*from->system_service, records_))));
+        auto ids = std::make_shared<processes>(*from->system_service, records_, owner.machine());
+        made->add(make_system_service_protocol(keep(std::move(ids))));
         made->make_context(SYSTEM_SERVICE_BUFFER);
     }
     return made;

@@ -84,6 +84,7 @@ public:
                 .first_handle = first_handle_,
                 .virtual_tick = records_.tick,
                 .call_budget = call_budget(),
+                .budget_given = records_.call_budget.has_value(),
                 .traces_calls = false};
     }
     uint64_t thread(bool first) override { return first ? self_thread_.handle : 0; }
@@ -113,6 +114,9 @@ public:
     int open_terminal(const char *path, int flags) override;
     int control_terminal(int descriptor, unsigned long request, char *buffer) override;
     void close_terminal(int descriptor) override;
+
+    void publish_task(uint64_t handle, std::string_view name) override { records_.registry.publish_task(handle, name); }
+    void withdraw_task(uint64_t handle) override { records_.registry.withdraw_task(handle); }
 
     bool save(std::string &message) override;
 

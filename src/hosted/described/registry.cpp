@@ -63,7 +63,7 @@ public:
 
     bool next(registry_entry &out) override {
         const auto entries = registry_.entries(directory_);
-        while (next_ < entries.size() && entries[next_].gone) ++next_;
+        while (next_ < entries.size() && registry_.is_gone(entries[next_])) ++next_;
         if (next_ >= entries.size()) return false;
         const entry &here = entries[next_++];
         out.name = here.name;
@@ -139,7 +139,23 @@ void registry::withdraw_task(uint64_t handle) {
     std::array<char, TASK_KEY_SIZE> key;
     write_task_key(key.data(), handle);
     entry *const there = find(PROC, {key.data(), key.size()});
-    if (there != nullptr && there->published) there->gone = true;
+    if (there == nullptr || !there->published) return;
+    there->gone = true;
+    trim(PROC);
+}
+
+bool registry::is_gone(const entry &there) const {
+    return there.gone || (there.guarded && !kernel_->has_object(there.number));
+}
+
+// Takes published entries that are gone off the end of a directory, so that tasks which come and go do not make it
+// grow. A walk that is past the end has ended.
+void registry::trim(uint32_t directory) {
+    auto &[entries, index, indexed] = directories_[directory];
+    while (!entries.empty() && entries.back().published && is_gone(entries.back())) {
+        entries.pop_back();
+        index.clear();
+    }
 }
 
 size_t registry::given_count() const {
@@ -179,7 +195,7 @@ registry::entry *registry::find(uint32_t directory, std::string_view name) {
         at = where.index[slot] - 1;
     }
     for (; at < where.entries.size(); ++at) {  // another of its name may follow one that is gone
-        if (!where.entries[at].gone && where.entries[at].name == name) return &where.entries[at];
+        if (where.entries[at].name == name && !is_gone(where.entries[at])) return &where.entries[at];
     }
     return nullptr;
 }
@@ -285,11 +301,22 @@ uint32_t registry::create_temporary(std::string_view path) {
     return make_key(path, std::move(made));
 }
 
-uint32_t registry::create_guard(std::string_view path, uint64_t value) {
+// A task of another process may guard a device's name with a port of its own. Every other key below run/ is refused.
+uint32_t registry::create_guard(std::string_view path, uint64_t value, uint64_t client) {
     entry made;
     made.holds = entry::kind::integer;
     made.number = value;
-    return make_key(path, std::move(made));
+    std::string_view rest = path;
+    if (next_component(rest) != RUN_NAME || next_component(rest) != reg_component(DEVICE_DIRECTORY, 1)) {
+        return make_key(path, std::move(made));
+    }
+    made.name = next_component(rest);
+    if (!next_component(rest).empty() || !reg_is_name(made.name) || !is_utf8(made.name)) return REFUSED;
+    if (!kernel_->owns_port(client, value) || find(DEV, made.name) != nullptr) return REFUSED;
+    made.published = made.guarded = true;
+    trim(DEV);
+    add(DEV, std::move(made));
+    return 0;
 }
 
 }  // namespace hosted::described

@@ -36,6 +36,7 @@ public:
         bool unreadable = false;     // listed and described only
         bool published = false;      // by the kernel
         bool gone = false;
+        bool guarded = false;  // an integer that is a port, and goes with it
         uint32_t directory = 0;
         uint64_t number = 0;
         std::string bytes;
@@ -81,7 +82,7 @@ public:
     uint32_t read_binary(std::string_view path, std::string &value) override;
     uint32_t write_binary(std::string_view path, std::string_view value) override;
     uint32_t create_temporary(std::string_view path) override;
-    uint32_t create_guard(std::string_view path, uint64_t value) override;
+    uint32_t create_guard(std::string_view path, uint64_t value, uint64_t client) override;
 
 private:
     class cursor;
@@ -92,6 +93,8 @@ private:
         size_t indexed = 0;           // entries that the index knows
     };
 
+    bool is_gone(const entry &there) const;
+    void trim(uint32_t directory);
     entry *find(uint32_t directory, std::string_view name);
     entry *find(std::string_view path);  // null: no such entry, or the root
     std::optional<uint32_t> find_directory(std::string_view path);

@@ -53,8 +53,11 @@ uint64_t round_up(uint64_t value, uint64_t step) { return (value + step - 1) / s
 
 }  // namespace
 
+arena::arena(std::span<std::byte> shared)
+    : base_(shared.data()), reserved_(shared.size()), opened_(shared.size()), shared_(!shared.empty()) {}
+
 arena::~arena() {
-    if (base_ == nullptr) return;
+    if (base_ == nullptr || shared_) return;
     ASAN_UNPOISON_MEMORY_REGION(base_, opened_);
     munmap(base_, reserved_);
 }
@@ -77,7 +80,7 @@ bool arena::reserve() {
 
 bool arena::extend_to(uint64_t end) {
     if (end <= reserved_) return true;
-    if (end > LARGEST_REGION) return false;
+    if (end > LARGEST_REGION || shared_) return false;
     const uint64_t wanted = round_up(end, SMALLEST_RESERVATION);
     if (reserve_space(base_ + reserved_, wanted - reserved_) == nullptr) return false;
     reserved_ = wanted;
@@ -104,7 +107,7 @@ uint64_t arena::allocate(uint64_t size) {
         const auto [offset, room] = *hole;
         free_.erase(hole);
         if (room > taken) free_.emplace(offset + taken, room - taken);
-        ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
+        if (!shared_) ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
         std::memset(base_ + offset, 0, size);
         used_.emplace(offset, size);
         return reinterpret_cast<uint64_t>(base_ + offset);
@@ -112,7 +115,7 @@ uint64_t arena::allocate(uint64_t size) {
 
     const uint64_t offset = end_;
     if (!open_up_to(offset + taken)) return 0;
-    ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
+    if (!shared_) ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
     used_.emplace(offset, size);
     end_ = offset + taken;
     return reinterpret_cast<uint64_t>(base_ + offset);
@@ -125,7 +128,7 @@ void arena::release(uint64_t address) {
     if (block == used_.end()) return;
     uint64_t begin = offset;
     uint64_t end = offset + round_up(block->second, ALIGNMENT);
-    ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
+    if (!shared_) ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
     found_ = used_.end();
     auto freed = used_.extract(block);  // becomes the entry of the free block: releasing takes no memory
 

@@ -15,6 +15,11 @@ namespace hosted {
 class arena {
 public:
     arena() = default;
+
+    // An arena in memory that is mapped already and shared between processes: it is of this size, it is all zeroes,
+    // it is never poisoned, and it stays mapped.
+    explicit arena(std::span<std::byte> shared);
+
     ~arena();
     arena(const arena &) = delete;
     arena &operator=(const arena &) = delete;
@@ -39,6 +44,8 @@ public:
     // Whether an address lies inside a block.
     bool contains(uint64_t address) const { return !span(address, 1).empty(); }
 
+    size_t block_count() const { return used_.size(); }
+
 private:
     bool reserve();                 // the region, unless there is one
     bool extend_to(uint64_t end);   // the region, to an offset in bytes
@@ -48,6 +55,7 @@ private:
     uint64_t reserved_ = 0;              // bytes of address space
     uint64_t opened_ = 0;                // bytes from base_ that may be accessed
     uint64_t end_ = 0;                   // offset after the highest block ever allocated
+    bool shared_ = false;                // between processes
     bool refused_ = false;               // the system refuses any address space
     std::map<uint64_t, uint64_t> used_;  // offset -> size asked for
     std::map<uint64_t, uint64_t> free_;  // offset -> bytes, neighbours joined

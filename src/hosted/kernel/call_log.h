@@ -26,14 +26,14 @@ namespace hosted {
 struct argument {
     enum class kind : uint8_t { number, count, output, record };
     kind what;
-    uint64_t value = 0;                      // number; count: as its two's complement
-    const uint64_t *output = nullptr;        // where an output was stored; may be null
-    const kernel_message *record = nullptr;  // likewise for a record of three words
+    uint64_t value = 0;                // number; count: as its two's complement
+    uint64_t *output = nullptr;        // where an output is stored; may be null
+    kernel_message *record = nullptr;  // likewise for a record of three words
 
     static argument number(uint64_t value) { return {kind::number, value, nullptr, nullptr}; }
     static argument count(int64_t value) { return {kind::count, static_cast<uint64_t>(value), nullptr, nullptr}; }
-    static argument out(const uint64_t *output) { return {kind::output, 0, output, nullptr}; }
-    static argument out(const kernel_message *record) { return {kind::record, 0, nullptr, record}; }
+    static argument out(uint64_t *output) { return {kind::output, 0, output, nullptr}; }
+    static argument out(kernel_message *record) { return {kind::record, 0, nullptr, record}; }
 };
 
 class call_log {

@@ -8,6 +8,7 @@
 
 #include "hosted/descriptors.h"
 #include "hosted/kernel/run.h"
+#include "hosted/wire/guest.h"
 #include "platform/kernel.h"
 
 namespace hosted {
@@ -22,9 +23,9 @@ public:
     registration &operator=(const registration &) = delete;
     ~registration() {
         run *known = current_run.load(std::memory_order_acquire);
-        if (known == nullptr || run_ != known->number) return;
-        const std::lock_guard lock(known->kernel.mutex());
-        known->kernel.leave(who_);
+        if (known == nullptr || run_ != known->number) return;  // never in a process that is attached elsewhere
+        const std::lock_guard lock(known->kernel->mutex());
+        known->kernel->leave(who_);
     }
 
     // Registers the thread if it is new in this run. Called with the kernel's lock held.
@@ -34,14 +35,23 @@ public:
 
     caller &who() { return who_; }
 
+    // Registers the thread for one of another process.
+    void enter_for(run &now, uint64_t task, uint64_t thread) {
+        now.kernel->enter(who_, task, thread);
+        run_ = now.number;
+        for_other_ = true;
+    }
+    bool is_for_other() const { return for_other_; }
+
 private:
     [[gnu::cold, gnu::noinline]] void enter_kernel(run &now) {
-        now.kernel.enter(who_, now.kernel.start().task, now.kernel.machine().thread(!now.entered));
+        now.kernel->enter(who_, now.kernel->start().task, now.kernel->machine().thread(!now.entered));
         now.entered = true;
         run_ = now.number;
     }
 
     uint64_t run_ = 0;  // number of the run that it is registered in
+    bool for_other_ = false;
     caller who_;
 };
 
@@ -54,8 +64,6 @@ bool is_only_thread() { return __libc_single_threaded != 0; }
 using lock_type = std::unique_lock<std::mutex>;
 
 // What few runs need is kept out of line: faults, observers, the call log and the ends of a run.
-
-bool is_watched(const run &now) { return now.watching != nullptr || !now.faults.empty() || now.log.is_open(); }
 
 // The result to replace a call with, or nothing.
 [[gnu::cold, gnu::noinline]] std::optional<uint64_t> fault_for(run &now, call which, uint32_t code,
@@ -80,14 +88,31 @@ bool is_watched(const run &now) { return now.watching != nullptr || !now.faults.
     return returned == call_returns::handle ? NO_OBJECT : failure;
 }
 
+// One kernel call in a process that is attached to a running machine.
+[[gnu::cold, gnu::noinline]] uint64_t invoke_attached(run &now, call which, std::span<const argument> arguments) {
+    if (which == call::send_msg && now.log.is_open()) {
+        const kernel_message message = {arguments[1].value, arguments[2].value & 0xFFFFFFFF, arguments[3].value};
+        if (const auto subject = now.attached->subject_of(arguments[0].value, message)) now.log.write(*subject);
+    }
+    caller who;
+    const uint64_t result = now.attached->call(which, arguments, who);
+    if (who.fate != fate::returns) {
+        lock_type none;
+        end_in_call(now, none, who, which, arguments);
+    }
+    if (now.log.is_open()) now.log.write(which, arguments, has_succeeded(which, result) && !who.faulted, result);
+    return result;
+}
+
 // One kernel call. The body gets the kernel, its lock and the caller, and returns the call's result. A handle that it
 // could not make, or a code other than success, is the call's failure.
 template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, uint32_t code, Body body) {
     run &now = this_run();
-    lock_type lock(now.kernel.mutex(), std::defer_lock);
-    if (!is_only_thread()) lock.lock();
     const std::span<const argument> arguments(given.begin(), given.size());
-    const bool watched = is_watched(now);
+    const bool watched = now.watched;
+    if (watched && now.attached != nullptr) return invoke_attached(now, which, arguments);
+    lock_type lock(now.kernel->mutex(), std::defer_lock);
+    if (!is_only_thread()) lock.lock();
     std::optional<uint64_t> fault;
     if (watched) fault = fault_for(now, which, code, arguments);
 
@@ -99,20 +124,22 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
         if (now.calls_left-- == 0) {
             who.fate = fate::endless;
         } else {
-            result = fault ? fail(who, which, *fault, *fault) : body(now.kernel, lock, who);
+            result = fault ? fail(who, which, *fault, *fault) : body(*now.kernel, lock, who);
         }
     } catch (const std::bad_alloc &thrown) {
         const bool cannot_fail = properties_of(which).returns == call_returns::value;
         if (cannot_fail && dynamic_cast<const system_failure *>(&thrown) != nullptr) end_unreadable(thrown.what());
         result = fail(who, which, RESULT_NO_MEMORY, 0);
     }
-    if (who.fate != fate::returns) end_in_call(now, lock, who, which, arguments);
+    if (who.fate != fate::returns) {
+        if (thread.is_for_other()) return result;
+        end_in_call(now, lock, who, which, arguments);
+    }
 
     const call_returns returned = properties_of(which).returns;
-    const bool succeeded = returned == call_returns::value ||
-                           (returned == call_returns::handle ? result != NO_OBJECT : result == RESULT_SUCCESS);
+    const bool succeeded = has_succeeded(which, result);
     if (!succeeded && returned == call_returns::code) who.last_error = result;
-    if (trace_ring *const ring = now.kernel.trace()) {
+    if (trace_ring *const ring = now.kernel->trace()) {
         const uint8_t shown = succeeded ? trace_ring::SUCCEEDED : trace_ring::FAILED;
         ring->record(which, returned == call_returns::value ? uint8_t{trace_ring::GAVE_VALUE} : shown, arguments);
     }
@@ -145,6 +172,15 @@ constexpr auto decimal = argument::count;
 
 }  // namespace
 
+caller &call_for(uint64_t task, uint64_t thread) {
+    run &now = this_run();
+    const std::lock_guard lock(now.kernel->mutex());
+    registered.enter_for(now, task, thread);
+    return registered.who();
+}
+
+uint64_t fail_call(caller &who, call which, uint64_t failure) { return fail(who, which, failure, failure); }
+
 }  // namespace hosted
 
 // ---- the calls ------------------------------------------------------------------------------------------------------
@@ -169,12 +205,12 @@ uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags) {
 // A port accepts every message at once, so a send never waits.
 uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word2, int64_t timeout) {
     return invoke(call::send_msg, {number(port), number(word1), number(code), number(word2), decimal(timeout)},
-                  static_cast<uint32_t>(code), [=](kernel &k, lock_type &, caller &) {
+                  static_cast<uint32_t>(code), [=](kernel &k, lock_type &, caller &who) {
                       const kernel_message message = {word1, code & 0xFFFFFFFF, word2};
                       if (call_log &log = this_run().log; log.is_open()) {
                           if (const auto subject = k.registry_subject(port, message)) log.write(*subject);
                       }
-                      return k.send(port, message);
+                      return k.send(port, message, who.task);
                   });
 }
 

@@ -6,6 +6,8 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/kernel.h"
+
 namespace hosted {
 
 // What the returned word of a call is.
@@ -77,6 +79,15 @@ inline constexpr size_t CALL_COUNT = call_table.size();
 constexpr const call_properties &properties_of(call which) { return call_table[static_cast<size_t>(which)]; }
 constexpr std::string_view call_name(call which) { return properties_of(which).name; }
 
+// Whether a call succeeded, by what it returned.
+constexpr bool has_succeeded(call which, uint64_t result) {
+    switch (properties_of(which).returns) {
+    case call_returns::code: return result == RESULT_SUCCESS;
+    case call_returns::handle: return result != NO_OBJECT;
+    default: return true;
+    }
+}
+
 // The call of a name, or nothing.
 constexpr std::optional<call> call_by_name(std::string_view name) {
     for (size_t i = 0; i < CALL_COUNT; ++i) {
@@ -84,5 +95,16 @@ constexpr std::optional<call> call_by_name(std::string_view name) {
     }
     return std::nullopt;
 }
+
+struct caller;
+
+// Lets the calling thread make kernel calls for a thread of another process, until it ends. What a call leads to beyond
+// its result is left to it (caller::fate). The task must be known to the machine.
+//   thread   its handle; 0: the kernel makes one
+//   returns  the caller that the calls belong to, for the thread's life
+caller &call_for(uint64_t task, uint64_t thread);
+
+// Fails a call as a fault does. Returns its result.
+uint64_t fail_call(caller &who, call which, uint64_t failure);
 
 }  // namespace hosted

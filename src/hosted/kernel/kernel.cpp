@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "platform/protocol/device.h"
 #include "platform/protocol/task.h"
 
 namespace hosted {
@@ -14,6 +15,10 @@ namespace hosted {
 namespace {
 
 constexpr uint64_t NEVER = std::numeric_limits<uint64_t>::max();
+
+// What one attached task, or one of its ports, may make the kernel hold.
+constexpr size_t MOST_HANDLES = 65536;
+constexpr size_t MOST_MESSAGES = 65536;
 
 uint64_t milliseconds_of(clockid_t clock) {
     timespec now{};
@@ -67,7 +72,7 @@ template <auto Kind> struct kernel::object_of : object {
 };
 
 struct kernel::port_object : object_of<object_kind::port> {
-    std::deque<kernel_message> queue;
+    std::deque<delivery> queue;
     hosted::server *server = nullptr;  // receives messages at once, in place of the queue
 };
 
@@ -81,7 +86,8 @@ struct kernel::iterator_object : object_of<object_kind::iterator> {
 
 struct kernel::memo_object : object_of<object_kind::memo> {};
 
-kernel::kernel(std::unique_ptr<hosted::machine> machine) : machine_(std::move(machine)), start_(machine_->start()) {
+kernel::kernel(std::unique_ptr<hosted::machine> machine, std::span<std::byte> shared)
+    : machine_(std::move(machine)), start_(machine_->start()), arena_(shared) {
     next_handle_ = start_.first_handle;
     virtual_tick_ = start_.virtual_tick.value_or(0);
     if (start_.traces_calls) trace_ = std::make_unique_for_overwrite<trace_ring>();
@@ -113,8 +119,8 @@ uint64_t kernel::new_handle() {
 
 template <class T> const std::shared_ptr<kernel::object> *kernel::entry(uint64_t handle) const {
     const auto found = handles_.find(handle);
-    const bool fits = found != handles_.end() && (T::KIND == object_kind::any || found->second->kind == T::KIND);
-    return fits ? &found->second : nullptr;
+    const bool fits = found != handles_.end() && (T::KIND == object_kind::any || found->second.object->kind == T::KIND);
+    return fits ? &found->second.object : nullptr;
 }
 
 template <class T> T *kernel::find(uint64_t handle) const {
@@ -129,39 +135,62 @@ template <class T> std::shared_ptr<T> kernel::hold(uint64_t handle) const {
 
 uint64_t kernel::master(uint64_t handle) const {
     const auto found = foreign_handles_.find(handle);
-    return found == foreign_handles_.end() ? handle : found->second;
+    return found == foreign_handles_.end() ? handle : found->second.object;
+}
+
+// Counts one more handle of a task that attached. Throws where it has enough of them: the call fails.
+void kernel::charge(uint64_t task) {
+    const auto known = attached_.find(task);
+    if (known == attached_.end()) return;
+    if (known->second.handles >= MOST_HANDLES) throw std::bad_alloc();
+    known->second.handles++;
+}
+
+void kernel::discharge(uint64_t task) {
+    const auto known = attached_.find(task);
+    if (known != attached_.end()) known->second.handles--;
+}
+
+void kernel::erase_handle(uint64_t handle) {
+    const auto known = handles_.find(handle);
+    if (!attached_.empty()) discharge(known->second.maker);
+    handles_.erase(known);
 }
 
 template <class T> std::shared_ptr<T> kernel::add(uint64_t owner) {
+    if (!attached_.empty()) charge(owner);
     auto made = std::make_shared<T>();
     made->master = new_handle();
     made->owner = owner;
     made->handles.push_back(made->master);
-    handles_.emplace(made->master, made);
+    handles_.emplace(made->master, named_object{made, owner});
     return made;
 }
 
 void kernel::drop(object &gone) {
     gone.dead = true;
-    for (const uint64_t handle : std::exchange(gone.handles, {})) handles_.erase(handle);
+    for (const uint64_t handle : std::exchange(gone.handles, {})) erase_handle(handle);
     wake(gone);
+    if (!attached_.empty() && gone.kind == object_kind::port) answer_for(static_cast<const port_object &>(gone));
 }
 
-uint64_t kernel::new_handle_to(uint64_t other) {
+uint64_t kernel::name_again(uint64_t other, uint64_t maker) {
     const auto named = hold<object>(other);
     if (!named) return NO_OBJECT;
+    if (!attached_.empty()) charge(maker);
     const uint64_t handle = new_handle();
     named->handles.push_back(handle);
-    handles_.emplace(handle, named);
+    handles_.emplace(handle, named_object{named, maker});
     return handle;
 }
 
 uint64_t kernel::create_handle(caller &who, uint64_t named) {
-    if (const uint64_t own = new_handle_to(named); own != NO_OBJECT) return own;
+    if (const uint64_t own = name_again(named, who.task); own != NO_OBJECT) return own;
     const uint64_t foreign = master(named);
     if (!machine_->knows(foreign)) return fail(who, RESULT_NO_OBJECT);
+    charge(who.task);
     const uint64_t handle = new_handle();
-    foreign_handles_.emplace(handle, foreign);
+    foreign_handles_.emplace(handle, named_foreign{foreign, who.task});
     return handle;
 }
 
@@ -171,7 +200,7 @@ void kernel::close_handle(uint64_t handle) {
     if (!named) return;
     if (named->handles.size() == 1) return drop(*named);
     std::erase(named->handles, handle);
-    handles_.erase(handle);
+    erase_handle(handle);
 }
 
 uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
@@ -183,12 +212,20 @@ uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
             close_handle(handle);
         return RESULT_SUCCESS;
     }
-    if (!whole && foreign_handles_.erase(handle) != 0) return RESULT_SUCCESS;
+    if (const auto made = foreign_handles_.find(handle); !whole && made != foreign_handles_.end()) {
+        discharge(made->second.maker);
+        foreign_handles_.erase(made);
+        return RESULT_SUCCESS;
+    }
     const uint64_t foreign = master(handle);
     if (!machine_->knows(foreign)) return RESULT_NO_OBJECT;
     if (!whole) return RESULT_NOT_PERMITTED;  // the machine's own handle
     if (const uint64_t result = machine_->destroy(foreign); result != RESULT_SUCCESS) return result;
-    std::erase_if(foreign_handles_, [&](const auto &made) { return made.second == foreign; });
+    std::erase_if(foreign_handles_, [&](const auto &made) {
+        if (made.second.object != foreign) return false;
+        discharge(made.second.maker);
+        return true;
+    });
     if (foreign == who.task) who.fate = fate::self_deleted;
     return RESULT_SUCCESS;
 }
@@ -226,14 +263,17 @@ std::optional<request_subject> kernel::registry_subject(uint64_t port, const ker
     return to->server->subject_of(message);
 }
 
-uint64_t kernel::send(uint64_t port, const kernel_message &message) {
+uint64_t kernel::send(uint64_t port, const kernel_message &message, uint64_t from) {
     auto *const to = find<port_object>(port);
     if (to == nullptr) return RESULT_NO_OBJECT;
     const kernel_message sent = {message.word1, message.code & 0xFFFFFFFF, message.word2};
+    if (!attached_.empty()) {
+        if (const uint64_t result = note_message(*to, sent, port, from); result != RESULT_SUCCESS) return result;
+    }
     if (to->server != nullptr) {
         to->server->receive({sent, port});
     } else {
-        to->queue.push_back(sent);
+        to->queue.push_back({sent, port});
         wake(*to);
     }
     return RESULT_SUCCESS;
@@ -249,9 +289,99 @@ uint64_t kernel::receive(std::unique_lock<std::mutex> &lock, caller &who, uint64
     if (!from || from->server != nullptr) return RESULT_NO_OBJECT;
     if (const uint64_t result = wait(lock, who, from.get(), 0, timeout); result != RESULT_SUCCESS) return result;
     if (from->dead) return RESULT_NO_OBJECT;
-    message = from->queue.front();
+    message = from->queue.front().message;
+    who.addressed = from->queue.front().handle;
     from->queue.pop_front();
     return RESULT_SUCCESS;
+}
+
+// ---- tasks of other processes -------------------------------------------------------------------------------------
+
+void kernel::attach_task(uint64_t task) { attached_.try_emplace(task); }
+
+bool kernel::owns_port(uint64_t task, uint64_t port) const {
+    const auto *const named = find<port_object>(port);
+    return named != nullptr && named->owner == task && is_attached(task);
+}
+
+// Keeps account of a message before it is delivered: what the port of an attached task owes from now on, and what its
+// sender has answered.
+uint64_t kernel::note_message(const port_object &to, const kernel_message &sent, uint64_t port, uint64_t from) {
+    if (to.queue.size() >= MOST_MESSAGES) return RESULT_NO_MEMORY;
+    if (const auto sender = attached_.find(from); sender != attached_.end()) {
+        auto &owes = sender->second.owes;
+        const auto answered = std::ranges::find(owes, port, &owed_answer::reply);
+        if (answered != owes.end()) owes.erase(answered);
+    }
+    const auto owner = attached_.find(to.owner);
+    if (owner == attached_.end()) return RESULT_SUCCESS;
+    owed_answer owed{
+        .port = to.master, .reply = sent.word1, .code = static_cast<uint32_t>(sent.code), .id = sent.word2};
+    switch (owed.code) {
+    case DEVMSG_OPEN:
+    case IOMSG_BEGIN:
+    case IOMSG_ABORT: break;
+    case DEVMSG_CLOSE: owed.reply = sent.word2; break;
+    default: return RESULT_SUCCESS;
+    }
+    if (owner->second.owes.size() >= MOST_MESSAGES) return RESULT_NO_MEMORY;
+    owner->second.owes.push_back(owed);
+    return RESULT_SUCCESS;
+}
+
+// Answers what a port that has gone still owes. The abort of a begin ends both waits with one answer.
+void kernel::answer_for(const port_object &gone) {
+    const auto owner = attached_.find(gone.owner);
+    if (owner == attached_.end()) return;
+    std::deque<owed_answer> owed;
+    std::erase_if(owner->second.owes, [&](const owed_answer &one) {
+        if (one.port == gone.master) owed.push_back(one);
+        return one.port == gone.master;
+    });
+    const auto aborted = [&owed](const owed_answer &begun) {
+        return std::ranges::any_of(owed, [&](const owed_answer &other) {
+            return other.code == IOMSG_ABORT && other.id == begun.id && other.reply == begun.reply;
+        });
+    };
+    for (const owed_answer &one : owed) {
+        switch (one.code) {
+        case DEVMSG_OPEN: post(one.reply, DEVMSG_OPENED, 0); break;
+        case DEVMSG_CLOSE: post(one.reply, DEVMSG_CLOSED, 0); break;
+        case IOMSG_ABORT: post(one.reply, IOMSG_ABORTED, one.id); break;
+        default:
+            if (!aborted(one)) post(one.reply, IOMSG_FAILED, one.id);
+        }
+    }
+}
+
+void kernel::interrupt(uint64_t task_or_thread) {
+    for (caller *const one : callers_) {
+        if (one->task == task_or_thread || one->thread == task_or_thread) one->gone = true;
+    }
+    for (waiter *const one : waiters_) {
+        if (one->who->gone) one->wake.notify_one();
+    }
+}
+
+void kernel::end_task(uint64_t task) {
+    interrupt(task);
+    for (const auto &served : servers_) served->client_ended(task);
+    std::vector<uint64_t> made;
+    for (const auto &[handle, named] : handles_) {
+        if (named.maker == task || named.object->owner == task) made.push_back(handle);
+    }
+    for (const uint64_t handle : made) {
+        if (const auto named = hold<object>(handle); named && named->owner == task) {
+            drop(*named);
+        } else {
+            close_handle(handle);
+        }
+    }
+    std::erase_if(foreign_handles_, [task](const auto &one) { return one.second.maker == task; });
+    attached_.erase(task);
+    for (auto &[other, known] : attached_) {
+        std::erase_if(known.owes, [this](const owed_answer &one) { return find<port_object>(one.reply) == nullptr; });
+    }
 }
 
 // ---- semaphores -----------------------------------------------------------------------------------------------------
@@ -292,7 +422,9 @@ void kernel::destroy(uint64_t handle) {
 
 // ---- time and waiting -----------------------------------------------------------------------------------------------
 
-uint64_t kernel::now() const { return start_.virtual_tick ? virtual_tick_ : milliseconds_of(CLOCK_BOOTTIME); }
+uint64_t kernel::now() const {
+    return start_.virtual_tick ? virtual_tick_ : milliseconds_of(CLOCK_BOOTTIME) + start_.tick_offset;
+}
 
 // Waits go by a clock that the host's sleep does not move. The tick counts from boot, sleep included.
 uint64_t kernel::clock() const { return start_.virtual_tick ? virtual_tick_ : milliseconds_of(CLOCK_MONOTONIC); }
@@ -353,11 +485,14 @@ uint64_t kernel::wait(std::unique_lock<std::mutex> &lock, caller &who, object *o
 [[gnu::noinline]] uint64_t kernel::block(std::unique_lock<std::mutex> &lock, caller &who, object *on, int64_t count,
                                          int64_t timeout) {
     if (!lock.owns_lock()) lock.lock();  // the only thread calls without it, but a sleep needs it
-    waiter self{
-        .on = on, .count = count, .deadline = timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
+    waiter self{.who = &who,
+                .on = on,
+                .count = count,
+                .deadline = timeout < 0 ? NEVER : later(clock(), static_cast<uint64_t>(timeout))};
     const enlisted for_this_scope(waiters_, self);
     while (!ready(on, count)) {
         const uint64_t now = clock();
+        if (who.gone) return RESULT_INTERRUPTED;
         if (!events_.empty() && events_.begin()->first.first <= now) {
             auto event = events_.extract(events_.begin());
             event.mapped()();  // an event due at the deadline itself still runs
@@ -456,7 +591,7 @@ uint64_t kernel::object_info(const caller &who, uint64_t handle, uint64_t item, 
 }
 
 uint64_t kernel::address_memo(caller &who, uint64_t address) {
-    if (!arena_.contains(address)) return fail(who, RESULT_NO_OBJECT);
+    if (!arena_.contains(address) && !machine_->shares(address)) return fail(who, RESULT_NO_OBJECT);
     if (arena_memo_ == 0) arena_memo_ = add<memo_object>(0)->master;
     return arena_memo_;
 }

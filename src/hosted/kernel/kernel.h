@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -42,12 +43,16 @@ struct caller {
     uint64_t thread = 0;
     uint64_t last_error = 0;        // result code of its last failed call
     uint64_t fetched_register = 0;  // item THREADINFO_FETCHED_REGISTER of its thread
+    uint64_t addressed = 0;         // the handle that the message of its last receive was sent to
+    bool faulted = false;           // a fault replaced its last call
+    bool gone = false;              // its thread has ended: every wait of its call is over
     hosted::fate fate = hosted::fate::returns;
 };
 
 class kernel final : public server_host {
 public:
-    explicit kernel(std::unique_ptr<hosted::machine> machine);
+    // shared: memory for the arena that other processes map as well; empty: the arena makes its own
+    explicit kernel(std::unique_ptr<hosted::machine> machine, std::span<std::byte> shared = {});
     ~kernel();
 
     std::mutex &mutex() { return mutex_; }
@@ -61,12 +66,29 @@ public:
     void enter(caller &who, uint64_t task, uint64_t thread);
     void leave(const caller &who);
 
+    // Tasks of other processes. What such a task owns is counted, and deleted when it ends. A port of one remembers
+    // what it owes an answer: where it goes without one, the kernel answers, so that no client waits for ever.
+    void attach_task(uint64_t task);
+    bool is_attached(uint64_t task) const { return attached_.contains(task); }
+    bool owns_port(uint64_t task, uint64_t port) const;  // whether the object of a handle is a port of the task
+
+    // Ends the waits of a task's threads, or of one thread.
+    void interrupt(uint64_t task_or_thread);
+
+    // Deletes what an attached task owns and releases what servers made for it. May be repeated.
+    void end_task(uint64_t task);
+
+    bool has_object(uint64_t handle) const { return handles_.contains(handle); }
+
+    // The number of handles that name something.
+    size_t handle_count() const { return handles_.size() + foreign_handles_.size(); }
+
     // ---- the calls, in the order of platform/kernel.h -----------------------------------------------------------
 
     uint64_t create_port(const caller &who);
     uint64_t create_handle(caller &who, uint64_t named);
     uint64_t delete_object(caller &who, uint64_t handle, uint64_t flags);
-    uint64_t send(uint64_t port, const kernel_message &message);
+    uint64_t send(uint64_t port, const kernel_message &message, uint64_t from = 0);  // from: the sending task
     uint64_t receive(std::unique_lock<std::mutex> &lock, caller &who, uint64_t port, kernel_message &message,
                      int64_t timeout);
     uint64_t wait_semaphore(std::unique_lock<std::mutex> &lock, caller &who, uint64_t semaphore, int64_t count,
@@ -94,7 +116,7 @@ public:
     uint64_t new_port(uint64_t task) override;
     uint64_t new_semaphore(uint64_t task, int64_t count) override;
     void destroy(uint64_t handle) override;
-    uint64_t new_handle_to(uint64_t other) override;
+    uint64_t new_handle_to(uint64_t other) override { return name_again(other, 0); }
     void close_handle(uint64_t handle) override;
 
     uint64_t now() const;   // the tick, milliseconds
@@ -116,9 +138,32 @@ private:
     struct iterator_object;
     struct memo_object;
 
+    // What a handle stands for, and the task that made it (0: a server).
+    struct named_object {
+        std::shared_ptr<kernel::object> object;
+        uint64_t maker = 0;
+    };
+    struct named_foreign {
+        uint64_t object = 0;  // the machine's handle
+        uint64_t maker = 0;
+    };
+
+    // A message to a port of an attached task that is due an answer on a reply port.
+    struct owed_answer {
+        uint64_t port = 0;   // master handle
+        uint64_t reply = 0;  // as the message gave it
+        uint32_t code = 0;   // of the message
+        uint64_t id = 0;     // of the request
+    };
+    struct attached_task {
+        size_t handles = 0;            // that it made or owns
+        std::deque<owed_answer> owes;  // oldest first
+    };
+
     // A thread that waits: for its object, until a deadline.
     struct waiter {
         std::condition_variable wake = {};
+        const caller *who = nullptr;
         object *on = nullptr;    // null: for the deadline alone
         int64_t count = 0;       // wanted of a semaphore
         uint64_t deadline = 0;   // of clock(); NEVER: none
@@ -133,7 +178,13 @@ private:
     template <class T> const std::shared_ptr<object> *entry(uint64_t handle) const;
     template <class T> std::shared_ptr<T> add(uint64_t owner);
     uint64_t master(uint64_t handle) const;  // the machine's own handle of its object, from any handle to it
+    uint64_t name_again(uint64_t other, uint64_t maker);
+    void charge(uint64_t task);
+    void discharge(uint64_t task);
+    void erase_handle(uint64_t handle);
     void drop(object &gone);
+    uint64_t note_message(const port_object &to, const kernel_message &sent, uint64_t port, uint64_t from);
+    void answer_for(const port_object &gone);
     uint64_t serve(std::unique_ptr<server> made);
 
     uint64_t clock() const;  // the clock of waits and events, milliseconds
@@ -152,12 +203,13 @@ private:
 
     uint64_t next_handle_ = 0;
     uint64_t virtual_tick_ = 0;
-    std::unordered_map<uint64_t, std::shared_ptr<object>> handles_;  // to the kernel's own objects
-    std::unordered_map<uint64_t, uint64_t> foreign_handles_;         // made to objects of the machine
+    std::unordered_map<uint64_t, named_object> handles_;           // to the kernel's own objects
+    std::unordered_map<uint64_t, named_foreign> foreign_handles_;  // made to objects of the machine
+    std::unordered_map<uint64_t, attached_task> attached_;
     std::vector<std::unique_ptr<server>> servers_;
     std::map<std::pair<uint64_t, uint64_t>, std::function<void()>> events_;  // by time due, then by making
     uint64_t events_made_ = 0;
-    std::vector<const caller *> callers_;
+    std::vector<caller *> callers_;
     std::vector<waiter *> waiters_;  // the first one runs the events that fall due
     std::map<std::string, uint64_t, std::less<>> device_ports_;
     uint64_t registry_port_ = 0;

@@ -70,8 +70,12 @@ struct machine_start {
     // The tick at which a virtual clock starts; nothing for the real clock.
     std::optional<uint64_t> virtual_tick;
 
+    // Added to the milliseconds since boot where the clock is the real one.
+    uint64_t tick_offset = 0;
+
     // The number of kernel calls that a run may make; nothing for any number.
     std::optional<uint64_t> call_budget;
+    bool budget_given = false;  // by whoever described the machine; else it only stops a run that never ends
 
     // The machine has no trace of its own: the kernel records its calls, and its ring answers the KSYSIDX_TRACE groups
     // where system_data() returns RESULT_NO_ITEM.
@@ -149,6 +153,19 @@ public:
     // Called before the registry is first asked for: it then holds only what every user of the system may read,
     // whatever the caller may.
     virtual void withhold_secrets() {}
+
+    // ---- tasks of other processes -------------------------------------------------------------------------------
+
+    // Publishes the name of such a task in the registry, and takes it back.
+    virtual void publish_task(uint64_t /*handle*/, std::string_view /*name*/) {}
+    virtual void withdraw_task(uint64_t /*handle*/) {}
+
+    // One of their ids as the system service reports it, by a SYSVCCMD_ command and its key; nothing for another
+    // process.
+    virtual std::optional<uint64_t> process_id(uint32_t /*command*/, uint64_t /*key*/) { return std::nullopt; }
+
+    // Whether an address lies in memory that one of them shares, beside the kernel's arena.
+    virtual bool shares(uint64_t /*address*/) { return false; }
 
     // ---- the rest -----------------------------------------------------------------------------------------------
 

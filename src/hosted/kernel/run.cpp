@@ -20,6 +20,7 @@
 #include "hosted/boot.h"
 #include "hosted/nearest.h"
 #include "hosted/output.h"
+#include "hosted/wire/guest.h"
 
 namespace hosted {
 
@@ -90,6 +91,10 @@ std::unique_ptr<run> make_run(const char *path, const char *save) {
     fault_list faults;
     std::string message;
     auto machine = make_described_machine(path, save, faults, message);
+    if (!machine && guest::is_socket(path)) {
+        if (*save != '\0') refuse("%s: a running machine is saved by ventix-machine run --save", MACHINE_SAVE);
+        if (auto way = guest::attach(path, message)) return std::make_unique<run>(std::move(way));
+    }
     if (!machine) refuse("%s", message.c_str());
     return std::make_unique<run>(std::move(machine), std::move(faults));
 }
@@ -109,6 +114,7 @@ run *boot() {
             std::fprintf(stderr, "%s: %s: %s\n", program_name, log, std::strerror(errno));
             made->failed = true;
         }
+        if (made->log.is_open()) made->watched = true;
         std::atexit(save_at_exit);  // a command may leave by exit()
         return made.release();
     } catch (const std::bad_alloc &) {
@@ -120,9 +126,14 @@ run *boot() {
 
 // ---- the start ------------------------------------------------------------------------------------------------------
 
-run::run(std::unique_ptr<machine> over, fault_list listed)
-    : number(++runs_made), kernel(std::move(over)), faults(std::move(listed)),
-      calls_left(kernel.start().call_budget.value_or(std::numeric_limits<uint64_t>::max())) {}
+run::run(std::unique_ptr<machine> over, fault_list listed, std::span<std::byte> shared)
+    : number(++runs_made), kernel(std::in_place, std::move(over), shared), faults(std::move(listed)),
+      watched(!faults.empty()), calls_left(kernel->start().call_budget.value_or(std::numeric_limits<uint64_t>::max())) {
+}
+
+run::run(std::unique_ptr<guest> to) : number(++runs_made), attached(std::move(to)), watched(true), calls_left(0) {}
+
+run::~run() = default;
 
 [[gnu::cold, gnu::noinline]] run &begin_run() {
     static std::mutex beginning;
@@ -131,15 +142,19 @@ run::run(std::unique_ptr<machine> over, fault_list listed)
     return *current_run.load(std::memory_order_relaxed);
 }
 
-void install(std::unique_ptr<machine> brought, fault_list faults) {
+void install(std::unique_ptr<machine> brought, fault_list faults, std::span<std::byte> shared) {
     shut_down();
-    current_run.store(std::make_unique<run>(std::move(brought), std::move(faults)).release(),
+    current_run.store(std::make_unique<run>(std::move(brought), std::move(faults), shared).release(),
                       std::memory_order_release);
 }
 
 void shut_down() { delete current_run.exchange(nullptr, std::memory_order_acq_rel); }
 
-void observe(observer *watching) { this_run().watching = watching; }
+void observe(observer *watching) {
+    run &now = this_run();
+    now.watching = watching;
+    now.watched = watching != nullptr || !now.faults.empty() || now.log.is_open();
+}
 
 // ---- the ends -------------------------------------------------------------------------------------------------------
 
@@ -150,10 +165,11 @@ int finish(int status) {
     bool saved = true;
     int log_error = 0;
     {
-        const std::lock_guard lock(ending->kernel.mutex());  // other threads may still be calling
+        std::unique_lock<std::mutex> lock;
+        if (ending->kernel) lock = std::unique_lock(ending->kernel->mutex());  // other threads may still be calling
         if (ending->finished) return status;
         ending->finished = true;
-        saved = ending->kernel.machine().save(message);
+        if (ending->kernel) saved = ending->kernel->machine().save(message);
         log_error = ending->log.error();
     }
     if (!saved) std::fprintf(stderr, "%s: %s\n", program_name, message.c_str());

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <optional>
 #include <span>
+#include <string>
 
 #include "hosted/kernel/call_log.h"
 #include "hosted/kernel/faults.h"
@@ -30,15 +31,23 @@ public:
     virtual void ended(call which, std::span<const argument> arguments, uint64_t result, bool succeeded) = 0;
 };
 
-// The kernel of a process and what surrounds it. Its members are guarded by the kernel's lock.
-struct run {
-    explicit run(std::unique_ptr<machine> over, fault_list listed = {});
+class guest;
 
-    const uint64_t number;  // unique in the process, unlike the address
-    hosted::kernel kernel;
+// The kernel of a process and what surrounds it, or its way to the kernel of a running machine. The members are guarded
+// by the kernel's lock.
+struct run {
+    // shared: memory for the arena that other processes map as well
+    explicit run(std::unique_ptr<machine> over, fault_list listed = {}, std::span<std::byte> shared = {});
+    explicit run(std::unique_ptr<guest> to);
+    ~run();
+
+    const uint64_t number;                 // unique in the process, unlike the address
+    std::optional<hosted::kernel> kernel;  // nothing in a process that is attached
+    std::unique_ptr<guest> attached;       // null in a process with a kernel of its own
     fault_list faults;
     call_log log;
     observer *watching = nullptr;
+    bool watched;          // faults, a log, an observer or another process has a part in every call
     uint64_t calls_left;   // of the machine's budget
     bool entered = false;  // a thread has called
     bool failed = false;   // a failure was reported that must show in the status
@@ -55,7 +64,7 @@ inline run &this_run() {
     return known != nullptr ? *known : begin_run();
 }
 
-inline kernel &running() { return this_run().kernel; }
+inline kernel &running() { return *this_run().kernel; }
 
 // Ends the process for the fate of the caller's call, which has not returned: saves the machine and completes the call
 // log before.
@@ -74,7 +83,7 @@ int finish(int status);
 
 // Begins a run over a machine of the caller's own, in place of the current run; and ends a run without a save: for
 // programs that bring a machine, such as tests. No other thread may be inside a call.
-void install(std::unique_ptr<machine> brought, fault_list faults = {});
+void install(std::unique_ptr<machine> brought, fault_list faults = {}, std::span<std::byte> shared = {});
 void shut_down();
 
 // Lets one observer watch the current run, until it is shut down. Null: none.

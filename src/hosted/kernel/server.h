@@ -29,6 +29,9 @@ public:
     // The task that a handle names: an open message may carry any handle to its client's task.
     virtual uint64_t task_of(uint64_t handle) = 0;
 
+    // Whether a task still exists. A host that reports the end of a task by client_ended() need not be asked.
+    virtual bool has_ended(uint64_t /*task*/) { return false; }
+
     // Objects made on behalf of a task, which their item OBJINFO_OWNER names. destroy() ends one with all its handles.
     virtual uint64_t new_port(uint64_t task) = 0;
     virtual uint64_t new_semaphore(uint64_t task, int64_t count) = 0;
@@ -60,6 +63,9 @@ public:
 
     // Handles one message at once; answers are posted on reply ports. Called with the kernel's lock held.
     virtual void receive(const delivery &received) = 0;
+
+    // A task has ended: releases what was made for it.
+    virtual void client_ended(uint64_t /*task*/) {}
 
     // The request that a begin message starts, for the call log; nothing for any other message.
     virtual std::optional<request_subject> subject_of(const kernel_message &) { return std::nullopt; }

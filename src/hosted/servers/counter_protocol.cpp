@@ -18,7 +18,7 @@ public:
         if (command != CNTCMD_GET) return std::nullopt;
         const auto reachable = request.rest(request.payload);
         if (reachable.empty()) return IOERROR_BAD_COMMAND;
-        const uint64_t room = std::min<uint64_t>(request.header.transfer.buffer_size, reachable.size());
+        const uint64_t room = std::min<uint64_t>(read_once(request.header.transfer.buffer_size), reachable.size());
         std::string bytes;
         uint64_t returned = 0;
         const uint32_t error = source_.read(request.header.unit, room, bytes, returned);

@@ -90,6 +90,7 @@ std::optional<uint64_t> device_server::answer(uint32_t code, uint64_t parameter)
 void device_server::open(uint64_t reply_port, uint64_t client) {
     using opening = device_behaviour::opening;
     if (behaviour_.open == opening::silent) return;
+    release_records([this](const record &known) { return host_.has_ended(known.client); });
     host_.post(reply_port, DEVMSG_OPENED, behaviour_.open == opening::null ? 0 : make_record(client));
 }
 
@@ -146,14 +147,20 @@ bool device_server::make_client_context(record &made) {
 }
 
 void device_server::close(uint64_t reply_port, uint64_t server_port) {
-    for (auto known = records_.begin(); known != records_.end(); ++known) {
-        if (known->second.server_port != server_port) continue;
-        const record gone = known->second;
-        records_.erase(known);
-        release(gone);
-        break;
-    }
+    release_records([server_port](const record &known) { return known.server_port == server_port; });
     host_.post(reply_port, DEVMSG_CLOSED, 0);
+}
+
+void device_server::client_ended(uint64_t task) {
+    release_records([task](const record &known) { return known.client == task; });
+}
+
+template <class Test> void device_server::release_records(Test is_gone) {
+    std::erase_if(records_, [&](const auto &known) {
+        if (!is_gone(known.second)) return false;
+        release(known.second);
+        return true;
+    });
 }
 
 void device_server::release(const record &gone) {
@@ -258,9 +265,10 @@ request_view device_server::view_of(const request &viewed) const {
             .header = *header,
             .address = viewed.address,
             .size = viewed.size,
-            .payload = header->payload,
+            .payload = read_once(header->payload),
             .buffer = buffer,
-            .buffer_size = buffer != 0 ? context_size_ : 0};
+            .buffer_size = buffer != 0 ? context_size_ : 0,
+            .client = opened == records_.end() ? 0 : opened->second.client};
 }
 
 std::optional<request_subject> device_server::subject_of(const kernel_message &message) {
@@ -273,7 +281,7 @@ std::optional<request_subject> device_server::subject_of(const kernel_message &m
 }
 
 uint32_t device_server::perform(const request_view &view) {
-    const uint32_t command = view.header.command;
+    const uint32_t command = read_once(view.header.command);
     for (const auto &protocol : protocols_) {
         if (const auto error = protocol->perform(command, view)) return *error;
     }

@@ -58,6 +58,9 @@ struct device_behaviour {
 
 inline constexpr uint32_t QUERY_UNKNOWN_ANSWER = 0x20003;  // code of the answer to an unknown query
 
+// Reads a field of shared memory, which may change between two readings: what was checked is what is used.
+template <class T> T read_once(const T &shared) { return *const_cast<const volatile T *>(&shared); }
+
 // A begun request, as a protocol sees it. The client may write its memory at any time: read each field once.
 struct request_view {
     arena &memory;
@@ -67,6 +70,7 @@ struct request_view {
     uint64_t payload;  // address of the argument block, as the client gave it
     uint64_t buffer;   // address of the payload buffer of its device record; 0 where there is none
     uint64_t buffer_size;
+    uint64_t client;  // the task that opened its device
 
     // The bytes from an address to the end of the request or of the payload buffer that it lies in. Empty elsewhere:
     // no request reaches other memory.
@@ -75,7 +79,7 @@ struct request_view {
     // length bytes at an address; empty unless all of them are within reach.
     std::span<std::byte> bytes(uint64_t at, uint64_t length) const;
 
-    // The text at an address, without its NUL; nothing where no NUL is within reach.
+    // The text at an address, without its NUL; nothing where no NUL is within reach. Copy it before checking it.
     std::optional<std::string_view> text(uint64_t at) const;
 
     // The argument block as a record, or null (out of reach, or misaligned).
@@ -119,6 +123,7 @@ public:
     void make_context(uint64_t buffer_size) { context_size_ = buffer_size; }
 
     void receive(const delivery &received) override;
+    void client_ended(uint64_t task) override;
     std::optional<request_subject> subject_of(const kernel_message &message) override;
 
 protected:
@@ -161,6 +166,7 @@ private:
     uint64_t make_record(uint64_t client);
     bool fill_record(record &made);
     bool make_client_context(record &made);
+    template <class Test> void release_records(Test is_gone);
     void release(const record &gone);
     IOreq *make_request(uint64_t record_address, uint64_t size);
     request *find(uint64_t id);

@@ -45,11 +45,11 @@ private:
     uint32_t read(const request_view &request) {
         auto *block = request.whole<log_read_request>();
         if (block == nullptr) return IOERROR_BAD_COMMAND;
-        const auto reachable = request.rest(block->buffer);
-        const uint64_t room = std::min<uint64_t>(block->count, reachable.size());
+        const auto reachable = request.rest(read_once(block->buffer));
+        const uint64_t room = std::min<uint64_t>(read_once(block->count), reachable.size());
         if (reachable.empty()) return IOERROR_BAD_COMMAND;
         std::string_view text;
-        const uint32_t error = source_.read(block->offset, room, text);
+        const uint32_t error = source_.read(read_once(block->offset), room, text);
         if (error != 0) return error;
         const uint64_t delivered = std::min<uint64_t>(text.size(), room);
         if (delivered != 0) std::memcpy(reachable.data(), text.data(), delivered);
@@ -60,8 +60,8 @@ private:
     uint32_t write(const request_view &request) {
         const auto *block = request.whole<log_write_request>();
         if (block == nullptr) return IOERROR_BAD_COMMAND;
-        const uint16_t length = block->length;
-        const auto text = request.bytes(block->buffer, length);
+        const uint16_t length = read_once(block->length);
+        const auto text = request.bytes(read_once(block->buffer), length);
         if (text.size() != length) return IOERROR_BAD_COMMAND;
         return source_.write({reinterpret_cast<const char *>(text.data()), text.size()});
     }

@@ -12,16 +12,18 @@ namespace hosted {
 
 namespace {
 
-// A command's argument block and the path that it points at.
+// A command's argument block and a copy of the path that it points at.
 template <class Block> struct arguments {
     Block *block = nullptr;  // null where either is out of reach
     std::string_view path;
 };
 
-template <class Block> arguments<Block> arguments_of(const request_view &request) {
+template <class Block> arguments<Block> arguments_of(const request_view &request, std::string &copy) {
     auto *block = request.block<Block>();
-    const auto path = block != nullptr ? request.text(block->path) : std::nullopt;
-    return path ? arguments<Block>{block, *path} : arguments<Block>{};
+    const auto path = block != nullptr ? request.text(read_once(block->path)) : std::nullopt;
+    if (!path) return {};
+    copy.assign(*path);
+    return {block, std::string_view(copy).substr(0, copy.find('\0'))};
 }
 
 class registry_protocol : public device_protocol {
@@ -46,13 +48,13 @@ public:
 
     std::string_view path_of(uint32_t command, const request_view &request) override {
         switch (command) {
-        case REGCMD_KEY_INFO: return arguments_of<reg_info_block>(request).path;
+        case REGCMD_KEY_INFO: return arguments_of<reg_info_block>(request, path_).path;
         case REGCMD_GET_INT:
-        case REGCMD_CREATE_GUARD: return arguments_of<reg_int_block>(request).path;
+        case REGCMD_CREATE_GUARD: return arguments_of<reg_int_block>(request, path_).path;
         case REGCMD_GET_BIN:
-        case REGCMD_SET_BIN: return arguments_of<reg_bin_block>(request).path;
-        case REGCMD_CREATE_TMP: return arguments_of<reg_path_block>(request).path;
-        case REGCMD_ITERATOR_BEGIN: return arguments_of<reg_begin_block>(request).path;
+        case REGCMD_SET_BIN: return arguments_of<reg_bin_block>(request, path_).path;
+        case REGCMD_CREATE_TMP: return arguments_of<reg_path_block>(request, path_).path;
+        case REGCMD_ITERATOR_BEGIN: return arguments_of<reg_begin_block>(request, path_).path;
         default: return {};
         }
     }
@@ -77,7 +79,7 @@ private:
     }
 
     uint32_t key_info(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_info_block>(request);
+        const auto [block, path] = arguments_of<reg_info_block>(request, path_);
         if (block == nullptr) return IOERROR_BAD_COMMAND;
         uint16_t type = 0;
         uint32_t length = 0;
@@ -89,7 +91,7 @@ private:
     }
 
     uint32_t get_int(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_int_block>(request);
+        const auto [block, path] = arguments_of<reg_int_block>(request, path_);
         if (block == nullptr) return IOERROR_BAD_COMMAND;
         uint64_t value = 0;
         const uint32_t error = store_.read_int(path, value);
@@ -99,13 +101,13 @@ private:
 
     // Delivers what fits the room.
     uint32_t get_binary(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_bin_block>(request);
+        const auto [block, path] = arguments_of<reg_bin_block>(request, path_);
         if (block == nullptr) return IOERROR_BAD_COMMAND;
         const uint32_t error = store_.read_binary(path, value_);
         if (error != 0) return error;
-        const uint64_t delivered = std::min<uint64_t>(block->length, value_.size());
+        const uint64_t delivered = std::min<uint64_t>(read_once(block->length), value_.size());
         if (delivered != 0) {
-            const auto room = request.bytes(block->data, delivered);
+            const auto room = request.bytes(read_once(block->data), delivered);
             if (room.empty()) return IOERROR_BAD_COMMAND;
             std::memcpy(room.data(), value_.data(), delivered);
         }
@@ -114,28 +116,29 @@ private:
     }
 
     uint32_t set_binary(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_bin_block>(request);
+        const auto [block, path] = arguments_of<reg_bin_block>(request, path_);
         if (block == nullptr) return IOERROR_BAD_COMMAND;
-        const uint64_t length = block->length;
-        const auto data = request.bytes(block->data, length);
+        const uint64_t length = read_once(block->length);
+        const auto data = request.bytes(read_once(block->data), length);
         if (data.size() != length) return IOERROR_BAD_COMMAND;
         return store_.write_binary(path, {reinterpret_cast<const char *>(data.data()), data.size()});
     }
 
     uint32_t create_temporary(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_path_block>(request);
+        const auto [block, path] = arguments_of<reg_path_block>(request, path_);
         return block != nullptr ? store_.create_temporary(path) : uint32_t{IOERROR_BAD_COMMAND};
     }
 
     uint32_t create_guard(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_int_block>(request);
-        return block != nullptr ? store_.create_guard(path, block->value) : uint32_t{IOERROR_BAD_COMMAND};
+        const auto [block, path] = arguments_of<reg_int_block>(request, path_);
+        return block != nullptr ? store_.create_guard(path, block->value, request.client)
+                                : uint32_t{IOERROR_BAD_COMMAND};
     }
 
     uint32_t iterator_begin(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_begin_block>(request);
+        const auto [block, path] = arguments_of<reg_begin_block>(request, path_);
         if (block == nullptr) return IOERROR_BAD_COMMAND;
-        const auto record = request.bytes(block->record, sizeof(RegIterator));
+        const auto record = request.bytes(read_once(block->record), sizeof(RegIterator));
         if (record.empty()) return IOERROR_BAD_COMMAND;
         auto cursor = store_.list(path);
         if (!cursor) return IOERROR_NOT_FOUND;
@@ -165,7 +168,7 @@ private:
 
     static std::span<std::byte> iterator_record(const request_view &request) {
         const auto *block = request.block<reg_step_block>();
-        return block != nullptr ? request.bytes(block->record, sizeof(RegIterator)) : std::span<std::byte>{};
+        return block != nullptr ? request.bytes(read_once(block->record), sizeof(RegIterator)) : std::span<std::byte>{};
     }
 
     static uint32_t server_word(std::span<const std::byte> record) {
@@ -190,7 +193,7 @@ private:
     registry_store &store_;
     std::map<uint32_t, iteration> iterations_;  // by the server's word of their records
     uint32_t last_iteration_ = 0;
-    std::string value_;  // these two are members so that look-ups reuse their memory
+    std::string path_, value_;  // these three are members so that look-ups reuse their memory
     registry_entry entry_;
 };
 

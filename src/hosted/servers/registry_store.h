@@ -61,7 +61,8 @@ public:
     // override them.
     virtual uint32_t write_binary(std::string_view, std::string_view) { return RESULT_NOT_PERMITTED; }
     virtual uint32_t create_temporary(std::string_view) { return RESULT_NOT_PERMITTED; }
-    virtual uint32_t create_guard(std::string_view, uint64_t) { return RESULT_NOT_PERMITTED; }
+    // client: the task that asks, for whom a key may be guarded by a port of its own
+    virtual uint32_t create_guard(std::string_view, uint64_t, uint64_t /*client*/) { return RESULT_NOT_PERMITTED; }
 };
 
 }  // namespace hosted

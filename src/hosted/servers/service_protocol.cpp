@@ -38,7 +38,9 @@ public:
     block_call(const request_view &request, svc_call_block &block, std::vector<uint64_t> &kept)
         : request_(request), block_(block), kept_(kept) {}
 
-    uint64_t word(size_t argument) const override { return argument < SVC_MAX_ARGS ? block_.args[argument].value : 0; }
+    uint64_t word(size_t argument) const override {
+        return argument < SVC_MAX_ARGS ? read_once(block_.args[argument].value) : 0;
+    }
 
     std::optional<std::string> text(size_t argument) const override {
         const auto found = request_.text(word(argument));
@@ -129,7 +131,7 @@ uint32_t service_protocol::list(const request_view &request) const {
     const auto block = request.rest(request.payload);
     if (block.size() < fixed || request.payload % alignof(svc_list_block) != 0) return IOERROR_BAD_COMMAND;
     auto *shared = reinterpret_cast<svc_list_block *>(block.data());
-    const uint64_t slots = std::min<uint64_t>(shared->capacity, (block.size() - fixed) / SVC_NAME_SIZE);
+    const uint64_t slots = std::min<uint64_t>(read_once(shared->capacity), (block.size() - fixed) / SVC_NAME_SIZE);
     const uint64_t returned = std::min<uint64_t>(slots, source_.count());
     for (size_t i = 0; i < returned; ++i) {
         fill(block.data() + fixed + i * SVC_NAME_SIZE, SVC_NAME_SIZE, source_.describe(i).name);

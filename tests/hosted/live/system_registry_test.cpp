@@ -85,7 +85,7 @@ TEST(LiveRegistry, ParametersAreKeys) {
     EXPECT_EQ(key(registry, "kernel/vm/swappiness"), "int 60");
     EXPECT_EQ(registry.write_binary("kernel/vm/swappiness", "1"), RESULT_NOT_PERMITTED);
     EXPECT_EQ(registry.create_temporary("kernel/new"), RESULT_NOT_PERMITTED);
-    EXPECT_EQ(registry.create_guard("kernel/new", 1), RESULT_NOT_PERMITTED);
+    EXPECT_EQ(registry.create_guard("kernel/new", 1, 0), RESULT_NOT_PERMITTED);
 }
 
 TEST(LiveRegistry, HardwareOfTheSample) {

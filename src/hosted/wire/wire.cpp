@@ -1,0 +1,62 @@
+// hosted/wire/wire.cpp - sending and receiving packets.
+#include "hosted/wire/wire.h"
+
+#include <sched.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <ctime>
+
+#include "hosted/descriptors.h"
+
+namespace hosted::wire {
+
+namespace {
+
+constexpr uint64_t QUICK = 20'000;  // nanoseconds: a wait that takes no longer is worth spinning for
+
+uint64_t nanoseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+// With one processor the peer cannot answer while this side spins.
+bool has_processors() {
+    static const bool several = [] {
+        cpu_set_t allowed;
+        return sched_getaffinity(0, sizeof allowed, &allowed) == 0 && CPU_COUNT(&allowed) > 1;
+    }();
+    return several;
+}
+
+}  // namespace
+
+int send_packet(int socket, const void *packet, size_t size) {
+    const auto sent = retry_interrupted([=] { return send(socket, packet, size, MSG_NOSIGNAL); });
+    return sent < 0 ? errno : 0;
+}
+
+int receiver::receive(int socket, void *packet, size_t size) {
+    const auto ask = [=](int flags) {
+        return retry_interrupted([=] { return recv(socket, packet, size, flags | MSG_TRUNC); });
+    };
+    ssize_t received = -1;
+    const uint64_t begin = has_processors() ? nanoseconds() : 0;
+    if (quick_) {
+        do {
+            received = ask(MSG_DONTWAIT);
+        } while (received < 0 && errno == EAGAIN && nanoseconds() - begin < QUICK);
+    }
+    if (!quick_ || (received < 0 && errno == EAGAIN)) {
+        received = ask(0);
+        // Waking up is part of this wait. A peer that is quick while this side spins takes far less.
+        constexpr uint64_t WAKING = 60'000;
+        quick_ = begin != 0 && nanoseconds() - begin < QUICK + WAKING;
+    }
+    if (received == 0) return ECONNRESET;
+    if (received < 0) return errno;
+    return static_cast<size_t>(received) == size ? 0 : EPROTO;
+}
+
+}  // namespace hosted::wire

@@ -1,0 +1,227 @@
+// tests/hosted/wire/host_test.cpp - a running machine as its peers see it: packet by packet, from processes that keep
+// to no rule and from processes that die.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <functional>
+
+#include "hosted/wire/wire.h"
+#include "platform/kernel.h"
+#include "platform/protocol/device.h"
+#include "run_ventix.h"
+
+namespace {
+
+using namespace hosted;
+
+// ventix-machine run, from here to the end of the scope.
+class running {
+public:
+    explicit running(const std::string &machine = "{}") {
+        const std::string file = directory_.write("machine.json", machine);
+        const std::string program = std::filesystem::path(ventix_program()).replace_filename("ventix-machine");
+        child_ = fork();
+        if (child_ == 0) {
+            setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+            freopen(directory_.file("said").c_str(), "w", stderr);
+            freopen("/dev/null", "w", stdout);
+            execl(program.c_str(), "ventix-machine", "run", "--verbose", "--socket", path().c_str(), file.c_str(),
+                  nullptr);
+            _exit(127);
+        }
+        for (int i = 0; i < 1000 && access(path().c_str(), F_OK) != 0; i++) usleep(10000);
+    }
+    ~running() { end(SIGKILL); }
+
+    std::string path() const { return directory_.file("socket"); }
+    std::string end(int signal) {
+        int status = -1;
+        if (child_ > 0 && kill(child_, signal) == 0) waitpid(child_, &status, 0);
+        child_ = -1;
+        return WIFEXITED(status) ? read_file(directory_.file("said")) : "killed";
+    }
+
+private:
+    scratch_directory directory_;
+    pid_t child_ = -1;
+};
+
+// A connection, packet by packet.
+class peer {
+public:
+    explicit peer(const running &machine) : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
+        sockaddr_un address{AF_UNIX, {}};
+        std::strcpy(address.sun_path, machine.path().c_str());
+        for (int i = 0; i < 1000 && connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0; i++)
+            usleep(10000);
+        const timeval limit{10, 0};  // nothing here takes as long
+        setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+    }
+    ~peer() { close(socket_); }
+
+    bool put(const void *bytes, size_t size) { return send(socket_, bytes, size, MSG_NOSIGNAL) >= 0; }
+    template <class Packet> bool get(Packet &packet) {
+        return recv(socket_, &packet, sizeof packet, 0) == sizeof packet;
+    }
+    bool has_ended() {
+        char byte = 0;
+        return recv(socket_, &byte, 1, 0) <= 0 && errno != EAGAIN;
+    }
+    wire::verdict greet(wire::hello said = {}) {
+        wire::hello answered{.answer = wire::verdict::refused};
+        put(&said, sizeof said);
+        return get(answered) ? answered.answer : wire::verdict::refused;
+    }
+    wire::answer ask(uint32_t what, std::initializer_list<uint64_t> words) {
+        wire::request asked{.sequence = 7, .what = what};
+        std::copy(words.begin(), words.end(), asked.words);
+        wire::answer answered{.result = 999};
+        put(&asked, sizeof asked);
+        get(answered);
+        return answered;
+    }
+    wire::answer ask(call what, std::initializer_list<uint64_t> words = {}) {
+        return ask(static_cast<uint32_t>(what), words);
+    }
+    uint64_t make_port() { return ask(call::create_msg_port).result; }
+    wire::answer receive(uint64_t port) {
+        return ask(call::recv_msg, {port, 1, 1, 1, static_cast<uint64_t>(WAIT_FOREVER)});
+    }
+
+private:
+    int socket_;
+};
+
+TEST(RunningMachine, EndsABadPeerAlone) {
+    running machine;
+    peer good(machine);
+    ASSERT_EQ(good.greet(), wire::verdict::welcome);
+    const wire::hello hello;
+    const char noise[4096] = "noise";
+    const std::pair<const char *, std::function<bool(peer &)>> rows[] = {
+        {"no hello", [&](peer &bad) { return bad.put(noise, sizeof hello) && bad.has_ended(); }},
+        {"a cut hello", [&](peer &bad) { return bad.put(&hello, sizeof hello - 1) && bad.has_ended(); }},
+        {"an empty packet", [&](peer &bad) { return bad.put(noise, 0) && bad.has_ended(); }},
+        {"another version", [](peer &bad) { return bad.greet({.major = 2}) == wire::verdict::other_version; }},
+        {"a thread of no task",
+         [&](peer &) {
+             const pid_t child = fork();
+             if (child == 0)
+                 _exit(peer(machine).greet({.what = wire::purpose::join}) == wire::verdict::refused ? 0 : 1);
+             int status = -1;
+             return waitpid(child, &status, 0) == child && status == 0;
+         }},
+        {"a second hello",
+         [&](peer &bad) {
+             return bad.greet({.what = wire::purpose::join}) == wire::verdict::welcome &&
+                    bad.put(&hello, sizeof hello) && bad.has_ended();
+         }},
+        {"a long packet",
+         [&](peer &bad) {
+             return bad.greet({.what = wire::purpose::join}) == wire::verdict::welcome &&
+                    bad.put(noise, sizeof noise) && bad.has_ended();
+         }},
+        {"an unknown call",
+         [](peer &bad) {
+             return bad.greet({.what = wire::purpose::join}) == wire::verdict::welcome &&
+                    bad.ask(0xFFFF, {}).result == 999;
+         }},
+    };
+    for (const auto &[name, misbehaves] : rows) {
+        peer bad(machine);
+        EXPECT_TRUE(misbehaves(bad)) << name;
+        EXPECT_NE(good.make_port(), NO_OBJECT) << name;
+    }
+}
+
+// Messages to a server that reads them and dies: the answer that the machine gives in its place.
+TEST(RunningMachine, AnswersForADeadServer) {
+    running machine;
+    peer client(machine);
+    ASSERT_EQ(client.greet(), wire::verdict::welcome);
+    struct row {
+        std::vector<uint32_t> codes;
+        uint64_t code, word2;
+    };
+    const row rows[] = {
+        {{DEVMSG_OPEN}, DEVMSG_OPENED, 0},
+        {{DEVMSG_CLOSE}, DEVMSG_CLOSED, 0},
+        {{IOMSG_BEGIN}, IOMSG_FAILED, 5},
+        {{IOMSG_BEGIN, IOMSG_ABORT}, IOMSG_ABORTED, 5},
+        {{DEVMSG_CREATE_REQUEST}, 0, 0},  // its answer would come on a port of the server's
+        {{}, 0, 0},                       // dead before the message
+    };
+    for (const auto &[codes, code, word2] : rows) {
+        int ports[2];
+        ASSERT_EQ(pipe(ports), 0);
+        const pid_t server = fork();
+        if (server == 0) {
+            peer serving(machine);
+            serving.greet();
+            const uint64_t made[] = {serving.make_port(), serving.make_port()};  // the server's and a private one
+            if (write(ports[1], made, sizeof made) != sizeof made) _exit(1);
+            for (size_t i = 0; i < codes.size(); i++) serving.receive(made[0]);
+            kill(getpid(), SIGKILL);
+        }
+        uint64_t made[2] = {};
+        ASSERT_EQ(read(ports[0], made, sizeof made), static_cast<ssize_t>(sizeof made));
+        const uint64_t reply = client.make_port();
+        for (const uint32_t sent : codes) {
+            const bool close = sent == DEVMSG_CLOSE;
+            EXPECT_EQ(client.ask(call::send_msg, {made[0], close ? 0 : reply, sent, close ? reply : 5}).result, 0u);
+        }
+        const wire::answer answered = client.receive(code != 0 ? reply : made[1]);
+        EXPECT_EQ(answered.result, code != 0 ? RESULT_SUCCESS : RESULT_NO_OBJECT);
+        EXPECT_EQ(answered.words[1], code);
+        EXPECT_EQ(answered.words[2], word2);
+        waitpid(server, nullptr, 0);
+        EXPECT_EQ(client.ask(call::send_msg, {made[0], reply, IOMSG_BEGIN, 5}).result, RESULT_NO_OBJECT);
+        const wire::answer nothing = client.ask(call::recv_msg, {reply, 1, 1, 1, 0});
+        EXPECT_EQ(nothing.result, RESULT_TIMEOUT) << std::hex << nothing.words[1];
+        client.ask(call::delete_object, {reply, DELETE_OBJECT});
+        close(ports[0]);
+        close(ports[1]);
+    }
+}
+
+// A task that dies in the middle of a wait leaves nothing, and a machine that is asked to end leaves nobody waiting.
+TEST(RunningMachine, LeavesNothingOfATaskThatDied) {
+    running machine;
+    for (int i = 0; i < 3; i++) {
+        const pid_t child = fork();
+        if (child == 0) {
+            peer dying(machine);
+            dying.greet();
+            const uint64_t port = dying.make_port();
+            dying.ask(call::create_handle, {0, port, 0});
+            dying.ask(call::create_iterator, {0, 0});
+            dying.ask(call::get_state, {KSTATE_REGISTRY_PORT});
+            if (i == 1) alarm(0), raise(SIGKILL);
+            dying.receive(port);
+            _exit(0);
+        }
+        usleep(200000);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    peer waiting(machine);
+    waiting.greet();
+    const uint64_t port = waiting.make_port();
+    const wire::request asked{.what = static_cast<uint32_t>(call::recv_msg),
+                              .words = {port, 1, 1, 1, static_cast<uint64_t>(WAIT_FOREVER)}};
+    waiting.put(&asked, sizeof asked);
+    const std::string said = machine.end(SIGTERM);
+    wire::answer answered;
+    EXPECT_TRUE(waiting.get(answered) || waiting.has_ended());
+    EXPECT_NE(said.find("end: tasks 0, connections 0, handles 1, blocks 0"), said.npos) << said;
+    EXPECT_FALSE(std::filesystem::exists(machine.path()));
+}
+
+}  // namespace
