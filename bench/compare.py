@@ -29,7 +29,7 @@ COPIES = tempfile.TemporaryDirectory()
 
 PEERS = {  # what is compared with, and the Debian package that brings it
     "ps": "procps", "free": "procps", "uptime": "procps", "busybox": "busybox-static", "column": "bsdextrautils",
-    "cat": "coreutils", "sort": "coreutils", "valgrind": "valgrind", "strace": "strace",
+    "cat": "coreutils", "sort": "coreutils", "valgrind": "valgrind", "strace": "strace", "lsof": "lsof",
 }
 
 
@@ -184,6 +184,21 @@ def processes(options):
                 [(floor("reads every comm", "processes", "--flat", "comm"), 1.2)], 2 * rounds)
 
 
+def details(options):
+    """200 programs as people run them, with shared libraries and some 40 mappings each, and 200 bare ones."""
+    rounds = options.rounds or 25
+    with contextlib.ExitStack() as opened:
+        for _ in range(200):
+            ordinary = subprocess.Popen(["sleep", "100000"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL)
+            opened.callback(ordinary.wait)
+            opened.callback(ordinary.kill)
+        print("with 200 ordinary processes more:")
+        compare(ventix("treereg", "run/info"), [(Program("lsof -n", "lsof", "-n"), 1.5)], rounds)
+    with helper("sleepers", 200) as made:
+        print(f"with {made} bare processes more:")
+        compare(ventix("treereg", "run/info"), [(Program("lsof -n", "lsof", "-n"), 1.5)], rounds)
+
+
 def tables(options):
     rounds = options.rounds or 5
     rows = 1_000_000
@@ -292,7 +307,7 @@ def counts(_):
         print(f"{program.label:34} {numbers[0]:>14} {numbers[1]:>14}", flush=True)
 
 
-GROUPS = {"start": start_up, "processes": processes, "tables": tables, "log": log, "growth": growing, "calls": calls,
+GROUPS = {"start": start_up, "processes": processes, "details": details, "tables": tables, "log": log, "growth": growing, "calls": calls,
           "counts": counts}
 
 

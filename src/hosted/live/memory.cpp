@@ -208,21 +208,20 @@ std::vector<address_space> x86_64_spaces(bool five_level, std::optional<address_
     return spaces;
 }
 
+// Above the direct mapping are the modules, the mapping area, fixed mappings and page descriptors. Where one of these
+// ends and the next begins differs between versions of the kernel; only the modules are known apart, by their segment.
 std::vector<address_space> aarch64_spaces(unsigned address_bits, std::optional<address_range> modules, uint64_t page) {
-    constexpr uint64_t guard_size = uint64_t{256} << 20;
-    constexpr uint64_t descriptor_size = 64;  // of a page, bytes
+    // Of more address bits the mapping area does not make use: it stays where a processor without them has it.
+    constexpr uint64_t medium_page = 16 << 10;
+    const unsigned shared_bits = std::min(address_bits, address_bits > 48 && page == medium_page ? 47U : 48U);
     const uint64_t kernel = 0 - (uint64_t{1} << address_bits);
-    const uint64_t direct_end = 0 - (uint64_t{1} << (std::min(address_bits, 48U) - 1));
-    const uint64_t descriptors = 0 - (uint64_t{1} << address_bits) / page * descriptor_size;
+    const uint64_t direct_end = 0 - (uint64_t{1} << (shared_bits - 1));
     std::vector<address_space> spaces = {
         space_of({0, (uint64_t{1} << address_bits) - 1}, false, page), space_of({kernel, LAST_ADDRESS}, true, page),
         space_of({kernel, direct_end - 1}, true, page),  // direct mapping
     };
     if (modules) spaces.push_back(space_of(*modules, true, page));
-    const uint64_t mappings = modules ? modules->last + 1 : direct_end;
-    spaces.push_back(space_of({mappings, descriptors - guard_size - 1}, true, page));
-    const uint64_t descriptors_end = descriptors + (direct_end - kernel) / page * descriptor_size;
-    spaces.push_back(space_of({descriptors, descriptors_end - 1}, true, page));
+    spaces.push_back(space_of({modules ? modules->last + 1 : direct_end, LAST_ADDRESS}, true, page));
     return spaces;
 }
 

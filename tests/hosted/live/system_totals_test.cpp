@@ -137,14 +137,17 @@ TEST(LiveMemory, SpacesFillTheAddressSpace) {
     constexpr address_range arm_modules = {0xFFFF800000000000, 0xFFFF80007FFFFFFF};
     const struct {
         std::vector<address_space> spaces;
-        uint64_t page, user_end, kernel_begin;
+        uint64_t page, user_end, kernel_begin, mappings;
     } cases[] = {
-        {x86_64_spaces(false, std::nullopt, 4096), 4096, 0x7FFFFFFFEFFF, 0xFFFF800000000000},
-        {x86_64_spaces(true, modules, 4096), 4096, 0xFFFFFFFFFFEFFF, 0xFF00000000000000},
-        {aarch64_spaces(48, std::nullopt, 4096), 4096, 0xFFFFFFFFFFFF, 0xFFFF000000000000},
-        {aarch64_spaces(52, arm_modules, 65536), 65536, 0xFFFFFFFFFFFFF, 0xFFF0000000000000},
+        {x86_64_spaces(false, std::nullopt, 4096), 4096, 0x7FFFFFFFEFFF, 0xFFFF800000000000, 0xFFFFC90000000000},
+        {x86_64_spaces(true, modules, 4096), 4096, 0xFFFFFFFFFFEFFF, 0xFF00000000000000, 0xFFA0000000000000},
+        {aarch64_spaces(39, std::nullopt, 4096), 4096, 0x7FFFFFFFFF, 0xFFFFFF8000000000, 0xFFFFFFC000000000},
+        {aarch64_spaces(48, std::nullopt, 4096), 4096, 0xFFFFFFFFFFFF, 0xFFFF000000000000, 0xFFFF800000000000},
+        {aarch64_spaces(52, arm_modules, 65536), 65536, 0xFFFFFFFFFFFFF, 0xFFF0000000000000, 0xFFFF800000000000},
+        {aarch64_spaces(52, std::nullopt, 16384), 16384, 0xFFFFFFFFFFFFF, 0xFFF0000000000000, 0xFFFFC00000000000},
     };
-    for (const auto &[spaces, page, user_end, kernel_begin] : cases) {
+    for (const auto &[spaces, page, user_end, kernel_begin, mappings] : cases) {
+        EXPECT_EQ(spaces[3].begin, mappings) << kernel_begin;
         EXPECT_EQ(spaces[0].pages * page - 1, user_end);
         EXPECT_EQ(spaces[1].begin, kernel_begin);
         EXPECT_EQ(spaces[1].begin + spaces[1].pages * page, 0U) << kernel_begin;
@@ -152,7 +155,7 @@ TEST(LiveMemory, SpacesFillTheAddressSpace) {
         for (size_t i = 2; i < spaces.size(); i++) {
             EXPECT_GE(spaces[i].begin, free_from) << kernel_begin << ' ' << i;
             free_from = spaces[i].begin + spaces[i].pages * page;
-            EXPECT_GT(free_from, spaces[i].begin) << kernel_begin << ' ' << i;
+            EXPECT_GT(free_from - 1, spaces[i].begin) << kernel_begin << ' ' << i;
         }
     }
 }
