@@ -3,7 +3,10 @@
 #include "hosted/live/memory.h"
 
 #include <elf.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
+#include <sys/sysinfo.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -112,6 +115,23 @@ const memory_account &memory_map::account() {
     return *account_;
 }
 
+// A system call returns the same amounts at a fraction of what the text costs. Where a file of another system is
+// mounted over the text, as containers have it, that file counts.
+const memory_amounts &memory_map::amounts() {
+    if (!amounts_) {
+        struct statfs mounted {};
+        struct sysinfo now {};
+        const bool own = statfs((roots_.proc + "/meminfo").c_str(), &mounted) == 0 &&
+                         mounted.f_type == PROC_SUPER_MAGIC && sysinfo(&now) == 0;
+        if (own) {
+            amounts_ = {uint64_t{now.totalram} * now.mem_unit, uint64_t{now.freeram} * now.mem_unit};
+        } else {
+            amounts_ = account();
+        }
+    }
+    return *amounts_;
+}
+
 // ---- zones ----------------------------------------------------------------------------------------------------------
 
 std::vector<memory_zone> parse_zones(std::string_view text) {
@@ -128,7 +148,11 @@ std::vector<memory_zone> parse_zones(std::string_view text) {
         }
         zone = {};
     };
-    for (scanner scan(text); !scan.done(); scan.skip_past('\n')) {
+    for (scanner lines(text); !lines.done();) {
+        const std::string_view line = lines.line();
+        // Most lines are counters, indented by 6, or figures of a processor, indented by more than 8.
+        if (line.size() > 8 && line[5] == ' ' && (line[6] != ' ' || line[8] == ' ')) continue;
+        scanner scan(line);
         std::string_view key = scan.word();
         if (key == "Node") finish();
         if (key == "pages") key = scan.word();  // "pages free", the first of a zone's figures
@@ -165,7 +189,7 @@ void add_uninitialised(std::span<memory_zone> zones, uint64_t total_pages, uint6
 std::span<const memory_zone> memory_map::zones() {
     if (!zones_) {
         auto zones = parse_zones(read_table(roots_.proc + "/zoneinfo"));
-        add_uninitialised(zones, account().total / page_size(), account().free / page_size());
+        add_uninitialised(zones, amounts().total / page_size(), amounts().free / page_size());
         zones_ = std::move(zones);
     }
     return *zones_;

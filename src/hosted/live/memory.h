@@ -16,12 +16,15 @@ namespace hosted::live {
 
 uint64_t page_size();  // bytes
 
-struct memory_account {  // bytes
+struct memory_amounts {  // bytes
     uint64_t total = 0;
     uint64_t free = 0;
-    uint64_t reclaimable = 0;    // buffers, cache and reclaimable slab
-    uint64_t reclaim_used = 0;   // of it: active or dirty file pages, at most all
-    uint64_t virtual_total = 0;  // the kernel's mapping area
+};
+
+struct memory_account : memory_amounts {  // bytes
+    uint64_t reclaimable = 0;             // buffers, cache and reclaimable slab
+    uint64_t reclaim_used = 0;            // of it: active or dirty file pages, at most all
+    uint64_t virtual_total = 0;           // the kernel's mapping area
     uint64_t virtual_used = 0;
 };
 
@@ -71,6 +74,7 @@ public:
     explicit memory_map(const file_roots &roots) : roots_(roots) {}
 
     const memory_account &account();
+    const memory_amounts &amounts();
     std::span<const memory_zone> zones();
     std::span<const address_space> spaces();
     const memory_zone *main_zone();  // the one with most pages; null where no zone is known
@@ -85,6 +89,7 @@ private:
 
     const file_roots &roots_;
     std::optional<memory_account> account_;
+    std::optional<memory_amounts> amounts_;
     std::optional<std::vector<memory_zone>> zones_;
     std::optional<std::vector<address_space>> spaces_;
 };

@@ -164,7 +164,7 @@ constexpr system_entry MEMORY[] = {
     {"page_size", [](const file_roots &) { return number_key(page_size()); }},
     {"total",
      [](const file_roots &roots) {
-         const uint64_t total = memory_map(roots).account().total;
+         const uint64_t total = memory_map(roots).amounts().total;
          return total != 0 ? number_key(total) : node_pointer();
      }},
 };

@@ -11,8 +11,8 @@ namespace hosted::live {
 bool totals::state(uint64_t item, uint64_t &value) {
     switch (item) {
     case KSTATE_PAGE_SIZE: value = page_size(); return true;
-    case KSTATE_FREE_PAGES: value = memory_.account().free / page_size(); return true;
-    case KSTATE_TOTAL_PAGES: value = memory_.account().total / page_size(); return true;
+    case KSTATE_FREE_PAGES: value = memory_.amounts().free / page_size(); return true;
+    case KSTATE_TOTAL_PAGES: value = memory_.amounts().total / page_size(); return true;
     case KSTATE_RECLAIM_PAGES: value = memory_.account().reclaimable / page_size(); return true;
     case KSTATE_RECLAIM_USED_PAGES: value = memory_.account().reclaim_used / page_size(); return true;
     case KSTATE_VIRT_TOTAL_PAGES: value = memory_.account().virtual_total / page_size(); return true;
@@ -25,12 +25,12 @@ bool totals::state(uint64_t item, uint64_t &value) {
     // Where no zone is known, all memory is one chunk.
     case KSTATE_MAIN_CHUNK_PAGES: {
         const memory_zone *zone = memory_.main_zone();
-        value = zone ? zone->pages : memory_.account().total / page_size();
+        value = zone ? zone->pages : memory_.amounts().total / page_size();
         return true;
     }
     case KSTATE_MAIN_CHUNK_FREE_PAGES: {
         const memory_zone *zone = memory_.main_zone();
-        value = zone ? zone->free : memory_.account().free / page_size();
+        value = zone ? zone->free : memory_.amounts().free / page_size();
         return true;
     }
 
