@@ -1,7 +1,9 @@
-// bench/floor/sleepers.c - COUNT sleeping processes, for measuring listings. Prints a line when all exist, and ends them,
-// each by its id, when standard input ends. They end with their parent in any case.
+// bench/floor/sleepers.c - COUNT sleeping processes, for measuring listings: copies of this one, or a program. Prints their
+// count when all exist, and ends them, each by its id, when standard input ends. They end with their parent in any case.
 //
-//   sleepers COUNT
+//   sleepers COUNT [PROGRAM ARGUMENT...]
+#define _GNU_SOURCE
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -15,10 +17,15 @@ int main(int argc, char **argv) {
     const pid_t parent = getpid();
     long made = 0;
     for (; ids && made < count; made++) {
-        ids[made] = fork();
+        ids[made] = argc > 2 ? vfork() : fork();  // with vfork(), the program runs when it returns
         if (ids[made] < 0) break;
         if (ids[made] > 0) continue;
         prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (argc > 2) {
+            dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+            execvp(argv[2], argv + 2);
+            _exit(1);
+        }
         while (getppid() == parent) pause();
         _exit(0);
     }

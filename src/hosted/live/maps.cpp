@@ -2,10 +2,12 @@
 #include "hosted/live/maps.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <string>
 #include <unordered_map>
 
@@ -95,23 +97,48 @@ bool parse_mapping(std::string_view line, mapping_line &out) {
     return true;
 }
 
-// A listing of all processes counts for each, so only the part of a line that identifies the file is read, and only
-// where it differs from the line before. Few files get as far as the sort.
-int count_memos(proc_root &root, int directory, uint64_t &count) {
-    auto &files = root.mapped_files;
-    files.clear();
-    uint64_t unnamed = 0;
+namespace {
+
+// Counts mappings as memos, file by file.
+class memo_counter {
+public:
+    explicit memo_counter(proc_root &root) : files_(root.mapped_files) { files_.clear(); }
+
+    // Returns whether it is one of a file.
+    bool add(uint64_t device, uint64_t inode) {
+        if (inode == 0) {
+            ++unnamed_;
+        } else if (files_.empty() || files_.back() != file_key(device, inode)) {
+            files_.emplace_back(device, inode);
+        }
+        return inode != 0;
+    }
+    void add_unnamed(uint64_t count) { unnamed_ += count; }
+
+    uint64_t count() {
+        std::sort(files_.begin(), files_.end());
+        return unnamed_ + static_cast<uint64_t>(std::unique(files_.begin(), files_.end()) - files_.begin());
+    }
+
+private:
+    std::vector<file_key> &files_;
+    uint64_t unnamed_ = 0;
+};
+
+// Of a line, only the part that identifies the file is read, and only where it differs from the line before.
+int count_lines(proc_root &root, int directory, const char *path, uint64_t &count) {
+    memo_counter memos(root);
     char last[48];  // "MAJOR:MINOR INODE " of the line before
     size_t last_length = 0;
     bool last_unnamed = false;
-    const int error = root.reader.lines(directory, "maps", [&](std::string_view text) {
+    const int error = root.reader.lines(directory, path, [&](std::string_view text) {
         scanner scan(text);
         scan.skip_past(' ');  // addresses
         scan.skip(PERMISSIONS + 1);
         scan.skip_past(' ');  // offset
         const std::string_view rest = scan.rest();
         if (last_length != 0 && rest.starts_with(std::string_view(last, last_length))) {
-            unnamed += last_unnamed;
+            memos.add_unnamed(last_unnamed);
             return;
         }
         mapping_line line;
@@ -119,18 +146,79 @@ int count_memos(proc_root &root, int directory, uint64_t &count) {
         const bool whole = scan.take(' ');
         const size_t length = rest.size() - scan.rest().size();
         last_length = whole && length <= sizeof last ? rest.copy(last, length) : 0;
-        last_unnamed = line.inode == 0;
-        if (last_unnamed) {
-            ++unnamed;
-        } else {
-            files.emplace_back(line.device, line.inode);
-        }
+        last_unnamed = !memos.add(line.device, line.inode);
     });
-    if (error != 0) return error;
-    std::sort(files.begin(), files.end());
-    const auto distinct = std::unique(files.begin(), files.end()) - files.begin();
-    count = unnamed + static_cast<uint64_t>(distinct);
+    if (error == 0) count = memos.count();
+    return error;
+}
+
+// The argument of an ioctl on "maps", from Linux 6.11 on, that answers for the mapping at or after an address. It
+// spares the system from writing a text, which for files includes their paths.
+struct mapping_query {
+    uint64_t size;
+    uint64_t flags;
+    uint64_t address;
+    uint64_t begin, end;  // from here on the answer
+    uint64_t permissions, page_size, offset, inode;
+    uint32_t device_major, device_minor;
+    uint32_t name_size, build_id_size;  // 0: not asked for
+    uint64_t name, build_id;
+};
+static_assert(sizeof(mapping_query) == 104);
+constexpr unsigned long QUERY_MAPPING = _IOWR('f', 17, mapping_query);
+constexpr uint64_t AT_OR_AFTER = 0x10;
+
+// Returns 0, ENOTTY where the system does not answer so, or another error number.
+//   end  out: of the last mapping
+int count_queries(proc_root &root, int directory, const char *path, uint64_t &count, uint64_t &end) {
+    const descriptor file = open_file(directory, path);
+    if (!file) return errno;
+    memo_counter memos(root);
+    mapping_query query{};
+    for (end = 0;; end = query.end) {
+        query.size = sizeof query;
+        query.flags = AT_OR_AFTER;
+        query.address = end;
+        if (ioctl(file.get(), QUERY_MAPPING, &query) != 0) break;
+        if (query.end <= end) return ENOTTY;
+        memos.add(uint64_t{query.device_major} << 32 | query.device_minor, query.inode);
+    }
+    if (errno != ENOENT && !means_gone(errno)) return errno;
+    count = memos.count();
     return 0;
+}
+
+// Whether to count by queries: from the second process on, where the system answers them for this process.
+bool has_queries(proc_root &root) {
+    if (root.queries == proc_root::mapping_queries::unused) {
+        root.queries = proc_root::mapping_queries::untried;
+    } else if (root.queries == proc_root::mapping_queries::untried) {
+        uint64_t lines = 0, answers = 0, end = 0;
+        const bool answered = count_lines(root, root.directory(), "self/maps", lines) == 0 &&
+                              count_queries(root, root.directory(), "self/maps", answers, end) == 0;
+        root.queries =
+            answered && answers <= lines ? proc_root::mapping_queries::answered : proc_root::mapping_queries::refused;
+        root.unanswered_mappings = lines - answers;
+    }
+    return root.queries == proc_root::mapping_queries::answered;
+}
+
+}  // namespace
+
+// A listing of all processes counts for each. The text of a 64-bit process may have a line for a page that the kernel
+// shows in each of them but does not keep as a mapping of theirs ([vsyscall]); such lines of this process are those of
+// every other one. A program of 32 bits does not have them, and has nothing above 4 GiB.
+int count_memos(proc_root &root, int directory, uint64_t &count) {
+    if (has_queries(root)) {
+        uint64_t end = 0;
+        const int error = count_queries(root, directory, "maps", count, end);
+        if (error == 0 && (end >> 32 != 0 || root.unanswered_mappings == 0)) {
+            count += root.unanswered_mappings;
+            return 0;
+        }
+        if (means_gone(error) || means_hidden(error)) return error;
+    }
+    return count_lines(root, directory, "maps", count);
 }
 
 int process_map::read(proc_root &root, int directory) {

@@ -30,6 +30,12 @@ struct proc_root {
     uint64_t ticks_per_second;  // of the times in the process file system
     int self;                   // the calling process
 
+    // Whether the mappings of a process are counted by queries, which is found out for the second one, and how many
+    // mappings of a process's text they leave out.
+    enum class mapping_queries : uint8_t { unused, untried, answered, refused };
+    mapping_queries queries = mapping_queries::unused;
+    uint64_t unanswered_mappings = 0;
+
     // Scratch memory, reused for each process.
     std::vector<int> threads;
     std::vector<std::pair<uint64_t, uint64_t>> mapped_files;
