@@ -12,12 +12,15 @@ one that is free: a number goes from one process to the next within a millisecon
 Each process of the storm is of a kind. It begins as its maker and with its maker's name; then it takes a name that
 tells its number and its kind, and then the mapping, the nice level and the user of that kind. So what a row shows of a
 kind goes with the name of that kind alone, and one that mixes two processes shows, even where both had one number.
+Signals that are sent to a process by its name carry its kind, so that one which reaches the next process of its number
+shows as well.
 Everything that is started here ends with what started it.
 """
 import ctypes
 import mmap
 import os
 import random
+import re
 import signal
 import struct
 import subprocess
@@ -33,6 +36,8 @@ LOWEST = 300  # the storm's numbers are above it, where it has numbers of its ow
 MAKERS, PACE, LEAST_RATE = 2, 300, 200  # processes a second: that each maker starts, that all must reach
 MANY = 60000  # mappings
 BOUND = 20  # seconds that a run may take
+FIRST_SIGNAL = 40  # for processes of kind 0; no library uses these
+SIGNALS = set(range(FIRST_SIGNAL, FIRST_SIGNAL + KINDS))
 THREAD = 1 << 32  # handle of a thread: this + its number
 
 libc = ctypes.CDLL(None)
@@ -268,13 +273,15 @@ def name_of(task, kind):
     return name if kind % 2 else name.rjust(15, "0")  # with 15 characters it may have been cut, for all one knows
 
 
-def be_stormy(kind):
+def be_stormy(kind, reached):
     take_name(name_of(os.getpid(), kind))
     libc.mmap(place_of(kind), mmap.PAGESIZE, 1, PRIVATE_ANONYMOUS | JUST_THERE, -1, 0)
     os.setpriority(os.PRIO_PROCESS, 0, level_of(kind))
     if ROOT:
         become(FIRST_USER + kind)
     time.sleep(kind % 4 * 0.001)
+    for received in signal.sigpending() & SIGNALS:
+        reached[received == FIRST_SIGNAL + kind] = 1
     os._exit(0)
 
 
@@ -283,12 +290,13 @@ def make(which, own_numbers, started):
     signal.signal(signal.SIGCHLD, signal.SIG_DFL if which else signal.SIG_IGN)
     last = os.open("/proc/sys/kernel/ns_last_pid", os.O_WRONLY) if own_numbers else None
     take_name("maker")
+    signal.pthread_sigmask(signal.SIG_BLOCK, SIGNALS)
     begin, count, ended = time.monotonic(), 0, 0
     while True:
         if own_numbers:
             os.pwrite(last, str(LOWEST).encode(), 0)
         if os.fork() == 0:
-            be_stormy((count + 3 * which) % KINDS)
+            be_stormy((count + 3 * which) % KINDS, memoryview(started)[8 * MAKERS:])
         count += 1
         struct.pack_into("Q", started, 8 * which, count)
         time.sleep(max(begin + count / PACE - time.monotonic(), 0))
@@ -307,7 +315,8 @@ def stay(name, user, threads):
 class Storm:
     def __init__(self, tally, own_numbers):
         self.tally, self.own_numbers = tally, own_numbers
-        self.started = mmap.mmap(-1, 8 * MAKERS)
+        # What each maker has started, and whether signals have reached others than those that they were sent to, or those.
+        self.started = mmap.mmap(-1, 8 * MAKERS + 2)
         take_name("storm")
         self.everyone = {os.getpid(): ("storm", os.geteuid())}  # all of known name and user
         self.children, self.keepers = [], []
@@ -322,7 +331,10 @@ class Storm:
         return self.children[-1].await_stat(f"({name}) ").id
 
     def count(self):
-        return sum(struct.unpack(f"{MAKERS}Q", self.started))
+        return sum(struct.unpack_from(f"{MAKERS}Q", self.started))
+
+    def reached(self):
+        return self.started[8 * MAKERS:]
 
     def run(self, turn, command, executable):
         keeper = self.keepers[turn // 6 % len(self.keepers)]
@@ -330,12 +342,20 @@ class Storm:
         other, by_number = turn % 2 == 1, self.own_numbers and turn // 2 % 3 != 0
         if command in ("task", "lsisr"):
             words = [command, "-A" if command == "task" else "-s", "-n"]
+        elif command == "raiseexc":
+            kind = random.randrange(KINDS)
+            words = [command, "-p", str(FIRST_SIGNAL + kind), "SIGNAL", *(name_of(LOWEST + i, kind) for i in range(1, 5))]
         elif by_number:
             words = [command, "-nP" if command == "tview" else "-P", *(hex(LOWEST + i) for i in range(1, 5))]
         else:
             words = [command, name]
 
         def check(run):
+            if command == "raiseexc":  # the process may have gone, or be another user's
+                fates = re.compile(r"raiseexc: [\d.]+: (process not found|failed to raise exception \(0x000[25]\)\.)\n")
+                run.err = fates.sub("", run.err)
+                need(run.err == "" and run.status in (0, 1), f"says: {run.err}, status {run.status}")
+                return
             listed = command in ("threads", "tview")
             refused = command == "tview" and run.foreign and user != run.user
             run.check_end(listed and (by_number or refused))
@@ -413,8 +433,9 @@ def storm(executables, own_numbers, runs):
     around = Storm(tally, own_numbers)
     try:
         begin, before = time.monotonic(), around.count()
+        commands = ("task", "threads", "tview", "lsisr", *["raiseexc"] * (4 if own_numbers else 0))
         for i in range(runs):
-            turn, command = i // 4, ("task", "threads", "tview", "lsisr")[i % 4]
+            turn, command = i // len(commands), commands[i % len(commands)]
             sanitized = turn % 11 == 10
             tally.sanitized += sanitized
             around.run(turn, command, executables[sanitized])
@@ -425,6 +446,11 @@ def storm(executables, own_numbers, runs):
         tally.find("one of the storm's own processes ended")
     if processes < LEAST_RATE * seconds:
         tally.find(f"not even {LEAST_RATE} processes a second")
+    wrongly, rightly = around.reached()
+    if wrongly:
+        tally.find("a signal reached the next process of a number")
+    if own_numbers and not rightly:
+        tally.find("no signal reached the process that it was sent to")
     if tally.stormy == 0:
         tally.find("nothing of the storm was seen")
     print(f"{tally.runs} runs in {seconds:.1f} s, {tally.other} for another user, {tally.sanitized} sanitized; "

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <functional>
 
 #include "hosted/live/control.h"
 #include "hosted/live/files.h"
@@ -26,10 +27,11 @@ public:
 
     uint64_t step() override {
         while (at_ < numbers_.size()) {
+            const uint64_t ticks = table_.now_ticks();
             if (!current_.open(numbers_[at_++])) continue;
             current_.assume_process();
             if (table_.was_ended(current_)) continue;
-            table_.hand_out(current_);
+            table_.hand_out(current_, ticks);
             return RESULT_SUCCESS;
         }
         current_.close();
@@ -146,12 +148,18 @@ bool process_table::was_ended(process &candidate) {
 
 // A number that was handed out before is bound anew if another process has it now. What is known of the former one is
 // forgotten.
-void process_table::hand_out(process &candidate) {
-    const auto [given, is_new] = handed_out_.try_emplace(candidate.number(), now_ticks());
+void process_table::hand_out(process &candidate, uint64_t ticks) {
+    const auto [given, is_new] = handed_out_.try_emplace(candidate.number(), binding{ticks});
     uint64_t start = 0;
-    if (is_new || !candidate.start(start) || start <= given->second) return;
-    given->second = now_ticks();
+    if (is_new || !candidate.start(start) || start <= given->second.ticks) return;
+    given->second = {std::max(ticks, start)};
     names_.erase(candidate.number());
+}
+
+// The time stays that of the first listing.
+void process_table::hand_out_by_name(int id, const std::string *name, uint64_t ticks) {
+    binding &given = handed_out_.try_emplace(id, binding{ticks}).first->second;
+    given.name_hash = name == nullptr ? 0 : std::hash<std::string>()(*name);
 }
 
 uint64_t process_table::now_ticks() const {
@@ -202,21 +210,20 @@ uint64_t process_table::listed_name(int id, const std::string *&name) {
     return RESULT_SUCCESS;
 }
 
-uint64_t process_table::listing::begin() {
-    return result_of(table_.root_.reader.list(table_.root_.directory(), ".", numbers_));
-}
+int process_table::listing::begin() { return table_.root_.reader.list(table_.root_.directory(), ".", numbers_); }
 
 int process_table::listing::next(const std::string *&name) {
     while (at_ < numbers_.size()) {
         const int id = numbers_[at_++];
+        const uint64_t ticks = table_.now_ticks();
         if (table_.handed_out_.contains(id) || table_.ended_.contains(id)) {
             process candidate(table_.root_);
             if (!candidate.open(id) || table_.was_ended(candidate)) continue;
-            table_.hand_out(candidate);
+            table_.hand_out(candidate, ticks);
         }
         const uint64_t result = table_.listed_name(id, name);
         if (result == RESULT_NO_OBJECT || result == RESULT_NOT_PERMITTED) continue;
-        table_.hand_out_unseen(id);
+        table_.hand_out_by_name(id, name, ticks);
         return id;
     }
     return 0;
@@ -255,8 +262,15 @@ uint64_t process_table::hold(uint64_t handle, target &held) {
         if (held.looked_at.has_gone()) return RESULT_NO_OBJECT;
         return held.looked_at.failure() != RESULT_SUCCESS ? held.looked_at.failure() : uint64_t{RESULT_NOT_PERMITTED};
     }
-    const auto given = handed_out_.find(id);
-    if (given != handed_out_.end() && start > given->second) return RESULT_NO_OBJECT;
+    if (const auto given = handed_out_.find(id); given != handed_out_.end()) {
+        const auto &[ticks, name_hash] = given->second;
+        if (start > ticks) return RESULT_NO_OBJECT;
+        // Within one tick of the system's times, it may be another one.
+        std::string name;
+        if (start == ticks && name_hash != 0 &&
+            (held.looked_at.name(name) != RESULT_SUCCESS || std::hash<std::string>()(name) != name_hash))
+            return RESULT_NO_OBJECT;
+    }
     asked_.close();  // what is known of it may be about to change
     return RESULT_SUCCESS;
 }

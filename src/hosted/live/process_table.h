@@ -3,8 +3,8 @@
 //
 // A handle names a process only if it is the positive number of an existing one; nothing else ever reaches a call that
 // acts. A number that this run handed out, by a walk or by the registry, is bound to the process that had it then. One
-// that has the number later is not acted on before it is handed out itself. A process that this run
-// has ended is gone, whatever its parent does.
+// that has the number later started later, or where the system's times do not show that has another name; it is not
+// acted on before it is handed out itself. A process that this run has ended is gone, whatever its parent does.
 #pragma once
 
 #include <cstdint>
@@ -62,8 +62,15 @@ private:
     friend class thread_walk;
     struct target;
 
-    void hand_out(process &candidate);
-    void hand_out_unseen(int id) { handed_out_.try_emplace(id, now_ticks()); }
+    // A number that was handed out: when, in ticks since boot, and to a process of which name.
+    struct binding {
+        uint64_t ticks;
+        size_t name_hash = 0;  // 0: by number alone
+    };
+
+    // ticks: from before the process was looked at, so that one that gets its number afterwards started later.
+    void hand_out(process &candidate, uint64_t ticks);
+    void hand_out_by_name(int id, const std::string *name, uint64_t ticks);
     bool was_ended(process &candidate);
     uint64_t listed_name(int id, const std::string *&name);
     uint64_t hold(uint64_t handle, target &held);
@@ -75,8 +82,8 @@ private:
     std::vector<thread *> walked_threads_;
     process asked_;  // the last one named by handle
     thread asked_thread_;
-    std::unordered_map<int, uint64_t> handed_out_;  // when, in ticks since boot
-    std::unordered_map<int, uint64_t> ended_;       // start, in ticks since boot
+    std::unordered_map<int, binding> handed_out_;
+    std::unordered_map<int, uint64_t> ended_;  // start, in ticks since boot
     std::unordered_map<int, std::string> names_;
 };
 
@@ -85,7 +92,7 @@ class process_table::listing {
 public:
     explicit listing(process_table &table) : table_(table) {}
 
-    uint64_t begin();  // RESULT_ codes
+    int begin();  // returns 0 or the error number
 
     // The next process that has a name; 0 at the end.
     //   name  out: null if it could not be read
