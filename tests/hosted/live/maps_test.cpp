@@ -49,9 +49,11 @@ protected:
                                             MEMOINFO_VIEWS, MEMOINFO_DELETED, MEMOINFO_TYPE, MEMOINFO_FIXADDR})) {
             memos[row[OBJINFO_HANDLE]] = row;
         }
-        uint64_t count = 0;
-        owner->item(TASKINFO_MEMOS, count);
-        EXPECT_EQ(count, memos.size());
+        for (int times = 0; times < 3; times++) {  // by its text, and then by queries
+            uint64_t count = 0;
+            EXPECT_EQ(live::count_memos(processes.root(), owner->directory(), count), 0);
+            EXPECT_EQ(count, memos.size());
+        }
     }
     items view_at(int64_t address) {
         for (auto &view : views) {
