@@ -47,8 +47,9 @@ uint32_t error_word_of(uint64_t result) {
 
 class process_cursor : public registry_cursor {
 public:
-    explicit process_cursor(process_table &table) : listing_(table) {}
-    uint32_t begin() { return error_word_of(listing_.begin()); }
+    explicit process_cursor(process_table &table) : listing_(table) {
+        if (const int error = listing_.begin()) throw system_failure(PROCESS_DIRECTORY, error);
+    }
     bool next(registry_entry &entry) override {
         const std::string *name = nullptr;
         const int id = listing_.next(name);
@@ -103,10 +104,7 @@ std::unique_ptr<registry_cursor> run_registry::list(std::string_view path) {
     case location::run:
         return std::make_unique<fixed_cursor>(std::vector{std::string(PROC), std::string(DEV)}, REGTYPE_DIR, 0,
                                               details_.list({}));
-    case location::processes: {
-        auto made = std::make_unique<process_cursor>(processes_);
-        return made->begin() == 0 ? std::move(made) : nullptr;
-    }
+    case location::processes: return std::make_unique<process_cursor>(processes_);
     case location::devices: {
         std::vector<std::string> names = devices_.names();
         names.insert(names.begin(), std::string(SYSVC_DEVICE));
