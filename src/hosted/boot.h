@@ -11,7 +11,8 @@ namespace hosted {
 
 // The Linux system that the program runs on.
 //   message  out, on failure: "FILE: what is wrong", for a person
-//   returns  null where the process file system is not mounted, or shows nothing but processes
+//   returns  null where too few file descriptors are left, or the process file system is not mounted or shows nothing
+//            but processes
 std::unique_ptr<machine> make_live_machine(std::string &message);
 
 // Loads the machine file at path. With a save path the machine is written there at the end of the run. If both name the

@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <new>
 
-#include "hosted/descriptors.h"
+#include "hosted/kernel/list_failure.h"
 #include "hosted/kernel/run.h"
 #include "hosted/wire/guest.h"
 #include "platform/kernel.h"
@@ -128,7 +128,9 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
         }
     } catch (const std::bad_alloc &thrown) {
         const bool cannot_fail = properties_of(which).returns == call_returns::value;
-        if (cannot_fail && dynamic_cast<const system_failure *>(&thrown) != nullptr) end_unreadable(thrown.what());
+        const auto *failure = dynamic_cast<const system_failure *>(&thrown);
+        if (failure != nullptr && (cannot_fail || dynamic_cast<const list_failure *>(failure) != nullptr))
+            end_unreadable(failure->what());
         result = fail(who, which, RESULT_NO_MEMORY, 0);
     }
     if (who.fate != fate::returns) {

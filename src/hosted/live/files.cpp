@@ -1,6 +1,12 @@
 // hosted/live/files.cpp - reading the operating system's files.
 #include "hosted/live/files.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 #include "platform/kernel.h"
@@ -26,6 +32,22 @@ template <class Read> int open_and(const std::string &path, Read read) {
 int unless_exhausted(int error, const std::string &path) {
     if (error == EMFILE || error == ENFILE || error == ENOMEM) throw system_failure(path, error);
     return error;
+}
+
+// A poll of numbers that are not open reports each of them, and fails where they are more than the process may have
+// open. Only where some are in use by files that this process was started with are the numbers taken to count them.
+bool can_open(size_t count) {
+    constexpr size_t first = STDERR_FILENO + 1;
+    std::array<pollfd, 16> numbers{};
+    count = std::min(count, numbers.size() - first);
+    for (size_t i = 0; i < first + count; ++i) numbers[i].fd = i < first ? -1 : static_cast<int>(i);
+    if (poll(numbers.data(), first + count, 0) == static_cast<int>(count)) return true;
+    std::array<descriptor, numbers.size()> taken;
+    for (size_t i = 0; i < count; ++i) {
+        taken[i] = open_file(AT_FDCWD, "/", O_PATH);
+        if (!taken[i]) return false;
+    }
+    return true;
 }
 
 int read_file(const std::string &path, std::span<char> buffer, std::string_view &text) {

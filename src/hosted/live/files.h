@@ -33,6 +33,9 @@ inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read
 // Throws system_failure where an error says that the system has no descriptors or no memory left; returns it otherwise.
 int unless_exhausted(int error, const std::string &path);
 
+// Whether the process can open so many files more, 13 at most.
+bool can_open(size_t count);
+
 // Reads a file.
 //   text     out: the bytes, in buffer as far as it fits, or up to LARGEST_TEXT in place of what text held
 //   returns  0, or the error number; text is empty then

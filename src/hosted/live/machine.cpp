@@ -245,10 +245,19 @@ std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_vie
 
 }  // namespace live
 
+// What the machine has open at once, at most: the process file system, a process that is listed or held to be acted on,
+// its threads' directory, one of its threads and a file of that; another process beside it where two are looked at; and
+// the call log.
+constexpr size_t DESCRIPTORS_NEEDED = 7;
+
 // Without its process file system nothing is known of a system, and every figure would read 0. Mounted for processes
 // alone, it has none of its files about the system. One that every kernel has is asked for first, so that one call is
 // enough; where something else is mounted over that file, its directory decides.
 std::unique_ptr<machine> make_live_machine(std::string &message) {
+    if (!live::can_open(DESCRIPTORS_NEEDED)) {
+        message = "live: fewer than " + std::to_string(DESCRIPTORS_NEEDED) + " file descriptors are left";
+        return nullptr;
+    }
     const live::file_roots roots;
     const std::string always_there = roots.proc + "/version";
     struct statfs mounted {};

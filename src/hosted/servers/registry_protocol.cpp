@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "hosted/kernel/list_failure.h"
 #include "hosted/servers/protocols.h"
 #include "platform/protocol/registry.h"
 
@@ -39,8 +40,8 @@ public:
         case REGCMD_SET_BIN: return set_binary(request);
         case REGCMD_CREATE_TMP: return create_temporary(request);
         case REGCMD_CREATE_GUARD: return create_guard(request);
-        case REGCMD_ITERATOR_BEGIN: return iterator_begin(request);
-        case REGCMD_ITERATOR_NEXT: return iterator_next(request);
+        case REGCMD_ITERATOR_BEGIN:
+        case REGCMD_ITERATOR_NEXT: return iterate(command, request);
         case REGCMD_ITERATOR_END: return iterator_end(request);
         default: return std::nullopt;
         }
@@ -133,6 +134,15 @@ private:
         const auto [block, path] = arguments_of<reg_int_block>(request, path_);
         return block != nullptr ? store_.create_guard(path, block->value, request.client)
                                 : uint32_t{IOERROR_BAD_COMMAND};
+    }
+
+    // Clients take an iteration that fails for one that is at its end. What exists but cannot be read ends the run.
+    uint32_t iterate(uint32_t command, const request_view &request) {
+        try {
+            return command == REGCMD_ITERATOR_BEGIN ? iterator_begin(request) : iterator_next(request);
+        } catch (const system_failure &failure) {
+            throw list_failure(failure);
+        }
     }
 
     uint32_t iterator_begin(const request_view &request) {

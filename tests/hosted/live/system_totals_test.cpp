@@ -26,6 +26,7 @@
 #include "hosted/live/system_registry.h"
 #include "hosted/live/system_tree.h"
 #include "hosted/live/totals.h"
+#include "own_child.h"
 #include "platform/kernel.h"
 #include "platform/protocol/device.h"
 
@@ -225,6 +226,36 @@ TEST(LiveSystem, HostileTexts) {
     }
 }
 
+// However few descriptors a run may have, it lists all or ends before its output.
+TEST(LiveSystem, FewDescriptors) {
+    const own_child child;
+    char handle[24];
+    std::snprintf(handle, sizeof handle, "%x", static_cast<unsigned>(child.id()));
+    const auto run_with = [](const std::string &limit, const std::string &command) {
+        return run_ventix({.arguments = {"-c", "ulimit -n " + limit + "; exec " + ventix_program() + ' ' + command},
+                           .environment = {"ASAN_OPTIONS=detect_leaks=0"},  // the search for leaks opens files
+                           .machine = "live",
+                           .program = "/bin/sh"});
+    };
+    const auto lines = [](const std::string &text) { return std::count(text.begin(), text.end(), '\n'); };
+    for (const std::string &command : {std::string("lsisr -s"), std::string("treereg hardware kernel/vm"),
+                                       std::string("threads -P ") + handle, std::string("tmemo -P ") + handle}) {
+        const ventix_result wanted = run_with("100", command);
+        EXPECT_EQ(wanted.status, 0) << command << wanted.diagnostics;
+        int refusals = 0;
+        for (int limit = 5; limit <= 16; limit++) {
+            const ventix_result got = run_with(std::to_string(limit), command);
+            const bool refused = got.status == 125 && got.output.empty() &&
+                                 got.diagnostics.ends_with(": live: fewer than 7 file descriptors are left\n");
+            EXPECT_TRUE(refused || (got.status == 0 && lines(got.output) == lines(wanted.output) &&
+                                    got.diagnostics == wanted.diagnostics))
+                << command << ' ' << limit << ' ' << got.diagnostics;
+            refusals += refused;
+        }
+        EXPECT_TRUE(refusals >= 5 && refusals <= 8) << command << ' ' << refusals;  // some are the test's own files
+    }
+}
+
 // Without free descriptors a read fails. It does not report an empty result.
 TEST(LiveSystem, FailsWithoutDescriptors) {
     const file_roots roots;
@@ -244,7 +275,7 @@ TEST(LiveSystem, FailsWithoutDescriptors) {
         [&] { devices.has("no-such"); },
         [&] { registry.list("kernel/vm"); },
         [&] { registry.describe("kernel/vm/swappiness", type, number); },
-        [&] { registry.describe("hardware/memory/total", type, number); },
+        [&] { registry.describe("hardware/processor/model", type, number); },
     };
     const pid_t child = fork();
     if (child == 0) {
@@ -299,6 +330,7 @@ TEST(LiveSystem, AgreesWithThisMachine) {
     uint64_t value = 0;
     EXPECT_TRUE(all.state(KSTATE_TOTAL_PAGES, value));
     EXPECT_EQ(value, static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)));
+    EXPECT_EQ(memory.amounts().total, memory.account().total);
     for (const address_space &space : memory.spaces()) {  // this stack lies in user space, and in no other
         EXPECT_EQ(reinterpret_cast<uint64_t>(&value) - space.begin < space.pages * page_size(), !space.global);
     }
