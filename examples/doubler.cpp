@@ -23,7 +23,7 @@ class doubling : public hosted::device_protocol {
     }
 };
 
-// The same as a service, for `ventix svccall doubler double 21`.
+// The same as a service, for `ventix svccall doubler double number=21`.
 class services : public hosted::service_source {
     size_t count() const override { return 1; }
     const hosted::service_description &describe(size_t) const override { return only_; }

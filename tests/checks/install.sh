@@ -70,9 +70,12 @@ for built in examples examples-too; do
     # shellcheck disable=SC2016  # the other shell expands them
     said=$(PATH=$root/bin:$PATH timeout 60 ventix-machine run "$root/share/ventix/machines/demo.json" -- sh -c '
         "$0/doubler" & until ventix devping doubler >/dev/null; do sleep 0.1; done
-        "$0/double" 21; ventix svccall doubler double 4; ventix counters doubler 0; ventix svcinfo doubler
+        "$0/double" 21; ventix svccall doubler double number=4; ventix counters doubler 0
         kill -9 $!; wait $!; ventix devping doubler' "$built" 2>&1) && fail "the server is still published"
-    [ "$said" = 'XX' ] || fail "$built: $said"
+    [ "$said" = '42
+doubled: 8
+numbers: 2
+devping: doubler: device not exist' ] || fail "$built: $said"
 done
 
 find "$root/include/ventix" -name '*.h' | while read -r header; do
