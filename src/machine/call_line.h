@@ -1,4 +1,4 @@
-// machine/call_line.h - a line of the call log taken apart.
+// machine/call_line.h - parses a line of the call log.
 #pragma once
 
 #include <array>

@@ -174,7 +174,7 @@ registry_node *numbered_directories::entry(std::string_view name) {
     return entries_.emplace(*number, make(*number, listed)).first->second.get();
 }
 
-// What was asked for by its name before comes first of its number, so that it stays.
+// Of slots with one number the first remains: the one that was looked up by its name before.
 size_t numbered_texts::list() {
     if (!listed_) {
         found_ = slots_;
