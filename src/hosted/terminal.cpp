@@ -1,18 +1,26 @@
 // hosted/terminal.cpp - platform/terminal.h over the terminals of the machine.
 #include "platform/terminal.h"
 
+#include <cerrno>
 #include <mutex>
+#include <new>
 
 #include "hosted/kernel/run.h"
 #include "hosted/wire/guest.h"
 
 namespace {
 
-template <class Request> auto with_terminals(Request request) {
+// Makes a request of the terminals. -1 with errno set, also where it finds no memory.
+template <class Request> int with_terminals(Request request) {
     hosted::run &now = hosted::this_run();
-    if (now.attached) return request(static_cast<hosted::terminal_source &>(*now.attached));
-    const std::lock_guard lock(now.kernel->mutex());
-    return request(now.kernel->machine().terminals());
+    try {
+        if (now.attached) return request(static_cast<hosted::terminal_source &>(*now.attached));
+        const std::lock_guard lock(now.kernel->mutex());
+        return request(now.kernel->machine().terminals());
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return -1;
+    }
 }
 
 }  // namespace
@@ -26,5 +34,5 @@ int ControlTerminal(int descriptor, unsigned long request, char *buffer) {
 }
 
 void CloseTerminal(int descriptor) {
-    with_terminals([=](auto &terminals) { terminals.close_terminal(descriptor); });
+    static_cast<void>(with_terminals([=](auto &terminals) { return terminals.close_terminal(descriptor), 0; }));
 }
