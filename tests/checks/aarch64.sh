@@ -1,6 +1,6 @@
 #!/bin/sh
-# The tables for aarch64 that no machine file says: the registers and the virtual spaces of the live machine, by the
-# executable run under an emulator of programs. The emulator gives a process 47 bits of address.
+# tests/checks/aarch64.sh - compares the registers and virtual spaces of the live machine on aarch64, with the executable
+# under a user-mode emulator, which gives a process 47 bits of address.
 #   aarch64.sh VENTIX
 ventix=$1
 unset VENTIX_MACHINE

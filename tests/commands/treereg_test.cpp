@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(Treereg, TakesNoStackForALevel) {
+TEST(Treereg, NeedsNoStackPerLevel) {
     const scratch_directory place;
     place.write("loop.json", R"({"registry": {"a": {"dir": {}}}, "registry_requests": {"0xC0020004":
         {"payload_bytes": {"28": {"hex": "00"}}}}})");  // each directory begins with the root, under an empty name

@@ -1,21 +1,19 @@
 #!/usr/bin/env python3
-"""Runs the executable on the live machine while processes start and end around it, and checks every row.
-
-    tests/storm/storm.py EXECUTABLE SANITIZED [RUNS]
-
-First everything is looked at that is rare and awkward: very many mappings, an odd name, a zombie, a process under a
-debugger, a kernel thread, and all these hidden. Then makers start processes, by the hundred each second, while the
-commands run in turn, for the calling user and, if that is root, for another one; one turn of eleven takes the sanitized
-executable. Where the system permits it the storm has process numbers of its own, and every new process gets the lowest
-one that is free: a number goes from one process to the next within a millisecond.
-
-Each process of the storm is of a kind. It begins as its maker and with its maker's name; then it takes a name that
-tells its number and its kind, and then the mapping, the nice level and the user of that kind. So what a row shows of a
-kind goes with the name of that kind alone, and one that mixes two processes shows, even where both had one number.
-Signals that are sent to a process by its name carry its kind, so that one which reaches the next process of its number
-shows as well.
-Everything that is started here ends with what started it.
-"""
+# tests/storm/storm.py - runs the executable on the live machine while processes start and end around it, and checks
+# every row.
+#
+#   tests/storm/storm.py EXECUTABLE SANITIZED [RUNS]
+#
+# First it looks at rare and awkward processes: one with very many mappings, one with an odd name, a zombie, one under a
+# debugger, a kernel thread, and all of these hidden. Then makers start hundreds of processes a second while the commands
+# run in turn, for the calling user and, if that is root, for another one. Every eleventh turn runs the sanitized
+# executable. Where the system permits it, the storm has process numbers of its own, and every new process gets the lowest
+# free one: a number passes from one process to the next within a millisecond.
+#
+# Each process of the storm has a kind. It starts with its maker's name, then takes a name of its number and its kind, and
+# then the mapping, the nice level and the user of that kind. A row that mixes two processes therefore shows, even where
+# both had the same number. Signals that are sent to a process by its name carry its kind, so one that reaches the next
+# process of its number shows as well. Everything that is started here ends with what started it.
 import ctypes
 import mmap
 import os

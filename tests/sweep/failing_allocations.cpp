@@ -1,3 +1,4 @@
+// tests/sweep/failing_allocations.cpp - operator new and the linker's wrappers of malloc, which count and fail.
 #include "failing_allocations.h"
 
 #include <algorithm>

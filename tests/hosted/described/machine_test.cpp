@@ -233,7 +233,7 @@ std::string pass_through(const std::string &path, const std::string &save_path) 
     return machine->save(message) ? "saved" : message;
 }
 
-TEST(MachineFile, IsWrittenBesideAndRenamed) {
+TEST(MachineFile, IsReplacedByRename) {
     const scratch_directory scratch;
     const std::string path = scratch.write("lab.json", R"({"tick": 1})"), target = scratch.file("target.json");
     const std::string link = scratch.file("link.json"), fifo = scratch.file("fifo");
@@ -373,7 +373,7 @@ TEST(MachineFile, WaitForItsLockIsReported) {
 }
 
 // Runs on one file exclude one another: none loses the changes of another, whichever of them are killed.
-TEST(MachineFile, IsHeldFromLoadToSave) {
+TEST(MachineFile, IsLockedFromLoadToSave) {
     constexpr size_t RUNS = 40;
     const scratch_directory scratch;
     const std::string path = scratch.write("lab.json", "{}");

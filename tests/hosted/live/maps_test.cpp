@@ -142,7 +142,7 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
     EXPECT_FALSE(maps.knows(views.front()[OBJINFO_HANDLE] - 1));
 }
 
-TEST_F(LiveMaps, NothingToLookAt) {
+TEST_F(LiveMaps, OfAnEndedProcess) {
     own_child zombie([](own_child &) { _exit(0); });
     await_state(zombie.id(), "Z");
     list(zombie);

@@ -110,7 +110,7 @@ TEST(LiveProcesses, ItemsAgreeWithTheSystem) {
     EXPECT_EQ(item_of(table, child.handle(), TASKINFO_VOLCTXSW_LO), voluntary);
 }
 
-TEST(LiveProcesses, StatesAndWhatHasGone) {
+TEST(LiveProcesses, StatesAndEndedProcesses) {
     own_child stopped([](own_child &) { raise(SIGSTOP); });
     own_child busy([](own_child &) {
         for (std::atomic<unsigned> i = 0;;) i++;
@@ -156,7 +156,7 @@ TEST(LiveProcesses, StatesAndWhatHasGone) {
 }
 
 // Half of its state is released already and reads as -1.
-TEST(LiveProcesses, OnItsLastWayOut) {
+TEST(LiveProcesses, Exiting) {
     system_tree tree;
     tree.put("proc/301/status", "Name:\tlast\nTgid:\t301\n");
     tree.put("proc/301/stat", "301 (last) X 0 -1 -1 0 -1 4 7 0 0 0 1 1 0 0 20 0 0 0 99 0 0 0 0\n");
@@ -239,7 +239,7 @@ TEST(LiveProcesses, NoDescriptorIsLeft) {
 }
 
 // Where the main thread has ended, memory and arguments are read from a living thread.
-TEST(LiveProcesses, OfFurtherThreadsAlone) {
+TEST(LiveProcesses, AfterTheMainThreadHasEnded) {
     own_child child([](own_child &self) {
         std::thread([&self] {
             await_state(getpid(), "Z");
@@ -306,7 +306,7 @@ TEST(LiveProcesses, Names) {
     EXPECT_EQ(published(listed)[getpid()], before);
 }
 
-TEST(LiveProcesses, OneIsEndedAndNotItsGroup) {
+TEST(LiveProcesses, EndsOneProcessNotItsGroup) {
     own_child child([](own_child &self) {
         setpgid(0, 0);
         self.say(1);
