@@ -37,7 +37,10 @@ const char *explain(std::string_view text, size_t at, std::string_view message) 
         return here == '\n' ? "; a closing quote is missing in this line" : "";
     const size_t previous = at == 0 ? text.npos : text.find_last_not_of(" \t\r\n", at - 1);
     const char before = previous == text.npos ? '\0' : text[previous];
-    if ((here == '}' || here == ']') && before == ',') return "; the comma before it is one too many";
+    // Only a comma asks for another member or element. A comment may follow it.
+    if ((here == '}' && message.ends_with("string literal")) ||
+        (here == ']' && before != ':' && message.ends_with("literal")))
+        return "; the comma before it is one too many";
     if ((here == 'x' || here == 'X') && before == '0') return "; a hexadecimal number needs quotes, as in \"0x1f\"";
     if (here == '\'') return "; quotes are double quotes";
     if (std::isalpha(static_cast<unsigned char>(here)) || here == '_')

@@ -29,8 +29,8 @@ using hosted::described::item_name;
 using hosted::described::naming;
 
 constexpr size_t INDENT = 2;
-constexpr size_t DEEPEST = 20;      // levels that are still indented
-constexpr size_t MOST_OPEN = 1000;  // devices, and begun requests of one; then the oldest is forgotten
+constexpr size_t DEEPEST = 20;     // levels that are still indented
+constexpr size_t MOST_OPEN = 100;  // devices, and begun requests of one; then the oldest is forgotten
 
 // ---- what numbers mean ----------------------------------------------------------------------------------------------
 
