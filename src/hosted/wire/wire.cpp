@@ -13,7 +13,9 @@ namespace hosted::wire {
 
 namespace {
 
-constexpr uint64_t QUICK = 20'000;  // nanoseconds: a wait that takes no longer is worth spinning for
+constexpr uint64_t QUICK = 80'000;  // nanoseconds: after a wait that took no longer, the next one may be as short
+constexpr uint64_t SPIN = 50'000;   // as long as it takes a peer to wake up, who spins in turn from then on
+constexpr uint32_t PAUSE = 256;     // waits without spinning after one that was in vain: the processors are busy
 
 uint64_t nanoseconds() {
     timespec now{};
@@ -43,16 +45,16 @@ int receiver::receive(int socket, void *packet, size_t size) {
     };
     ssize_t received = -1;
     const uint64_t begin = has_processors() ? nanoseconds() : 0;
-    if (quick_) {
+    const bool spins = quick_ && (pause_ == 0 || --pause_ == 0);
+    if (spins) {
         do {
             received = ask(MSG_DONTWAIT);
-        } while (received < 0 && errno == EAGAIN && nanoseconds() - begin < QUICK);
+        } while (received < 0 && errno == EAGAIN && nanoseconds() - begin < SPIN);
     }
-    if (!quick_ || (received < 0 && errno == EAGAIN)) {
+    if (!spins || (received < 0 && errno == EAGAIN)) {
+        if (spins) pause_ = PAUSE;
         received = ask(0);
-        // Waking up is part of this wait. A peer that is quick while this side spins takes far less.
-        constexpr uint64_t WAKING = 60'000;
-        quick_ = begin != 0 && nanoseconds() - begin < QUICK + WAKING;
+        quick_ = begin != 0 && nanoseconds() - begin < QUICK;
     }
     if (received == 0) return ECONNRESET;
     if (received < 0) return errno;

@@ -84,8 +84,8 @@ static_assert(sizeof(answer) == 56);
 // Sends one packet, and waits where the peer has not read earlier ones. Returns 0, or an errno; never raises SIGPIPE.
 int send_packet(int socket, const void *packet, size_t size);
 
-// Waits for packets on one socket. Where the last one came within microseconds, it asks for the next one a few times
-// before it sleeps: to wake a thread on another processor costs more than an exchange.
+// Waits for packets on one socket. Where the last one came soon, it asks for the next one for some microseconds before
+// it sleeps: to wake a thread on another processor costs more than an exchange. On one processor it never does.
 class receiver {
 public:
     // Receives one packet of exactly this size. Descriptors sent with it are closed.
@@ -94,6 +94,7 @@ public:
 
 private:
     bool quick_ = false;
+    uint32_t pause_ = 0;
 };
 
 }  // namespace hosted::wire
