@@ -106,9 +106,11 @@ bool guest::open(connection &made, wire::purpose purpose, descriptor *memory, st
     const wire::hello own{.what = purpose, .thread = static_cast<uint32_t>(gettid())};
     wire::hello said{};
     descriptor passed;
-    if (wire::send_packet(socket.get(), &own, sizeof own) != 0 || receive_hello(socket.get(), said, passed) != 0) {
-        return fail("no machine runs there");
-    }
+    // A machine that takes no more connections says so and closes: it may not even read the hello.
+    static_cast<void>(wire::send_packet(socket.get(), &own, sizeof own));
+    int error = receive_hello(socket.get(), said, passed);
+    if (error == ECONNRESET) error = receive_hello(socket.get(), said, passed);
+    if (error != 0) return fail("no machine runs there");
     if (said.magic != wire::MAGIC) return fail("not a machine's socket");
     if (said.major != wire::MAJOR || said.answer == wire::verdict::other_version) {
         return fail("the machine speaks version " + std::to_string(said.major) + ", this program version " +
