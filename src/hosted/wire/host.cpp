@@ -136,6 +136,14 @@ bool host::open(const std::string &file, const std::string &save, std::string so
     if (!inner || !share_memory(message)) return false;
     if (socket.empty()) socket = new_path(message);
     if (socket.empty() || !listen_at(std::move(socket), message)) return false;
+    sigset_t none;
+    sigemptyset(&none);
+    events_ = descriptor(epoll_create1(EPOLL_CLOEXEC));
+    signals_ = descriptor(signalfd(-1, &none, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!events_ || !signals_) {
+        message = system_text("events");
+        return false;
+    }
     auto made = std::make_unique<running_machine>(std::move(inner), faults, memory_.get());
     machine_ = made.get();
     install(std::move(made), {}, {reinterpret_cast<std::byte *>(ARENA_ADDRESS), MACHINE_PART});
@@ -230,10 +238,8 @@ bool host::serve(pid_t command, int &status, std::string &message) {
         for (const int signal : {SIGINT, SIGQUIT}) sigaddset(&ending, signal);
     }
     sigprocmask(SIG_BLOCK, &ending, nullptr);  // in the threads made from here on as well
-    events_ = descriptor(epoll_create1(EPOLL_CLOEXEC));
-    signals_ = descriptor(signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
     const descriptor child(command == 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, command, 0)));
-    if (!events_ || !signals_ || (command != 0 && !child) ||
+    if (signalfd(signals_.get(), &ending, 0) < 0 || (command != 0 && !child) ||
         !watch(events_.get(), listener_.get(), EPOLLIN, LISTENER_EVENT) ||
         !watch(events_.get(), signals_.get(), EPOLLIN, SIGNAL_EVENT) ||
         (command != 0 && !watch(events_.get(), child.get(), EPOLLIN, COMMAND_EVENT))) {
@@ -520,7 +526,6 @@ void host::leave(connection &left) {
 // ---- the end --------------------------------------------------------------------------------------------------------
 
 void host::close() {
-    listener_.close();
     std::unique_lock lock(connections_lock_);
     while (!connections_.empty()) {
         std::vector<uint64_t> threads;
