@@ -130,7 +130,7 @@ class Run:
             end_with_parent()
 
         self.words, self.sees = words, not hidden
-        self.foreign = other and ROOT  # of root's processes it is told less
+        self.foreign = other and ROOT  # may see less of root's processes
         self.user = OTHER_USER if self.foreign else os.geteuid()
         # By its descriptor, since the other user may have no way to the file.
         process = subprocess.Popen(["ventix", *words], executable=f"/proc/self/fd/{executable}", pass_fds=[executable],

@@ -204,7 +204,7 @@ const memory_zone *memory_map::main_zone() {
 
 // ---- spaces ---------------------------------------------------------------------------------------------------------
 
-// The kernel may shift its areas by a random distance at boot; these are the places that its layout gives them. How far
+// The kernel may shift its areas by a random distance at boot; these are their places without the shift. How far
 // its own text reaches depends on whether such shifts are compiled in; the end of its modules is fixed.
 std::vector<address_space> x86_64_spaces(bool five_level, std::optional<address_range> modules, uint64_t page) {
     // In order: user space, kernel space, direct mapping, mapping area, page descriptors.

@@ -248,7 +248,7 @@ uint64_t process::name(std::string &out) {
             whole = candidate;
             return true;
         };
-        // A script's name comes after its interpreter's, and after the one option that a script may give this.
+        // A script's name follows its interpreter's and the one option that a script may pass to it.
         std::string_view text;
         bool found = false;
         note(root_.reader.read_front(memory_directory(), "cmdline", text));
