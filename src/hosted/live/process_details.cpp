@@ -183,6 +183,7 @@ private:
         constexpr size_t NAME_COLUMNS = 25;
         constexpr std::string_view BEFORE = "Max ";
         if (read_) return;
+        clear();  // of a reading that ended for want of memory
         of_.key(&proc_reader::read, "limits", [&](std::string_view text) -> node_pointer {
             scanner scan(text);
             for (scan.line(); !scan.done();) {

@@ -118,6 +118,9 @@ public:
     registry_node *at(size_t index, std::string &name) override;
     registry_node *entry(std::string_view name) override;
 
+protected:
+    void clear() { entries_.clear(); }
+
 private:
     std::vector<std::pair<std::string, node_pointer>> entries_;
     size_t next_ = 0;  // where the search for a name begins: after the last one found

@@ -35,7 +35,7 @@ struct internet_socket {
 };
 
 // A line of a text like /proc/net/tcp; false where it is none of a socket.
-bool parse_internet_socket(std::string_view line, internet_socket &out);
+bool parse_internet_socket(std::string_view text, internet_socket &out);
 
 // The inode in what a descriptor's link says, "socket:[INODE]"; nothing where it refers to something else.
 std::optional<uint64_t> socket_inode(std::string_view link);

@@ -23,6 +23,7 @@
 #include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
 #include "hosted/live/register_table.h"
+#include "hosted/live/sockets.h"
 #include "hosted/live/system_registry.h"
 #include "hosted/live/system_tree.h"
 #include "hosted/live/totals.h"
@@ -204,7 +205,7 @@ TEST(LiveDrivers, CharacterDriversFirst) {
 // Texts cut anywhere or with random bytes changed: every parsed figure stays in its bounds.
 TEST(LiveSystem, HostileTexts) {
     std::mt19937 random(20240229);  // the same bytes at every run
-    for (const char *file : {"/meminfo", "/zoneinfo", "/interrupts", "/devices"}) {
+    for (const char *file : {"/meminfo", "/zoneinfo", "/interrupts", "/devices", "/net/tcp6"}) {
         const std::string sample = ::read_file(sample_system().proc + file);
         for (size_t round = 0; round < 2 * sample.size(); round++) {
             std::string text = sample.substr(0, round);
@@ -221,6 +222,8 @@ TEST(LiveSystem, HostileTexts) {
                 EXPECT_LE(zone.spanned, ~uint64_t{0} / page_size() - zone.first_page);
             }
             for (const interrupt_line &line : parse_interrupts(text).lines) EXPECT_LE(line.number, UINT32_MAX);
+            internet_socket socket;
+            for (scanner scan(text); !scan.done();) parse_internet_socket(scan.line(), socket);
             for (const auto &driver : parse_drivers(text)) EXPECT_LE(driver.first, 4095U);
         }
     }
