@@ -24,6 +24,7 @@ struct verb {
 
 constexpr verb all_verbs[] = {
     {"check", "FILE...", "report all errors of machine files", verbs::check},
+    {"snapshot", "[-o FILE] [--maps] [--redact]", "write the live machine as a machine file", verbs::snapshot},
     {"trace", "LOG", "print a call log for people", verbs::trace},
     {"run", "FILE [--socket PATH] [--save PATH] [--verbose] [-- COMMAND [ARGUMENT]...]",
      "keep a described machine running, for any number of processes", verbs::run},
@@ -128,13 +129,13 @@ std::optional<command_line> parse(int argc, char **argv, std::initializer_list<o
     return read;
 }
 
-int write_result(const char *path, const std::string &text) {
+int write_result(const char *path, std::string_view text, hosted::described::file_access access) {
     if (path == nullptr) {
         std::fwrite(text.data(), 1, text.size(), stdout);  // a failure is found where standard output is checked
         return DONE;
     }
     std::string message;
-    if (hosted::described::replace_file(path, text, message)) return DONE;
+    if (hosted::described::replace_file(path, text, message, access)) return DONE;
     return fail(FAILED, "%s", message.c_str());
 }
 

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "hosted/described/file.h"
+
 namespace verbs {
 
 // Exit statuses.
@@ -18,6 +20,7 @@ inline constexpr int UNREADABLE = 125;  // a file that cannot be read or underst
 
 // Each runs one verb; argv[0] is its name. Returns the exit status.
 int check(int argc, char **argv);
+int snapshot(int argc, char **argv);
 int trace(int argc, char **argv);
 int run(int argc, char **argv);
 
@@ -49,6 +52,7 @@ std::optional<command_line> parse(int argc, char **argv, std::initializer_list<o
 
 // Replaces the file at path as a whole, or writes standard output where path is null. A failure is reported.
 //   returns  the exit status
-int write_result(const char *path, const std::string &text);
+int write_result(const char *path, std::string_view text,
+                 hosted::described::file_access access = hosted::described::file_access::inherited);
 
 }  // namespace verbs

@@ -22,6 +22,7 @@
 
 #include "hosted/described/document.h"
 #include "hosted/described/names.h"
+#include "hosted/described/records.h"
 #include "hosted/described/writer.h"
 
 namespace hosted::described {
@@ -76,6 +77,11 @@ std::string_view key_definition(naming kind);
 
 inline void write_number(json_writer &out, form shown, uint64_t value) {
     shown == form::plain ? out.number(value) : out.hexadecimal(value);
+}
+
+inline void write_item_key(json_writer &out, naming kind, uint64_t item) {
+    const auto name = item_name(kind, item);
+    out.key(name.empty() ? std::string_view(item_key(kind, item)) : name);
 }
 
 // The keys of one object, as numbers. A number that is written in two ways is one key, given twice.
@@ -188,15 +194,25 @@ template <class Codec, bool OnLines> struct list_of : codec {
             element.attempt([&] { Codec::read(element, made); });
         }
     }
-    template <class Value> static void write(json_writer &out, const std::vector<Value> &list) {
+    template <class List> static void write(json_writer &out, const List &list) {
         out.begin_list(OnLines);
-        for (const Value &value : list) {
+        for (const auto &value : list) {
             if (!is_gone(value)) Codec::write(out, value);
+        }
+        if constexpr (requires { list.source; }) {
+            while (const auto *const made = list.source != nullptr ? list.source->next() : nullptr) {
+                const auto before = out.mark();
+                Codec::write(out, *made);
+                if (!list.source->holds()) out.rewind(before);
+            }
         }
         out.end();
     }
-    template <class Value> static bool absent(const std::vector<Value> &list) {
-        return std::all_of(list.begin(), list.end(), [](const Value &value) { return is_gone(value); });
+    template <class List> static bool absent(const List &list) {
+        if constexpr (requires { list.source; }) {
+            if (list.source != nullptr) return false;
+        }
+        return std::all_of(list.begin(), list.end(), [](const auto &value) { return is_gone(value); });
     }
     static std::string describe() { return R"({"type": "array", "items": )" + Codec::describe() + "}"; }
 };
@@ -233,10 +249,10 @@ template <naming Kind, class Codec, bool OnLines = false, class Key = uint64_t> 
         out.begin_object(OnLines);
         for (const auto &each : values) {
             if constexpr (requires { each.number; }) {
-                out.key(item_key(Kind, each.number));
+                write_item_key(out, Kind, each.number);
                 Codec::write(out, each);
             } else {
-                out.key(item_key(Kind, each.first));
+                write_item_key(out, Kind, each.first);
                 Codec::write(out, each.second);
             }
         }
@@ -258,6 +274,7 @@ template <class Value> struct usual_codec<std::vector<Value>> {
     using inner = typename usual_codec<Value>::type;
     using type = list_of<inner, std::is_same_v<inner, record_of<Value>>>;
 };
+template <class Value> struct usual_codec<record_list<Value>> : usual_codec<std::vector<Value>> {};
 template <class Value> struct usual_codec<std::optional<Value>> {
     using type = optional_of<typename usual_codec<Value>::type>;
 };

@@ -159,7 +159,7 @@ bool machine_file::save(std::string_view text, std::string &message) {
     return true;
 }
 
-bool replace_file(const std::string &path, std::string_view text, std::string &message) {
+bool replace_file(const std::string &path, std::string_view text, std::string &message, file_access access) {
     const signals_held hold;
     const size_t name_at = path.rfind('/') + 1;  // npos + 1 is 0
     const std::string name = path.substr(name_at);
@@ -187,7 +187,8 @@ bool replace_file(const std::string &path, std::string_view text, std::string &m
         }
     }
     int error = write_all(file.get(), text);
-    if (error == 0) error = pass_on_access(file.get(), replaces ? &target : nullptr);
+    if (error == 0 && access == file_access::inherited)
+        error = pass_on_access(file.get(), replaces ? &target : nullptr);
     if (error == 0) error = sync(file.get());
     if (const int failed = file.close(); error == 0) error = failed;
     if (error == 0 && renameat(folder.get(), beside.c_str(), folder.get(), name.c_str()) != 0) error = errno;

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -33,11 +34,15 @@ private:
     struct stat version_ {};  // of that file when it was read
 };
 
-// Writes a file beside path and renames it, both synced to disk. Readable by nobody else until it is complete; then a
-// plain file that it replaces passes on its owner, if the system permits, and its permissions, but never more of them
-// than the user's mask leaves unless that file is the caller's own. A symbolic link at path is replaced; what is
-// neither a plain file nor a link to one stays. Signals wait until it is done, so that they leave no temporary file.
+// Who may read a file that replaces another. inherited: a plain file passes on its owner, if the system permits, and
+// its permissions, but never more of them than the user's mask leaves unless that file is the caller's own.
+enum class file_access : uint8_t { inherited, owner_only };
+
+// Writes a file beside path and renames it, both synced to disk. Readable by nobody else until it is complete. A
+// symbolic link at path is replaced; what is neither a plain file nor a link to one stays. Signals wait until it is
+// done, so that they leave no temporary file.
 //   message  out, on failure: "FILE: the system's text"
-bool replace_file(const std::string &path, std::string_view text, std::string &message);
+bool replace_file(const std::string &path, std::string_view text, std::string &message,
+                  file_access access = file_access::inherited);
 
 }  // namespace hosted::described

@@ -701,6 +701,10 @@ namespace {
 // Makes every object known by its handle, which no other may have.
 void index_objects(const document &file, machine_records &all) {
     using kind = object_index::kind;
+    size_t count = all.tasks.size() + all.memory_chunks.size() + all.virtual_spaces.size();
+    for (const auto &made : all.tasks)
+        count += made.threads.size() + made.memos.size() + made.views.size() + made.isrs.size();
+    all.objects.reserve(count);
     for (auto &made : all.tasks) {
         all.objects.add(kind::task, made);
         for (auto &inner : made.threads) all.objects.add(kind::thread, inner);
@@ -784,8 +788,9 @@ bool load(std::string_view text, machine_records &into, std::string &message) {
 
 std::string describe_machine() { return record_of<machine_records>::describe(); }
 
-std::string machine_text(const machine_records &from) {
+std::string machine_text(const machine_records &from, size_t room) {
     json_writer out;
+    out.reserve(room);
     write_fields(out, &from, table<machine_records>::fields, true);
     return out.take() + '\n';
 }

@@ -20,7 +20,8 @@ bool load(std::string_view text, machine_records &into, std::string &message);
 void read_machine(const document &file, machine_records &into);
 
 // The text that loads as these records. What ended during the run is left out, and so is what the kernel publishes.
-std::string machine_text(const machine_records &from);
+//   room  bytes of address space to take for the text, where its size cannot be known
+std::string machine_text(const machine_records &from, size_t room = 0);
 
 // The JSON schema of machine files, but for their comments, which JSON does not have.
 std::string machine_schema();

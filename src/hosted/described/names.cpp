@@ -12,7 +12,7 @@
 namespace hosted::described {
 namespace {
 
-// The items that hold a handle, an address, ids or flags.
+// The items that hold a handle, ids or flags.
 constexpr uint64_t hexadecimal_states[] = {KSTATE_CURRENT_THREAD, KSTATE_CURRENT_TASK, KSTATE_REGISTRY_PORT,
                                            KSTATE_EXIT_NOTICE_PORT};
 constexpr uint64_t hexadecimal_items[] = {
@@ -22,23 +22,18 @@ constexpr uint64_t hexadecimal_items[] = {
     TASKINFO_GROUP,
     TASKINFO_IDS,
     TASKINFO_PARENT,
-    THREADINFO_PC,
     THREADINFO_FETCHED_REGISTER,
-    THREADINFO_WAITON,
-    THREADINFO_STACKPTR,
-    THREADINFO_WAITON_MASTER,
-    MEMINFO_BEGIN,
-    MEMINFO_END,
-    MEMINFO_BASE,
     MEMINFO_FLAGS,
-    VSINFO_BEGIN,
-    MEMOINFO_HWADDR,
-    MEMOINFO_FIXADDR,
     MEMOINFO_TYPE,
     MEMOINFO_RECLAIM,
-    VIEWINFO_BEGIN,
     VIEWINFO_MEMO,
     VIEWINFO_FLAGS,
+};
+
+// The items that hold an address. What a thread waits on is one where an address names it.
+constexpr uint64_t address_items[] = {
+    THREADINFO_PC, THREADINFO_STACKPTR, THREADINFO_WAITON, THREADINFO_WAITON_MASTER, MEMINFO_BEGIN,  MEMINFO_END,
+    MEMINFO_BASE,  VSINFO_BEGIN,        MEMOINFO_HWADDR,   MEMOINFO_FIXADDR,         VIEWINFO_BEGIN,
 };
 
 constexpr uint64_t LARGEST_INDEX = 0xFFFF;  // within a group of system data; the groups are above
@@ -57,7 +52,8 @@ constexpr named_item item_of(std::string_view name, uint64_t item) {
     };
     const bool hexadecimal =
         (kind == naming::state && among(hexadecimal_states)) || (kind == naming::object && among(hexadecimal_items));
-    return {kind, hexadecimal ? form::hexadecimal : form::plain, name, item};
+    const bool address = kind == naming::object && among(address_items);
+    return {kind, address ? form::address : hexadecimal ? form::hexadecimal : form::plain, name, item};
 }
 
 #define ITEM(name) item_of(#name, name)
@@ -88,19 +84,31 @@ template <class Order> constexpr auto sorted(Order order) {
 constexpr auto by_name = sorted(name_order);
 constexpr auto by_number = sorted(number_order);
 
+// Where the items of each kind begin, and the last of them end.
+constexpr auto first_of_kind = [] {
+    std::array<size_t, static_cast<size_t>(naming::none) + 2> first{};
+    for (const auto &item : by_number) {
+        for (auto kind = static_cast<size_t>(item.kind) + 1; kind < first.size(); ++kind) ++first[kind];
+    }
+    return first;
+}();
+
 const named_item *find(naming kind, uint64_t item) {
-    const named_item wanted{kind, form::plain, {}, item};
-    const auto found = std::lower_bound(by_number.begin(), by_number.end(), wanted, number_order);
-    return found == by_number.end() || number_order(wanted, *found) ? nullptr : &*found;
+    const auto items = named_items(kind);
+    const auto found = std::ranges::lower_bound(items, item, {}, &named_item::item);
+    return found == items.end() || found->item != item ? nullptr : &*found;
 }
 
 }  // namespace
 
+std::span<const named_item> named_items(naming kind) {
+    const auto number = static_cast<size_t>(kind);
+    return std::span(by_number).subspan(first_of_kind[number], first_of_kind[number + 1] - first_of_kind[number]);
+}
+
 std::vector<std::string_view> item_names(naming kind) {
     std::vector<std::string_view> names;
-    for (const auto &item : by_number) {
-        if (item.kind == kind) names.push_back(item.name);
-    }
+    for (const auto &item : named_items(kind)) names.push_back(item.name);
     return names;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,7 +22,7 @@ enum class naming : uint8_t {
 };
 
 // How a saved machine writes a number: hexadecimal for handles, addresses and flag words, plain for all else.
-enum class form : uint8_t { plain, hexadecimal };
+enum class form : uint8_t { plain, hexadecimal, address };
 
 struct named_item {
     naming kind;
@@ -30,7 +31,8 @@ struct named_item {
     uint64_t item;
 };
 
-// The names of a kind, by number.
+// The named items of a kind, by number; and their names alone.
+std::span<const named_item> named_items(naming kind);
 std::vector<std::string_view> item_names(naming kind);
 
 // "KSTATE_PAGE_SIZE" -> 8

@@ -20,6 +20,27 @@
 
 namespace hosted::described {
 
+// ---- lists ----------------------------------------------------------------------------------------------------------
+
+// Records that are made while they are written, so that a file may list more than memory holds.
+template <class Record> class record_source {
+public:
+    // The next record, valid until the next call; null at the end.
+    virtual const Record *next() = 0;
+
+    // Whether the record still holds after all of it, what its own sources add included, has been written. If not, it
+    // is taken out of the text again.
+    virtual bool holds() = 0;
+
+protected:
+    ~record_source() = default;
+};
+
+// A list of a machine file, and where more of its records come from when it is written.
+template <class Record> struct record_list : std::vector<Record> {
+    record_source<Record> *source = nullptr;  // has at least one; null: there are no more
+};
+
 // ---- objects --------------------------------------------------------------------------------------------------------
 
 // A numbered value, or the result code that reading it fails with.
@@ -59,10 +80,10 @@ struct raised_exception {
 struct task : object {
     std::optional<std::string> name;
     std::optional<uint64_t> pid, ppid, pgid, sid;
-    std::vector<thread> threads;
-    std::vector<object> memos;
-    std::vector<object> views;
-    std::vector<object> isrs;
+    record_list<thread> threads;
+    record_list<object> memos;
+    record_list<object> views;
+    record_list<object> isrs;
     refusals refuse;
     std::vector<raised_exception> exceptions;
 };
@@ -77,6 +98,7 @@ public:
         kind what = kind::other;
     };
 
+    void reserve(size_t count) { entries_.reserve(count); }
     void add(kind what, described::object &listed) { entries_.push_back({listed.handle, &listed, what}); }
 
     // Makes find() work. Returns the objects whose handle an earlier one has.
@@ -192,7 +214,7 @@ struct machine_records {
     std::vector<data_group> system_data;
     std::optional<std::vector<cpu_register>> registers;
     std::optional<kernel_trace> trace;
-    std::vector<task> tasks;
+    record_list<task> tasks;
     std::vector<object> memory_chunks;
     std::vector<object> virtual_spaces;
     described::registry registry;

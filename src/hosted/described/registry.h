@@ -63,6 +63,7 @@ public:
     // Allocates memory for that many more entries.
     void reserve(uint32_t directory, size_t count);
 
+    entry &entry_at(uint32_t directory, size_t index) { return directories_[directory].entries[index]; }
     std::span<const entry> entries(uint32_t directory) const { return directories_[directory].entries; }
 
     // Entries that the machine file gives.

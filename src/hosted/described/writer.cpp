@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <new>
 #include <utility>
 
 #include "hosted/described/text.h"
@@ -45,6 +46,20 @@ void json_writer::line(size_t indent) {
     out_.append(std::min(indent, DEEPEST_INDENT) * INDENT, ' ');
 }
 
+void json_writer::rewind(const place &to) {
+    out_.resize(to.length);
+    indent_ = to.indent;
+    open_.back().empty = to.empty;
+}
+
+void json_writer::reserve(size_t bytes) {
+    try {
+        out_.reserve(bytes);
+    } catch (const std::bad_alloc &) {
+        // It grows as any text does.
+    }
+}
+
 void json_writer::key(std::string_view name) {
     next();
     quote(name);
@@ -81,21 +96,22 @@ void json_writer::hex(std::string_view bytes) {
 
 void json_writer::quote(std::string_view value) {
     out_.push_back('"');
-    for (const char c : value) {
+    size_t copied = 0;
+    for (size_t i = 0; i < value.size(); ++i) {
+        const char c = value[i];
+        if (static_cast<uint8_t>(c) >= ' ' && c != '"' && c != '\\' && c != 0x7F) continue;
+        out_.append(value, copied, i - copied);
+        copied = i + 1;
         switch (c) {
         case '"': out_ += "\\\""; break;
         case '\\': out_ += "\\\\"; break;
         case '\n': out_ += "\\n"; break;
         case '\r': out_ += "\\r"; break;
         case '\t': out_ += "\\t"; break;
-        default:
-            if (static_cast<uint8_t>(c) >= ' ' && c != 0x7F) {
-                out_.push_back(c);
-            } else {
-                out_ += "\\u00" + hex_text({&c, 1});
-            }
+        default: out_ += "\\u00" + hex_text({&c, 1});
         }
     }
+    out_.append(value, copied);
     out_.push_back('"');
 }
 

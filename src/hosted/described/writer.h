@@ -27,6 +27,19 @@ public:
     void text(std::string_view value);  // as its bytes where it is not UTF-8
     void hex(std::string_view bytes);   // {"hex": "00 ff"}
 
+    // Takes out what was written since a mark, within the same list or object.
+    struct place {
+        size_t length;  // of the text
+        size_t indent;
+        bool empty;  // the list or object
+    };
+    place mark() const { return {out_.size(), indent_, open_.back().empty}; }
+    void rewind(const place &to);
+
+    // Takes address space for a text of that size, so that it never moves while it grows; does nothing where the system
+    // has not as much. Memory that is never written costs nothing.
+    void reserve(size_t bytes);
+
     std::string take() { return std::move(out_); }
 
 private:

@@ -1,7 +1,6 @@
 // hosted/live/devices.cpp - the devices of the live machine by name, and their servers.
 #include "hosted/live/devices.h"
 
-#include <array>
 #include <map>
 #include <unordered_set>
 #include <utility>
@@ -11,18 +10,9 @@
 #include "hosted/live/host_services.h"
 #include "hosted/live/system_log.h"
 #include "hosted/servers/protocols.h"
-#include "platform/protocol/log.h"
-#include "platform/protocol/rtc.h"
 #include "platform/protocol/sysvc.h"
 
 namespace hosted::live {
-
-namespace {
-
-constexpr std::string_view PROCESSOR_NAME = "cpu", VM_NAME = "vm", HOST_NAME = "host";
-constexpr std::array<std::string_view, 5> FIXED_NAMES = {LOG_DEVICE, RTC_NAME, PROCESSOR_NAME, VM_NAME, HOST_NAME};
-
-}  // namespace
 
 // What the servers read and write.
 struct device_table::device_data {

@@ -1,6 +1,7 @@
 // hosted/live/devices.h - the devices of the live machine by name, and their servers.
 #pragma once
 
+#include <array>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -9,8 +10,15 @@
 #include "hosted/kernel/kernel.h"
 #include "hosted/live/files.h"
 #include "hosted/servers/device_server.h"
+#include "platform/protocol/log.h"
+#include "platform/protocol/rtc.h"
 
 namespace hosted::live {
+
+// The devices that are part of the live machine, whatever the system has.
+inline constexpr std::string_view PROCESSOR_NAME = "cpu", VM_NAME = "vm", HOST_NAME = "host";
+inline constexpr std::array<std::string_view, 5> FIXED_NAMES = {LOG_DEVICE, RTC_NAME, PROCESSOR_NAME, VM_NAME,
+                                                                HOST_NAME};
 
 // Every device but the system service, whose name no other device gets.
 class device_table {
