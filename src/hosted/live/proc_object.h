@@ -108,6 +108,12 @@ public:
     uint64_t failure() const { return failure_; }
 
 protected:
+    const stat_record *stat_if_read() const { return stat_read_ == outcome::done ? &stat_ : nullptr; }
+    void assume_stat(const stat_record &known) {
+        stat_ = known;
+        stat_read_ = outcome::done;
+    }
+
     // What came of reading a file. A failure is none: the next question reads the file again.
     enum class outcome : uint8_t { unread, done, hidden, gone };
 

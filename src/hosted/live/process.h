@@ -53,6 +53,17 @@ public:
     // Lists its threads. tasks: out, the open directory of theirs. Returns 0 or the error number.
     int list_threads(std::vector<int> &numbers, descriptor &tasks);
 
+    // Whether its stat, read before, says that it has one thread: the one of its own number.
+    bool is_known_single() const { return stat_if_read() != nullptr && stat_if_read()->threads <= 1; }
+
+    // What has been read of the process and holds for its only thread, too; null where nothing has. A thread that has
+    // ended may have had a share in the process's times, but not in none.
+    const stat_record *stat_of_thread() const {
+        const stat_record *const known = stat_if_read();
+        return known->user_ticks + known->system_ticks == 0 ? known : nullptr;
+    }
+    const switch_counts *switches_of_thread() const { return switches_read_ == outcome::done ? &switches_ : nullptr; }
+
     // The directory whose files describe its memory, arguments and executable. They go with a thread: where the main
     // thread has ended and others run on, the directory is one of theirs.
     //   result  out: RESULT_SUCCESS, RESULT_NOT_PERMITTED or a failure; -1 is returned unless it is RESULT_SUCCESS

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <ctime>
 #include <functional>
+#include <utility>
 
 #include "hosted/live/control.h"
 #include "hosted/live/files.h"
@@ -58,7 +59,15 @@ public:
     }
     ~thread_walk() override { std::erase(table_.walked_threads_, &current_); }
 
+    // Opens the only thread of a process that is known to have one, for the first step. False: it is gone.
+    bool open_only(const process &owner) {
+        only_ = current_.open_only(owner.directory(), owner.number());
+        if (only_) current_.assume(owner.stat_of_thread(), owner.switches_of_thread());
+        return only_;
+    }
+
     uint64_t step() override {
+        if (std::exchange(only_, false)) return RESULT_SUCCESS;
         while (at_ < numbers_.size()) {
             if (current_.open(tasks_.get(), numbers_[at_++], owner_)) return RESULT_SUCCESS;
         }
@@ -77,6 +86,7 @@ private:
     std::vector<int> numbers_;
     size_t at_ = 0;
     int owner_;
+    bool only_ = false;  // the only thread is open and not stepped on yet
     thread current_;
 };
 
@@ -94,6 +104,11 @@ std::unique_ptr<walk> process_table::walk_all(uint64_t &result) {
 std::unique_ptr<walk> process_table::walk_threads(process &owner, uint64_t &result) {
     std::vector<int> numbers;
     descriptor tasks;
+    result = RESULT_SUCCESS;
+    if (owner.is_known_single()) {
+        auto made = std::make_unique<thread_walk>(*this, std::move(tasks), std::move(numbers), owner.number());
+        if (made->open_only(owner)) return made;
+    }
     result = result_of(owner.list_threads(numbers, tasks));
     if (result != RESULT_SUCCESS) return nullptr;
     return std::make_unique<thread_walk>(*this, std::move(tasks), std::move(numbers), owner.number());

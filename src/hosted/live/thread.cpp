@@ -82,6 +82,13 @@ bool thread::open(int tasks, int id, int owner) {
     return id > 0 && proc_object::open(tasks, numbered_path(id).c_str(), id);
 }
 
+bool thread::open_only(int process, int id) {
+    owner_ = id;
+    owner_read_ = outcome::done;
+    call_read_ = switches_read_ = outcome::unread;
+    return proc_object::open(process, ("task/" + std::to_string(id)).c_str(), id);
+}
+
 bool thread::open(int id) {
     owner_read_ = call_read_ = switches_read_ = outcome::unread;
     const std::string own = "/task/" + std::to_string(id);

@@ -30,6 +30,18 @@ public:
     //   owner  the process's number
     bool open(int tasks, int id, int owner);
 
+    // Opens the thread of a process's own number.
+    //   process  the process's open directory
+    bool open_only(int process, int id);
+
+    // Takes what has been read for the open thread; null: nothing.
+    void assume(const stat_record *stat, const switch_counts *switches) {
+        if (stat != nullptr) assume_stat(*stat);
+        if (switches == nullptr) return;
+        switches_ = *switches;
+        switches_read_ = outcome::done;
+    }
+
     // Opens a thread by its number alone.
     bool open(int id);
 
