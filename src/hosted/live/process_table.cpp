@@ -106,7 +106,7 @@ std::unique_ptr<walk> process_table::walk_threads(process &owner, uint64_t &resu
     descriptor tasks;
     result = RESULT_SUCCESS;
     if (owner.is_known_single()) {
-        auto made = std::make_unique<thread_walk>(*this, std::move(tasks), std::move(numbers), owner.number());
+        auto made = std::make_unique<thread_walk>(*this, descriptor(), std::vector<int>(), owner.number());
         if (made->open_only(owner)) return made;
     }
     result = result_of(owner.list_threads(numbers, tasks));
