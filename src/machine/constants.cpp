@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "hosted/described/text.h"
 #include "platform/kernel.h"
@@ -36,9 +37,10 @@ constexpr auto constants = [] {
 }();
 
 // Those of a prefix, next to one another.
-auto with_prefix(std::string_view prefix) {
-    return std::ranges::equal_range(constants, prefix, {},
-                                    [prefix](const constant &each) { return each.name.substr(0, prefix.size()); });
+std::span<const constant> with_prefix(std::string_view prefix) {
+    const auto begins = [prefix](const constant &each) { return each.name.substr(0, prefix.size()); };
+    const auto first = std::ranges::lower_bound(constants, prefix, {}, begins);
+    return {first, std::ranges::upper_bound(first, constants.end(), prefix, {}, begins)};
 }
 
 }  // namespace
