@@ -165,11 +165,11 @@ private:
         into.ppid = id(SysvcGetPPid, key);
         into.pgid = id(SysvcGetPgid, key);
         into.sid = id(SysvcGetSid, key);
-        begin_owned(into, threads_, ITERSEL_THREADS, 0, into.threads, into.refuse.threads);
-        begin_owned(into, isrs_, ITERSEL_ISRS, 0, into.isrs, into.refuse.isrs);
+        begin_owned(into, threads_, ITERSEL_THREADS, 0, into.threads, into.refuse.own().threads);
+        begin_owned(into, isrs_, ITERSEL_ISRS, 0, into.isrs, into.refuse.own().isrs);
         if (!maps_) return true;
-        begin_owned(into, memos_, ITERSEL_MEMOS, into.handle, into.memos, into.refuse.memos);
-        begin_owned(into, views_, ITERSEL_VIEWS, 0, into.views, into.refuse.views);
+        begin_owned(into, memos_, ITERSEL_MEMOS, into.handle, into.memos, into.refuse.own().memos);
+        begin_owned(into, views_, ITERSEL_VIEWS, 0, into.views, into.refuse.own().views);
         return true;
     }
 

@@ -157,6 +157,13 @@ template <class Record> struct record_of : codec {
     static std::string describe() { return describe_fields(fields()); }
 };
 
+template <class Record> struct rare_record : codec {
+    static void read(json_value from, rare<Record> &into) { record_of<Record>::read(from, into.own()); }
+    static void write(json_writer &out, const rare<Record> &value) { record_of<Record>::write(out, *value); }
+    static bool absent(const rare<Record> &value) { return record_of<Record>::absent(*value); }
+    static std::string describe() { return record_of<Record>::describe(); }
+};
+
 // A record as a list; its table also says what is expected of it.
 template <class Record> struct row_of : codec {
     static void read(json_value from, Record &into) {
@@ -274,6 +281,7 @@ template <class Value> struct usual_codec<std::vector<Value>> {
     using inner = typename usual_codec<Value>::type;
     using type = list_of<inner, std::is_same_v<inner, record_of<Value>>>;
 };
+template <class Value> struct usual_codec<rare<Value>> { using type = rare_record<Value>; };
 template <class Value> struct usual_codec<record_list<Value>> : usual_codec<std::vector<Value>> {};
 template <class Value> struct usual_codec<std::optional<Value>> {
     using type = optional_of<typename usual_codec<Value>::type>;

@@ -307,7 +307,7 @@ uint64_t described_machine::begin(uint64_t parent, uint64_t kind, std::unique_pt
         out = walk_over(list);
         return uint64_t{RESULT_SUCCESS};
     };
-    const refusals &refuse = owner->refuse;
+    const refusals &refuse = *owner->refuse;
     switch (kind) {
     case ITERSEL_MEMOS: return begin(owner->memos, refuse.memos);
     case ITERSEL_THREADS: return begin(owner->threads, refuse.threads);
@@ -320,7 +320,7 @@ uint64_t described_machine::set_property(uint64_t handle, uint64_t property, uin
     described::task *const of = find_task(handle);
     if (of == nullptr) return RESULT_NO_OBJECT;
     if (property != TASKPROP_PRIORITY) return RESULT_BAD_ARGUMENT;
-    if (of->refuse.control) return *of->refuse.control;
+    if (of->refuse->control) return *of->refuse->control;
     set_item(*of, TASKINFO_PRIORITY, value);
     return RESULT_SUCCESS;
 }
@@ -344,7 +344,7 @@ uint64_t described_machine::raise(uint64_t handle, uint64_t exception, uint64_t 
     described::task *const in = find_task(handle);
     if (in == nullptr) return RESULT_NO_OBJECT;
     if (exception >= EXC_LIMIT) return RESULT_BAD_ARGUMENT;
-    if (in->refuse.exception) return *in->refuse.exception;
+    if (in->refuse->exception) return *in->refuse->exception;
     in->exceptions.push_back({exception, parameter});
     return RESULT_SUCCESS;
 }
@@ -353,7 +353,7 @@ uint64_t described_machine::destroy(uint64_t handle) {
     object *const ended = find(handle);
     if (ended == nullptr) return RESULT_NO_OBJECT;
     if (described::task *const of = find_task(handle)) {
-        if (of->refuse.deletion) return *of->refuse.deletion;
+        if (of->refuse->deletion) return *of->refuse->deletion;
         for (auto &inner : of->threads) inner.gone = true;
         for (auto *const list : {&of->memos, &of->views, &of->isrs}) {
             for (auto &inner : *list) inner.gone = true;

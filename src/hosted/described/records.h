@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -39,6 +40,25 @@ protected:
 // A list of a machine file, and where more of its records come from when it is written.
 template <class Record> struct record_list : std::vector<Record> {
     record_source<Record> *source = nullptr;  // has at least one; null: there are no more
+};
+
+// A record that few have, so that all others hold a pointer in its place.
+template <class Record> class rare {
+public:
+    const Record &operator*() const {
+        static const Record none{};
+        return made_ ? *made_ : none;
+    }
+    const Record *operator->() const { return &**this; }
+
+    // The record to change, made if there is none.
+    Record &own() {
+        if (!made_) made_ = std::make_unique<Record>();
+        return *made_;
+    }
+
+private:
+    std::unique_ptr<Record> made_;
 };
 
 // ---- objects --------------------------------------------------------------------------------------------------------
@@ -84,7 +104,7 @@ struct task : object {
     record_list<object> memos;
     record_list<object> views;
     record_list<object> isrs;
-    refusals refuse;
+    rare<refusals> refuse;
     std::vector<raised_exception> exceptions;
 };
 
