@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <new>
 #include <span>
 #include <string>
 #include <utility>
@@ -281,7 +282,13 @@ void print_wide_string(result_bytes text) {
             shown.clear();
             break;
         }
-        shown.append(bytes, length);
+        try {
+            shown.append(bytes, length);
+        } catch (const std::bad_alloc &) {
+            std::fputs("svccall: out of memory\n", stderr);
+            shown.clear();
+            break;
+        }
     }
     std::printf("%s\n", shown.c_str());
 }

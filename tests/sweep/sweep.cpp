@@ -314,7 +314,9 @@ private:
     void usable(call which, uint64_t name) {
         const auto found = handles_.find(name);
         const bool gone = found != handles_.end() && !found->second.exists;
-        const bool none = name == NO_OBJECT && !(planned_.call != 0 && planned_.result == NO_OBJECT);
+        // A device that finds no memory has no port to name in the registry.
+        const bool may_be_none = planned_.inside || (planned_.call != 0 && planned_.result == NO_OBJECT);
+        const bool none = name == NO_OBJECT && !may_be_none;
         if ((!gone && !none) || report_.finding[0] != '\0') return;
         std::snprintf(report_.finding, sizeof report_.finding, "call %llu, %s, on 0x%llx, %s",
                       static_cast<unsigned long long>(report_.calls), hosted::call_name(which).data(),

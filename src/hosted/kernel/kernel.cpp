@@ -5,6 +5,7 @@
 #include <chrono>
 #include <ctime>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "platform/protocol/device.h"
@@ -180,7 +181,13 @@ uint64_t kernel::name_again(uint64_t other, uint64_t maker) {
     if (!attached_.empty()) charge(maker);
     const uint64_t handle = new_handle();
     named->handles.push_back(handle);
-    handles_.emplace(handle, named_object{named, maker});
+    try {
+        handles_.emplace(handle, named_object{named, maker});
+    } catch (const std::bad_alloc &) {
+        named->handles.pop_back();
+        discharge(maker);
+        throw;
+    }
     return handle;
 }
 
