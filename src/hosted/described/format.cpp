@@ -729,7 +729,8 @@ void check_self(json_value from, const machine_records &all) {
          {std::tuple("task", all.self.task, kind::task), {"thread", all.self.thread, kind::thread}}) {
         const auto *const listed = handle ? all.objects.find(*handle) : nullptr;
         if (listed == nullptr || listed->what == expected) continue;
-        from.attempt([&] { from.at(key).wrong("an object of another kind has this handle"); });
+        const json_value given = from.at(key);
+        given.attempt([&] { given.wrong("an object of another kind has this handle"); });
     }
     if (all.self.task && all.self.task == all.self.thread) from.at("thread").wrong("the task has this handle");
 }
