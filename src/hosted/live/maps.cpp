@@ -35,10 +35,17 @@ bool is_fixed(const mapping_line &line) {
                                           [&](std::string_view name) { return line.name.starts_with(name); });
 }
 
-// Whether the file of a mapping has the mapping's name.
+// Whether the file of a mapping has the mapping's name. The system writes a line feed of a name as \012, and a
+// backslash as itself: such a name is tried both ways.
 bool has_name(const mapping_line &line, int directory, struct ::stat &file) {
+    constexpr std::string_view escaped = "\\012";
     const dev_t device = makedev(static_cast<unsigned>(line.device >> 32), static_cast<unsigned>(line.device));
-    return leads_to(directory, std::string(line.name), device, line.inode, file);
+    std::string name(line.name);
+    if (leads_to(directory, name, device, line.inode, file)) return true;
+    size_t at = name.find(escaped);
+    if (at == std::string::npos) return false;
+    for (; at != std::string::npos; at = name.find(escaped, at + 1)) name.replace(at, escaped.size(), 1, '\n');
+    return leads_to(directory, name, device, line.inode, file);
 }
 
 // Whether a mapped file is a device, rather than shared memory in a file beside the devices.

@@ -71,7 +71,8 @@ protected:
 
 TEST_F(LiveMaps, ViewsAndTheirMemos) {
     const scratch_directory scratch;
-    const std::string kept = scratch.write("kept (deleted)", std::string(8192, 'k')), lost = scratch.write("lost", "l");
+    const std::string kept = scratch.write("kept\n(deleted) (deleted)", std::string(8192, 'k')),
+                      lost = scratch.write("lost", "l");
     own_child child([&](own_child &self) {
         const int file = open(kept.c_str(), O_RDWR), gone = open(lost.c_str(), O_RDWR);
         unlink(lost.c_str());

@@ -329,15 +329,19 @@ TEST(LiveProcesses, EndsOneProcessNotItsGroup) {
 #if defined(__x86_64__)
 // A 64-bit program that makes calls by the 32-bit interface: a futex, and a waitpid that has the number of poll.
 TEST(LiveProcesses, CallsByTheInterfaceOf32Bits) {
-    for (const auto &[number, waits] : {std::pair(240, true), {7, false}}) {
+    const struct {
+        int number;
+        bool waits;
+    } calls[] = {{240, true}, {7, false}};
+    for (const auto &call : calls) {
         own_child child([&](own_child &self) {
             const own_child awaited([](own_child &one) { one.say(1); });
             awaited.heard();  // from here on it ends with this one
             auto word = reinterpret_cast<uintptr_t>(
                 mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_32BIT, -1, 0));
             self.say(static_cast<int64_t>(word));
-            uint64_t result = static_cast<uint64_t>(number);
-            if (!waits) word = UINT32_MAX;  // any child
+            uint64_t result = static_cast<uint64_t>(call.number);
+            if (!call.waits) word = UINT32_MAX;  // any child
             asm volatile("int $0x80"
                          : "+a"(result)
                          : "b"(word), "c"(0), "d"(0), "S"(0)
@@ -355,7 +359,7 @@ TEST(LiveProcesses, CallsByTheInterfaceOf32Bits) {
         uint64_t value = 1;
         ASSERT_EQ(table.find_thread(live::THREAD_HANDLES.first + child.handle(), waiting), RESULT_SUCCESS);
         EXPECT_EQ(waiting->item(THREADINFO_WAITON, value), RESULT_SUCCESS);
-        EXPECT_EQ(static_cast<int64_t>(value), waits ? word : 0);
+        EXPECT_EQ(static_cast<int64_t>(value), call.waits ? word : 0);
     }
 }
 #endif
