@@ -159,7 +159,6 @@ class judge:
         reaching = next((names for folder, names in REACHING.items() if str(path).startswith(folder)), "*-Live*:Colp*")
         if wrong := nearest and verdict([*TESTS, f"--gtest_filter={nearest}"], LIMIT):
             return wrong
-        link("ventix_tests")
         rest = f"{reaching}{':' if '-' in reaching else '-'}{nearest}"  # what follows the dash is left out
         if wrong := verdict([*TESTS, f"--gtest_filter={rest}"], 4 * LIMIT):
             return wrong
@@ -171,14 +170,6 @@ class judge:
 def link(target, output=subprocess.DEVNULL):
     return subprocess.run(["ninja", "-j1", "-C", str(BUILD), target], stdout=output,
                           stderr=subprocess.DEVNULL).returncode == 0
-
-
-# Compiles a change and links what the nearest tests need: not the replays of the fuzz targets.
-def link_nearest():
-    linking = subprocess.run(["ninja", "-C", str(BUILD), "-t", "commands", "-s", "ventix_tests"], check=True,
-                             capture_output=True, text=True).stdout
-    return link("ventix") and subprocess.run(linking, shell=True, cwd=BUILD, stdout=subprocess.DEVNULL,
-                                             stderr=subprocess.DEVNULL).returncode == 0
 
 
 def prepare():
@@ -210,7 +201,7 @@ def main():
             split = text.split("\n")
             split[number] = new
             (COPY / path).write_text("\n".join(split))
-            wrong = verdict_on(path) if link_nearest() else "does not compile"
+            wrong = verdict_on(path) if link("ventix_tests") else "does not compile"
             (COPY / path).write_text(text)
             if wrong == "does not compile":
                 continue
