@@ -67,8 +67,7 @@ def command_line(lines, rng):
     for _ in range(rng.randrange(3)):
         at = rng.randrange(1, len(words) + 1)
         words[at:at + rng.randrange(2)] = [rng.choice(WORDS)]
-    # The time of day is nobody's to repeat: only the device's.
-    return words if words[0] != "date" or {"-R", "-S"} & set(words) else [*words, "-R"]
+    return words
 
 
 def run(program, words, folder, loaded, saved, memory=resource.RLIM_INFINITY):
@@ -88,7 +87,9 @@ def wrong_with(words, builds, promises, folder):
         for number, program in enumerate(builds * 2):
             results.append(run(program, words, folder, "machine.json", f"saved.{number}"))
         status, _, said = results[0]
-        if any(other != results[0] for other in results):
+        # The time of day, which some forms of date print, is nobody's to repeat: only its form is.
+        shown = {(code, re.sub(rb"\d", b"N", output) if words[0] == "date" else output, errors) for code, output, errors in results}
+        if len(shown) != 1:
             return "runs differ: " + "; ".join(f"{r[0]} {r[1][-200:]!r} {r[2][-300:]!r}" for r in results)
         if status == BAD_MACHINE:
             return None if said.startswith(b"ventix: ") and said.count(b"\n") == 1 else f"refused with {said!r}"
