@@ -249,11 +249,11 @@ template <class Visit> bool each_entry(const std::string &path, Visit visit) {
 using device_names = std::vector<std::pair<std::string, std::string>>;
 
 device_names names_of_devices(redaction &hide) {
-    constexpr auto &own = hosted::live::FIXED_NAMES;
+    using hosted::live::FIXED_NAMES;
     device_names names;
     each_entry(DEVICE_DIRECTORY, [&](const RegIterator &, const std::string &name) {
         if (!hosted::is_utf8(name)) return;
-        const bool stays = name == SYSVC_DEVICE || std::ranges::find(own, name) != own.end();
+        const bool stays = name == SYSVC_DEVICE || std::ranges::find(FIXED_NAMES, name) != FIXED_NAMES.end();
         names.emplace_back(name, stays ? name : hide.text("device", name));
     });
     return names;

@@ -220,17 +220,17 @@ int guest::open_terminal(const char *path, int flags) {
     return terminal_result(exchange(wire::service::open_terminal, words));
 }
 
-int guest::control_terminal(int number, unsigned long request, char *buffer) {
+int guest::control_terminal(int descriptor, unsigned long request, char *buffer) {
     static_assert(TERM_LAYOUT_SIZE == sizeof wire::answer::words);
-    uint64_t words[wire::REQUEST_WORDS] = {static_cast<uint64_t>(number), request};
+    uint64_t words[wire::REQUEST_WORDS] = {static_cast<uint64_t>(descriptor), request};
     std::memcpy(words + 2, buffer, TERM_LAYOUT_SIZE);
     const wire::answer given = exchange(wire::service::control_terminal, words);
     if (static_cast<int>(given.result) == 0) std::memcpy(buffer, given.words, TERM_LAYOUT_SIZE);
     return terminal_result(given);
 }
 
-void guest::close_terminal(int number) {
-    const uint64_t words[] = {static_cast<uint64_t>(number)};
+void guest::close_terminal(int descriptor) {
+    const uint64_t words[] = {static_cast<uint64_t>(descriptor)};
     exchange(wire::service::close_terminal, words);
 }
 

@@ -135,7 +135,7 @@ bool host::open(const std::string &file, const std::string &save, std::string so
     auto inner = make_described_machine(file, save, faults, message);
     if (!inner || !share_memory(message)) return false;
     if (socket.empty()) socket = new_path(message);
-    if (socket.empty() || !listen_at(std::move(socket), message)) return false;
+    if (socket.empty() || !listen_at(socket, message)) return false;
     sigset_t none;
     sigemptyset(&none);
     events_ = descriptor(epoll_create1(EPOLL_CLOEXEC));
@@ -181,7 +181,7 @@ bool host::lock_path(std::string &message) {
     }
 }
 
-bool host::listen_at(std::string path, std::string &message) {
+bool host::listen_at(const std::string &path, std::string &message) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) {

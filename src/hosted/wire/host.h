@@ -58,7 +58,7 @@ private:
     using connection_pointer = std::shared_ptr<connection>;
 
     bool share_memory(std::string &message);
-    bool listen_at(std::string path, std::string &message);
+    bool listen_at(const std::string &path, std::string &message);
     bool lock_path(std::string &message);
     std::string new_path(std::string &message);
     void accept_one();
