@@ -245,7 +245,7 @@ template <class Visit> bool each_entry(const std::string &path, Visit visit) {
     return true;
 }
 
-// The names of devices in their order, and what stands for each in the file. Those that every live machine has stay.
+// The names of devices in their order, each with its name in the file. Devices of every live machine keep theirs.
 using device_names = std::vector<std::pair<std::string, std::string>>;
 
 device_names names_of_devices(redaction &hide) {

@@ -138,7 +138,7 @@ private:
     struct iterator_object;
     struct memo_object;
 
-    // What a handle stands for, and the task that made it (0: a server).
+    // The object of a handle, and the task that made it (0: a server).
     struct named_object {
         std::shared_ptr<kernel::object> object;
         uint64_t maker = 0;
