@@ -25,23 +25,28 @@ namespace verbs {
 namespace {
 
 using hosted::call;
+using hosted::described::index_naming;
 using hosted::described::item_name;
 using hosted::described::naming;
 
 constexpr size_t INDENT = 2;
-constexpr size_t DEEPEST = 20;     // levels that are still indented
-constexpr size_t MOST_OPEN = 100;  // devices, and begun requests of one; then the oldest is forgotten
+constexpr size_t DEEPEST = 20;            // levels that are still indented
+constexpr size_t MOST_OPEN = 100;         // devices, and begun requests of one; then the oldest is forgotten
+constexpr size_t LONGEST_REGISTER = 256;  // bytes of a name
+constexpr std::string_view OWN = "own ";  // of the task and the thread that made the calls
 
 // ---- what numbers mean ----------------------------------------------------------------------------------------------
 
 // How a number is shown.
 struct showing {
-    enum kind : uint8_t { plain, amount, handle, name, bits, address, request, characters } how = plain;
+    enum kind : uint8_t { plain, amount, handle, name, bits, address, request, characters, piece, register_id };
+    kind how = plain;
     std::string_view word = {};  // what a handle names if no line has shown it; the prefix of a name and of bits
 };
 constexpr showing NUMBER, AMOUNT{showing::amount}, HANDLE{showing::handle}, ADDRESS{showing::address},
     REQUEST{showing::request}, TEXT{showing::characters}, PORT{showing::handle, "port"}, TASK{showing::handle, "task"},
-    THREAD{showing::handle, "thread"}, MEMO{showing::handle, "memo"}, RESULT{showing::name, "RESULT_"};
+    THREAD{showing::handle, "thread"}, MEMO{showing::handle, "memo"}, RESULT{showing::name, "RESULT_"},
+    PIECE{showing::piece}, REGISTER{showing::register_id}, REGISTER_TYPE{showing::bits, "CPUREG_"};
 
 // The words of messages.
 constexpr struct {
@@ -168,7 +173,16 @@ std::string characters_of(uint64_t word) {
         const auto c = static_cast<char>(word >> shift & 0xFF);
         if (c != '\0') text += c >= ' ' && c <= '~' ? c : '?';
     }
-    return quoted(text);
+    return text;
+}
+
+// A piece of a register's name has its first character in the least significant byte.
+std::string piece_of_name(uint64_t word) { return characters_of(__builtin_bswap64(word)); }
+
+// "task 0x1020" and "own task" are both tasks.
+bool is_labelled(std::string_view label, std::string_view noun) {
+    if (label.starts_with(OWN)) label.remove_prefix(OWN.size());
+    return label.starts_with(noun) && (label.size() == noun.size() || label[noun.size()] == ' ');
 }
 
 naming items_of(call which) {
@@ -252,6 +266,12 @@ private:
         bind(handle, std::string(noun) + " " + number_text(handle), false);
     }
 
+    // The task or thread that makes the calls. Its handle is another one in each run on the live machine.
+    void learn_caller(uint64_t handle, std::string_view noun) {
+        learn(handle, noun);
+        if (const auto caller = find(handle)) caller->label = std::string(OWN).append(noun);
+    }
+
     // A run gets a handle once. One that it gets again for something else belongs to another run.
     void create(uint64_t handle, reference to) {
         if (const auto known = known_.find(handle); known != known_.end() && known->second->made &&
@@ -290,8 +310,27 @@ private:
         const auto item = item_name(naming::object, read["item"]);
         const auto known = find(read["handle"]);
         return find_row(kinds, [&](const auto &row) {
-            return item.starts_with(row.items) || (known && known->label.starts_with(row.noun));
+            return item.starts_with(row.items) || (known && is_labelled(known->label, row.noun));
         });
+    }
+
+    // ---- registers ----
+
+    // The table of registers, read in its order: each one's id, its type and the pieces of its name.
+    showing column_of(uint64_t index) const {
+        constexpr showing columns[] = {REGISTER, REGISTER_TYPE, PIECE};
+        return register_stride_ == 0 ? NUMBER : columns[std::min(index % register_stride_, std::size(columns) - 1)];
+    }
+
+    void learn_register(const logged_call &read) {
+        const uint64_t index = read["index"], value = read["value"];
+        if (read["group"] == KSYSIDX_REGISTERINFO && index == KSYSIDX_REGISTERINFO_STRIDE) register_stride_ = value;
+        if (read["group"] != KSYSIDX_REGISTERINFO_TABLE) return;
+        const auto column = column_of(index).how;
+        if (column == showing::register_id) register_names_[listed_register_ = value].clear();
+        if (column != showing::piece) return;
+        if (auto &name = register_names_[listed_register_]; name.size() < LONGEST_REGISTER)
+            name += piece_of_name(value);
     }
 
     // ---- devices ----
@@ -379,6 +418,7 @@ private:
     void before(const logged_call &made) {
         learn(made["parent"], "task");
         learn(made["task"], "task");
+        if (made.which == call::send_msg && made["code"] == MSG_TASK_EXIT) learn(made["word1"], "task");
         if (made.which == call::control_object)
             learn(made["handle"], made["control"] == CTRL_SET_PROPERTY ? "task" : "thread");
         if (made.which == call::get_object_info) {
@@ -401,7 +441,10 @@ private:
             if (item == KSTATE_REGISTRY_PORT && result != 0)
                 return create_labelled("port of " + quoted(REGISTRY_DEVICE));
             if (item == KSTATE_EXIT_NOTICE_PORT && result != 0) return create_labelled("exit notice port");
-            return learn_value(made, result);
+            if (item == KSTATE_CURRENT_TASK) return learn_caller(result, "task");
+            if (item == KSTATE_CURRENT_THREAD) return learn_caller(result, "thread");
+            return;
+        case call::get_system_data: return learn_register(made);
         case call::get_object_info:
         case call::get_iterator_info: return learn_value(made, made["value"]);
         case call::begin_iterator:
@@ -459,8 +502,13 @@ private:
             const auto known = addresses_.find(word);
             return name_or_number(known == addresses_.end() ? std::string_view() : known->second, word);
         }
-        case showing::request: return "request " + number_text(word);
-        case showing::characters: return characters_of(word);
+        case showing::request: return (word == 0 ? "" : "request ") + number_text(word);
+        case showing::characters: return quoted(characters_of(word));
+        case showing::piece: return quoted(piece_of_name(word));
+        case showing::register_id: {
+            const auto known = register_names_.find(word);
+            return known == register_names_.end() || known->second.empty() ? number_text(word) : quoted(known->second);
+        }
         case showing::plain: break;
         }
         return number_text(word);
@@ -492,6 +540,10 @@ private:
         if (from.arguments[index].count == 0) return {};
         if (from.which == call::get_object_info || from.which == call::get_iterator_info)
             return word_text(value_of_item(from), words[0]);
+        if (from.which == call::get_system_data) {
+            if (from["group"] == KSYSIDX_REGISTERINFO_TABLE) return word_text(column_of(from["index"]), words[0]);
+            return word_text(index_naming(from["group"]) == naming::none ? NUMBER : AMOUNT, words[0]);
+        }
         const auto message = from.received();
         if (!message) return number_text(words[0]);
         const std::string texts[] = {message_word(message->code, false, message->word1), message_name(message->code),
@@ -514,13 +566,13 @@ private:
             return word_text(row->value, word);
         if (parameter == "item") return name_or_number(item_name(items_of(from.which), word), word);
         if (parameter == "group") return name_or_number(item_name(naming::data_group, word), word);
-        if (parameter == "index")
-            return name_or_number(item_name(hosted::described::index_naming(from["group"]), word), word);
+        if (parameter == "index") return name_or_number(item_name(index_naming(from["group"]), word), word);
         if (parameter == "code") return message_name(word);
         if (parameter == "word1" || parameter == "word2") return message_word(from["code"], parameter == "word2", word);
-        if (from["control"] == CTRL_SET_PROPERTY && parameter == "a")
-            return word_text({showing::name, "TASKPROP_"}, word);
-        return word_text(from["control"] == CTRL_SET_PROPERTY && parameter == "b" ? AMOUNT : NUMBER, word);
+        const uint64_t control = from["control"];
+        if (control == CTRL_SET_PROPERTY && parameter == "a") return word_text({showing::name, "TASKPROP_"}, word);
+        if (control == CTRL_FETCH_REGISTER && parameter == "a") return word_text(REGISTER, word);
+        return word_text(control == CTRL_SET_PROPERTY && parameter == "b" ? AMOUNT : NUMBER, word);
     }
 
     std::string call_text(const logged_call &from) const {
@@ -553,11 +605,14 @@ private:
 
     std::unordered_map<uint64_t, reference> known_;
     std::map<std::string, numbering, std::less<>> counted_;
-    std::list<device> devices_;                            // in the order of their opening
-    std::unordered_map<uint64_t, std::string> addresses_;  // of records and requests
-    std::string path_;                                     // of the integer that the registry is asked for
-    std::string looked_up_;                                // device whose port it returned last
-    std::string asked_;                                    // device that a creation or deletion was asked of last
+    std::list<device> devices_;                                 // in the order of their opening
+    std::unordered_map<uint64_t, std::string> addresses_;       // of records and requests
+    std::string path_;                                          // of the integer that the registry is asked for
+    std::string looked_up_;                                     // device whose port it returned last
+    std::string asked_;                                         // device that a creation or deletion was asked of last
+    uint64_t register_stride_ = 0;                              // items of a register in their table; 0: not known
+    uint64_t listed_register_ = 0;                              // id of the one whose name is read
+    std::unordered_map<uint64_t, std::string> register_names_;  // by id
     bool restarted_ = false;
 };
 

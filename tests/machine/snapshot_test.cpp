@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -37,10 +39,11 @@ own_child quiet_child() {
     return own_child([](own_child &) { prctl(PR_SET_NAME, NAME); });
 }
 
+// In as many digits as tasks are listed with.
 std::string handle_of(const own_child &child) {
-    std::ostringstream text;
-    text << "0x" << std::hex << child.handle();
-    return text.str();
+    char text[32];
+    std::snprintf(text, sizeof text, "0x%016" PRIX64, child.handle());
+    return text;
 }
 
 // ---- equality -------------------------------------------------------------------------------------------------------
@@ -126,11 +129,12 @@ TEST_P(Snapshots, ShowWhatTheLiveMachineShowed) {
         EXPECT_EQ(shown.status, after.status);
         if (command[0] == '~') continue;
         EXPECT_EQ(shown.diagnostics, after.diagnostics);
-        // Of the tasks only the child is quiet; the width of a column is that of its widest row.
+        // Of the tasks only the own child is quiet; the width of a column is that of its widest row.
         const auto rows = [&](const std::string &output) {
             std::vector<std::string> lines = lines_of(output);
             if (command == "task -A") {
-                std::erase_if(lines, [](const std::string &line) { return line.find(NAME) == line.npos; });
+                std::erase_if(lines, [&](const auto &line) { return !line.starts_with(' ' + handle_of(child)); });
+                EXPECT_EQ(lines.size(), 1u);
                 for (auto &line : lines) {
                     const auto twice = [](char left, char right) { return left == ' ' && right == ' '; };
                     line.erase(std::unique(line.begin(), line.end(), twice), line.end());

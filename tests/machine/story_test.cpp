@@ -51,12 +51,19 @@ TEST(Trace, DependsOnWhatARunDoes) {
         const std::string moved = replaced(replaced(log, "0x10000", "0x510000"), "0x7ea0", "0x3ea0");
         EXPECT_NE(moved, log);
         EXPECT_EQ(rendered(moved), whole);
-        for (const char *number :
-             {"port 0x", "semaphore 0x", "iterator 0x", " 0x20", " 0x21", "# request 0x", " 0x110"})
+        for (const char *number : {"port 0x", "semaphore 0x", "iterator 0x", " 0x20", " 0x21", "# request 0x", " 0x110",
+                                   "DEVMSG_OPEN, task"})
             EXPECT_EQ(whole.find(number), whole.npos) << number << " in " << whole;
         const bool begins_anew = log.starts_with("_SL_Create");  // which shows that another run is on the log
         EXPECT_EQ(rendered(log + log) == whole + '\n' + whole, begins_anew);
     }
+}
+
+TEST(Trace, NamesRegistersFromTheirTable) {
+    const std::string whole = rendered(log_of({"threads", "-r", "shell"}));
+    for (const char *text : {"(KSYSIDX_REGISTERINFO_TABLE, 1, {CPUREG_READABLE | CPUREG_WRITABLE | 0x40})", "{\"r5\"}",
+                             "CTRL_FETCH_REGISTER, \"cycles\", 0, 0, 8)", "_SL_GetObjectInfo(own thread, "})
+        EXPECT_NE(whole.find(text), whole.npos) << text;
 }
 
 }  // namespace
