@@ -18,7 +18,7 @@ class doubling : public hosted::device_protocol {
         auto *number = request.block<uint64_t>();
         if (number == nullptr) return IOERROR_BAD_COMMAND;  // out of the request's reach
         *number *= 2;
-        numbers_doubled++;
+        ++numbers_doubled;
         return 0;
     }
 };
@@ -29,7 +29,7 @@ class services : public hosted::service_source {
     const hosted::service_description &describe(size_t) const override { return only_; }
     uint32_t call(size_t, hosted::service_call &call) override {
         call.set_word(0, call.word(0) * 2);
-        numbers_doubled++;
+        ++numbers_doubled;
         return 0;
     }
     const hosted::service_description only_ = {"double", {{"number", SVCTYPE_INTEGER}}, {{"doubled", SVCTYPE_INTEGER}}};

@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     const std::string spec(input.text_until('\n').substr(0, 64));
     input_numbers numbers{input};
     random_table<input_numbers> table(numbers, MOST_ROWS);
-    for (unsigned steps = 0; steps < MOST_STEPS && input.size() != 0; steps++) table.step();
+    for (unsigned steps = 0; steps < MOST_STEPS && input.size() != 0; ++steps) table.step();
     const bool sorted = sort_model(table.model(), spec);
     if ((sb_parse_colp_sort(table.table(), spec.c_str()) == 0) != sorted) std::abort();
     table.print(COLP_PRINT_ALL);

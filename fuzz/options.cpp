@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
     long long number = 0;
     unsigned long long bytes_read = 0;
     // An option of the byte 0xFF looks like the end to its caller, but is none yet.
-    for (size_t options = size + 2; e_getoption(&state) != E_END || state.argv_out != nullptr; options--) {
+    for (size_t options = size + 2; e_getoption(&state) != E_END || state.argv_out != nullptr; --options) {
         if (options == 0) std::abort();  // more options than characters
         switch (flags >> 2 & 7) {
         case 0: e_opt_getint(&state, &number); break;
@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *bytes, size_t size) {
         }
     }
     if (argc < 0 || static_cast<size_t>(argc) > words.size() || argv[argc] != nullptr) std::abort();
-    for (int left = 0; left < argc; left++) {
+    for (int left = 0; left < argc; ++left) {
         if (std::find(vector.begin(), vector.end(), argv[left]) == vector.end()) std::abort();
     }
     return e_getoption(&state) == E_END ? 0 : (std::abort(), 0);

@@ -68,7 +68,7 @@ void expect_saved(const std::string &expected, const std::string &saved) {
 // Whether the runs are made on a running machine, one for each: VENTIX_TEST_ATTACHED is set.
 bool runs_attached() { return std::getenv("VENTIX_TEST_ATTACHED") != nullptr; }
 
-// What exists in one process only: the live machine, a clock that stands still, the ends that wait for nobody else, a
+// What exists in one process only: the live machine, a clock that does not run, the ends that wait for nobody else, a
 // bad machine, and what the environment says of a machine of the run's own. A device that lists a class at every index
 // takes longer than a run may: half a million exchanges.
 bool can_attach(const test_case &test) {

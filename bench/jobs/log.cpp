@@ -41,7 +41,7 @@ bool read_whole(const char *path, std::string &text) {
 std::string without_blank_lines(std::string_view text) {
     std::string lines;
     lines.reserve(text.size());
-    for (size_t i = 0; i < text.size(); i++) {
+    for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] != '\n' || (!lines.empty() && lines.back() != '\n')) lines += text[i];
     }
     return lines;

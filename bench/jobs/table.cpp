@@ -20,7 +20,7 @@ int print_with_colp(unsigned long count) {
     const std::unique_ptr<colp_table, decltype(&colp_delete)> table(colp_new(), colp_delete);
     if (!table) return 1;
     constexpr uint32_t types[] = {COLP_HEX, COLP_STRING, COLP_UINT, COLP_INT, COLP_STRING, COLP_UINT};
-    for (size_t i = 0; i < std::size(types); i++) {
+    for (size_t i = 0; i < std::size(types); ++i) {
         colp_begincolumn(table.get(), types[i]);
         colp_setcolumn_title(table.get(), titles[i]);
         colp_setcolumn_celljust(table.get(), types[i] == COLP_STRING ? COLP_JUST_LEFT : COLP_JUST_RIGHT);
@@ -29,7 +29,7 @@ int print_with_colp(unsigned long count) {
     colp_endheader(table.get());
     struct row row;
     row_source source = first_row;
-    for (unsigned long i = 0; i < count; i++) {
+    for (unsigned long i = 0; i < count; ++i) {
         next_row(&source, &row);
         colp_beginrow(table.get());
         colp_addcell_hex(table.get(), row.handle);
@@ -58,7 +58,7 @@ int print_bare(unsigned long count) {
         return write(STDOUT_FILENO, buffer, length) == static_cast<ssize_t>(length);
     };
     const auto put = [&](const char *text) { to = stpcpy(to, text); };
-    for (unsigned long i = 0; i < count; i++) {
+    for (unsigned long i = 0; i < count; ++i) {
         if (end - to < 128 && !flush()) return 1;
         next_row(&source, &row);
         put("0x");

@@ -17,7 +17,7 @@ extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void *descriptor
 
 int main(int argc, char **argv) {
     std::vector<std::filesystem::path> files;
-    for (int i = 1; i < argc; i++) {
+    for (int i = 1; i < argc; ++i) {
         for (const auto &entry : std::filesystem::directory_iterator(argv[i])) files.push_back(entry.path());
     }
     std::sort(files.begin(), files.end());

@@ -89,13 +89,13 @@ struct colp_table {
 
 inline constexpr char empty_string[] = "";
 
-// A text is stored after its length: one byte, or the byte long_text and eight more.
-inline constexpr unsigned char long_text = 255;
+// A text is stored after its length: one byte, or the byte LONG_TEXT and eight more.
+inline constexpr unsigned char LONG_TEXT = 255;
 
 inline std::string_view cell_text(const colp_cell *cell) {
     const char *bytes = cell->text;
     uint64_t length = static_cast<unsigned char>(*bytes++);
-    if (length == long_text) {
+    if (length == LONG_TEXT) {
         std::memcpy(&length, bytes, sizeof length);
         bytes += sizeof length;
     }
@@ -113,7 +113,7 @@ inline const colp_cell *cell_at(const colp_row *row, uint64_t position) {
 // Prefetches a row, its cells and, since they mostly follow, its first texts. Sorted rows are scattered, and a cache
 // miss for each costs more than the work on it.
 inline void fetch_ahead(const colp_row *row, uint64_t column_count) {
-    if (!row) return;
+    if (row == nullptr) return;
     __builtin_prefetch(row);
     __builtin_prefetch(row_cells(row) + column_count);
 }

@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr uint64_t run_length = 32;
-using run = char[run_length + 1];
+constexpr uint64_t RUN_LENGTH = 32;
+using run = char[RUN_LENGTH + 1];
 constexpr run dashes = "--------------------------------";
 constexpr run spaces = "                                ";
 constexpr run zeros = "00000000000000000000000000000000";
@@ -58,7 +58,7 @@ public:
 
     // Puts count equal characters.
     void put_run(const run &characters, uint64_t count) {
-        for (; count > run_length; count -= run_length) put_part(characters, run_length);
+        for (; count > RUN_LENGTH; count -= RUN_LENGTH) put_part(characters, RUN_LENGTH);
         put_part(characters, count);
     }
 
@@ -84,12 +84,12 @@ uint64_t column_width(const colp_column *column) { return column->width_left + c
 
 // ---- numbers --------------------------------------------------------------------------------------------------------
 
-constexpr uint64_t most_digits = 20;
+constexpr uint64_t MOST_DIGITS = 20;
 
 uint64_t count_decimal_digits(uint64_t value) {
     static constexpr auto powers_of_ten = [] {
-        std::array<uint64_t, most_digits> powers = {1};
-        for (size_t i = 1; i < most_digits; ++i) powers[i] = 10 * powers[i - 1];
+        std::array<uint64_t, MOST_DIGITS> powers = {1};
+        for (size_t i = 1; i < MOST_DIGITS; ++i) powers[i] = 10 * powers[i - 1];
         return powers;
     }();
     // 1233 / 4096 is log10(2): the count of bits gives the count of digits, or one less.
@@ -108,7 +108,7 @@ uint64_t number_length(uint32_t type, uint64_t value) {
 
 // A number's sign or "0x" and its digits.
 struct number_text {
-    char text[2 + most_digits];
+    char text[2 + MOST_DIGITS];
     uint64_t length;
 };
 
@@ -126,7 +126,7 @@ void format_number(number_text &number, const colp_column *column, uint64_t valu
             *digits++ = '-';
             value = 0 - value;
         }
-        end = std::to_chars(digits, digits + most_digits, value).ptr;
+        end = std::to_chars(digits, digits + MOST_DIGITS, value).ptr;
     }
     number.length = static_cast<uint64_t>(end - number.text);
 }
@@ -140,7 +140,7 @@ uint64_t split_text(uint32_t just, std::string_view text, char justchar) {
     const void *found = just == COLP_JUST_FIRSTCHAR
                             ? std::memchr(text.data(), justchar, text.size())
                             : colp_memrchr__(text.data(), static_cast<signed char>(justchar), text.size());
-    return found ? static_cast<uint64_t>(static_cast<const char *>(found) - text.data()) + 1 : 0;
+    return found != nullptr ? static_cast<uint64_t>(static_cast<const char *>(found) - text.data()) + 1 : 0;
 }
 
 // Two widths, raised to what each text or number needs.
@@ -181,7 +181,7 @@ void measure_column(colp_column *column) {
         column_widths.take(1, 0);
     if (lines_up_on_char(column->title_just)) {
         const char *title = column_title(column, column_width(column));
-        column_widths.take_text(column, column->title_just, title ? title : empty_string);
+        column_widths.take_text(column, column->title_just, title != nullptr ? title : empty_string);
     }
     if (column_width(column) < column->min_width) column->width_left = column->min_width - column->width_right;
 }
@@ -189,7 +189,7 @@ void measure_column(colp_column *column) {
 // Computes widths and sums, and allocates the scratch for numbers.
 int measure(colp_table *table) {
     uint64_t widest = 0;
-    for (colp_column *column = table->first_column; column; column = column->next) {
+    for (colp_column *column = table->first_column; column != nullptr; column = column->next) {
         measure_column(column);
         widest = std::max(widest, column_width(column));
     }
@@ -274,8 +274,8 @@ void render_number(output &out, const colp_table *table, const colp_column *colu
 
 // Writes one cell, or the column's sum where cell is null.
 void render(output &out, const colp_table *table, const colp_column *column, const colp_cell *cell, bool pad_after) {
-    if (!cell || column->type != COLP_STRING) {
-        render_number(out, table, column, cell ? cell->number : column->sum, pad_after);
+    if (cell == nullptr || column->type != COLP_STRING) {
+        render_number(out, table, column, cell != nullptr ? cell->number : column->sum, pad_after);
         return;
     }
     const std::string_view text = cell_text(cell);
@@ -290,25 +290,25 @@ void render(output &out, const colp_table *table, const colp_column *column, con
 std::string_view separator(const colp_table *table) { return table->fancy ? table->column_separator : " "; }
 
 void print_titles(output &out, const colp_table *table) {
-    for (const colp_column *column = table->first_column; column; column = column->next) {
+    for (const colp_column *column = table->first_column; column != nullptr; column = column->next) {
         const bool raw = table->style == COLP_STYLE_RAW;
         const char *title = column_title(column, raw ? column->min_width : column_width(column));
         if (raw)
-            out.put(title ? title : "(null)");
-        else if (!title || !*title)
+            out.put(title != nullptr ? title : "(null)");
+        else if (title == nullptr || !*title)
             out.put_run(spaces, column_width(column));
         else
-            print_justified(out, column->title_just, title, column, column->next);
-        if (column->next) out.put(separator(table));
+            print_justified(out, column->title_just, title, column, column->next != nullptr);
+        if (column->next != nullptr) out.put(separator(table));
     }
     out.put('\n');
 }
 
 void print_rule(output &out, const colp_table *table) {
     if (!table->fancy) return;
-    for (const colp_column *column = table->first_column; column; column = column->next) {
+    for (const colp_column *column = table->first_column; column != nullptr; column = column->next) {
         out.put_run(dashes, column_width(column));
-        if (column->next) out.put(table->rule_cross);
+        if (column->next != nullptr) out.put(table->rule_cross);
     }
     out.put('\n');
 }
@@ -318,28 +318,28 @@ void print_row(output &out, const colp_table *table, const colp_row *row) {
     const colp_column *column = table->first_column;
     const colp_cell *cell = row_cells(row);
     const colp_cell *const end = cell + row->cell_count;
-    for (; column && cell != end; ++cell, column = column->next) {
+    for (; column != nullptr && cell != end; ++cell, column = column->next) {
         if (column != table->first_column)
             for (const char character : between) out.put(character);
-        render(out, table, column, cell, column->next && (table->fancy || cell + 1 != end));
+        render(out, table, column, cell, column->next != nullptr && (table->fancy || cell + 1 != end));
     }
-    for (; column && table->fancy; column = column->next) {
+    for (; column != nullptr && table->fancy; column = column->next) {
         if (column != table->first_column) out.put(between);
-        if (column->next) out.put_run(spaces, column_width(column));
+        if (column->next != nullptr) out.put_run(spaces, column_width(column));
     }
     out.put('\n');
 }
 
 void print_sums(output &out, const colp_table *table) {
-    for (const colp_column *column = table->first_column; column; column = column->next) {
+    for (const colp_column *column = table->first_column; column != nullptr; column = column->next) {
         if (column->summarize)
-            render(out, table, column, nullptr, column->next);
+            render(out, table, column, nullptr, column->next != nullptr);
         else if (table->style == COLP_STYLE_RAW)
             out.put(table->sum_replace_raw);
         else
             print_justified(out, column->cell_just, table->fancy ? table->sum_replace_fancy : table->sum_replace_simple,
-                            column, column->next);
-        if (column->next) out.put(separator(table));
+                            column, column->next != nullptr);
+        if (column->next != nullptr) out.put(separator(table));
     }
     out.put('\n');
 }
@@ -356,7 +356,7 @@ void colp_measure_cell__(colp_column *column, const colp_cell *cell) {
 }
 
 int colp_setstyle(colp_table *table, uint32_t style) {
-    if (!table) return COLP_BAD_ARGUMENT;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
     if (style > COLP_STYLE_FANCYW) return COLP_BAD_STYLE;
     table->style = style;
     table->fancy = style == COLP_STYLE_FANCY || style == COLP_STYLE_FANCYW;
@@ -368,7 +368,7 @@ int colp_setstyle(colp_table *table, uint32_t style) {
 }
 
 int colp_setstylestr(colp_table *table, const char *name) {
-    if (!table || !name) return COLP_BAD_ARGUMENT;
+    if (table == nullptr || name == nullptr) return COLP_BAD_ARGUMENT;
     for (const auto &entry : style_map)
         if (std::strcmp(entry.name, name) == 0) return colp_setstyle(table, entry.style);
     return COLP_PARSE_ERROR;
@@ -379,9 +379,9 @@ const char *const *colp_getstylelist() { return style_list; }
 int colp_isfancy(colp_table *table) { return table->fancy; }
 
 int colp_print(colp_table *table, int parts, FILE *stream) {
-    if (!stream || !table) return COLP_BAD_ARGUMENT;
+    if (stream == nullptr || table == nullptr) return COLP_BAD_ARGUMENT;
     if (!table->header_ended) return COLP_NO_HEADER;
-    if (table->open_row) return COLP_ROW_OPEN;
+    if (table->open_row != nullptr) return COLP_ROW_OPEN;
     if (table->dirty)
         if (const int err = measure(table)) return err;
 
@@ -389,7 +389,7 @@ int colp_print(colp_table *table, int parts, FILE *stream) {
     if (parts & COLP_PRINT_TITLE) print_titles(out, table);
     if (parts & COLP_PRINT_TITLE_RULE) print_rule(out, table);
     if (parts & COLP_PRINT_ROWS)
-        for (const colp_row *row = table->first_row; row; row = row->next) {
+        for (const colp_row *row = table->first_row; row != nullptr; row = row->next) {
             fetch_ahead(row->next, table->column_count);
             print_row(out, table, row);
         }

@@ -27,7 +27,7 @@ int cell_cmp_str_len(const colp_cell *a, const colp_cell *b) {
 using wrapper = int (*)(const colp_cell *, const colp_cell *, colp_cell_cmp);
 
 int cmp_wrap_asc(const colp_cell *a, const colp_cell *b, colp_cell_cmp compare) {
-    if (a && b) return compare(a, b);
+    if (a != nullptr && b != nullptr) return compare(a, b);
     return (a != nullptr) - (b != nullptr);
 }
 
@@ -55,7 +55,7 @@ struct row_order {
     // A number that orders two rows, unless it is equal for both.
     uint64_t key(const colp_row *row) const {
         const colp_cell *cell = cell_at(row, position);
-        const uint64_t key = cell ? cell_key(cell) : 0;
+        const uint64_t key = cell != nullptr ? cell_key(cell) : 0;
         return descending ? ~key : key;
     }
 
@@ -89,32 +89,32 @@ private:
 uint64_t count_shared_bytes(const colp_row *rows, uint64_t position) {
     const char *first = nullptr;
     uint64_t shared = 0;
-    for (const colp_row *row = rows; row && (!first || shared > 0); row = row->next) {
+    for (const colp_row *row = rows; row != nullptr && (first == nullptr || shared > 0); row = row->next) {
         const colp_cell *cell = cell_at(row, position);
-        if (!cell) continue;
+        if (cell == nullptr) continue;
         const std::string_view text = cell_text(cell);
-        if (!first) shared = text.size();
-        first = first ? first : text.data();
+        if (first == nullptr) shared = text.size();
+        first = first != nullptr ? first : text.data();
         shared = std::min<uint64_t>(shared, text.size());
         shared = static_cast<uint64_t>(std::mismatch(first, first + shared, text.data()).first - first);
     }
     return shared;
 }
 
-// Merges up to fan_in sorted lists of rows. Of equal rows, those of the earlier list come first.
+// Merges up to FAN_IN sorted lists of rows. Of equal rows, those of the earlier list come first.
 //
-// A loser tree: the children of node n are the nodes 2n and 2n + 1, the leaf fan_in + i is list i, and every inner node
+// A loser tree: the children of node n are the nodes 2n and 2n + 1, the leaf FAN_IN + i is list i, and every inner node
 // holds the list that lost there. After the winner's first row is taken, its next row is compared on the path from that
 // list to the root only. A wide merge with keys in the tree and rows prefetched keeps cache misses few, which dominate
 // a large table.
 class merger {
 public:
-    static constexpr uint64_t fan_in = 32;
+    static constexpr uint64_t FAN_IN = 32;
 
     explicit merger(const row_order &order) : order_(order) {}
 
     colp_row *merge(colp_row *const *lists, uint64_t count) {
-        for (uint64_t i = 0; i < fan_in; ++i) set_head(i, i < count ? lists[i] : nullptr);
+        for (uint64_t i = 0; i < FAN_IN; ++i) set_head(i, i < count ? lists[i] : nullptr);
         uint64_t winner = play(1);
         colp_row *merged = nullptr;
         colp_row **link = &merged;
@@ -122,7 +122,7 @@ public:
             *link = row;
             link = &row->next;
             set_head(winner, row->next);
-            for (uint64_t node = (winner + fan_in) / 2; node > 0; node /= 2) {
+            for (uint64_t node = (winner + FAN_IN) / 2; node > 0; node /= 2) {
                 const uint64_t rival = losers_[node];
                 const bool beaten = before(rival, winner);
                 losers_[node] = beaten ? winner : rival;
@@ -139,13 +139,13 @@ private:
     };
 
     void set_head(uint64_t list, colp_row *row) {
-        heads_[list] = {row ? order_.key(row) : ~uint64_t{0}, row};
-        if (row) fetch_ahead(row->next, order_.column_count);
+        heads_[list] = {row != nullptr ? order_.key(row) : ~uint64_t{0}, row};
+        if (row != nullptr) fetch_ahead(row->next, order_.column_count);
     }
 
     // Fills the tree below a node; returns the list that wins there.
     uint64_t play(uint64_t node) {
-        if (node >= fan_in) return node - fan_in;
+        if (node >= FAN_IN) return node - FAN_IN;
         uint64_t winner = play(2 * node);
         losers_[node] = play(2 * node + 1);
         if (before(losers_[node], winner)) std::swap(losers_[node], winner);
@@ -159,24 +159,24 @@ private:
     }
 
     bool before_by_comparison(uint64_t a, uint64_t b) const {
-        if (!heads_[a].row || !heads_[b].row) return heads_[a].row;
+        if (heads_[a].row == nullptr || heads_[b].row == nullptr) return heads_[a].row != nullptr;
         const int result = order_.decides(heads_[a].key) ? 0 : order_.compare_rows(heads_[a].row, heads_[b].row);
         return result != 0 ? result < 0 : a < b;
     }
 
     const row_order &order_;
-    head heads_[fan_in];
-    uint64_t losers_[fan_in];
+    head heads_[FAN_IN];
+    uint64_t losers_[FAN_IN];
 };
 
 // Sorts a list stably and without memory.
 colp_row *sort_rows(colp_row *rows, const row_order &order) {
-    constexpr uint64_t fan_in = merger::fan_in;
+    constexpr uint64_t fan_in = merger::FAN_IN;
     constexpr uint64_t levels = 64 / 5 + 1;  // 32 ^ 13 rows exceed any memory
     colp_row *sorted[levels][fan_in];        // lists of fan_in ^ level rows, earlier rows first
     uint64_t count[levels] = {};
     merger merger(order);
-    while (rows) {
+    while (rows != nullptr) {
         colp_row *list = std::exchange(rows, rows->next);
         list->next = nullptr;
         uint64_t level = 0;
@@ -190,7 +190,7 @@ colp_row *sort_rows(colp_row *rows, const row_order &order) {
     colp_row *all = nullptr;
     for (uint64_t level = 0; level < levels; ++level) {
         if (count[level] == 0) continue;
-        if (all) sorted[level][count[level]++] = all;
+        if (all != nullptr) sorted[level][count[level]++] = all;
         all = merger.merge(sorted[level], count[level]);
     }
     return all;
@@ -209,19 +209,19 @@ colp_cell_cmp colp_get_cell_cmp__(const colp_column *column) {
 
 int colp_sort(colp_table *table, uint32_t order, uint32_t column_id) {
     if (!table->header_ended) return COLP_NO_HEADER;
-    if (table->open_row) return COLP_ROW_OPEN;
+    if (table->open_row != nullptr) return COLP_ROW_OPEN;
     uint64_t position = 0;
     const colp_column *column = table->first_column;
-    for (; column && column->id != column_id; column = column->next) ++position;
-    if (!column) return COLP_NO_SUCH_COLUMN;
+    for (; column != nullptr && column->id != column_id; column = column->next) ++position;
+    if (column == nullptr) return COLP_NO_SUCH_COLUMN;
     const colp_cell_cmp compare = colp_get_cell_cmp__(column);
-    if (!compare) return COLP_NOT_COMPARABLE;
+    if (compare == nullptr) return COLP_NOT_COMPARABLE;
     if (order == COLP_SORT_UNORD) return COLP_SUCCESS;
     wrapper wrap = nullptr;
     for (const auto &entry : sortorder_ents)
         if (entry.order == order) wrap = entry.wrap;
-    if (!wrap) return COLP_BAD_ORDER;
-    if (!table->first_row || !table->first_row->next) return COLP_SUCCESS;
+    if (wrap == nullptr) return COLP_BAD_ORDER;
+    if (table->first_row == nullptr || table->first_row->next == nullptr) return COLP_SUCCESS;
 
     // Deliberate: the reference to the last row is not updated. Rows are added before a table is sorted, never after.
     table->last_row = table->first_row;
@@ -232,8 +232,8 @@ int colp_sort(colp_table *table, uint32_t order, uint32_t column_id) {
 }
 
 int colp_parse_sortorder(uint32_t *order, const char *name) {
-    if (!order || !name) return COLP_BAD_ARGUMENT;
-    for (uint64_t i = 0; sortorder_list[i]; ++i) {
+    if (order == nullptr || name == nullptr) return COLP_BAD_ARGUMENT;
+    for (uint64_t i = 0; sortorder_list[i] != nullptr; ++i) {
         if (std::strcmp(sortorder_list[i], name) != 0) continue;
         *order = sortorder_ents[i].order;
         return COLP_SUCCESS;

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint64_t last_block_size = 1 << 20;
+constexpr uint64_t LAST_BLOCK_SIZE = 1 << 20;
 
 // Returns memory, or null where there is none. The alignment is at most 8 bytes.
 char *arena_allocate(colp_arena &arena, uint64_t size, uint64_t alignment) {
@@ -19,11 +19,11 @@ char *arena_allocate(colp_arena &arena, uint64_t size, uint64_t alignment) {
     if (gap + size > room) {
         const uint64_t block_size = std::max(arena.next_size, sizeof(colp_arena::block) + size);
         void *memory = operator new(block_size, std::nothrow);
-        if (!memory) return nullptr;
+        if (memory == nullptr) return nullptr;
         arena.blocks = new (memory) colp_arena::block{arena.blocks};
         arena.position = reinterpret_cast<char *>(arena.blocks + 1);
         arena.end = static_cast<char *>(memory) + block_size;
-        arena.next_size = std::min(2 * arena.next_size, last_block_size);
+        arena.next_size = std::min(2 * arena.next_size, LAST_BLOCK_SIZE);
         gap = 0;
     }
     char *memory = arena.position + gap;
@@ -32,7 +32,7 @@ char *arena_allocate(colp_arena &arena, uint64_t size, uint64_t alignment) {
 }
 
 void arena_release(colp_arena &arena) {
-    while (arena.blocks) operator delete(std::exchange(arena.blocks, arena.blocks->next));
+    while (arena.blocks != nullptr) operator delete(std::exchange(arena.blocks, arena.blocks->next));
     arena = {};
 }
 
@@ -42,9 +42,9 @@ const char *title_ident(void *argument, int) { return static_cast<const char *>(
 
 // The check that every call on the open column makes first.
 int check_open_column(const colp_table *table) {
-    if (!table) return COLP_BAD_ARGUMENT;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
     if (table->header_ended) return COLP_HEADER_ENDED;
-    if (!table->open_column) return COLP_NO_COLUMN_OPEN;
+    if (table->open_column == nullptr) return COLP_NO_COLUMN_OPEN;
     return COLP_SUCCESS;
 }
 
@@ -64,8 +64,8 @@ int set_choice(colp_table *table, uint32_t colp_column::*field, int choice, int 
 }
 
 int check_cell(const colp_table *table, uint32_t type) {
-    if (!table) return COLP_BAD_ARGUMENT;
-    if (!table->cell_cursor) return COLP_NO_MORE_COLUMNS;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
+    if (table->cell_cursor == nullptr) return COLP_NO_MORE_COLUMNS;
     if (table->cell_cursor->type != type) return COLP_TYPE_MISMATCH;
     return COLP_SUCCESS;
 }
@@ -79,7 +79,7 @@ void append_cell(colp_table *table, colp_cell cell) {
 }
 
 void forget_measures(colp_table *table) {
-    for (colp_column *column = table->first_column; column; column = column->next)
+    for (colp_column *column = table->first_column; column != nullptr; column = column->next)
         column->cells_left = column->cells_right = column->cells_sum = 0;
 }
 
@@ -87,7 +87,7 @@ void forget_measures(colp_table *table) {
 void drop_rows_after_last(colp_table *table) {
     table->last_row->next = nullptr;
     forget_measures(table);
-    for (const colp_row *row = table->first_row; row; row = row->next) {
+    for (const colp_row *row = table->first_row; row != nullptr; row = row->next) {
         colp_column *column = table->first_column;
         for (uint64_t i = 0; i < row->cell_count; ++i, column = column->next)
             colp_measure_cell__(column, row_cells(row) + i);
@@ -105,7 +105,7 @@ colp_table *colp_new() { return new (std::nothrow) colp_table; }
 
 void colp_clean(colp_table *table) {
     colp_removerows(table);
-    while (table->first_column) free_column(std::exchange(table->first_column, table->first_column->next));
+    while (table->first_column != nullptr) free_column(std::exchange(table->first_column, table->first_column->next));
     table->last_column = nullptr;
     table->open_column = nullptr;
     table->column_count = 0;
@@ -118,7 +118,7 @@ void colp_delete(colp_table *table) {
 }
 
 int colp_setsumreplace(colp_table *table, uint32_t style, char replacement) {
-    if (!std::isprint(static_cast<unsigned char>(replacement)) || !table) return COLP_BAD_ARGUMENT;
+    if (!std::isprint(static_cast<unsigned char>(replacement)) || table == nullptr) return COLP_BAD_ARGUMENT;
     switch (style) {
     case COLP_STYLE_RAW: table->sum_replace_raw[0] = replacement; break;
     case COLP_STYLE_SIMPLE: table->sum_replace_simple[0] = replacement; break;
@@ -130,12 +130,12 @@ int colp_setsumreplace(colp_table *table, uint32_t style, char replacement) {
 }
 
 int colp_begincolumn(colp_table *table, uint32_t type) {
-    if (!table) return COLP_BAD_ARGUMENT;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
     if (table->header_ended) return COLP_HEADER_ENDED;
-    if (table->open_column) return COLP_COLUMN_OPEN;
+    if (table->open_column != nullptr) return COLP_COLUMN_OPEN;
     if (type < COLP_STRING || type > COLP_HEX) return COLP_BAD_TYPE;
     auto *column = new (std::nothrow) colp_column;
-    if (!column) return COLP_NO_MEMORY;
+    if (column == nullptr) return COLP_NO_MEMORY;
     column->type = type;
     column->title_function = title_ident;
     column->title_argument = const_cast<char *>(empty_string);
@@ -146,7 +146,7 @@ int colp_begincolumn(colp_table *table, uint32_t type) {
     column->suffix = empty_string;
     column->id = table->next_column_id++;
     column->justchar = table->justchar;
-    (table->last_column ? table->last_column->next : table->first_column) = column;
+    (table->last_column != nullptr ? table->last_column->next : table->first_column) = column;
     table->last_column = column;
     table->open_column = column;
     ++table->column_count;
@@ -154,7 +154,7 @@ int colp_begincolumn(colp_table *table, uint32_t type) {
 }
 
 int colp_begincolumn_columnid(colp_table *table, uint32_t type, uint32_t *id) {
-    if (!id) return COLP_BAD_ARGUMENT;
+    if (id == nullptr) return COLP_BAD_ARGUMENT;
     const int err = colp_begincolumn(table, type);
     if (!err) *id = table->open_column->id;
     return err;
@@ -204,7 +204,7 @@ int colp_setcolumn_leadingzero(colp_table *table, int leading_zero) {
 }
 
 int colp_setcolumn_suffix(colp_table *table, const char *suffix) {
-    if (!suffix) suffix = empty_string;
+    if (suffix == nullptr) suffix = empty_string;
     const int err = set_field(table, &colp_column::suffix, suffix);
     return err ? err : set_field(table, &colp_column::suffix_length, std::strlen(suffix));
 }
@@ -218,36 +218,36 @@ int colp_setcolumn_justchar(colp_table *table, char justchar) {
 }
 
 int colp_getcolumnid(colp_table *table, uint64_t position, uint32_t *id) {
-    if (!table || !id) return COLP_BAD_ARGUMENT;
+    if (table == nullptr || id == nullptr) return COLP_BAD_ARGUMENT;
     if (!table->header_ended) return COLP_NO_HEADER;
     const colp_column *column = table->first_column;
-    for (; column && position > 0; --position) column = column->next;
-    if (!column) return COLP_NO_SUCH_COLUMN;
+    for (; column != nullptr && position > 0; --position) column = column->next;
+    if (column == nullptr) return COLP_NO_SUCH_COLUMN;
     *id = column->id;
     return COLP_SUCCESS;
 }
 
 int colp_endheader(colp_table *table) {
-    if (!table) return COLP_BAD_ARGUMENT;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
     if (table->header_ended) return COLP_HEADER_ENDED;
-    if (table->open_column) return COLP_COLUMN_OPEN;
+    if (table->open_column != nullptr) return COLP_COLUMN_OPEN;
     table->header_ended = 1;
     table->dirty = 1;
     return COLP_SUCCESS;
 }
 
 int colp_beginrow(colp_table *table) {
-    if (!table) return COLP_BAD_ARGUMENT;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
     if (!table->header_ended) return COLP_NO_HEADER;
-    if (table->open_row) return COLP_ROW_OPEN;
+    if (table->open_row != nullptr) return COLP_ROW_OPEN;
     char *memory =
         arena_allocate(table->arena, sizeof(colp_row) + table->column_count * sizeof(colp_cell), alignof(colp_row));
-    if (!memory) return COLP_NO_MEMORY;
+    if (memory == nullptr) return COLP_NO_MEMORY;
     auto *row = new (memory) colp_row{};
-    if (!table->first_row)
+    if (table->first_row == nullptr)
         table->first_row = row;
     else {
-        if (table->last_row->next) drop_rows_after_last(table);
+        if (table->last_row->next != nullptr) drop_rows_after_last(table);
         table->last_row->next = row;
     }
     table->last_row = row;
@@ -259,14 +259,14 @@ int colp_beginrow(colp_table *table) {
 }
 
 int colp_addcell_string(colp_table *table, const char *text) {
-    if (!text) return COLP_BAD_ARGUMENT;
+    if (text == nullptr) return COLP_BAD_ARGUMENT;
     if (const int err = check_cell(table, COLP_STRING)) return err;
     const uint64_t length = std::strlen(text);
-    const uint64_t prefix = length < long_text ? 1 : 1 + sizeof length;
+    const uint64_t prefix = length < LONG_TEXT ? 1 : 1 + sizeof length;
     char *memory = arena_allocate(table->arena, prefix + length, alignof(char));
-    if (!memory) return COLP_NO_MEMORY;
-    *memory = static_cast<char>(std::min<uint64_t>(length, long_text));
-    if (length >= long_text) std::memcpy(memory + 1, &length, sizeof length);
+    if (memory == nullptr) return COLP_NO_MEMORY;
+    *memory = static_cast<char>(std::min<uint64_t>(length, LONG_TEXT));
+    if (length >= LONG_TEXT) std::memcpy(memory + 1, &length, sizeof length);
     std::copy_n(text, length, memory + prefix);
     append_cell(table, {.text = memory});
     return COLP_SUCCESS;
@@ -281,8 +281,8 @@ int colp_addcell_uint(colp_table *table, uint64_t value) { return add_number(tab
 int colp_addcell_hex(colp_table *table, uint64_t value) { return add_number(table, COLP_HEX, value); }
 
 int colp_endrow(colp_table *table) {
-    if (!table) return COLP_BAD_ARGUMENT;
-    if (!table->open_row) return COLP_NO_ROW_OPEN;
+    if (table == nullptr) return COLP_BAD_ARGUMENT;
+    if (table->open_row == nullptr) return COLP_NO_ROW_OPEN;
     table->open_row = nullptr;
     ++table->row_count;
     return COLP_SUCCESS;

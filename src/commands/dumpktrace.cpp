@@ -16,20 +16,20 @@
 #include "platform/kernel.h"
 
 namespace {
-constexpr unsigned default_columns = 8;
-constexpr unsigned default_limit = 0;
-constexpr int max_columns = 1024;
+constexpr unsigned DEFAULT_COLUMNS = 8;
+constexpr unsigned DEFAULT_LIMIT = 0;
+constexpr int MAX_COLUMNS = 1024;
 
-constexpr uint64_t buffer_header = 3;               // words
-constexpr uint64_t longest_entry = 0xFF;            // words that an entry header can say
-constexpr uint64_t sane_words = uint64_t{1} << 20;  // no buffer, and no entry, has more
+constexpr uint64_t BUFFER_HEADER = 3;               // words
+constexpr uint64_t LONGEST_ENTRY = 0xFF;            // words that an entry header can say
+constexpr uint64_t SANE_WORDS = uint64_t{1} << 20;  // no buffer, and no entry, has more
 
 struct options {
     bool raw = false;
     bool head = false;
     bool multi_line = false;
-    uint64_t columns = default_columns;
-    uint64_t limit = default_limit;  // 0: none
+    uint64_t columns = DEFAULT_COLUMNS;
+    uint64_t limit = DEFAULT_LIMIT;  // 0: none
     uint64_t start = 0;
 };
 
@@ -47,11 +47,11 @@ Dump kernel-trace data.
     -S    single-line entries instead of multi-line entries (interpreted mode only; default)
     -t    print tail of the trace, not the head (interpreted mode only; default)
 )",
-                default_columns, default_limit);
+                DEFAULT_COLUMNS, DEFAULT_LIMIT);
 }
 
 constexpr sb_option<options> option_table[] = {
-    takes_number<&options::columns, 1, max_columns>('c'),
+    takes_number<&options::columns, 1, MAX_COLUMNS>('c'),
     takes_number<&options::limit, 0>('n'),
     takes_number<&options::start, 0>('s'),
     sets<&options::head>('h'),
@@ -124,7 +124,7 @@ struct geometry {
 // The number of entries in a buffer; false after a message. A trace that lies is cut: an entry takes a word at least.
 bool get_entry_count(const geometry &trace, uint64_t group, uint64_t buffer, uint64_t &count) {
     if (!get_word(group, buffer * trace.words_per_buffer, count, "header word")) return false;
-    count = std::min({count, trace.words_per_buffer, sane_words});
+    count = std::min({count, trace.words_per_buffer, SANE_WORDS});
     return true;
 }
 
@@ -151,8 +151,8 @@ bool print_entry(uint64_t position, uint64_t header, uint64_t end, bool multi_li
 
 int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, uint64_t limit, bool multi_line) {
     // An entry may be longer than the largest one that the kernel reports, but not longer than its length field allows.
-    const size_t room = 35 * (std::max(largest_entry, longest_entry) + 1) + 8;
-    const std::unique_ptr<char[]> line(largest_entry <= sane_words ? new (std::nothrow) char[room] : nullptr);
+    const size_t room = 35 * (std::max(largest_entry, LONGEST_ENTRY) + 1) + 8;
+    const std::unique_ptr<char[]> line(largest_entry <= SANE_WORDS ? new (std::nothrow) char[room] : nullptr);
     if (!line) return out_of_memory();
 
     uint64_t number = 0;  // of the next entry, over all buffers
@@ -162,7 +162,7 @@ int print_head(const geometry &trace, uint64_t largest_entry, uint64_t start, ui
         if (!get_entry_count(trace, KSYSIDX_TRACE_ENTRY_WORDS, buffer, count)) return SB_FAILED;
         const uint64_t begin = buffer * trace.words_per_buffer, end = begin + trace.words_per_buffer;
         const uint64_t next_buffer = number + count;  // counted, not walked: the tail is found by the same counts
-        uint64_t position = begin + buffer_header;
+        uint64_t position = begin + BUFFER_HEADER;
         for (; number < next_buffer && position < end; ++number) {
             uint64_t header = 0;
             if (!get_word(KSYSIDX_TRACE_ENTRY_WORDS, position, header)) return SB_FAILED;

@@ -24,7 +24,7 @@ List device major numbers.
     -m    organize by major (default)
 )";
 
-constexpr uint64_t max_records = uint64_t{1} << 24;  // of majors that a service may name
+constexpr uint64_t MAX_RECORDS = uint64_t{1} << 24;  // of majors that a service may name
 
 struct record {
     uint32_t major;
@@ -68,7 +68,7 @@ int sb_lsmaj(int argc, char **argv) {
         return SB_FAILED;
     }
     const uint64_t majors = uint64_t{max_major} + 1;
-    const std::unique_ptr<record[]> records(majors <= max_records ? new (std::nothrow) record[majors] : nullptr);
+    const std::unique_ptr<record[]> records(majors <= MAX_RECORDS ? new (std::nothrow) record[majors] : nullptr);
     if (!records) {
         std::fprintf(stderr, "lsmaj: %s\n", std::strerror(EINVAL));
         return SB_FAILED;

@@ -57,8 +57,8 @@ bool parse_exception(const char *text, uint64_t &id) {
     const char *wrong = *end != '\0'      ? "invalid exception ID"
                         : id >= EXC_LIMIT ? "exception ID number is too high"
                                           : nullptr;
-    if (wrong) std::fprintf(stderr, "%s: %s: %s\n", "raiseexc", text, wrong);
-    return !wrong;
+    if (wrong != nullptr) std::fprintf(stderr, "%s: %s: %s\n", "raiseexc", text, wrong);
+    return wrong == nullptr;
 }
 
 constexpr sb_option<options> option_table[] = {

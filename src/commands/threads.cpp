@@ -121,7 +121,7 @@ void dump_registers(uint64_t thread, uint64_t node, uint64_t self, const registe
     else
         std::printf("    Registers on node #%" PRIu64 ":\n", node);
     const register_entry *entry = table.entries.get();
-    if (!entry || entry->id == 0) {
+    if (entry == nullptr || entry->id == 0) {
         std::puts("        (no registers)");
         return;
     }

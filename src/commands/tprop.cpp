@@ -97,7 +97,7 @@ bool handle_target(const char *target, const options &opts) {
         std::fprintf(stderr, "%s: %s: failed to get property (result: 0x%" PRIx64 ")\n", "tprop", target, code);
         return false;
     }
-    if (!opts.value) {
+    if (opts.value == nullptr) {
         std::printf(opts.hexadecimal ? "%s (0x%" PRIx64 ") -> 0x%" PRIx64 "\n" : "%s (0x%" PRIx64 ") -> %" PRIu64 "\n",
                     target, task, current);
         return true;
@@ -120,9 +120,9 @@ int sb_tprop(int argc, char **argv) {
         std::fprintf(stderr, "%s: invalid property name: %s\n", "tprop", argv[0]);
         return SB_FAILED;
     }
-    if (opts.value && !parse_value(opts)) return fail("invalid set operand");
+    if (opts.value != nullptr && !parse_value(opts)) return fail("invalid set operand");
 
-    if (!opts.value) std::printf("%s:\n", priority.description);
+    if (opts.value == nullptr) std::printf("%s:\n", priority.description);
     int status = SB_DONE;
     for (int i = 1; i < argc; ++i) {
         if (!handle_target(argv[i], opts)) status = SB_FAILED;

@@ -276,7 +276,7 @@ int sb_treereg(int argc, char **argv) {
     } catch (const std::bad_alloc &) {
         list.buffer = nullptr;
     }
-    if (!list.buffer) {
+    if (list.buffer == nullptr) {
         std::puts("tree: out of memory");
         return SB_NO_ITERATOR;
     }

@@ -47,7 +47,7 @@ constexpr struct {
     {'m', VIEWFLAG_COHERENT, false, "cache coherent"},
     {'g', VIEWFLAG_GUARDED, false, "guarded"},
 };
-constexpr size_t basic_flags = 6;  // shown without -f
+constexpr size_t BASIC_FLAGS = 6;  // shown without -f
 
 void print_lists() {
     sb_print_colp_styles(stdout);
@@ -106,7 +106,7 @@ uint64_t memo_owner(uint64_t memo) {
 
 void add_flags(colp_table *table, uint64_t bits, bool all) {
     char letters[std::size(flags) + 1] = {};
-    const size_t shown = all ? std::size(flags) : basic_flags;
+    const size_t shown = all ? std::size(flags) : BASIC_FLAGS;
     for (size_t i = 0; i < shown; ++i) {
         const bool set = (bits & flags[i].bit) != 0;
         letters[i] = set != flags[i].denies ? flags[i].letter : '-';

@@ -30,8 +30,8 @@ int unknown_switch(const sb_commandline &line, int c) {
 }  // namespace
 
 int sb_showusage(const sb_commandline &line) {
-    if (line.usage) std::fputs(line.usage, stdout);
-    if (line.print_usage) line.print_usage();
+    if (line.usage != nullptr) std::fputs(line.usage, stdout);
+    if (line.print_usage != nullptr) line.print_usage();
     return SB_DONE;
 }
 

@@ -160,7 +160,7 @@ template <class Options, size_t Count> constexpr auto sb_longoptions(const sb_op
     std::array<e_longopt, Count + 1> longs = {};
     size_t used = 0;
     for (const auto &[row] : table) {
-        if (row.long_name) longs[used++] = {row.long_name, row.code};
+        if (row.long_name != nullptr) longs[used++] = {row.long_name, row.code};
     }
     return longs;
 }

@@ -45,7 +45,7 @@ public:
                 continue;
             }
             auto done = static_cast<size_t>(written);
-            for (; left > 0 && done >= next->iov_len; left--) done -= next++->iov_len;
+            for (; left > 0 && done >= next->iov_len; --left) done -= next++->iov_len;
             if (left == 0) return;
             next->iov_base = static_cast<char *>(next->iov_base) + done;
             next->iov_len -= done;
@@ -100,7 +100,7 @@ void sb_readlog_display(const char *text, uint32_t, int mode) {
     const char *line = skip_line_ends(text);
     for (const char *feed; *(feed = strchrnul(line, '\n')) != '\0'; line = skip_line_ends(feed)) {
         const char *end_of_line = feed;  // after the last visible character
-        while (ends_line(end_of_line[-1])) end_of_line--;
+        while (ends_line(end_of_line[-1])) --end_of_line;
         add_line(out, line, end_of_line);
     }
     // After the last line feed, carriage returns end lines, and what is left is half of one.

@@ -8,7 +8,7 @@
 namespace {
 // Rewrites the caller's variables, once, and leaves the cursor after the end.
 int finish(e_optstate *state) {
-    if (!state->argv_out) return E_END;
+    if (state->argv_out == nullptr) return E_END;
     if (state->permute) {
         state->operands[state->operand_count] = nullptr;
         *state->argc_out = state->operand_count;
@@ -40,7 +40,7 @@ int length_of(const char *text) {
 int long_option(e_optstate *state) {
     char *element = state->argv[state->index];
     const size_t n = std::strcspn(element, "=");
-    for (const e_longopt *row = state->long_options; row && row->name; ++row) {
+    for (const e_longopt *row = state->long_options; row != nullptr && row->name != nullptr; ++row) {
         if (std::strncmp(row->name, element, n) != 0 || row->name[n] != '\0') continue;
         if (element[n] == '=') {
             state->argv[state->index] = element + n + 1;
@@ -127,7 +127,7 @@ int e_opt_getsize(e_optstate *state, unsigned long long *value) {
     static constexpr char suffixes[] = "KMGTPEZY";  // powers 1 to 8
     int result = E_OPT_DONE;
     char *argument = fetch(state, &result);
-    if (!argument) return result;
+    if (argument == nullptr) return result;
 
     char *suffix = nullptr;
     auto number = static_cast<unsigned long long>(std::strtoll(argument, &suffix, 0));
@@ -141,7 +141,7 @@ int e_opt_getsize(e_optstate *state, unsigned long long *value) {
         }
         if (*suffix == 'k') *suffix = 'K';
         const char *letter = std::strchr(suffixes, *suffix);
-        if (!letter) return E_OPT_INVALID;
+        if (letter == nullptr) return E_OPT_INVALID;
         for (const char *power = suffixes; power <= letter; ++power) number *= multiplier;
     }
     *value = number;

@@ -19,7 +19,7 @@ int sb_addcolumn(colp_table *table, const sb_column &column) {
     if (!err && column.extras & SB_COLUMN_UPPER) err = colp_setcolumn_hexcase(table, COLP_HEX_UPPER);
     if (!err && column.extras & SB_COLUMN_ZEROS) err = colp_setcolumn_leadingzero(table, 1);
     if (!err && column.extras & SB_COLUMN_SUMMED) err = colp_setcolumn_summarize(table, 1);
-    if (!err && column.suffix) err = colp_setcolumn_suffix(table, column.suffix);
+    if (!err && column.suffix != nullptr) err = colp_setcolumn_suffix(table, column.suffix);
     if (!err) err = colp_endcolumn(table);
     return err;
 }
@@ -30,7 +30,7 @@ sb_table sb_newtable(const char *command, const char *style, std::span<const sb_
         std::fprintf(stderr, "%s: could not allocate colprint\n", command);
         return table;
     }
-    int err = style ? colp_setstylestr(table.get(), style) : 0;
+    int err = style != nullptr ? colp_setstylestr(table.get(), style) : 0;
     for (const sb_column &column : columns) {
         if (!err) err = sb_addcolumn(table.get(), column);
     }
@@ -51,7 +51,7 @@ void sb_print_summed(colp_table *table, FILE *stream) {
 
 void sb_print_colp_styles(FILE *stream) {
     std::fputs("Available table styles:\n", stream);
-    for (const char *const *name = colp_getstylelist(); *name; ++name) std::fprintf(stream, "  %s\n", *name);
+    for (const char *const *name = colp_getstylelist(); *name != nullptr; ++name) std::fprintf(stream, "  %s\n", *name);
 }
 
 void sb_print_colp_sort(FILE *stream, const char *option_name) {
@@ -60,11 +60,12 @@ void sb_print_colp_sort(FILE *stream, const char *option_name) {
                  "The COLUMN_INDEX is the zero-based index of the subject column.\n"
                  "The optional MODE is any of the following sort modes:\n",
                  option_name);
-    for (const char *const *name = colp_getsortorderlist(); *name; ++name) std::fprintf(stream, "  %s\n", *name);
+    for (const char *const *name = colp_getsortorderlist(); *name != nullptr; ++name)
+        std::fprintf(stream, "  %s\n", *name);
 }
 
 int sb_parse_colp_sort(colp_table *table, const char *spec) {
-    if (!spec) return 0;
+    if (spec == nullptr) return 0;
     char *end = nullptr;
     const unsigned long index = std::strtoul(spec, &end, 0);
     if (*end != '\0' && *end != ',') {

@@ -16,7 +16,7 @@ int fail(const sb_taskobjects &what, int status, const char *message) {
 }
 
 int list_task(const sb_taskobjects &what, colp_table *table, uint64_t iterator, uint64_t task) {
-    if (what.begin_task) what.begin_task(what.context, task);
+    if (what.begin_task != nullptr) what.begin_task(what.context, task);
     colp_removerows(table);
     if (_SL_BeginIterator(iterator, task, what.selection) != RESULT_SUCCESS)
         return fail(what, SB_FAILED, "failed to start iteration");

@@ -34,7 +34,7 @@ private:
 uint64_t sb_gettaskhandle(const char *name) {
     device_record *registry = GetRegDev();
     uint32_t max_binary = 0;
-    if (!name || !RegCaps(registry, nullptr, &max_binary, nullptr)) return NO_OBJECT;
+    if (name == nullptr || !RegCaps(registry, nullptr, &max_binary, nullptr)) return NO_OBJECT;
     // A longest value that the registry's request cannot hold makes every read below fail.
     const uint64_t room = std::min<uint64_t>(max_binary, RegBinaryRoom(registry, PROCESS_DIRECTORY));
     const sb_text content(static_cast<char *>(std::malloc(room + 1)));

@@ -23,7 +23,7 @@ bool reserve(vector *v, size_t n, void **old) {
     if (n <= v->capacity) return true;
     const size_t capacity = capacity_for(n, v->elem_size);
     void *data = capacity ? v->alloc(v->alloc_ctx, capacity * v->elem_size) : nullptr;
-    if (!data) return false;
+    if (data == nullptr) return false;
     std::memcpy(data, v->data, v->count * v->elem_size);
     *old = v->data;
     v->data = data;
@@ -36,7 +36,7 @@ bool append(vector *v, const void *elements, size_t n) {
     if (n > SIZE_MAX - v->count || !reserve(v, v->count + n, &old)) return false;
     std::memmove(slot(v, v->count), elements, n * v->elem_size);
     v->count += n;
-    if (old) v->release(v->alloc_ctx, old);
+    if (old != nullptr) v->release(v->alloc_ctx, old);
     return true;
 }
 }  // namespace
@@ -47,13 +47,13 @@ vector *vector_new(size_t elem_size, size_t initial_capacity) {
 
 vector *vector_new_ex(size_t elem_size, size_t initial_capacity, void *alloc_ctx, lextras_alloc alloc,
                       lextras_release release) {
-    if (elem_size == 0 || !alloc || !release) return nullptr;
+    if (elem_size == 0 || alloc == nullptr || release == nullptr) return nullptr;
     const size_t capacity = capacity_for(initial_capacity, elem_size);
     if (capacity == 0) return nullptr;
     auto *v = static_cast<vector *>(alloc(alloc_ctx, sizeof(vector)));
-    if (!v) return nullptr;
+    if (v == nullptr) return nullptr;
     void *data = alloc(alloc_ctx, capacity * elem_size);
-    if (!data) {
+    if (data == nullptr) {
         release(alloc_ctx, v);
         return nullptr;
     }
@@ -62,71 +62,71 @@ vector *vector_new_ex(size_t elem_size, size_t initial_capacity, void *alloc_ctx
 }
 
 void vector_release(vector *v) {
-    if (!v) return;
+    if (v == nullptr) return;
     v->release(v->alloc_ctx, v->data);
     v->release(v->alloc_ctx, v);
 }
 
 int vector_pushback(vector *v, const void *element) {
-    if (!v || !element) return VECTOR_NULL;
+    if (v == nullptr || element == nullptr) return VECTOR_NULL;
     if (v->count > v->capacity) return VECTOR_FAILED;
     return append(v, element, 1) ? VECTOR_DONE : VECTOR_NO_MEMORY;
 }
 
 int vector_popback(vector *v) {
-    if (!v) return VECTOR_NULL;
+    if (v == nullptr) return VECTOR_NULL;
     if (v->count > 0) --v->count;
     return VECTOR_DONE;
 }
 
-void *vector_at(const vector *v, size_t i) { return v && i < v->count ? slot(v, i) : nullptr; }
+void *vector_at(const vector *v, size_t i) { return v != nullptr && i < v->count ? slot(v, i) : nullptr; }
 
-void *vector_back(const vector *v) { return v && v->count > 0 ? slot(v, v->count - 1) : nullptr; }
+void *vector_back(const vector *v) { return v != nullptr && v->count > 0 ? slot(v, v->count - 1) : nullptr; }
 
 int vector_resize(vector *v, size_t n) {
-    if (!v) return VECTOR_NULL;
+    if (v == nullptr) return VECTOR_NULL;
     void *old = nullptr;
     if (!reserve(v, n, &old)) return VECTOR_FAILED;
-    if (old) v->release(v->alloc_ctx, old);
+    if (old != nullptr) v->release(v->alloc_ctx, old);
     v->count = n;
     return VECTOR_DONE;
 }
 
 int vector_pushmulti(vector *v, const void *elements, size_t n) {
     if (n == 0) return VECTOR_DONE;
-    if (!v || !elements) return VECTOR_NULL;
+    if (v == nullptr || elements == nullptr) return VECTOR_NULL;
     return append(v, elements, n) ? VECTOR_DONE : VECTOR_FAILED;
 }
 
 int vector_concat(vector *v, const vector *other) {
-    if (!v || !other) return VECTOR_NULL;
+    if (v == nullptr || other == nullptr) return VECTOR_NULL;
     if (v->elem_size != other->elem_size) return VECTOR_FAILED;
     return append(v, other->data, other->count) ? VECTOR_DONE : VECTOR_FAILED;
 }
 
 int vector_sort(vector *v, lextras_compare compare) {
-    if (!v) return VECTOR_NULL;
+    if (v == nullptr) return VECTOR_NULL;
     if (v->count < 2) return VECTOR_DONE;
-    if (!compare) return VECTOR_NULL;
+    if (compare == nullptr) return VECTOR_NULL;
     std::qsort(v->data, v->count, v->elem_size, compare);
     return VECTOR_DONE;
 }
 
 int vector_reverse(vector *v) {
-    if (!v) return VECTOR_NULL;
+    if (v == nullptr) return VECTOR_NULL;
     for (size_t i = 0; i < v->count / 2; ++i) memswap(slot(v, i), slot(v, v->count - 1 - i), v->elem_size);
     return VECTOR_DONE;
 }
 
 int vector_set(vector *v, size_t i, const void *element) {
-    if (!v || !element) return VECTOR_NULL;
+    if (v == nullptr || element == nullptr) return VECTOR_NULL;
     if (i >= v->count) return VECTOR_FAILED;
     std::memmove(slot(v, i), element, v->elem_size);
     return VECTOR_DONE;
 }
 
 int vector_remove(vector *v, size_t i) {
-    if (!v) return VECTOR_NULL;
+    if (v == nullptr) return VECTOR_NULL;
     if (i >= v->count) return VECTOR_FAILED;
     --v->count;
     std::memmove(slot(v, i), slot(v, i + 1), (v->count - i) * v->elem_size);
@@ -134,16 +134,17 @@ int vector_remove(vector *v, size_t i) {
 }
 
 int vector_clear(vector *v) {
-    if (!v) return VECTOR_NULL;
+    if (v == nullptr) return VECTOR_NULL;
     v->count = 0;
     return VECTOR_DONE;
 }
 
 void *vector_find(const vector *v, const void *key, lextras_compare compare) {
-    if (!v || !key) return nullptr;
+    if (v == nullptr || key == nullptr) return nullptr;
     for (size_t i = 0; i < v->count; ++i) {
         void *element = slot(v, i);
-        if (compare ? compare(element, key) == 0 : std::memcmp(element, key, v->elem_size) == 0) return element;
+        if (compare != nullptr ? compare(element, key) == 0 : std::memcmp(element, key, v->elem_size) == 0)
+            return element;
     }
     return nullptr;
 }

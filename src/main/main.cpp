@@ -28,13 +28,13 @@ int print_usage() {
 // A backslash separates only in a name without any slash.
 const char *base_name(const char *path) {
     const char *separator = std::strrchr(path, '/');
-    if (!separator) separator = std::strrchr(path, '\\');
-    return separator ? separator + 1 : path;
+    if (separator == nullptr) separator = std::strrchr(path, '\\');
+    return separator != nullptr ? separator + 1 : path;
 }
 
 // Skips links that exist already, or that cannot be made or removed.
 int install(bool verbose) {
-    for (const tool *row = s_tools; row->name; ++row) {
+    for (const tool *row = s_tools; row->name != nullptr; ++row) {
         if (verbose) std::printf("Create symlink '%s'\n", row->name);
         static_cast<void>(symlink_wrap(program, row->name));
     }
@@ -42,7 +42,7 @@ int install(bool verbose) {
 }
 
 int uninstall(bool verbose) {
-    for (const tool *row = s_tools; row->name; ++row) {
+    for (const tool *row = s_tools; row->name != nullptr; ++row) {
         if (verbose) std::printf("Remove symlink '%s'\n", row->name);
         static_cast<void>(unlink(row->name));
     }
@@ -50,7 +50,7 @@ int uninstall(bool verbose) {
 }
 
 int list(bool) {
-    for (const tool *row = s_tools; row->name; ++row) std::printf("%s\n", row->name);
+    for (const tool *row = s_tools; row->name != nullptr; ++row) std::printf("%s\n", row->name);
     return 0;
 }
 
@@ -62,7 +62,7 @@ int version(bool) {
 int help(bool) {
     unsigned count = 0;
     std::fputs("System toolbox commands:\n", stdout);
-    for (const tool *row = s_tools; row->name; ++row, ++count) std::printf("    %s\n", row->name);
+    for (const tool *row = s_tools; row->name != nullptr; ++row, ++count) std::printf("    %s\n", row->name);
     std::printf("%u commands.\n", count);
     return 0;
 }
@@ -74,7 +74,7 @@ constexpr struct {
     {"--install", install}, {"--uninstall", uninstall}, {"--list", list}, {"--version", version}, {"help", help}};
 
 int run_command(const char *name, int argc, char **argv) {
-    for (const tool *row = s_tools; row->name; ++row) {
+    for (const tool *row = s_tools; row->name != nullptr; ++row) {
         if (std::strcmp(row->name, name) == 0) return row->entry(argc, argv);
     }
     std::fprintf(stderr, "Unknown command: \"%s\".\n", name);
@@ -87,7 +87,7 @@ int main(int argc, char **argv) {
 
     // Any name that contains the program's is its own: "old-ventix", "ventix.elf".
     const char *name = base_name(argv[0]);
-    if (!std::strstr(name, program)) return run_command(name, argc - 1, argv + 1);
+    if (std::strstr(name, program) == nullptr) return run_command(name, argc - 1, argv + 1);
 
     if (argc == 1) return print_usage();
     for (const auto &[word, run] : switches) {

@@ -34,7 +34,7 @@ TEST(Svccall, SendsTheWholeCallToItsServer) {
     });
     std::string words[] = {"-s", "200", "d", "called", "number=7", "text=abc"};
     char *argv[std::size(words) + 1] = {};
-    for (size_t i = 0; i < std::size(words); i++) argv[i] = words[i].data();
+    for (size_t i = 0; i < std::size(words); ++i) argv[i] = words[i].data();
     testing::internal::CaptureStdout();
     EXPECT_EQ(sb_svccall(std::size(words), argv), 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "at: 0\n");

@@ -8,7 +8,7 @@ extern "C" void __gcov_dump();
 extern "C" [[noreturn]] void __real__exit(int status);
 extern "C" int __real_kill(pid_t process, int signal);
 
-// What stands on standard error is the run's alone, also where its counts cannot be written.
+// Standard error has the run's messages alone, also where its counts cannot be written.
 [[gnu::constructor]] static void count_in_silence() { setenv("GCOV_ERROR_FILE", "/dev/null", 0); }
 
 extern "C" void __wrap__exit(int status);

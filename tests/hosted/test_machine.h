@@ -147,7 +147,7 @@ public:
         _SL_GetAddressMemo(0, block, ADDRESS_MEMO_ANY);  // makes the arena's memo, if it was not there yet
         kernel().memory().release(block);
         std::set<uint64_t> found;
-        for (uint64_t end = kernel().new_handle(), handle = test_machine::FIRST, master; handle < end; handle++) {
+        for (uint64_t end = kernel().new_handle(), handle = test_machine::FIRST, master; handle < end; ++handle) {
             if (_SL_GetObjectInfo(handle, OBJINFO_HANDLE, &master) == RESULT_SUCCESS) found.insert(handle);
         }
         return found;

@@ -122,7 +122,7 @@ TEST_P(Snapshots, ShowWhatTheLiveMachineShowed) {
     EXPECT_EQ(run({tool(), "check", file}, LIVE).output, "");
 
     size_t compared = 0;
-    for (size_t i = 0; i < before.size(); i++) {
+    for (size_t i = 0; i < before.size(); ++i) {
         const std::string command = READERS[i];
         SCOPED_TRACE(command);
         const ventix_result after = ventix(command, LIVE), shown = ventix(command, file);
@@ -156,10 +156,10 @@ TEST_P(Snapshots, ShowWhatTheLiveMachineShowed) {
             continue;
         }
         ASSERT_EQ(held.size(), last.size());
-        for (size_t row = 0; row < last.size(); row++) {
+        for (size_t row = 0; row < last.size(); ++row) {
             if (first[row] != last[row] || is_unsteady(last[row])) continue;
             EXPECT_EQ(held[row], last[row]);
-            compared++;
+            ++compared;
         }
     }
     EXPECT_GT(compared, 300u);

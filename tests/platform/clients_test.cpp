@@ -82,7 +82,7 @@ TEST(SystemServiceClient, MapsErrors) {
         EXPECT_EQ(SysvcGetSid(dev, 0x1F, &ids[3]), number);
         EXPECT_EQ(SysvcGetSid(dev, 0x1F, nullptr), number);
         const uint64_t commands[] = {SYSVCCMD_GET_PID, SYSVCCMD_GET_PPID, SYSVCCMD_GET_PGID, SYSVCCMD_GET_SID};
-        for (int i = 0; i < 4; i++) EXPECT_EQ(ids[i], error == 0 ? commands[i] << 32 | 0x1F : 7);
+        for (int i = 0; i < 4; ++i) EXPECT_EQ(ids[i], error == 0 ? commands[i] << 32 | 0x1F : 7);
     }
 }
 

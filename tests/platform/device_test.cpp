@@ -156,7 +156,7 @@ TEST(Device, RepeatsInterruptedCalls) {
         return worked && DeleteMsgPort(port) == 0 && running->destroyed.empty();
     };
     for (const call which : {call::send_msg, call::recv_msg_ptr, call::wait_semaphore, call::signal_semaphore}) {
-        for (uint64_t nth = 1; nth <= 20; nth++) {
+        for (uint64_t nth = 1; nth <= 20; ++nth) {
             SCOPED_TRACE(std::string(hosted::call_name(which)) + " " + std::to_string(nth));
             test_kernel running(
                 [](test_machine &m) {

@@ -3,7 +3,7 @@
 # some are killed and some are stopped for a while at random moments.
 #   attached.py VENTIX [PROCESSES [RUNS [SEED]]]     default: 64 processes, 200 runs each
 # VENTIX is the built executable, with ventix-machine beside it. Ends with 1, and says why, where a command hangs or
-# prints what none of the orders of the runs prints, or where the machine does not give back what it held.
+# prints what none of the orders of the runs prints, or where the machine does not release what it held.
 import os, random, re, signal, subprocess, sys, tempfile, threading, time
 
 ventix = os.path.abspath(sys.argv[1])

@@ -63,7 +63,7 @@ TEST(Arena, RandomUseAgreesWithAMap) {
     std::mt19937 random(seed);
     arena memory;
     std::map<uint64_t, std::pair<uint64_t, std::byte>> live;  // address -> size, fill
-    for (int round = 0; round < 4000; round++) {
+    for (int round = 0; round < 4000; ++round) {
         if (live.empty() || random() % 3 != 0) {
             const uint64_t size = 1 + random() % (random() % 16 == 0 ? 200000 : 300);
             const uint64_t address = memory.allocate(size);

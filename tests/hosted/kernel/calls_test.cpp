@@ -11,7 +11,7 @@ namespace {
 using results = std::vector<std::pair<uint64_t, uint64_t>>;  // actual and expected
 
 void expect_equal(const results &all) {
-    for (size_t i = 0; i < all.size(); i++) EXPECT_EQ(all[i].first, all[i].second) << "call " << i;
+    for (size_t i = 0; i < all.size(); ++i) EXPECT_EQ(all[i].first, all[i].second) << "call " << i;
 }
 
 TEST(KernelCalls, RefuseWrongHandlesAndArguments) {

@@ -14,7 +14,7 @@ constexpr uint64_t ROUNDS = 100;
 
 void in_threads(const std::function<void(uint64_t number)> &body) {
     std::vector<std::thread> threads;
-    for (uint64_t number = 0; number < THREADS; number++) threads.emplace_back(body, number);
+    for (uint64_t number = 0; number < THREADS; ++number) threads.emplace_back(body, number);
     for (auto &one : threads) one.join();
 }
 
@@ -30,7 +30,7 @@ TEST(KernelThreads, PassMessagesInOrderAndExcludeOneAnother) {
         uint64_t handle = 0;
         EXPECT_EQ(_SL_GetObjectInfo(self, OBJINFO_HANDLE, &handle), RESULT_SUCCESS);
         EXPECT_EQ(handle, self);
-        for (uint64_t round = 0; round < ROUNDS; round++) {
+        for (uint64_t round = 0; round < ROUNDS; ++round) {
             EXPECT_EQ(_SL_SendMsg(next, number, round, ~round, WAIT_FOREVER), RESULT_SUCCESS);
             kernel_message message{};
             EXPECT_EQ(_SL_RecvMsgPtr(ports[number], &message, WAIT_FOREVER), RESULT_SUCCESS);
@@ -38,7 +38,7 @@ TEST(KernelThreads, PassMessagesInOrderAndExcludeOneAnother) {
             EXPECT_EQ(message.code, round);
             EXPECT_EQ(message.word2, ~round);
             EXPECT_EQ(_SL_WaitSemaphore(lock, 1, WAIT_FOREVER), RESULT_SUCCESS);
-            guarded++;
+            ++guarded;
             EXPECT_EQ(_SL_SignalSemaphore(lock, 1), RESULT_SUCCESS);
         }
         EXPECT_EQ(_SL_DeleteObject(next, DELETE_HANDLE), RESULT_SUCCESS);
@@ -49,7 +49,7 @@ TEST(KernelThreads, PassMessagesInOrderAndExcludeOneAnother) {
 TEST(KernelThreads, KeepTheLastErrorOfEach) {
     test_kernel running;
     in_threads([](uint64_t number) {
-        for (uint64_t round = 0; round < ROUNDS; round++) {
+        for (uint64_t round = 0; round < ROUNDS; ++round) {
             uint64_t value = 0;
             const uint64_t port = _SL_CreateMsgPort(0, 0);
             kernel_message message{};
@@ -64,7 +64,7 @@ TEST(KernelThreads, KeepTheLastErrorOfEach) {
 
 TEST(KernelThreads, ShareTheClients) {
     test_kernel running([](test_machine &machine) {
-        for (uint64_t number = 0; number < THREADS; number++) machine.store.keys[std::to_string(number)] = number;
+        for (uint64_t number = 0; number < THREADS; ++number) machine.store.keys[std::to_string(number)] = number;
         machine.makers["sysvc"] = performing_server([](uint32_t command, const hosted::request_view &request) {
             auto *ids = request.block<sysvc_id_block>();
             ids->id = command == SYSVCCMD_GET_PID ? ids->task : ~ids->task;
@@ -72,7 +72,7 @@ TEST(KernelThreads, ShareTheClients) {
         });
     });
     in_threads([](uint64_t number) {
-        for (uint64_t round = 0; round < ROUNDS; round++) {
+        for (uint64_t round = 0; round < ROUNDS; ++round) {
             uint64_t pid = 0, parent = 0;
             const uint64_t asked = number << 32 | round;
             EXPECT_EQ(SysvcGetPid(GetSystemService(), asked, &pid), 0);

@@ -14,12 +14,12 @@ namespace {
 // The first argument of every entry, in the order of a reader's walk.
 std::vector<uint64_t> first_arguments(trace_ring &ring) {
     std::vector<uint64_t> found;
-    for (uint64_t buffer = 0; buffer < trace_ring::BUFFERS; buffer++) {
+    for (uint64_t buffer = 0; buffer < trace_ring::BUFFERS; ++buffer) {
         const uint64_t start = buffer * trace_ring::WORDS_PER_BUFFER;
         uint64_t entries = 0;
         EXPECT_EQ(ring.read(KSYSIDX_TRACE_RAW_WORDS, start, entries), RESULT_SUCCESS);
         uint64_t at = start + 3;
-        for (uint64_t entry = 0; entry < entries; entry++) {
+        for (uint64_t entry = 0; entry < entries; ++entry) {
             uint64_t header = 0, argument = 0;
             EXPECT_EQ(ring.read(KSYSIDX_TRACE_ENTRY_WORDS, at, header), RESULT_SUCCESS);
             EXPECT_EQ(ring.read(KSYSIDX_TRACE_ENTRY_WORDS, at + 1, argument), RESULT_SUCCESS);
@@ -37,7 +37,7 @@ TEST(TraceRing, KeepsTheLastCallsInOrderAndFreezes) {
     for (const uint64_t calls : {uint64_t{0}, uint64_t{1}, uint64_t{100}, uint64_t{5000}}) {
         trace_ring ring;
         std::vector<argument> arguments(9, argument::number(0));
-        for (uint64_t number = 1; number <= calls; number++) {
+        for (uint64_t number = 1; number <= calls; ++number) {
             arguments[0].value = number;
             ring.record(call::get_state, trace_ring::GAVE_VALUE, {arguments.data(), 1 + number % 9});
         }
@@ -47,7 +47,7 @@ TEST(TraceRing, KeepsTheLastCallsInOrderAndFreezes) {
         ring.record(call::get_state, trace_ring::GAVE_VALUE, reader);  // the call that read
         const auto found = first_arguments(ring);
         ASSERT_FALSE(found.empty());
-        for (size_t i = 0; i < found.size(); i++) EXPECT_EQ(found[i], calls - found.size() + 2 + i);
+        for (size_t i = 0; i < found.size(); ++i) EXPECT_EQ(found[i], calls - found.size() + 2 + i);
         if (calls <= 100) {
             EXPECT_EQ(found.size(), calls + 1);
         }

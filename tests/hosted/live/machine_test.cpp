@@ -51,7 +51,7 @@ TEST_F(LiveMachine, EveryHandleNamesItsObject) {
     size_t objects = 0;
     const auto check = [&](const std::vector<uint64_t> &listed, uint64_t task) {
         for (const uint64_t handle : listed) {
-            objects++;
+            ++objects;
             EXPECT_TRUE(seen.insert(handle).second) << handle;
             EXPECT_EQ(info(handle, OBJINFO_HANDLE), handle);
             EXPECT_TRUE(task == 0 || info(handle, OBJINFO_OWNER) == task) << handle;
@@ -105,7 +105,7 @@ TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
         EXPECT_EQ(owner.control(who, thread, CTRL_FETCH_REGISTER, id, node, 8), result);
     EXPECT_TRUE(child.is_alive());
     uint64_t result = RESULT_TIMEOUT;  // on a busy system its end may take longer than one call waits
-    for (int tries = 0; result == RESULT_TIMEOUT && tries < 10; tries++)
+    for (int tries = 0; result == RESULT_TIMEOUT && tries < 10; ++tries)
         result = owner.delete_object(who, child.handle(), DELETE_OBJECT);
     EXPECT_EQ(result, RESULT_SUCCESS);
     EXPECT_EQ(owner.delete_object(who, child.handle(), DELETE_OBJECT), RESULT_NO_OBJECT);

@@ -49,7 +49,7 @@ protected:
                                             MEMOINFO_VIEWS, MEMOINFO_DELETED, MEMOINFO_TYPE, MEMOINFO_FIXADDR})) {
             memos[row[OBJINFO_HANDLE]] = row;
         }
-        for (int times = 0; times < 3; times++) {  // by its text, and then by queries
+        for (int times = 0; times < 3; ++times) {  // by its text, and then by queries
             uint64_t count = 0;
             EXPECT_EQ(live::count_memos(processes.root(), owner->directory(), count), 0);
             EXPECT_EQ(count, memos.size());
@@ -88,7 +88,7 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
         map(4096, PROT_READ | PROT_EXEC, MAP_PRIVATE, gone, 0);
         map(8192, PROT_READ | PROT_WRITE, MAP_SHARED, memory, 0)[0] = 1;
         char *anonymous = map(65536, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        for (int i = 0; i < 3; i++) anonymous[i * 4096] = 1;
+        for (int i = 0; i < 3; ++i) anonymous[i * 4096] = 1;
         madvise(anonymous, 65536, MADV_NOHUGEPAGE);
         mprotect(anonymous + 32768, 32768, PROT_NONE);
         self.say(reinterpret_cast<intptr_t>(anonymous) + 32768);
@@ -111,7 +111,7 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
         {32768, 0, allowed(VIEWFLAG_DENY_READ | VIEWFLAG_DENY_WRITE), 32768, 1, 0},
         {32768, 0, allowed(0), 32768, 1, 0},
     };
-    for (size_t i = 0; i < std::size(wanted); i++) {
+    for (size_t i = 0; i < std::size(wanted); ++i) {
         items view = view_at(at[i]), memo = memos[view[VIEWINFO_MEMO]];
         EXPECT_EQ(view[OBJINFO_OWNER], child.handle()) << i;
         EXPECT_EQ(view[VIEWINFO_PAGES] * page, wanted[i].bytes) << i;
@@ -130,7 +130,7 @@ TEST_F(LiveMaps, ViewsAndTheirMemos) {
     size_t fixed = 0;
     for (auto &[handle, memo] : memos) {
         if (memo[MEMOINFO_TYPE] != MEMO_FIX) continue;
-        fixed++;
+        ++fixed;
         EXPECT_EQ(view_at(static_cast<int64_t>(memo[MEMOINFO_FIXADDR]))[VIEWINFO_MEMO], handle);
     }
     EXPECT_GE(fixed, 2u);  // code and data that the kernel maps into every process
@@ -165,11 +165,11 @@ TEST(LiveMemos, CountEqualsThatOfParsedLines) {
     const std::string huge = "08:01 " + std::string(60, '1');
     const system_tree tree;
     std::mt19937 random(20);
-    for (int round = 0; round < 200; round++) {
+    for (int round = 0; round < 200; ++round) {
         std::string text;
         uint64_t unnamed = 0;
         std::set<std::pair<uint64_t, uint64_t>> named;
-        for (uint64_t count = random() % 12; count > 0; count--) {
+        for (uint64_t count = random() % 12; count > 0; --count) {
             const size_t chosen = random() % (std::size(files) + 2);
             const std::string file =
                 chosen < std::size(files) ? files[chosen] : huge + std::to_string(chosen % 2) + " /e";
@@ -178,7 +178,7 @@ TEST(LiveMemos, CountEqualsThatOfParsedLines) {
             live::mapping_line whole{};
             if (!live::parse_mapping(line, whole)) continue;
             if (whole.inode == 0)
-                unnamed++;
+                ++unnamed;
             else
                 named.emplace(whole.device, whole.inode);
         }

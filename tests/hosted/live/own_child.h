@@ -26,7 +26,7 @@ inline uint64_t number_of(int id, const std::string &key) {
 }
 
 inline void await_state(int id, const std::string &wanted) {
-    for (int i = 0; i < 5000 && status_of(id, "State:") != wanted; i++) usleep(1000);
+    for (int i = 0; i < 5000 && status_of(id, "State:") != wanted; ++i) usleep(1000);
 }
 
 // Forks at once. The child runs the body, then waits until the end of the object's scope kills it.

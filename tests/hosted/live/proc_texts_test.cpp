@@ -92,7 +92,7 @@ TEST(LiveTexts, LinesAcrossPieces) {
             ASSERT_EQ(reader.lines(directory, "file",
                                    [&](std::string_view line) {
                                        joined += line;
-                                       pieces++;
+                                       ++pieces;
                                    }),
                       0);
             EXPECT_EQ(joined, std::string(length, 'a') + "last") << length;

@@ -59,7 +59,7 @@ TEST(LiveProcesses, ItemsAgreeWithTheSystem) {
         std::thread(rest).detach();
     });
     const auto awaited = static_cast<uint64_t>(child.heard());
-    for (int i = 0; i < 2; i++) await_state(static_cast<int>(child.heard()), "S");
+    for (int i = 0; i < 2; ++i) await_state(static_cast<int>(child.heard()), "S");
     await_state(child.id(), "S");
     process_table table;
     const auto pages = [&](const char *key) {
@@ -223,7 +223,7 @@ TEST(LiveProcesses, NoDescriptorIsLeft) {
         const rlimit none_left{static_cast<rlim_t>(next), static_cast<rlim_t>(next)};
         setrlimit(RLIMIT_NOFILE, &none_left);
         size_t rows = 0, failed = 0;
-        for (; walk->step() == RESULT_SUCCESS; rows++) {
+        for (; walk->step() == RESULT_SUCCESS; ++rows) {
             const bool listed = walk->info(OBJINFO_HANDLE, value) == RESULT_SUCCESS;
             for (const uint64_t item : {OBJINFO_STATE, TASKINFO_RESERVED_PAGES, TASKINFO_MEMOS, TASKINFO_VOLCTXSW_LO})
                 failed += listed && walk->info(item, value) == RESULT_NO_MEMORY;
@@ -235,7 +235,7 @@ TEST(LiveProcesses, NoDescriptorIsLeft) {
         self.say(fresh.walk_all(result) == nullptr ? static_cast<int64_t>(result) : 0);
     });
     EXPECT_EQ(child.heard(), 1);
-    for (int i = 0; i < 3; i++) EXPECT_EQ(child.heard(), static_cast<int64_t>(RESULT_NO_MEMORY));
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(child.heard(), static_cast<int64_t>(RESULT_NO_MEMORY));
 }
 
 // Where the main thread has ended, memory and arguments are read from a living thread.
@@ -282,7 +282,7 @@ TEST(LiveProcesses, Names) {
     });
     for (own_child *one : {&odd, &empty, &full, &cut, &script, &marked}) one->heard();
     for (const int id : {cut.id(), script.id(), marked.id()}) {
-        for (int i = 0; i < 5000 && !status_of(id, "Name:").starts_with("live-name-"); i++) usleep(1000);
+        for (int i = 0; i < 5000 && !status_of(id, "Name:").starts_with("live-name-"); ++i) usleep(1000);
         await_state(id, "S");  // its arguments come after its name
         unlink(path_of(id).c_str());
     }
@@ -349,7 +349,7 @@ TEST(LiveProcesses, CallsByTheInterfaceOf32Bits) {
             _exit(1);
         });
         const int64_t word = child.heard();
-        for (int i = 0; i < 5000 && status_of(child.id(), "State:") == "R"; i++) usleep(1000);
+        for (int i = 0; i < 5000 && status_of(child.id(), "State:") == "R"; ++i) usleep(1000);
         if (status_of(child.id(), "State:") == "Z") {
             ASSERT_TRUE(WIFSIGNALED(child.reap()));
             GTEST_SKIP() << "no such interface here";

@@ -62,7 +62,7 @@ TEST(LiveRegisters, OfARunningThreadThatGoesOn) {
     });
     const int id = static_cast<int>(child.heard());
     live::register_block block;
-    for (int i = 0; i < 50; i++) {  // it may be just before the mark
+    for (int i = 0; i < 50; ++i) {  // it may be just before the mark
         ASSERT_EQ(live::read_registers(id, block), RESULT_SUCCESS);
         if (value_of(block, marked) == MARK) break;
     }
@@ -108,7 +108,7 @@ TEST(LiveRegisters, OfAProcessUnderSignals) {
     for (uint64_t &result : results) result = live::read_registers(child.id(), block);
     done = true;
     sender.join();
-    for (int i = 0; i < 5000 && *taken < sent; i++) usleep(1000);
+    for (int i = 0; i < 5000 && *taken < sent; ++i) usleep(1000);
     EXPECT_EQ(*taken, sent);
     EXPECT_GT(std::count(std::begin(results), std::end(results), RESULT_SUCCESS), 100);  // where it got no time: 293
     for (const uint64_t result : results) EXPECT_TRUE(result == RESULT_SUCCESS || result == RESULT_TIMEOUT) << result;
@@ -116,7 +116,7 @@ TEST(LiveRegisters, OfAProcessUnderSignals) {
 
 // Whenever it ends, its status is left to its parent.
 TEST(LiveRegisters, OfProcessesThatEnd) {
-    for (int i = 0; i < 300; i++) {
+    for (int i = 0; i < 300; ++i) {
         char shell[] = "sh", option[] = "-c", code[] = "exit 7";
         char *const arguments[] = {shell, option, code, nullptr};
         pid_t ending = 0;  // spawned: a fork would copy all of the test's memory

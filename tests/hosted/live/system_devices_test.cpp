@@ -274,7 +274,7 @@ TEST(LiveLog, Writing) {
 
     tree.put("dev/kmsg", "");
     std::string wide;
-    for (int i = 0; i < 151; i++) wide += "\xe2\x82\xac";
+    for (int i = 0; i < 151; ++i) wide += "\xe2\x82\xac";
     EXPECT_EQ(log.write(wide), 0U);  // each of these is read as twelve characters
     EXPECT_EQ(::read_file(tree.path("dev/kmsg")), "<13>" + wide.substr(0, 450) + "\n<13>\xe2\x82\xac\n");
 

@@ -25,7 +25,7 @@ namespace {
 size_t check_tree(system_registry &registry, const std::string &path) {
     size_t keys = 0;
     const auto cursor = registry.list(path);
-    for (registry_entry entry; cursor->next(entry); keys++) {
+    for (registry_entry entry; cursor->next(entry); ++keys) {
         const std::string below = path + '/' + entry.name;
         uint16_t type = 0;
         uint32_t length = 0;

@@ -80,7 +80,7 @@ TEST(LiveMemory, ChunksAreZones) {
     EXPECT_EQ(at->info(OBJINFO_HANDLE, value), RESULT_NO_ITEM);
     for (const auto &zone : expected) {
         ASSERT_EQ(at->step(), RESULT_SUCCESS);
-        for (size_t i = 0; i < std::size(items); i++) {
+        for (size_t i = 0; i < std::size(items); ++i) {
             EXPECT_EQ(at->info(items[i], value), RESULT_SUCCESS);
             EXPECT_EQ(value, zone[i]) << items[i];
         }
@@ -154,7 +154,7 @@ TEST(LiveMemory, SpacesFillTheAddressSpace) {
         EXPECT_EQ(spaces[1].begin, kernel_begin);
         EXPECT_EQ(spaces[1].begin + spaces[1].pages * page, 0U) << kernel_begin;
         uint64_t free_from = kernel_begin;
-        for (size_t i = 2; i < spaces.size(); i++) {
+        for (size_t i = 2; i < spaces.size(); ++i) {
             EXPECT_GE(spaces[i].begin, free_from) << kernel_begin << ' ' << i;
             free_from = spaces[i].begin + spaces[i].pages * page;
             EXPECT_GT(free_from - 1, spaces[i].begin) << kernel_begin << ' ' << i;
@@ -195,7 +195,7 @@ TEST(LiveDrivers, CharacterDriversFirst) {
     uint32_t highest = 0, number = 0;
     std::string name, found;
     EXPECT_EQ(drivers.max_major(highest), 0U);
-    for (uint32_t i = 0; i <= highest; i++) {
+    for (uint32_t i = 0; i <= highest; ++i) {
         if (drivers.driver(makedev(i, 3), number, name) == 0) found += std::to_string(i) + ' ' + name + ',';
     }
     EXPECT_EQ(found, "1 mem,4 /dev/vc/0,7 loop,254 ndctl,259 blk?[ext,");
@@ -207,9 +207,9 @@ TEST(LiveSystem, HostileTexts) {
     std::mt19937 random(20240229);  // the same bytes at every run
     for (const char *file : {"/meminfo", "/zoneinfo", "/interrupts", "/devices", "/net/tcp6"}) {
         const std::string sample = ::read_file(sample_system().proc + file);
-        for (size_t round = 0; round < 2 * sample.size(); round++) {
+        for (size_t round = 0; round < 2 * sample.size(); ++round) {
             std::string text = sample.substr(0, round);
-            for (int change = 0; round > sample.size() && change < 8; change++) {
+            for (int change = 0; round > sample.size() && change < 8; ++change) {
                 text[random() % text.size()] = static_cast<char>(random());
             }
             const memory_account account = parse_memory_account(text);
@@ -246,7 +246,7 @@ TEST(LiveSystem, FewDescriptors) {
         const ventix_result wanted = run_with("100", command);
         EXPECT_EQ(wanted.status, 0) << command << wanted.diagnostics;
         int refusals = 0;
-        for (int limit = 5; limit <= 16; limit++) {
+        for (int limit = 5; limit <= 16; ++limit) {
             const ventix_result got = run_with(std::to_string(limit), command);
             const bool refused = got.status == 125 && got.output.empty() &&
                                  got.diagnostics.ends_with(": live: fewer than 7 file descriptors are left\n");
@@ -292,7 +292,7 @@ TEST(LiveSystem, FailsWithoutDescriptors) {
         for (const auto &read : reads) {
             try {
                 read();
-                missed++;
+                ++missed;
             } catch (const system_failure &) {
             }
         }

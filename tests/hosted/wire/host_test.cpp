@@ -36,7 +36,7 @@ public:
                   nullptr);
             _exit(127);
         }
-        for (int i = 0; i < 1000 && access(path().c_str(), F_OK) != 0; i++) usleep(10000);
+        for (int i = 0; i < 1000 && access(path().c_str(), F_OK) != 0; ++i) usleep(10000);
     }
     ~running() { end(SIGKILL); }
 
@@ -59,7 +59,7 @@ public:
     explicit peer(const running &machine) : socket_(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0)) {
         sockaddr_un address{AF_UNIX, {}};
         std::strcpy(address.sun_path, machine.path().c_str());
-        for (int i = 0; i < 1000 && connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0; i++)
+        for (int i = 0; i < 1000 && connect(socket_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0; ++i)
             usleep(10000);
         const timeval limit{10, 0};  // nothing here takes as long
         setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
@@ -167,7 +167,7 @@ TEST(RunningMachine, AnswersForADeadServer) {
             serving.greet();
             const uint64_t made[] = {serving.make_port(), serving.make_port()};  // the server's and a private one
             if (write(ports[1], made, sizeof made) != sizeof made) _exit(1);
-            for (size_t i = 0; i < codes.size(); i++) serving.receive(made[0]);
+            for (size_t i = 0; i < codes.size(); ++i) serving.receive(made[0]);
             kill(getpid(), SIGKILL);
         }
         uint64_t made[2] = {};
@@ -194,7 +194,7 @@ TEST(RunningMachine, AnswersForADeadServer) {
 // A task that dies in the middle of a wait leaves nothing, and a machine that is asked to end leaves nobody waiting.
 TEST(RunningMachine, LeavesNothingOfATaskThatDied) {
     running machine;
-    for (int i = 0; i < 3; i++) {
+    for (int i = 0; i < 3; ++i) {
         const pid_t child = fork();
         if (child == 0) {
             peer dying(machine);
