@@ -25,14 +25,14 @@ descriptor open_file(int directory, const char *path, int flags, mode_t mode) {
     return descriptor(retry_interrupted([&] { return openat(directory, path, flags | O_CLOEXEC | O_NOCTTY, mode); }));
 }
 
-ssize_t read_once(int file, std::span<char> buffer) {
+ssize_t read_part(int file, std::span<char> buffer) {
     return retry_interrupted([&] { return read(file, buffer.data(), buffer.size()); });
 }
 
 int read_all(int file, std::span<char> buffer, std::string_view &text) {
     size_t filled = 0;
     while (filled < buffer.size()) {
-        const ssize_t got = read_once(file, buffer.subspan(filled));
+        const ssize_t got = read_part(file, buffer.subspan(filled));
         if (got < 0) return errno;
         if (got == 0) break;
         filled += static_cast<size_t>(got);

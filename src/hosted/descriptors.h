@@ -34,7 +34,7 @@ public:
     // Closes early. Returns the error of the close, by which a file system may report a write that failed later on.
     int close();
 
-    // Leaves closing to the caller.
+    // Gives up ownership: closing is left to the caller.
     int release() { return std::exchange(number_, -1); }
 
 private:
@@ -52,7 +52,7 @@ private:
     std::string text_;
 };
 
-// Makes a call that returns -1 and sets errno on failure, again for as long as it is interrupted.
+// Repeats a call, which returns -1 with errno set on failure, while it is interrupted.
 template <class Call> [[gnu::always_inline]] inline auto retry_interrupted(Call call) {
     for (;;) {
         const auto result = call();
@@ -67,7 +67,7 @@ template <class Call> [[gnu::always_inline]] inline auto retry_interrupted(Call 
 descriptor open_file(int directory, const char *path, int flags = O_RDONLY | O_NONBLOCK, mode_t mode = 0);
 
 // One read. Returns the bytes read, 0 at the end of the file, -1 with errno.
-ssize_t read_once(int file, std::span<char> buffer);
+ssize_t read_part(int file, std::span<char> buffer);
 
 // Reads to the end of the file or until the buffer is full.
 //   text  out: the part of the buffer that was read; untouched on failure

@@ -29,8 +29,8 @@ inline size_t edit_distance(std::string_view one, std::string_view other) {
 
 // The first of the known words that are nearest to a word. known must not be empty.
 inline std::string_view nearest_word(std::string_view word, std::span<const std::string_view> known) {
-    constexpr size_t LONGEST = 256;  // a longer word is compared by its beginning
-    word = word.substr(0, LONGEST);
+    constexpr size_t longest = 256;  // a longer word is compared by its beginning
+    word = word.substr(0, longest);
     return *std::min_element(known.begin(), known.end(), [word](std::string_view a, std::string_view b) {
         return edit_distance(word, a) < edit_distance(word, b);
     });

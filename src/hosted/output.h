@@ -7,7 +7,7 @@ namespace hosted {
 inline const char *program_name = "ventix";
 
 // Gives standard output its buffer. Called once, before main().
-//   reader_gone  called when a write finds that nobody reads any more (EPIPE); null: the write fails like any other
+//   reader_gone  called when a write fails because the reader has gone (EPIPE); null: the write fails like any other
 void prepare_output(void (*reader_gone)());
 
 // Flushes standard output. A failure is reported on standard error, once; a reader that went away is not one.

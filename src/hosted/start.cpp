@@ -41,12 +41,12 @@ void __gnu_cxx::__verbose_terminate_handler() {
 }
 
 extern "C" int __wrap_main(int argc, char **argv) {
-    constexpr int HIGHEST_STATUS = 255;  // a parent sees the low 8 bits: a count of 256 must not read as success
+    constexpr int highest_status = 255;  // a parent sees the low 8 bits: a count of 256 must not read as success
     keep_closed_streams_closed();
     // A file that may not grow further is reported like a full disk. Its signal would leave a half-written one.
     std::signal(SIGXFSZ, SIG_IGN);
     const bool ends_at_pipe = std::signal(SIGPIPE, SIG_IGN) == SIG_DFL;
     hosted::prepare_output(ends_at_pipe ? end_without_reader : nullptr);
     const int status = __real_main(argc, argv);
-    return hosted::finish(hosted::check_output(std::min(status, HIGHEST_STATUS)));
+    return hosted::finish(hosted::check_output(std::min(status, highest_status)));
 }

@@ -71,15 +71,7 @@ std::span<const std::string_view> parameters_of(hosted::call which) {
     return names[static_cast<size_t>(which)];
 }
 
-bool logged_call::succeeded() const {
-    if (!result) return false;
-    switch (hosted::properties_of(which).returns) {
-    case hosted::call_returns::code: return *result == RESULT_SUCCESS;
-    case hosted::call_returns::handle: return *result != NO_OBJECT;
-    case hosted::call_returns::value: break;
-    }
-    return true;
-}
+bool logged_call::succeeded() const { return result && hosted::has_succeeded(which, *result); }
 
 uint64_t logged_call::operator[](std::string_view parameter) const {
     const auto names = parameters_of(which);

@@ -97,7 +97,7 @@ private:
         }
     }
 
-    // Results that give back an argument.
+    // Finds results that return an argument which the service does not have.
     void check_services(json_value device) {
         if (!device.has("services")) return;
         for (const json_value service : device.at("services").items()) {

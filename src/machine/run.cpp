@@ -10,14 +10,13 @@
 #include <cstring>
 #include <string>
 
+#include "hosted/kernel/run.h"
 #include "hosted/wire/host.h"
 #include "machine/verbs.h"
 
 namespace verbs {
 namespace {
 
-constexpr char MACHINE[] = "VENTIX_MACHINE";
-constexpr char MACHINE_SAVE[] = "VENTIX_MACHINE_SAVE";
 constexpr int NOT_STARTED = 127;
 constexpr int SIGNALLED = 128;  // + the signal
 
@@ -30,8 +29,8 @@ std::string absolute(const std::string &path) {
 // Starts the command with the signals as this process found them. The terminal's are the command's alone from here on.
 //   returns  0, or an error number
 int start(char **command, const std::string &socket, pid_t &child) {
-    setenv(MACHINE, socket.c_str(), 1);
-    unsetenv(MACHINE_SAVE);
+    setenv(hosted::MACHINE_VARIABLE, socket.c_str(), 1);
+    unsetenv(hosted::SAVE_VARIABLE);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t initial;
@@ -71,7 +70,7 @@ int run(int argc, char **argv) {
             return fail(NOT_STARTED, "%s: %s", line->command[0], std::strerror(error));
         }
     } else {
-        std::printf("%s=%s\n", MACHINE, absolute(machine.path()).c_str());
+        std::printf("%s=%s\n", hosted::MACHINE_VARIABLE, absolute(machine.path()).c_str());
         std::fflush(stdout);
     }
     if (verbose) print_counts("begin", machine.counts());

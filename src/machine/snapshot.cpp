@@ -3,7 +3,6 @@
 // Objects and state are read from the machine itself, every item that has a name; what its registry and its devices
 // hold is read as any client reads it. The text grows in memory, one task's records at a time, and replaces the file at
 // the end, so that a run that is ended early leaves nothing.
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@
 
 #include "common/registers.h"
 #include "common/registry_entries.h"
+#include "hosted/clocks.h"
 #include "hosted/described/format.h"
 #include "hosted/described/names.h"
 #include "hosted/descriptors.h"
@@ -27,6 +27,7 @@
 #include "machine/device_capture.h"
 #include "machine/redaction.h"
 #include "machine/verbs.h"
+#include "platform/protocol/rtc.h"
 #include "platform/protocol/sysvc.h"
 #include "platform/protocol/task.h"
 #include "platform/registry.h"
@@ -37,9 +38,7 @@ namespace {
 
 using namespace hosted::described;
 
-constexpr size_t MOST_TEXT = size_t{1} << 30;                    // bytes of a machine file
-constexpr char LIVE[] = "live";                                  // what VENTIX_MACHINE may name
-constexpr std::string_view CLOCK = "/hardware/rtc/rtc0/device";  // the key that holds a device's name
+constexpr size_t MOST_TEXT = size_t{1} << 30;  // bytes of a machine file
 constexpr std::string_view RUN_DIRECTORY = reg_component(PROCESS_DIRECTORY, 0);
 
 // ---- progress -------------------------------------------------------------------------------------------------------
@@ -53,7 +52,7 @@ public:
 
     void add_task() {
         ++tasks_;
-        const uint64_t now = milliseconds();
+        const uint64_t now = hosted::milliseconds_of(CLOCK_MONOTONIC);
         if (!visible_ || now < due_) return;
         shown_ = true;
         due_ = now + INTERVAL;
@@ -64,14 +63,8 @@ public:
 private:
     static constexpr uint64_t QUIET = 1000, INTERVAL = 200;  // milliseconds
 
-    static uint64_t milliseconds() {
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
-        return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1'000'000;
-    }
-
     const bool visible_ = isatty(STDERR_FILENO) != 0;
-    uint64_t due_ = milliseconds() + QUIET;
+    uint64_t due_ = hosted::milliseconds_of(CLOCK_MONOTONIC) + QUIET;
     uint64_t tasks_ = 0;
     bool shown_ = false;
 };
@@ -305,7 +298,8 @@ private:
         if (!RegGetKeyBin(GetRegDev(), path.c_str(), value.data(), &length)) return false;
         value.resize(length);
         into.holds = registry::entry::kind::bytes;
-        into.bytes = path == CLOCK ? value : hide_.text("text", value);
+        const bool names_device = path == std::string("/").append(RTC_DIRECTORY).append(RTC_DEVICE_KEY);
+        into.bytes = names_device ? value : hide_.text("text", value);
         return true;
     }
 
@@ -361,9 +355,10 @@ int snapshot(int argc, char **argv) {
     bool maps = false, redact = false;
     if (!parse(argc, argv, {{"-o", &path}, {"--maps", nullptr, &maps}, {"--redact", nullptr, &redact}}, 0, 0))
         return WRONG_USE;
-    const char *const chosen = secure_getenv("VENTIX_MACHINE");
-    if (chosen != nullptr && std::strcmp(chosen, LIVE) != 0)
-        return fail(WRONG_USE, "%s: captures the live machine, and VENTIX_MACHINE names another", argv[0]);
+    const char *const chosen = secure_getenv(hosted::MACHINE_VARIABLE);
+    if (chosen != nullptr && std::strcmp(chosen, hosted::LIVE_MACHINE) != 0)
+        return fail(WRONG_USE, "%s: captures the live machine, and %s names another", argv[0],
+                    hosted::MACHINE_VARIABLE);
     try {
         return write_result(path, take_snapshot(maps, redact), file_access::owner_only);
     } catch (const hosted::system_failure &failed) {

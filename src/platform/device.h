@@ -5,7 +5,7 @@
 // Interrupted kernel calls are repeated unless a call says otherwise. Nothing prints.
 //
 // Ownership: device records and requests live in memory of the server's, mapped by both. CloseDevice and DeleteIOreq
-// give them back; nothing here frees them. A closed device takes its requests with it. A reply port is the caller's,
+// return them; nothing here frees them. A closed device takes its requests with it. A reply port is the caller's,
 // and must outlive the requests that it was given to.
 //
 // Trust: the addresses of a device record, of its client context and of a request come from the server, in its messages

@@ -89,60 +89,60 @@ private:
 
 class log : public log_source {
 public:
-    explicit log(log_record &kept) : kept_(kept) {}
+    explicit log(log_record &record) : record_(record) {}
 
     uint32_t length(uint64_t &characters) override {
-        characters = kept_.text.size();
+        characters = record_.text.size();
         return 0;
     }
 
     uint32_t read(uint64_t offset, uint64_t room, std::string_view &text) override {
-        const std::string_view all = kept_.text;
+        const std::string_view all = record_.text;
         text = all.substr(std::min<uint64_t>(offset, all.size()), room);
         return 0;
     }
 
     uint32_t write(std::string_view message) override {
-        kept_.text += message;
-        if (!message.ends_with('\n')) kept_.text += '\n';
+        record_.text += message;
+        if (!message.ends_with('\n')) record_.text += '\n';
         return 0;
     }
 
     void emergency(uint64_t word1, uint64_t code, uint64_t word2) override {
-        kept_.emergencies.push_back({word1, code, word2});
+        record_.emergencies.push_back({word1, code, word2});
     }
 
 private:
-    log_record &kept_;
+    log_record &record_;
 };
 
 class clock : public clock_source {
 public:
-    explicit clock(rtc_time &kept) : kept_(kept) {}
+    explicit clock(rtc_time &shown) : shown_(shown) {}
 
     uint32_t read(rtc_time &time) override {
-        time = kept_;
+        time = shown_;
         return 0;
     }
 
     uint32_t set(const rtc_time &time) override {
-        kept_ = time;
+        shown_ = time;
         return 0;
     }
 
 private:
-    rtc_time &kept_;
+    rtc_time &shown_;
 };
 
 class processes : public process_source {
 public:
-    processes(const system_service &kept, const machine_records &records, machine &running)
+    processes(const system_service &from, const machine_records &records, machine &running)
         : records_(records), running_(running) {
-        for (const auto &[major, name] : kept.majors) {
+        for (const auto &[major, name] : from.majors) {
             drivers_.try_emplace(major, name);
             max_major_ = std::max(max_major_, major);
         }
-        max_major_ = kept.max_major.value_or(max_major_);
+        max_major_ = from.max_major.value_or(max_major_);
     }
 
     uint32_t id(uint32_t command, uint64_t key, uint64_t &value) override {

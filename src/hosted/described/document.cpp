@@ -51,7 +51,7 @@ constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 }  // namespace
 
-// Takes the text apart: JSON, with comments.
+// Scans JSON with comments into nodes.
 class document::scanner {
 public:
     struct error {
@@ -98,7 +98,7 @@ private:
         if (!line) ++at_;
     }
 
-    // Fails at the token that is here; its last character is where.
+    // Fails at the current token, at the offset of its last character.
     [[noreturn]] void unexpected(std::string_view expected) {
         const char c = here();
         std::string found = "'" + std::string(1, c) + "'";
@@ -150,7 +150,7 @@ private:
         empty_ = c == '{' || c == '[';
     }
 
-    // Whether the innermost list or object goes on; then at_ is before the value, after its key.
+    // Whether the innermost list or object has another value. If so, at_ is before that value and after its key.
     bool begins_another() {
         skip_blanks();
         const bool object = text_[document_.nodes_[open_.back()].at] == '{';
@@ -332,7 +332,7 @@ std::string_view document::text_at(uint32_t opening_quote) const {
 
 bool document::suggests() const { return collects_ && findings_.size() < MOST_SUGGESTED; }
 
-bool document::keep(const bad_value &bad) const {
+bool document::record(const bad_value &bad) const {
     if (collects_) findings_.push_back(bad);
     return collects_;
 }
@@ -349,7 +349,7 @@ std::vector<bad_value> document::take_findings() {
 
 std::string locator::path(uint32_t node) {
     const auto &nodes = document_.nodes_;
-    // From where the last one was: outwards and along until something holds this one, then inwards.
+    // From the last path outwards and along until a value contains this one, then inwards.
     while (!steps_.empty() && nodes[steps_.back().node].end <= node) {
         const uint32_t outer = steps_.size() == 1 ? 0 : steps_[steps_.size() - 2].node;
         if (nodes[outer].end <= node) {

@@ -1,8 +1,7 @@
 // hosted/described/document.h - the values of a machine file in the order of the file.
 //
-// A document holds 12 bytes for each value and reads everything else from the file's text when it is asked for. The
-// values lie in one array, each followed by what is inside it, so that neither reading nor releasing a file needs a
-// stack, however deep its values are nested.
+// A document holds 12 bytes for each value and reads everything else from the file's text on demand. The values are one
+// array, each followed by its contents, so that neither reading nor releasing a file recurses, however deep it nests.
 #pragma once
 
 #include <concepts>
@@ -18,8 +17,8 @@ namespace hosted::described {
 
 class document;
 
-// What is wrong with a value. Thrown while a document is read; the document of a run passes it on to whoever began the
-// load, one that collects keeps it and goes on with the next value.
+// What is wrong with a value. Thrown while a document is read. A document that collects records it and continues with
+// the next value; with any other it ends the load.
 struct bad_value {
     uint32_t node;
     std::string what;
@@ -36,14 +35,14 @@ public:
     std::string_view key() const;  // of a member of an object; else empty
     uint32_t node() const { return node_; }
 
-    bool is_number() const;   // an integer of 64 bits, or a text that holds one
-    bool is_integer() const;  // an integer that is no text
+    bool is_number() const;   // a 64-bit integer, or a text that holds one
+    bool is_integer() const;  // an integer, and no text that holds one
     bool is_text() const;     // a text, or {"hex": "00 ff"}
     bool is_list() const;
     bool is_object() const;
     bool is_word(std::string_view text) const;  // exactly this text
 
-    // The value as what it must be; throw bad_value if it is something else.
+    // The value as the required type. Each throws bad_value for any other.
     uint64_t number() const;
     bool flag() const;
     std::string text() const;
@@ -61,13 +60,14 @@ public:
     bool has(std::string_view key) const;
     json_value at(std::string_view key) const;  // throws bad_value if there is no such member
 
+    // Throws a bad_value of this node.
     [[noreturn]] void wrong(std::string_view what) const;
 
     // The same for a word that is none of those known. A document that collects also suggests the nearest of them.
     [[noreturn]] void unknown(std::string_view what, std::string_view word,
                               std::span<const std::string_view> known) const;
 
-    // Reads a part of the document. A bad value in it ends here if the document collects.
+    // Runs a step that reads a part of the document. If the document collects, a bad value ends the step and no more.
     template <class Step> void attempt(Step step) const;
 
 private:
@@ -81,7 +81,7 @@ private:
 
 class document {
 public:
-    // collects  whether bad values are kept instead of thrown
+    // collects  whether bad values are recorded instead of thrown
     explicit document(bool collects = false) : collects_(collects) {}
 
     // Reads a file's text, which must outlive this object.
@@ -94,9 +94,9 @@ public:
     // Offset of the last character that a parse read before it failed.
     size_t failed_at() const { return failed_at_; }
 
-    bool keep(const bad_value &bad) const;  // false: this document does not collect
+    bool record(const bad_value &bad) const;  // false: this document does not collect
 
-    // What was kept, in the order of the file, each once.
+    // Returns what was recorded, in the order of the file, each once, and forgets it.
     std::vector<bad_value> take_findings();
 
 private:
@@ -150,13 +150,13 @@ struct json_value::range {
     iterator end() const { return last; }
 };
 
-// Says where values of a document are. Each must not lie before the one before, so that those of a whole file are
-// found in one pass.
+// Finds the places of values, to be asked for in the order of the file: each search continues where the last one ended,
+// so that those of a whole file take one pass.
 class locator {
 public:
     explicit locator(const document &of) : document_(of) {}
 
-    // The place as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long path is left out.
+    // The path as a person writes it: tasks[2].info.TASKINFO_PRIORITY. The middle of a long path is left out.
     std::string path(uint32_t node);
 
     // "LINE:COLUMN" of a value; of its key where it has one.
@@ -179,7 +179,7 @@ template <class Step> void json_value::attempt(Step step) const {
     try {
         step();
     } catch (const bad_value &bad) {
-        if (!document_->keep(bad)) throw;
+        if (!document_->record(bad)) throw;
     }
 }
 

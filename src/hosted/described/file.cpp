@@ -35,7 +35,7 @@ bool same_version(const struct stat &a, const struct stat &b) {
            a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-// 0, or a system error number.
+// Returns 0 or a system error number.
 int read_machine(int file, std::string &text) {
     struct stat about {};
     if (fstat(file, &about) != 0) return errno;
@@ -50,12 +50,12 @@ int read_machine(int file, std::string &text) {
     return error == 0 && text.size() == LARGEST_FILE ? EFBIG : error;
 }
 
-// The process that holds the lock of a file; 0 where the system does not show it.
+// The process that holds the lock of a file; 0 where the system does not say.
 int lock_holder(const struct stat &locked) {
     std::string locks;
-    constexpr size_t LONGEST_LIST = size_t{1} << 20;
+    constexpr size_t longest_list = size_t{1} << 20;
     const descriptor file = open_file(AT_FDCWD, "/proc/locks");
-    if (!file || read_all(file.get(), locks, LONGEST_LIST) != 0) return 0;
+    if (!file || read_all(file.get(), locks, longest_list) != 0) return 0;
     int holder = 0;
     for (size_t at = 0; at < locks.size(); at = std::min(locks.find('\n', at), locks.size() - 1) + 1) {
         int process = 0;
@@ -73,7 +73,7 @@ int lock_holder(const struct stat &locked) {
     return holder;
 }
 
-// Locks a file for this run alone. 0, or a system error number.
+// Takes the exclusive lock of a file, and reports a long wait for it. Returns 0 or a system error number.
 int lock(int file, const std::string &path, const struct stat &about) {
     for (long waited = 0; waited < QUIET_WAIT; waited += LOCK_RETRY) {
         if (flock(file, LOCK_EX | LOCK_NB) == 0) return 0;
@@ -87,24 +87,25 @@ int lock(int file, const std::string &path, const struct stat &about) {
     return retry_interrupted([&] { return flock(file, LOCK_EX); }) == 0 ? 0 : errno;
 }
 
-// Holds back every signal of this thread that can wait.
-class signals_held {
+// Blocks every signal of this thread that can be blocked, for the length of a scope.
+class blocked_signals {
 public:
-    signals_held() {
+    blocked_signals() {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &before_);
     }
-    ~signals_held() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    signals_held(const signals_held &) = delete;
-    signals_held &operator=(const signals_held &) = delete;
+    ~blocked_signals() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    blocked_signals(const blocked_signals &) = delete;
+    blocked_signals &operator=(const blocked_signals &) = delete;
 
 private:
     sigset_t before_{};
 };
 
-// Gives a complete temporary file the owner and the permissions of what it replaces, or of a new file.
+// Gives a complete temporary file the owner and the permissions of the file that it replaces, or those of a new file.
 //   replaced  null where there is no plain file
+//   returns   0 or a system error number
 int pass_on_access(int file, const struct stat *replaced) {
     const mode_t mask = umask(~PRIVATE_FILE & PERMISSIONS);
     umask(mask);
@@ -112,13 +113,13 @@ int pass_on_access(int file, const struct stat *replaced) {
     mode_t mode = permitted;
     if (replaced != nullptr) {
         mode = replaced->st_mode & PERMISSIONS;
-        const bool kept = fchown(file, replaced->st_uid, replaced->st_gid) == 0;
-        if (!kept || replaced->st_uid != geteuid()) mode &= permitted;
+        const bool owned = fchown(file, replaced->st_uid, replaced->st_gid) == 0;
+        if (!owned || replaced->st_uid != geteuid()) mode &= permitted;
     }
     return fchmod(file, mode) == 0 ? 0 : errno;
 }
 
-// 0 also where a file cannot be synced for its kind.
+// Returns 0 also for a kind of file that cannot be synced.
 int sync(int file) { return fsync(file) == 0 || errno == EINVAL ? 0 : errno; }
 
 }  // namespace
@@ -130,11 +131,11 @@ bool machine_file::read(const std::string &path, const std::string &save_path, s
         descriptor file = open_named(path, O_RDONLY);
         int error = file ? 0 : errno;
         struct stat named {};
-        const bool kept = file && !save_path.empty() && fstat(file.get(), &version_) == 0 &&
-                          (save_path == path || (stat(save_path.c_str(), &named) == 0 && same_file(version_, named)));
-        if (kept) {
+        const bool locks = file && !save_path.empty() && fstat(file.get(), &version_) == 0 &&
+                           (save_path == path || (stat(save_path.c_str(), &named) == 0 && same_file(version_, named)));
+        if (locks) {
             error = lock(file.get(), path, version_);
-            // Whoever held the lock may have put another file in this one's place.
+            // Whoever held the lock may have replaced the file.
             if (error == 0 && (stat(path.c_str(), &named) != 0 || !same_file(version_, named))) continue;
             if (error == 0 && fstat(file.get(), &version_) != 0) error = errno;
         }
@@ -143,7 +144,7 @@ bool machine_file::read(const std::string &path, const std::string &save_path, s
             message = system_text(path, error);
             return false;
         }
-        if (kept) locked_ = std::move(file);
+        if (locks) locked_ = std::move(file);
         return true;
     }
 }
@@ -160,7 +161,7 @@ bool machine_file::save(std::string_view text, std::string &message) {
 }
 
 bool replace_file(const std::string &path, std::string_view text, std::string &message, file_access access) {
-    const signals_held hold;
+    const blocked_signals for_this_scope;
     const size_t name_at = path.rfind('/') + 1;  // npos + 1 is 0
     const std::string name = path.substr(name_at);
     const descriptor folder = open_named(name_at == 0 ? "." : path.substr(0, name_at), O_PATH | O_DIRECTORY);

@@ -11,8 +11,8 @@
 
 namespace hosted::described {
 
-// A machine file and the path that its machine is saved to. Where both are one file, it is locked from the reading to
-// this object's end, so that runs on one file follow one another.
+// A machine file and the path that its machine is saved to. Where both are one file, it is locked from read() until
+// this object ends, so that runs on one file take turns.
 class machine_file {
 public:
     // Reads the file at path. A wait of more than a second for the lock is reported on standard error.
@@ -34,13 +34,13 @@ private:
     struct stat version_ {};  // of that file when it was read
 };
 
-// Who may read a file that replaces another. inherited: a plain file passes on its owner, if the system permits, and
-// its permissions, but never more of them than the user's mask leaves unless that file is the caller's own.
+// Who may read a file that replaces another. inherited: the owner of a plain file stays its owner where the system
+// permits, and its permissions stay, but none that the user's mask takes away unless that file is the caller's own.
 enum class file_access : uint8_t { inherited, owner_only };
 
 // Writes a file beside path and renames it, both synced to disk. Readable by nobody else until it is complete. A
-// symbolic link at path is replaced; what is neither a plain file nor a link to one stays. Signals wait until it is
-// done, so that they leave no temporary file.
+// symbolic link at path is replaced; anything that is neither a plain file nor a link to one is refused. Signals are
+// blocked meanwhile, so that none leaves a temporary file.
 //   message  out, on failure: "FILE: the system's text"
 bool replace_file(const std::string &path, std::string_view text, std::string &message,
                   file_access access = file_access::inherited);

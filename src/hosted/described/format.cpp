@@ -317,7 +317,7 @@ template <> struct table<counter> {
 
 namespace {
 
-// The raw bytes of a unit's counters; without "returned" they are as every text that is no UTF-8.
+// The raw bytes of a unit's counters; without "returned" they are like any text that is not UTF-8.
 struct raw_bytes : codec {
     static void read(json_value from, std::optional<std::string> &into) {
         into = parse_hex(from.text());
@@ -443,7 +443,7 @@ template <> struct table<listed_result> {
 
 namespace {
 
-// Keeps a service's results as its description and their values.
+// A service's results, stored apart as descriptions and values.
 struct service_results : codec {
     using results = list_of<row_of<listed_result>, false>;
     static void read(json_value from, service &into) {
@@ -698,7 +698,7 @@ template <> struct table<machine_records> {
 
 namespace {
 
-// Makes every object known by its handle, which no other may have.
+// Indexes the objects by their handles, and refuses a handle that another object has.
 void index_objects(const document &file, machine_records &all) {
     using kind = object_index::kind;
     size_t count = all.tasks.size() + all.memory_chunks.size() + all.virtual_spaces.size();

@@ -25,6 +25,6 @@ std::string machine_text(const machine_records &from, size_t room = 0);
 
 // The JSON schema of machine files, but for their comments, which JSON does not have.
 std::string machine_schema();
-std::string describe_machine();  // the part of it that the tables give
+std::string describe_machine();  // the part that the tables define
 
 }  // namespace hosted::described

@@ -212,8 +212,8 @@ bool described_machine::state(uint64_t number, uint64_t &value) {
 
 uint64_t described_machine::register_info(uint64_t group, uint64_t index, uint64_t &value) const {
     if (!records_.registers) return RESULT_NO_ITEM;
-    const auto at = [&known = *records_.registers](size_t place) {
-        return hosted::register_info{known[place].name, known[place].id, known[place].type};
+    const auto at = [&known = *records_.registers](size_t row) {
+        return hosted::register_info{known[row].name, known[row].id, known[row].type};
     };
     return read_register_info(records_.registers->size(), longest_register_, at, group, index, value);
 }

@@ -10,7 +10,7 @@
 
 namespace hosted::described {
 
-// What a number is the number of: the same number is another item elsewhere.
+// What a number identifies. Each kind has its own numbers.
 enum class naming : uint8_t {
     state,          // items of _SL_GetState
     object,         // information items of every kind of object

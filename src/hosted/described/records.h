@@ -29,8 +29,8 @@ public:
     // The next record, valid until the next call; null at the end.
     virtual const Record *next() = 0;
 
-    // Whether the record still holds after all of it, what its own sources add included, has been written. If not, it
-    // is taken out of the text again.
+    // Asked after the record has been written, with all that its own sources add. False: the record is no longer true,
+    // and is removed from the text.
     virtual bool holds() = 0;
 
 protected:
@@ -42,7 +42,7 @@ template <class Record> struct record_list : std::vector<Record> {
     record_source<Record> *source = nullptr;  // has at least one; null: there are no more
 };
 
-// A record that few have, so that all others hold a pointer in its place.
+// A record that few objects have. All others hold a null pointer.
 template <class Record> class rare {
 public:
     const Record &operator*() const {
@@ -108,7 +108,7 @@ struct task : object {
     std::vector<raised_exception> exceptions;
 };
 
-// Every object of the file by its handle. The records never move once they are read.
+// Every object of the file by its handle. The records do not move after they are read.
 class object_index {
 public:
     enum class kind : uint8_t { task, thread, other };

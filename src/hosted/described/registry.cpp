@@ -148,8 +148,8 @@ bool registry::is_gone(const entry &there) const {
     return there.gone || (there.guarded && !kernel_->has_object(there.number));
 }
 
-// Takes published entries that are gone off the end of a directory, so that tasks which come and go do not make it
-// grow. A walk that is past the end has ended.
+// Removes published entries that are gone from the end of a directory, so that tasks that come and go do not make it
+// grow. A walk past the end has ended.
 void registry::trim(uint32_t directory) {
     auto &[entries, index, indexed] = directories_[directory];
     while (!entries.empty() && entries.back().published && is_gone(entries.back())) {

@@ -36,11 +36,11 @@ public:
         bool unreadable = false;     // listed and described only
         bool published = false;      // by the kernel
         bool gone = false;
-        bool guarded = false;  // an integer that is a port, and goes with it
+        bool guarded = false;  // an integer that is a port: listed while the port exists
         uint32_t directory = 0;
         uint64_t number = 0;
         std::string bytes;
-        std::optional<uint16_t> type;  // shown instead of those of what it holds
+        std::optional<uint16_t> type;  // type and length are shown in place of the content's
         std::optional<uint32_t> length;
 
         uint16_t shown_type() const;

@@ -1,6 +1,6 @@
 // hosted/described/registry_content.h - directory content of a machine file.
 //
-// Directories may be nested deeper than a stack would bear, so that neither function calls itself.
+// Directories may nest deeper than any stack, so reading and writing do not recurse.
 #pragma once
 
 #include "hosted/described/document.h"

@@ -8,7 +8,7 @@
 namespace hosted::described {
 namespace {
 
-// What values look like everywhere; the tables refer to these. The longest name of a registry key is between the parts.
+// The definitions that the tables refer to. The length of the longest key name goes between the two parts.
 constexpr char BEGIN[] = R"({
   "$schema": "https://json-schema.org/draft/2019-09/schema",
   "title": "Machine file",

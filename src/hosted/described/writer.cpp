@@ -46,7 +46,7 @@ void json_writer::line(size_t indent) {
     out_.append(std::min(indent, DEEPEST_INDENT) * INDENT, ' ');
 }
 
-void json_writer::rewind(const place &to) {
+void json_writer::rewind(const position &to) {
     out_.resize(to.length);
     indent_ = to.indent;
     open_.back().empty = to.empty;

@@ -12,7 +12,7 @@ namespace hosted::described {
 // Writes one JSON value after another.
 class json_writer {
 public:
-    // What is inside follows beside its bracket, or each on a line of its own.
+    // The contents follow on the same line, or each on a line of its own.
     void begin_object(bool on_lines = false) { begin('{', '}', on_lines); }
     void begin_list(bool on_lines = false) { begin('[', ']', on_lines); }
     void end();
@@ -27,14 +27,14 @@ public:
     void text(std::string_view value);  // as its bytes where it is not UTF-8
     void hex(std::string_view bytes);   // {"hex": "00 ff"}
 
-    // Takes out what was written since a mark, within the same list or object.
-    struct place {
+    // Remove what was written since a mark, within the same list or object.
+    struct position {
         size_t length;  // of the text
         size_t indent;
         bool empty;  // the list or object
     };
-    place mark() const { return {out_.size(), indent_, open_.back().empty}; }
-    void rewind(const place &to);
+    position mark() const { return {out_.size(), indent_, open_.back().empty}; }
+    void rewind(const position &to);
 
     // Takes address space for a text of that size, so that it never moves while it grows; does nothing where the system
     // has not as much. Memory that is never written costs nothing.

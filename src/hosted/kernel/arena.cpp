@@ -25,10 +25,6 @@ namespace hosted {
 
 namespace {
 
-// Below the kernel's own mapping area for any amount of address randomisation, and within what the sanitizers' shadow
-// memory covers, on both processors. If it is taken, the region is placed elsewhere.
-constexpr uint64_t FIXED_ADDRESS = 0x7EA000000000;
-
 // The region starts with what nearly every run needs and grows in place, by gigabytes for a long log. Elsewhere nothing
 // keeps the addresses above it free, so it starts larger.
 constexpr uint64_t FIRST_RESERVATION = uint64_t{16} << 20;
@@ -65,7 +61,7 @@ arena::~arena() {
 bool arena::reserve() {
     if (base_ != nullptr) return true;
     if (refused_) return false;
-    auto *const fixed = reinterpret_cast<std::byte *>(FIXED_ADDRESS);
+    auto *const fixed = reinterpret_cast<std::byte *>(USUAL_ADDRESS);
     for (const auto &[at, largest] : {std::pair(fixed, FIRST_RESERVATION), {nullptr, RESERVATION_ELSEWHERE}}) {
         for (uint64_t size = largest; size >= SMALLEST_RESERVATION; size /= 2) {
             base_ = reserve_space(at, size);

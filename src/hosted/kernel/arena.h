@@ -14,10 +14,14 @@ namespace hosted {
 
 class arena {
 public:
+    // Where the region lies unless that is taken. Below the kernel's own mapping area for any amount of address
+    // randomisation, and within what the sanitizers' shadow memory covers, on both processors.
+    static constexpr uint64_t USUAL_ADDRESS = 0x7EA000000000;
+
     arena() = default;
 
-    // An arena in memory that is mapped already and shared between processes: it is of this size, it is all zeroes,
-    // it is never poisoned, and it stays mapped.
+    // An arena in memory that is already mapped and shared between processes. The memory must be all zeroes and must
+    // outlive the arena, which neither extends, poisons nor unmaps it.
     explicit arena(std::span<std::byte> shared);
 
     ~arena();
@@ -57,7 +61,7 @@ private:
     uint64_t end_ = 0;                   // offset after the highest block ever allocated
     bool shared_ = false;                // between processes
     bool refused_ = false;               // the system refuses any address space
-    std::map<uint64_t, uint64_t> used_;  // offset -> size asked for
+    std::map<uint64_t, uint64_t> used_;  // offset -> requested size
     std::map<uint64_t, uint64_t> free_;  // offset -> bytes, neighbours joined
     mutable std::map<uint64_t, uint64_t>::const_iterator found_ = used_.end();  // the block reached last
 };

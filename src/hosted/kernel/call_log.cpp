@@ -59,11 +59,11 @@ void append_argument(line &to, const argument &given, bool succeeded) {
 }  // namespace
 
 bool call_log::open(std::string_view name) {
-    constexpr std::string_view PROCESS_ID = "%p";
+    constexpr std::string_view process_id = "%p";
     std::string path(name);
     const std::string id = std::to_string(getpid());
-    for (size_t at = 0; (at = path.find(PROCESS_ID, at)) != path.npos; at += id.size()) {
-        path.replace(at, PROCESS_ID.size(), id);
+    for (size_t at = 0; (at = path.find(process_id, at)) != path.npos; at += id.size()) {
+        path.replace(at, process_id.size(), id);
     }
     file_ = open_named(std::move(path), O_WRONLY | O_APPEND | O_CREAT, 0666);
     return is_open();

@@ -98,8 +98,8 @@ constexpr std::optional<call> call_by_name(std::string_view name) {
 
 struct caller;
 
-// Lets the calling thread make kernel calls for a thread of another process, until it ends. What a call leads to beyond
-// its result is left to it (caller::fate). The task must be known to the machine.
+// Makes the calling thread's kernel calls, until it ends, those of a thread of another process. A call reports what it
+// leads to beyond its result in caller::fate and does not act on it. The task must be known to the machine.
 //   thread   its handle; 0: the kernel makes one
 //   returns  the caller that the calls belong to, for the thread's life
 caller &call_for(uint64_t task, uint64_t thread);

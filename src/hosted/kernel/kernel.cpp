@@ -3,11 +3,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <limits>
 #include <new>
 #include <utility>
 
+#include "hosted/clocks.h"
 #include "platform/protocol/device.h"
 #include "platform/protocol/task.h"
 
@@ -21,13 +21,7 @@ constexpr uint64_t NEVER = std::numeric_limits<uint64_t>::max();
 constexpr size_t MOST_HANDLES = 65536;
 constexpr size_t MOST_MESSAGES = 65536;
 
-uint64_t milliseconds_of(clockid_t clock) {
-    timespec now{};
-    clock_gettime(clock, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
-}
-
-// The later of two times, where the sum may run past the end of time.
+// The time so many milliseconds later, but always before NEVER.
 uint64_t later(uint64_t time, uint64_t milliseconds) {
     return milliseconds > NEVER - 1 - time ? NEVER - 1 : time + milliseconds;
 }
@@ -139,32 +133,35 @@ uint64_t kernel::master(uint64_t handle) const {
     return found == foreign_handles_.end() ? handle : found->second.object;
 }
 
-// Counts one more handle of a task that attached. Throws where it has enough of them: the call fails.
-void kernel::charge(uint64_t task) {
+// The count of a task's handles, to be raised once there is one more; null for a task that is not attached. Throws
+// where the task has as many as it may have, which fails the call.
+size_t *kernel::handle_count_of(uint64_t task) {
+    if (attached_.empty()) return nullptr;
     const auto known = attached_.find(task);
-    if (known == attached_.end()) return;
+    if (known == attached_.end()) return nullptr;
     if (known->second.handles >= MOST_HANDLES) throw std::bad_alloc();
-    known->second.handles++;
+    return &known->second.handles;
 }
 
-void kernel::discharge(uint64_t task) {
+void kernel::uncount_handle(uint64_t task) {
     const auto known = attached_.find(task);
-    if (known != attached_.end()) known->second.handles--;
+    if (known != attached_.end()) --known->second.handles;
 }
 
 void kernel::erase_handle(uint64_t handle) {
     const auto known = handles_.find(handle);
-    if (!attached_.empty()) discharge(known->second.maker);
+    if (!attached_.empty()) uncount_handle(known->second.maker);
     handles_.erase(known);
 }
 
 template <class T> std::shared_ptr<T> kernel::add(uint64_t owner) {
-    if (!attached_.empty()) charge(owner);
+    size_t *const count = handle_count_of(owner);
     auto made = std::make_shared<T>();
     made->master = new_handle();
     made->owner = owner;
     made->handles.push_back(made->master);
     handles_.emplace(made->master, named_object{made, owner});
+    if (count != nullptr) ++*count;
     return made;
 }
 
@@ -178,16 +175,16 @@ void kernel::drop(object &gone) {
 uint64_t kernel::name_again(uint64_t other, uint64_t maker) {
     const auto named = hold<object>(other);
     if (!named) return NO_OBJECT;
-    if (!attached_.empty()) charge(maker);
+    size_t *const count = handle_count_of(maker);
     const uint64_t handle = new_handle();
     named->handles.push_back(handle);
     try {
         handles_.emplace(handle, named_object{named, maker});
     } catch (const std::bad_alloc &) {
         named->handles.pop_back();
-        discharge(maker);
         throw;
     }
+    if (count != nullptr) ++*count;
     return handle;
 }
 
@@ -195,9 +192,10 @@ uint64_t kernel::create_handle(caller &who, uint64_t named) {
     if (const uint64_t own = name_again(named, who.task); own != NO_OBJECT) return own;
     const uint64_t foreign = master(named);
     if (!machine_->knows(foreign)) return fail(who, RESULT_NO_OBJECT);
-    charge(who.task);
+    size_t *const count = handle_count_of(who.task);
     const uint64_t handle = new_handle();
     foreign_handles_.emplace(handle, named_foreign{foreign, who.task});
+    if (count != nullptr) ++*count;
     return handle;
 }
 
@@ -220,7 +218,7 @@ uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
         return RESULT_SUCCESS;
     }
     if (const auto made = foreign_handles_.find(handle); !whole && made != foreign_handles_.end()) {
-        discharge(made->second.maker);
+        uncount_handle(made->second.maker);
         foreign_handles_.erase(made);
         return RESULT_SUCCESS;
     }
@@ -230,7 +228,7 @@ uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
     if (const uint64_t result = machine_->destroy(foreign); result != RESULT_SUCCESS) return result;
     std::erase_if(foreign_handles_, [&](const auto &made) {
         if (made.second.object != foreign) return false;
-        discharge(made.second.maker);
+        uncount_handle(made.second.maker);
         return true;
     });
     if (foreign == who.task) who.fate = fate::self_deleted;
@@ -517,23 +515,23 @@ uint64_t kernel::wait(std::unique_lock<std::mutex> &lock, caller &who, object *o
 
 // Sleeps until the waiter is woken, its deadline, or, for the one that runs the events, the next event.
 void kernel::sleep(std::unique_lock<std::mutex> &lock, waiter &self, uint64_t now) {
-    constexpr uint64_t LONGEST = 3600000;  // milliseconds: a deadline in the far future must not overflow a time point
+    constexpr uint64_t longest = 3600000;  // milliseconds: a deadline in the far future must not overflow a time point
     const bool runs_events = waiters_.front() == &self && !events_.empty();
     const uint64_t until = std::min(self.deadline, runs_events ? events_.begin()->first.first : NEVER);
     if (until == NEVER) {
         self.wake.wait(lock);
     } else {
-        self.wake.wait_for(lock, std::chrono::milliseconds(std::min(until - now, LONGEST)));
+        self.wake.wait_for(lock, std::chrono::milliseconds(std::min(until - now, longest)));
     }
 }
 
-// Moves the virtual clock to the next event or deadline, if every registered thread waits and none of them can go on
-// already; else sleeps until the others have called. Returns false where nothing will ever come.
+// Moves the virtual clock to the next event or deadline if every registered thread waits and none of them can continue
+// already; else sleeps until the others have called. Returns false where there is neither event nor deadline.
 bool kernel::move_virtual_clock(std::unique_lock<std::mutex> &lock, waiter &self) {
-    const auto goes_on = [this](const waiter *one) {
+    const auto can_continue = [this](const waiter *one) {
         return one->deadline <= virtual_tick_ || ready(one->on, one->count);
     };
-    if (waiters_.size() < callers_.size() || std::any_of(waiters_.begin(), waiters_.end(), goes_on)) {
+    if (waiters_.size() < callers_.size() || std::any_of(waiters_.begin(), waiters_.end(), can_continue)) {
         self.wake.wait(lock);
         return true;
     }

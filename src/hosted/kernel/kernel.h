@@ -66,8 +66,9 @@ public:
     void enter(caller &who, uint64_t task, uint64_t thread);
     void leave(const caller &who);
 
-    // Tasks of other processes. What such a task owns is counted, and deleted when it ends. A port of one remembers
-    // what it owes an answer: where it goes without one, the kernel answers, so that no client waits for ever.
+    // Tasks of other processes. What such a task owns is counted, and deleted when it ends. The kernel records the
+    // messages that a port of one has yet to answer, and answers them if the port is deleted first: no client waits for
+    // ever.
     void attach_task(uint64_t task);
     bool is_attached(uint64_t task) const { return attached_.contains(task); }
     bool owns_port(uint64_t task, uint64_t port) const;  // whether the object of a handle is a port of the task
@@ -179,8 +180,8 @@ private:
     template <class T> std::shared_ptr<T> add(uint64_t owner);
     uint64_t master(uint64_t handle) const;  // the machine's own handle of its object, from any handle to it
     uint64_t name_again(uint64_t other, uint64_t maker);
-    void charge(uint64_t task);
-    void discharge(uint64_t task);
+    size_t *handle_count_of(uint64_t task);
+    void uncount_handle(uint64_t task);
     void erase_handle(uint64_t handle);
     void drop(object &gone);
     uint64_t note_message(const port_object &to, const kernel_message &sent, uint64_t port, uint64_t from);

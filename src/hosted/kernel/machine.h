@@ -141,7 +141,7 @@ public:
     //              RESULT_NOT_PERMITTED
     virtual uint64_t raise(uint64_t task, uint64_t exception, uint64_t parameter) = 0;
 
-    // Ends an object. For the calling task this only agrees to its end: the kernel's caller ends the process.
+    // Ends an object. The calling task is not ended here: success permits the kernel's caller to end the process.
     //   returns  RESULT_NO_OBJECT, RESULT_NOT_PERMITTED, RESULT_TIMEOUT where it has not ended in time
     virtual uint64_t destroy(uint64_t handle) = 0;
 
@@ -150,8 +150,8 @@ public:
     //   word    its exit code, shifted left by 8
     virtual void exit_notice(uint64_t master, uint64_t word) = 0;
 
-    // Called before the registry is first asked for: it then holds only what every user of the system may read,
-    // whatever the caller may.
+    // Limits the registry to what every user of the system may read, whatever the caller may. Called before the
+    // registry is first used.
     virtual void withhold_secrets() {}
 
     // ---- tasks of other processes -------------------------------------------------------------------------------

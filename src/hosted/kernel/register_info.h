@@ -22,8 +22,8 @@ struct register_info {
 //   at       returns the register_info of an index in the table
 template <class At>
 uint64_t read_register_info(size_t count, size_t longest, At at, uint64_t group, uint64_t index, uint64_t &value) {
-    constexpr uint64_t PIECE = sizeof value;                    // bytes of a name in one item
-    const uint64_t stride = 2 + (longest + PIECE - 1) / PIECE;  // id, type word, name pieces
+    constexpr uint64_t piece_size = sizeof value;                         // bytes of a name in one item
+    const uint64_t stride = 2 + (longest + piece_size - 1) / piece_size;  // id, type word, name pieces
     if (group == KSYSIDX_REGISTERINFO) {
         switch (index) {
         case KSYSIDX_REGISTERINFO_COUNT: value = count; return RESULT_SUCCESS;
@@ -38,7 +38,8 @@ uint64_t read_register_info(size_t count, size_t longest, At at, uint64_t group,
     case 0: value = asked.id; break;
     case 1: value = asked.type; break;
     default: {
-        const auto piece = asked.name.substr(std::min<uint64_t>((item - 2) * PIECE, asked.name.size()), PIECE);
+        const auto piece =
+            asked.name.substr(std::min<uint64_t>((item - 2) * piece_size, asked.name.size()), piece_size);
         value = 0;
         std::memcpy(&value, piece.data(), piece.size());
     }

@@ -36,10 +36,7 @@ std::atomic<uint64_t> runs_made = 0;
 // ---- the environment ------------------------------------------------------------------------------------------------
 
 constexpr std::string_view PREFIX = "VENTIX_";
-constexpr char MACHINE[] = "VENTIX_MACHINE";
-constexpr char MACHINE_SAVE[] = "VENTIX_MACHINE_SAVE";
-constexpr char CALL_LOG[] = "VENTIX_CALL_LOG";
-constexpr std::string_view variables[] = {MACHINE, MACHINE_SAVE, CALL_LOG};
+constexpr std::string_view variables[] = {MACHINE_VARIABLE, SAVE_VARIABLE, CALL_LOG_VARIABLE};
 
 // Ends a process that cannot begin its run. Takes no memory.
 [[noreturn, gnu::format(printf, 1, 2)]] void refuse(const char *format, ...) {
@@ -58,7 +55,7 @@ using settings = std::array<const char *, std::size(variables)>;
 // Reads them in one pass. Refuses any other with the prefix: a misspelt one must not lead a command to the live
 // machine.
 settings read_environment() {
-    constexpr size_t SHOWN = 200;  // bytes of a name
+    constexpr size_t most_shown = 200;  // bytes of a name
     settings values{};
     for (char *const *entry = environ; *entry != nullptr; ++entry) {
         if ((*entry)[0] != PREFIX[0]) continue;  // spares measuring every other one
@@ -71,7 +68,7 @@ settings read_environment() {
             continue;
         }
         const std::string_view meant = nearest_word(name, variables);
-        std::string shown(name.substr(0, SHOWN));
+        std::string shown(name.substr(0, most_shown));
         std::ranges::replace_if(
             shown, [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
         refuse("%s: unknown variable; did you mean \"%s\"?", shown.c_str(), meant.data());
@@ -80,19 +77,19 @@ settings read_environment() {
 }
 
 std::unique_ptr<run> make_run(const char *path, const char *save) {
-    if (path == nullptr || std::strcmp(path, "live") == 0) {
+    if (path == nullptr || std::strcmp(path, LIVE_MACHINE) == 0) {
         std::string message;
         auto machine = make_live_machine(message);
         if (!machine) refuse("%s", message.c_str());
         if (*save == '\0') return std::make_unique<run>(std::move(machine));
-        refuse("%s: the live machine is not saved; ventix-machine snapshot captures it", MACHINE_SAVE);
+        refuse("%s: the live machine is not saved; ventix-machine snapshot captures it", SAVE_VARIABLE);
     }
-    if (*path == '\0') refuse("%s: empty; name a machine file, or live", MACHINE);
+    if (*path == '\0') refuse("%s: empty; name a machine file, or live", MACHINE_VARIABLE);
     fault_list faults;
     std::string message;
     auto machine = make_described_machine(path, save, faults, message);
     if (!machine && guest::is_socket(path)) {
-        if (*save != '\0') refuse("%s: a running machine is saved by ventix-machine run --save", MACHINE_SAVE);
+        if (*save != '\0') refuse("%s: a running machine is saved by ventix-machine run --save", SAVE_VARIABLE);
         if (auto way = guest::attach(path, message)) return std::make_unique<run>(std::move(way));
     }
     if (!machine) refuse("%s", message.c_str());
@@ -118,7 +115,7 @@ run *boot() {
         std::atexit(save_at_exit);  // a command may leave by exit()
         return made.release();
     } catch (const std::bad_alloc &) {
-        refuse("%s: %s", path == nullptr ? "live" : path, std::strerror(ENOMEM));
+        refuse("%s: %s", path == nullptr ? LIVE_MACHINE : path, std::strerror(ENOMEM));
     }
 }
 

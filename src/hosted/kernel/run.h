@@ -19,6 +19,12 @@
 
 namespace hosted {
 
+// The environment variables of a run. Any other with their prefix is refused.
+inline constexpr char MACHINE_VARIABLE[] = "VENTIX_MACHINE";    // the machine: a file, a socket, or LIVE_MACHINE
+inline constexpr char SAVE_VARIABLE[] = "VENTIX_MACHINE_SAVE";  // the file that a described machine is saved to
+inline constexpr char CALL_LOG_VARIABLE[] = "VENTIX_CALL_LOG";  // the file that the call log is appended to
+inline constexpr char LIVE_MACHINE[] = "live";                  // as where MACHINE_VARIABLE is not set
+
 // Sees every kernel call of the process, with the kernel's lock held: for programs that bring a machine of their own.
 class observer {
 public:

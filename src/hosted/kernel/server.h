@@ -13,8 +13,8 @@ namespace hosted {
 
 class arena;
 
-// The kernel as a device server sees it. The hosted kernel is one. A process that serves on a kernel which it reaches
-// by calls implements it on those calls.
+// The kernel as a device server sees it: the hosted kernel itself, or in a process that reaches its kernel by calls an
+// object that makes those calls.
 class server_host {
 public:
     // The memory that the server shares with its clients: the only way to reach what a client's address names.
@@ -29,7 +29,7 @@ public:
     // The task that a handle names: an open message may carry any handle to its client's task.
     virtual uint64_t task_of(uint64_t handle) = 0;
 
-    // Whether a task still exists. A host that reports the end of a task by client_ended() need not be asked.
+    // Whether a task has ended. A host that reports the end of a task by client_ended() need not be asked.
     virtual bool has_ended(uint64_t /*task*/) { return false; }
 
     // Objects made on behalf of a task, which their item OBJINFO_OWNER names. destroy() ends one with all its handles.
@@ -37,7 +37,7 @@ public:
     virtual uint64_t new_semaphore(uint64_t task, int64_t count) = 0;
     virtual void destroy(uint64_t handle) = 0;
 
-    // One more handle to the object of a handle (NO_OBJECT: there is none of the kernel's own), and the end of one.
+    // Makes another handle to the object of a handle (NO_OBJECT: the kernel owns no such object), and deletes a handle.
     virtual uint64_t new_handle_to(uint64_t handle) = 0;
     virtual void close_handle(uint64_t handle) = 0;
 

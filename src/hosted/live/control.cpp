@@ -23,13 +23,13 @@ constexpr auto LONGEST_END = std::chrono::seconds(2);
 
 // The signal of an exception; 0 where it has none.
 int signal_of(uint64_t exception, uint64_t parameter) {
-    constexpr uint64_t LAST_SIGNAL = 64;
+    constexpr uint64_t last_signal = 64;
     switch (exception) {
     case EXC_USR1: return SIGUSR1;
     case EXC_USR2: return SIGUSR2;
     case EXC_USR3: return SIGRTMIN + 3;
     case EXC_USR4: return SIGRTMIN + 4;
-    case EXC_SIGNAL: return parameter <= LAST_SIGNAL ? static_cast<int>(parameter) : 0;
+    case EXC_SIGNAL: return parameter <= last_signal ? static_cast<int>(parameter) : 0;
     default: return 0;
     }
 }
@@ -113,13 +113,13 @@ uint64_t signal_process(const descriptor &pidfd, uint64_t exception, uint64_t pa
 // Refuses a process that has a thread without a priority before it sets any. A thread created meanwhile may inherit the
 // old priority, so the passes repeat until one changes nothing.
 uint64_t set_process_priority(process &which, uint64_t priority) {
-    constexpr int MOST_PASSES = 10;
+    constexpr int most_passes = 10;
     uint64_t now = 0;
     if (priority > HIGHEST_PRIORITY || priority == NO_LEVEL) return RESULT_BAD_ARGUMENT;
     if (const uint64_t result = which.item(TASKINFO_PRIORITY, now); result != RESULT_SUCCESS) return result;
     if (now == priority) return RESULT_SUCCESS;
     bool any = false, changed = true;
-    for (int pass = 0; pass < MOST_PASSES && changed; ++pass) {
+    for (int pass = 0; pass < most_passes && changed; ++pass) {
         std::vector<int> threads;
         descriptor tasks;
         if (const int error = which.list_threads(threads, tasks); error != 0) return result_of(error);

@@ -84,7 +84,7 @@ std::optional<scanner> figures_of(std::string_view text, row (*parse)(std::strin
     return std::nullopt;
 }
 
-// The virtual memory has a counter in each row, and units of so many rows that have one.
+// The virtual memory has one counter in a row. A unit is UNIT_COUNTERS rows that have one.
 uint32_t read_unit(std::string_view text, uint32_t unit, uint64_t room, std::string &bytes) {
     size_t skipped = size_t{unit} * file_counters::UNIT_COUNTERS, read = 0;
     bool any = unit == 0;
@@ -93,7 +93,7 @@ uint32_t read_unit(std::string_view text, uint32_t unit, uint64_t room, std::str
         const auto value = found.figures.decimal();
         if (!value) continue;
         if (skipped != 0) {
-            skipped--;
+            --skipped;
             continue;
         }
         any = true;

@@ -1,7 +1,7 @@
 // hosted/live/files.h - reading the operating system's files.
 //
 // A read is bounded. What the caller may not see is for the reader to fall back from, so those errors are returned.
-// What cannot be read for want of descriptors or memory is thrown, so that the kernel call under way fails and no value
+// What cannot be read for lack of descriptors or memory is thrown, so that the kernel call under way fails and no value
 // is silently missing.
 #pragma once
 
@@ -24,7 +24,7 @@ struct file_roots {
     std::string dev = "/dev";
     std::string etc = "/etc";
 
-    // Permission bits: a file that has none of them is no key of the registry.
+    // Permission bits: a file with none of them is not a key of the registry.
     mode_t readers = S_IRUSR | S_IRGRP | S_IROTH;
 };
 
@@ -33,7 +33,7 @@ inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read
 // Throws system_failure where an error says that the system has no descriptors or no memory left; returns it otherwise.
 int unless_exhausted(int error, const std::string &path);
 
-// Whether the process can open so many files more, 13 at most.
+// Whether the process can open that many more files; more than 13 count as 13.
 bool can_open(size_t count);
 
 // Reads a file.

@@ -15,15 +15,17 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 
+#include "hosted/live/sockets.h"
 #include "hosted/live/texts.h"
 #include "platform/protocol/device.h"
 
 namespace hosted::live {
 
 namespace {
+
+constexpr uint8_t TCP_LISTEN = 10;  // the state of a socket that listens
 
 void answer(service_call &call, size_t result, std::string_view text) {
     std::string shown(text);
@@ -136,20 +138,19 @@ uint64_t count_v6_only(uint16_t port) {
         nlmsghdr header;
         inet_diag_req_v2 wanted;
     } request{};
-    constexpr uint32_t listening = 10;  // the state
     request.header.nlmsg_len = sizeof request;
     request.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
     request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
     request.wanted.sdiag_family = AF_INET6;
     request.wanted.sdiag_protocol = IPPROTO_TCP;
-    request.wanted.idiag_states = 1U << listening;
+    request.wanted.idiag_states = 1U << TCP_LISTEN;
     if (!diagnosis || write_all(diagnosis.get(), {reinterpret_cast<const char *>(&request), sizeof request}) != 0)
         return 0;
 
     uint64_t sockets = 0;
     std::array<char, 32768> buffer;
     while (true) {
-        const ssize_t got = read_once(diagnosis.get(), buffer);
+        const ssize_t got = read_part(diagnosis.get(), buffer);
         if (got <= 0) return sockets;
         std::string_view messages(buffer.data(), static_cast<size_t>(got));
         while (const auto header = take_record<nlmsghdr>(messages)) {
@@ -159,6 +160,26 @@ uint64_t count_v6_only(uint16_t port) {
             messages.remove_prefix(std::min(aligned(size), messages.size()));
         }
     }
+}
+
+// Whether a socket is bound to exactly this IPv4 address (in network byte order). An address in IPv6 form counts; the
+// unspecified IPv6 address receives IPv4 at every address.
+bool is_bound_to(const internet_socket &bound, uint32_t address) {
+    const auto &[first, second, third, last] = bound.local.address;
+    if (last != address || !bound.is_v6) return last == address;
+    return first == 0 && second == 0 && (third == htonl(0xFFFF) || (third == 0 && last == 0));
+}
+
+// How many sockets of a text like /proc/net/tcp or tcp6 listen at an address and port, both in network byte order.
+uint64_t count_listening(std::string_view text, uint32_t address, uint16_t port) {
+    uint64_t sockets = 0;
+    internet_socket found;
+    for (scanner scan(text); !scan.done();) {
+        scanner line(scan.line());
+        if (!parse_socket_ends(line, found) || found.state != TCP_LISTEN) continue;
+        if (is_bound_to(found, address) && found.local.port == ntohs(port)) ++sockets;
+    }
+    return sockets;
 }
 
 uint32_t call_listening(const file_roots &roots, service_call &call) {
@@ -211,43 +232,6 @@ const std::array<service, 7> &services() {
     return all;
 }
 
-// A number of exactly so many hexadecimal digits, as the kernel prints them, taken off the front of text.
-std::optional<uint32_t> take_hexadecimal(std::string_view &text, size_t digits) {
-    uint32_t value = 0;
-    const std::string_view number = text.substr(0, digits);
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value, 16);
-    if (error != std::errc{} || end != number.data() + digits) return std::nullopt;
-    text.remove_prefix(digits);
-    return value;
-}
-
-// The IPv4 address in "ADDRESS:PORT", in network byte order: 8 digits, or 32 of an IPv6 address that contains one or is
-// unspecified, and so receives IPv4 at every address. The kernel prints each 32-bit word as it lies in memory, and the
-// port as a number.
-bool parse_endpoint(std::string_view text, uint32_t &address, uint16_t &port) {
-    constexpr size_t word_digits = 8, words = 4, port_digits = 4;
-    const size_t digits = text.find(':');
-    if (digits != word_digits && digits != words * word_digits) return false;
-    uint32_t upper[words - 1] = {};  // of an IPv6 address
-    if (digits != word_digits) {
-        for (uint32_t &word : upper) {
-            const auto read = take_hexadecimal(text, word_digits);
-            if (!read) return false;
-            word = *read;
-        }
-    }
-    const auto word = take_hexadecimal(text, word_digits);
-    if (!word || !text.starts_with(':')) return false;
-    text.remove_prefix(1);
-    const auto number = take_hexadecimal(text, port_digits);
-    if (!number || !text.empty()) return false;
-    if (upper[0] != 0 || upper[1] != 0) return false;
-    if (digits != word_digits && upper[2] != htonl(0xFFFF) && (upper[2] != 0 || *word != 0)) return false;
-    address = *word;
-    port = htons(static_cast<uint16_t>(*number));
-    return true;
-}
-
 }  // namespace
 
 system_names::system_names() {
@@ -259,22 +243,6 @@ system_names::system_names() {
     set(release, names.release);
     set(version, names.version);
     set(machine, names.machine);
-}
-
-uint64_t count_listening(std::string_view text, uint32_t address, uint16_t port) {
-    constexpr std::string_view listening = "0A";
-    uint64_t sockets = 0;
-    for (scanner scan(text); !scan.done();) {
-        scanner line(scan.line());
-        line.word();  // slot
-        const std::string_view local = line.word();
-        line.word();  // remote
-        uint32_t at_address = 0;
-        uint16_t at_port = 0;
-        if (line.word() != listening || !parse_endpoint(local, at_address, at_port)) continue;
-        if (at_address == address && at_port == port) ++sockets;
-    }
-    return sockets;
 }
 
 size_t host_services::count() const { return services().size(); }

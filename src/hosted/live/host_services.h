@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "hosted/live/files.h"
 #include "hosted/servers/sources.h"
@@ -29,9 +28,5 @@ public:
 private:
     const file_roots &roots_;
 };
-
-// How many sockets of a text like /proc/net/tcp or tcp6 listen at exactly this address and port, both in network byte
-// order. An IPv4 address in IPv6 form counts; so does the unspecified IPv6 address for the unspecified IPv4 one.
-uint64_t count_listening(std::string_view text, uint32_t address, uint16_t port);
 
 }  // namespace hosted::live

@@ -48,7 +48,7 @@ public:
         bool deleted = false;  // the file has no name any more
     };
 
-    // start: of the process, which tells it from a later one of its number
+    // start: of the process, which distinguishes it from a later one of its number
     process_map(int task, uint64_t start, uint64_t first_handle)
         : task_(task), start_(start), first_handle_(first_handle) {}
 

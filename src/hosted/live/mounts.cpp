@@ -34,16 +34,16 @@ bool parse_mount(std::string_view text, mount_line &out) {
 
 // A text in which the system has written blanks and the like as '\' and three octal digits.
 std::string unescaped(std::string_view text) {
-    constexpr size_t LENGTH = 4;
+    constexpr size_t length = 4;
     const auto is_octal = [](char c) { return c >= '0' && c <= '7'; };
     std::string plain;
     while (!text.empty()) {
-        const std::string_view digits = text.substr(1, LENGTH - 1);
+        const std::string_view digits = text.substr(1, length - 1);
         const bool escape =
-            text[0] == '\\' && digits.size() == LENGTH - 1 && std::all_of(digits.begin(), digits.end(), is_octal);
+            text[0] == '\\' && digits.size() == length - 1 && std::all_of(digits.begin(), digits.end(), is_octal);
         plain +=
             escape ? static_cast<char>((digits[0] - '0') << 6 | (digits[1] - '0') << 3 | (digits[2] - '0')) : text[0];
-        text.remove_prefix(escape ? LENGTH : 1);
+        text.remove_prefix(escape ? length : 1);
     }
     return plain;
 }

@@ -47,10 +47,10 @@ bool parse_stat(std::string_view text, stat_record &record) {
     record.name_length = name.copy(record.name_bytes.data(), record.name_bytes.size());
     record.state = text[closed + 2];
 
-    constexpr size_t FIRST = 4, LAST = 23;  // fields, counted from 1 as the system's documentation does
-    uint64_t field[LAST + 1] = {};
+    constexpr size_t first = 4, last = 23;  // fields, counted from 1 as the system's documentation does
+    uint64_t field[last + 1] = {};
     scanner rest(text.substr(std::min(closed + 3, text.size())));
-    for (size_t i = FIRST; i <= LAST; ++i) {
+    for (size_t i = first; i <= last; ++i) {
         if (!rest.integer(field[i])) return false;
     }
     record.parent = field[4];

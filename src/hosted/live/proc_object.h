@@ -114,16 +114,16 @@ protected:
         stat_read_ = outcome::done;
     }
 
-    // What came of reading a file. A failure is none: the next question reads the file again.
+    // The outcome of reading a file. A failure leaves it unread: the next question reads the file again.
     enum class outcome : uint8_t { unread, done, hidden, gone };
 
-    // False where there is none. One that is there but could not be opened fails what is asked of it.
+    // Returns false where there is no such object. Where it exists but cannot be opened, its items fail.
     bool open(int below, const char *path, int number);
     void stay_hidden(int number);  // open, but without anything to look at
 
     // Reads a small file of the object; an empty text where that does not succeed.
     outcome read(const char *name, std::string_view &text);
-    outcome note(int error);  // of a reading that the object made by itself
+    outcome note(int error);  // of a file that the object read by itself
 
     proc_root &root_;
     uint64_t failure_ = 0;

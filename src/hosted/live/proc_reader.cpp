@@ -29,7 +29,7 @@ uint64_t result_of(int error) {
 
 ssize_t proc_reader::read_some(int file, size_t filled) {
     if (!buffer_) grow();
-    return read_once(file, {buffer_.get() + filled, capacity_ - filled});
+    return read_part(file, {buffer_.get() + filled, capacity_ - filled});
 }
 
 void proc_reader::grow() {

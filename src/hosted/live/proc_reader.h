@@ -32,7 +32,7 @@ public:
     //   text       out: valid until the next call
     int read(int directory, const char *path, std::string_view &text);
 
-    // Reads no more than one read gives of a file, which may have any length.
+    // Reads only what one read returns of a file, which may have any length.
     int read_front(int directory, const char *path, std::string_view &text);
 
     // Reads what a symbolic link says, without following it.

@@ -26,8 +26,8 @@ std::string_view base_name(std::string_view path) {
 
 // A user or group id in the 16 bits of the item. One that does not fit reads as nobody's.
 uint64_t short_id(uint32_t id) {
-    constexpr uint32_t OVERFLOW_ID = 65534;
-    return id <= 0xFFFF ? id : OVERFLOW_ID;
+    constexpr uint32_t overflow_id = 65534;
+    return id <= 0xFFFF ? id : overflow_id;
 }
 
 }  // namespace

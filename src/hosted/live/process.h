@@ -56,11 +56,11 @@ public:
     // Whether its stat, read before, says that it has one thread: the one of its own number.
     bool is_known_single() const { return stat_if_read() != nullptr && stat_if_read()->threads <= 1; }
 
-    // What has been read of the process and holds for its only thread, too; null where nothing has. A thread that has
-    // ended may have had a share in the process's times, but not in none.
+    // What has been read of the process and is true of its only thread too; null where nothing is. The process's times
+    // include those of threads that have ended, so they are the thread's only where they are 0.
     const stat_record *stat_of_thread() const {
         const stat_record *const known = stat_if_read();
-        return known->user_ticks + known->system_ticks == 0 ? known : nullptr;
+        return known != nullptr && known->user_ticks + known->system_ticks == 0 ? known : nullptr;
     }
     const switch_counts *switches_of_thread() const { return switches_read_ == outcome::done ? &switches_ : nullptr; }
 

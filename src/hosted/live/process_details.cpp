@@ -1,4 +1,4 @@
-// hosted/live/process_details.cpp - what the system says of each process in texts: command line, files, limits,
+// hosted/live/process_details.cpp - what the system reports of each process as text: command line, files, limits,
 // threads, descriptors and mappings.
 //
 // Nothing here acts on a process or its files: links are read, not followed, and no memory but the arguments is. What a
@@ -10,9 +10,9 @@
 
 #include <algorithm>
 #include <charconv>
-#include <ctime>
 #include <new>
 
+#include "hosted/clocks.h"
 #include "hosted/live/files.h"
 #include "hosted/live/handles.h"
 #include "hosted/live/maps.h"
@@ -80,12 +80,7 @@ process *process_opener::open(process_identity &wanted) {
 }
 
 uint64_t process_opener::seconds(uint64_t ticks) const {
-    const auto nanoseconds = [](clockid_t clock) {
-        timespec now{};
-        clock_gettime(clock, &now);
-        return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
-    };
-    const uint64_t boot = nanoseconds(CLOCK_REALTIME) - nanoseconds(CLOCK_BOOTTIME);
+    const uint64_t boot = nanoseconds_of(CLOCK_REALTIME) - nanoseconds_of(CLOCK_BOOTTIME);
     return (boot / 1000000 + root_.milliseconds(ticks)) / 1000;
 }
 
@@ -99,19 +94,19 @@ public:
     bool exists() { return opener_.open(who_) != nullptr; }
 
     // Where files and links are read from.
-    enum class place : uint8_t {
+    enum class source : uint8_t {
         process,
         survivor,  // the same, or a thread that runs on where the main thread has ended
     };
     //   error  out: 0, or why there is no directory
-    int directory(place where, int &error);
+    int directory(source from, int &error);
 
     // A key over a file or link of the survivor.
     //   show  std::string_view to node_pointer
-    using reading = int (proc_reader::*)(int, const char *, std::string_view &);
-    template <class Show> node_pointer key(reading read, const char *path, Show show) {
+    using read_call = int (proc_reader::*)(int, const char *, std::string_view &);
+    template <class Show> node_pointer key(read_call read, const char *path, Show show) {
         int error = 0;
-        const int below = directory(place::survivor, error);
+        const int below = directory(source::survivor, error);
         std::string_view text;
         if (error == 0) error = (opener_.reader().*read)(below, path, text);
         if (error == 0) return show(text);
@@ -131,11 +126,11 @@ private:
     process_identity who_;
 };
 
-int process_view::directory(place where, int &error) {
+int process_view::directory(source from, int &error) {
     process *opened = opener_.open(who_);
     uint64_t result = RESULT_NO_OBJECT;
     int found = opened != nullptr ? opened->memory_directory(result) : -1;
-    if (result == RESULT_SUCCESS && where == place::process) found = opened->directory();
+    if (result == RESULT_SUCCESS && from == source::process) found = opened->directory();
     if (result == RESULT_NO_MEMORY) throw std::bad_alloc();
     error = result == RESULT_SUCCESS ? 0 : result == RESULT_NO_OBJECT ? ESRCH : EACCES;
     return found;
@@ -180,19 +175,19 @@ public:
 
 private:
     void read() {
-        constexpr size_t NAME_COLUMNS = 25;
-        constexpr std::string_view BEFORE = "Max ";
+        constexpr size_t name_columns = 25;
+        constexpr std::string_view lead = "Max ";
         if (read_) return;
-        clear();  // of a reading that ended for want of memory
+        clear();  // what a reading found that ran out of memory
         of_.key(&proc_reader::read, "limits", [&](std::string_view text) -> node_pointer {
             scanner scan(text);
             for (scan.line(); !scan.done();) {
                 const std::string_view line = scan.line();
-                std::string name(trimmed(line.substr(0, NAME_COLUMNS)));
-                if (!name.starts_with(BEFORE) || line.size() < NAME_COLUMNS) continue;
-                name.erase(0, BEFORE.size());
+                std::string name(trimmed(line.substr(0, name_columns)));
+                if (!name.starts_with(lead) || line.size() < name_columns) continue;
+                name.erase(0, lead.size());
                 std::replace(name.begin(), name.end(), ' ', '_');
-                scanner values(line.substr(NAME_COLUMNS));
+                scanner values(line.substr(name_columns));
                 std::string value(values.word());
                 for (auto word = values.word(); !word.empty(); word = values.word()) (value += ' ') += word;
                 if (can_be_key(name)) add(std::move(name), text_key(value));
@@ -225,22 +220,22 @@ private:
 // The numbered entries of a directory of the process.
 class entry_texts : public numbered_texts {
 protected:
-    entry_texts(process_view &of, process_view::place where, const char *directory)
-        : of_(of), where_(where), directory_(directory) {}
+    entry_texts(process_view &of, process_view::source from, const char *directory)
+        : of_(of), from_(from), directory_(directory) {}
 
     void find_all() override {
         int error = 0;
-        const int below = of_.directory(where_, error);
+        const int below = of_.directory(from_, error);
         std::vector<int> numbers;
         if (error == 0) error = of_.opener().reader().list(below, directory_, numbers, nullptr, 0);
         unless_exhausted(error, directory_);
         for (const int number : numbers) add(static_cast<uint64_t>(number));
     }
 
-    uint32_t read_entry(uint64_t number, std::string_view below, process_view::reading how, std::string &text) {
+    uint32_t read_entry(uint64_t number, std::string_view below, process_view::read_call how, std::string &text) {
         int error = 0;
         std::string_view found;
-        const int directory = of_.directory(where_, error);
+        const int directory = of_.directory(from_, error);
         const path_of_number path(directory_, number, below);
         if (error == 0) error = (of_.opener().reader().*how)(directory, path.c_str(), found);
         unless_exhausted(error, path.c_str());
@@ -252,13 +247,13 @@ protected:
     process_view &of_;
 
 private:
-    process_view::place where_;
+    process_view::source from_;
     const char *directory_;
 };
 
 class thread_names : public entry_texts {
 public:
-    explicit thread_names(process_view &of) : entry_texts(of, process_view::place::process, "task") {}
+    explicit thread_names(process_view &of) : entry_texts(of, process_view::source::process, "task") {}
 
 protected:
     uint32_t read(uint64_t number, std::string &text) override {
@@ -270,7 +265,7 @@ protected:
 
 class open_files : public entry_texts {
 public:
-    explicit open_files(process_view &of) : entry_texts(of, process_view::place::survivor, "fd") {}
+    explicit open_files(process_view &of) : entry_texts(of, process_view::source::survivor, "fd") {}
 
 protected:
     uint32_t read(uint64_t number, std::string &text) override {
@@ -295,7 +290,7 @@ public:
 protected:
     void find_all() override {
         int error = 0;
-        const int below = of_.directory(process_view::place::survivor, error);
+        const int below = of_.directory(process_view::source::survivor, error);
         if (error == 0) {
             error = of_.opener().reader().lines(below, "maps", [this](std::string_view line) {
                 if (mapping_line mapping; parse_mapping(line, mapping)) add(mapping.begin, mapping.name);
@@ -318,7 +313,7 @@ template <class Directory> node_pointer visible_directory(process_view &of) {
 node_pointer maps_directory(process_view &of) {
     int error = 0;
     std::string_view text;
-    const int below = of.directory(process_view::place::survivor, error);
+    const int below = of.directory(process_view::source::survivor, error);
     if (error == 0 && faccessat(below, "maps", F_OK, 0) != 0) error = errno;
     if (error == 0 && means_hidden(of.opener().reader().read_link(below, "exe", text))) error = EACCES;
     if (error == 0) return std::make_unique<mapped_files>(of);
@@ -327,7 +322,7 @@ node_pointer maps_directory(process_view &of) {
 
 node_pointer open_directory(process_view &of) {
     int error = 0;
-    const int below = of.directory(process_view::place::survivor, error);
+    const int below = of.directory(process_view::source::survivor, error);
     if (error == 0 && faccessat(below, "fd", R_OK, AT_EACCESS) != 0) error = errno;
     if (error == 0) return std::make_unique<open_files>(of);
     return means_gone(error) ? nullptr : hidden_key();

@@ -1,4 +1,4 @@
-// hosted/live/process_details.h - what the system says of each process in texts, as the registry's run/info/.
+// hosted/live/process_details.h - what the system reports of each process as text, as the registry's run/info/.
 #pragma once
 
 #include "hosted/live/proc_object.h"

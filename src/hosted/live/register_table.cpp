@@ -72,12 +72,12 @@ struct register_table {
 };
 constexpr register_table table;
 constexpr std::span<const cpu_register> all = table.entries;
-constexpr size_t longest_name = table.longest;
+constexpr size_t LONGEST_NAME = table.longest;
 
 #else
 
 constexpr std::span<const cpu_register> all;
-constexpr size_t longest_name = 0;
+constexpr size_t LONGEST_NAME = 0;
 
 #endif
 
@@ -99,7 +99,7 @@ uint64_t cpu_register_data(uint64_t group, uint64_t index, uint64_t &value) {
         const cpu_register &which = all[position];
         return register_info{which.name, which.id, which.access | which.width};
     };
-    return read_register_info(all.size(), longest_name, at, group, index, value);
+    return read_register_info(all.size(), LONGEST_NAME, at, group, index, value);
 }
 
 }  // namespace hosted::live

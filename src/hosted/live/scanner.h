@@ -1,7 +1,7 @@
 // hosted/live/scanner.h - a scan over a text of the system, from its front.
 //
 // A listing scans some files of every process, so all of it is inline. Nothing is trusted: a scan stops at what it does
-// not understand, and a number that does not fit 64 bits is none.
+// not understand, and rejects a number that does not fit 64 bits.
 #pragma once
 
 #include <algorithm>
@@ -67,27 +67,27 @@ public:
         return true;
     }
     bool hexadecimal(uint64_t &value) {
-        constexpr ptrdiff_t MOST_DIGITS = 16;
+        constexpr ptrdiff_t most_digits = 16;
         const char *begin = at_;
         uint64_t read = 0;
         for (int digit; !done() && (digit = hex_digit(*at_)) >= 0; ++at_)
             read = read << 4 | static_cast<unsigned>(digit);
-        if (at_ == begin || at_ - begin > MOST_DIGITS) return false;
+        if (at_ == begin || at_ - begin > most_digits) return false;
         value = read;
         return true;
     }
 
 private:
     bool digits(uint64_t &value) {
-        constexpr ptrdiff_t SAFE_DIGITS = 19;
-        constexpr uint64_t LEAST_OF_20_DIGITS = 10'000'000'000'000'000'000U;
+        constexpr ptrdiff_t safe_digits = 19;
+        constexpr uint64_t least_of_20_digits = 10'000'000'000'000'000'000U;
         const char *begin = at_;
         uint64_t read = 0;
         for (; !done() && *at_ >= '0' && *at_ <= '9'; ++at_) read = read * 10 + static_cast<uint64_t>(*at_ - '0');
         const ptrdiff_t count = at_ - begin;
         if (count == 0) return false;
         // Of 20 digits, those that begin with 1 fit unless they wrapped round to less than that.
-        if (count > SAFE_DIGITS && (count > SAFE_DIGITS + 1 || *begin != '1' || read < LEAST_OF_20_DIGITS))
+        if (count > safe_digits && (count > safe_digits + 1 || *begin != '1' || read < least_of_20_digits))
             return false;
         value = read;
         return true;

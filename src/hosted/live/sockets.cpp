@@ -30,36 +30,42 @@ constexpr uint8_t LOCAL_LISTENS = 0xFF;  // no state of the table's, but a flag 
 
 // A number of exactly so many hexadecimal digits, taken off the front of a text.
 template <class Number> bool take_digits(std::string_view &text, size_t digits, Number &value) {
-    const auto [end, error] = std::from_chars(text.data(), text.data() + std::min(digits, text.size()), value, 16);
-    if (error != std::errc{} || end != text.data() + digits) return false;
+    const auto number = text.substr(0, digits);
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value, 16);
+    if (error != std::errc{} || static_cast<size_t>(end - number.data()) != digits) return false;
     text.remove_prefix(digits);
     return true;
 }
 
 // "ADDRESS:PORT": 8 digits for each word of the address as it lies in memory, 4 for the port's number.
 bool parse_end(std::string_view text, bool &is_v6, socket_end &out) {
-    constexpr size_t WORD = 8, PORT = 4;
+    constexpr size_t word_digits = 8, port_digits = 4;
     const size_t digits = text.find(':');
-    if (digits != WORD && digits != std::size(out.address) * WORD) return false;
-    is_v6 = digits != WORD;
+    if (digits != word_digits && digits != std::size(out.address) * word_digits) return false;
+    is_v6 = digits != word_digits;
     for (size_t i = is_v6 ? 0 : std::size(out.address) - 1; i < std::size(out.address); ++i) {
-        if (!take_digits(text, WORD, out.address[i])) return false;
+        if (!take_digits(text, word_digits, out.address[i])) return false;
     }
     text.remove_prefix(1);
-    return take_digits(text, PORT, out.port) && text.empty();
+    return take_digits(text, port_digits, out.port) && text.empty();
 }
 
 }  // namespace
 
-// "SLOT: LOCAL REMOTE STATE QUEUES TIMER RETRANSMITS USER TIMEOUT INODE ..."
-bool parse_internet_socket(std::string_view text, internet_socket &out) {
-    scanner line(text);
+// "SLOT: LOCAL REMOTE STATE ..."
+bool parse_socket_ends(scanner &line, internet_socket &out) {
     line.word();
     bool remote_is_v6 = false;
     if (!parse_end(line.word(), out.is_v6, out.local) || !parse_end(line.word(), remote_is_v6, out.remote))
         return false;
     std::string_view state = line.word();
-    if (!take_digits(state, 2, out.state)) return false;
+    return take_digits(state, 2, out.state);
+}
+
+// "... QUEUES TIMER RETRANSMITS USER TIMEOUT INODE ..."
+bool parse_internet_socket(std::string_view text, internet_socket &out) {
+    scanner line(text);
+    if (!parse_socket_ends(line, out)) return false;
     for (int skipped = 0; skipped < 3; ++skipped) line.word();
     uint64_t user = 0;
     if (!line.decimal(user)) return false;
@@ -84,7 +90,7 @@ void socket_table::read_internet(socket_kind kind, const char *path, std::vector
 
 // "ADDRESS: REFERENCES PROTOCOL FLAGS TYPE STATE INODE PATH"
 void socket_table::read_local(std::vector<record> &into) {
-    constexpr uint64_t LISTENS = 0x10000;
+    constexpr uint64_t listens = 0x10000;
     const int error = root_.reader.lines(root_.directory(), "net/unix", [&](std::string_view text) {
         record found{.number = 0, .kind = socket_kind::local, .ends = {}};
         scanner line(text);
@@ -95,7 +101,7 @@ void socket_table::read_local(std::vector<record> &into) {
         line.word();
         line.skip_blanks();
         if (!line.hexadecimal(state) || !line.decimal(found.ends.inode)) return;
-        found.ends.state = (flags & LISTENS) != 0 ? LOCAL_LISTENS : static_cast<uint8_t>(state);
+        found.ends.state = (flags & listens) != 0 ? LOCAL_LISTENS : static_cast<uint8_t>(state);
         line.take(' ');
         found.path = static_cast<uint32_t>(paths_.size());
         found.path_size = static_cast<uint32_t>(line.rest().size());

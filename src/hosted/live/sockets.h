@@ -13,6 +13,7 @@
 
 #include "hosted/live/proc_object.h"
 #include "hosted/live/registry_tree.h"
+#include "hosted/live/scanner.h"
 
 namespace hosted::live {
 
@@ -34,7 +35,9 @@ struct internet_socket {
     uint64_t inode = 0;  // 0: none
 };
 
-// A line of a text like /proc/net/tcp; false where it is none of a socket.
+// Parse a line of a text like /proc/net/tcp: its addresses and state alone, or all of it. False where the line
+// describes no socket.
+bool parse_socket_ends(scanner &line, internet_socket &out);
 bool parse_internet_socket(std::string_view text, internet_socket &out);
 
 // The inode in what a descriptor's link says, "socket:[INODE]"; nothing where it refers to something else.

@@ -44,7 +44,7 @@ std::optional<char> escaped_byte(std::string_view text) {
 }
 
 // The bytes of a text in which the kernel has escaped what is not printable ASCII, and the backslash. An escape that is
-// cut at the end is none.
+// cut at the end is dropped.
 std::string unescaped(std::string_view text) {
     std::string bytes;
     while (!text.empty()) {
@@ -113,7 +113,7 @@ int read_records(int file, std::string &log) {
     std::array<char, LARGEST_RECORD> record;
     constexpr int most_overruns = 1000;
     for (int overruns = 0; overruns < most_overruns && log.size() < LARGEST_TEXT;) {
-        const ssize_t got = read_once(file, record);
+        const ssize_t got = read_part(file, record);
         if (got > 0) {
             append_log_line(log, {record.data(), static_cast<size_t>(got)}, read_by_call);
         } else if (got < 0 && errno == EPIPE) {

@@ -41,7 +41,7 @@ struct log_record {
     std::string prefix, text;
 };
 
-// Appends the line of one record as /dev/kmsg delivers it; nothing for a text that is none. The device cuts records
+// Appends the line of one record as /dev/kmsg delivers it; nothing for any other text. The device cuts records
 // that do not fit its own buffer with their escapes.
 //   records_at  called for a record that was cut, with its "[SECONDS.MICROSECONDS]"; returns the whole records of that
 //               time

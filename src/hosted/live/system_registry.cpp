@@ -35,8 +35,8 @@ using system_table = table_directory<const file_roots>;
 
 // ---- kernel/ --------------------------------------------------------------------------------------------------------
 
-// Parameters whose reading does something: it counts anew, or the kernel logs that they are out of use. They are no
-// keys. A name without a directory is one in any directory.
+// Parameters that have an effect when they are read: statistics are folded, or the kernel logs that the parameter is
+// deprecated. They are not keys. A name without a directory is excluded in every directory.
 constexpr std::string_view READ_WITH_EFFECT[] = {
     "/vm/stat_refresh", "/vm/nr_pdflush_threads", "/kernel/panic_print", "/base_reachable_time", "/retrans_time",
 };

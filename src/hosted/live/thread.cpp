@@ -126,7 +126,7 @@ const blocked_call &thread::call() {
     return call_;
 }
 
-// A call's number means what the interface says that it was made by. A program may use both.
+// What a call's number means depends on the interface that made the call. A program may use both.
 uint64_t thread::waited_address() {
     const blocked_call &now = call();
     if (!now.blocked || !(is_one_of(now.number, NATIVE_WAITS) || is_one_of(now.number, WAITS_32))) return 0;

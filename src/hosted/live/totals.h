@@ -15,7 +15,7 @@ public:
     totals(const file_roots &roots, memory_map &memory, interrupt_table &interrupts)
         : roots_(roots), memory_(memory), interrupts_(interrupts) {}
 
-    // Reads one KSTATE_ item; false for an item that is no total of the system.
+    // Reads one KSTATE_ item; false for an item that is not a total of the system.
     bool state(uint64_t item, uint64_t &value);
 
 private:

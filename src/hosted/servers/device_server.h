@@ -23,7 +23,7 @@
 
 namespace hosted {
 
-// How a device behaves where that is not left to its protocols. With every member at its default it is healthy.
+// How a device behaves beyond what its protocols do. With every member at its default it is healthy.
 struct device_behaviour {
     enum class opening : uint8_t { accept, refuse, null, silent };
 

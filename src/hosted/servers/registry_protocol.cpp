@@ -152,7 +152,7 @@ private:
         if (record.empty()) return IOERROR_BAD_COMMAND;
         auto cursor = store_.list(path);
         if (!cursor) return IOERROR_NOT_FOUND;
-        do last_iteration_++;
+        do ++last_iteration_;
         while (last_iteration_ == 0 || iterations_.contains(last_iteration_));
         step(*cursor, last_iteration_, record);
         iterations_.emplace(last_iteration_, iteration{std::move(cursor), request.address});

@@ -61,7 +61,7 @@ public:
     // override them.
     virtual uint32_t write_binary(std::string_view, std::string_view) { return RESULT_NOT_PERMITTED; }
     virtual uint32_t create_temporary(std::string_view) { return RESULT_NOT_PERMITTED; }
-    // client: the task that asks, for whom a key may be guarded by a port of its own
+    // client: the task that asks, one of whose ports may guard the key
     virtual uint32_t create_guard(std::string_view, uint64_t, uint64_t /*client*/) { return RESULT_NOT_PERMITTED; }
 };
 

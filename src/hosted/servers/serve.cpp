@@ -2,13 +2,13 @@
 #include "hosted/servers/serve.h"
 
 #include <cstring>
-#include <ctime>
 #include <functional>
 #include <map>
 #include <new>
 #include <string>
 #include <utility>
 
+#include "hosted/clocks.h"
 #include "hosted/kernel/arena.h"
 #include "hosted/kernel/run.h"
 #include "hosted/wire/guest.h"
@@ -19,11 +19,7 @@ namespace ventix {
 
 namespace {
 
-int64_t milliseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
+int64_t milliseconds() { return static_cast<int64_t>(hosted::milliseconds_of(CLOCK_MONOTONIC)); }
 
 class attached_host final : public hosted::server_host {
 public:

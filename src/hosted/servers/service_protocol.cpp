@@ -76,11 +76,9 @@ private:
     // is no memory.
     void keep(size_t result, const void *value, size_t bytes, size_t room) {
         if (result >= SVC_MAX_RESULTS) return;
-        const uint64_t address = request_.memory.allocate(room);
-        if (address != 0) {
-            kept_.push_back(address);
-            std::memcpy(request_.memory.span(address, room).data(), value, bytes);
-        }
+        uint64_t &address = kept_.emplace_back();  // before the block, which would never be released without it
+        address = request_.memory.allocate(room);
+        if (address != 0) std::memcpy(request_.memory.span(address, room).data(), value, bytes);
         block_.results[result].value = address;
     }
 

@@ -46,11 +46,12 @@ int receive_hello(int socket, wire::hello &received, descriptor &passed) {
 
 // Maps the shared memory where it belongs, and nowhere else. It must be what it seems: of its size for good.
 const char *map_arena(int memory, const wire::hello &said) {
-    constexpr int SEALS = F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL;
+    constexpr int needed = F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL;
     struct stat about {};
     const int seals = fcntl(memory, F_GET_SEALS);
     if (said.arena_address != wire::ARENA_ADDRESS || said.arena_size != wire::ARENA_SIZE || seals < 0 ||
-        (seals & SEALS) != SEALS || fstat(memory, &about) != 0 || about.st_size != static_cast<off_t>(wire::ARENA_SIZE))
+        (seals & needed) != needed || fstat(memory, &about) != 0 ||
+        about.st_size != static_cast<off_t>(wire::ARENA_SIZE))
         return "the machine's memory is not what it has to be";
     auto *const at = reinterpret_cast<void *>(wire::ARENA_ADDRESS);
     void *const mapped =
@@ -160,7 +161,7 @@ wire::answer guest::exchange(uint32_t what, std::span<const uint64_t> words) {
 
 uint64_t guest::call(hosted::call which, std::span<const argument> arguments, caller &who) {
     uint64_t words[wire::REQUEST_WORDS] = {};
-    for (size_t i = 0; i < arguments.size(); i++) {
+    for (size_t i = 0; i < arguments.size(); ++i) {
         const argument &given = arguments[i];
         words[i] = given.output != nullptr || given.record != nullptr ? 1 : given.value;  // whether it is wanted
     }

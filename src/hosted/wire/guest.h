@@ -1,6 +1,6 @@
-// hosted/wire/guest.h - the way of this process's kernel calls to a running machine.
+// hosted/wire/guest.h - carries this process's kernel calls to a running machine.
 //
-// The thread that attaches makes the process's first connection, which is kept for the process's life. Every other
+// The thread that attaches makes the process's first connection, which lasts as long as the process. Every other
 // thread opens one at its first call and closes it when it ends. A call that cannot be answered any more ends the
 // process with status 125.
 #pragma once

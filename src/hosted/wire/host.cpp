@@ -254,7 +254,7 @@ bool host::serve(pid_t command, int &status, std::string &message) {
             message = system_text("events");
             return false;
         }
-        for (int i = 0; i < count; i++) {
+        for (int i = 0; i < count; ++i) {
             const uint64_t about = happened[i].data.u64;
             signalfd_siginfo signal{};
             switch (about) {

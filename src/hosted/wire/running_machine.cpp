@@ -6,9 +6,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <limits>
 
+#include "hosted/clocks.h"
 #include "hosted/kernel/kernel.h"
 #include "hosted/wire/wire.h"
 #include "platform/protocol/sysvc.h"
@@ -22,10 +22,7 @@ running_machine::running_machine(std::unique_ptr<machine> inner, const fault_lis
 
 // The machine's tick goes on in real time from where its file begins.
 machine_start running_machine::start() {
-    timespec since_boot{};
-    clock_gettime(CLOCK_BOOTTIME, &since_boot);
-    const uint64_t now =
-        static_cast<uint64_t>(since_boot.tv_sec) * 1000 + static_cast<uint64_t>(since_boot.tv_nsec) / 1000000;
+    const uint64_t now = milliseconds_of(CLOCK_BOOTTIME);
     machine_start made;
     made.first_handle = inner_start_.first_handle;
     made.tick_offset = inner_start_.virtual_tick.value_or(now) - now;
@@ -88,7 +85,7 @@ void running_machine::end_task(guest_task &gone) {
         if (handle != gone.handle) others.insert(handle);
     }
     if (gone.slice) slices_[*gone.slice] = {slice_state::kept, std::move(others)};
-    for (size_t i = 0; i < slices_.size(); i++) {
+    for (size_t i = 0; i < slices_.size(); ++i) {
         if (slices_[i].state != slice_state::kept) continue;
         slices_[i].readers.erase(gone.handle);
         if (!slices_[i].readers.empty()) continue;
@@ -101,7 +98,7 @@ void running_machine::end_task(guest_task &gone) {
 
 std::optional<uint64_t> running_machine::take_slice(guest_task &of) {
     if (of.ended) return std::nullopt;
-    for (size_t i = 0; i < slices_.size() && !of.slice; i++) {
+    for (size_t i = 0; i < slices_.size() && !of.slice; ++i) {
         if (slices_[i].state != slice_state::free) continue;
         slices_[i].state = slice_state::taken;
         of.slice = i;

@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <ctime>
 
+#include "hosted/clocks.h"
 #include "hosted/descriptors.h"
 
 namespace hosted::wire {
@@ -17,11 +17,7 @@ constexpr uint64_t QUICK = 80'000;  // nanoseconds: after a wait that took no lo
 constexpr uint64_t SPIN = 50'000;   // as long as it takes a peer to wake up, who spins in turn from then on
 constexpr uint32_t PAUSE = 256;     // waits without spinning after one that was in vain: the processors are busy
 
-uint64_t nanoseconds() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
-}
+uint64_t nanoseconds() { return nanoseconds_of(CLOCK_MONOTONIC); }
 
 // With one processor the peer cannot answer while this side spins.
 bool has_processors() {

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "hosted/kernel/arena.h"
 #include "hosted/kernel/calls.h"
 
 namespace hosted::wire {
@@ -20,7 +21,7 @@ inline constexpr uint16_t MINOR = 0;
 
 // The shared memory lies at one address in every process, so that addresses in it can be sent around. The machine
 // allocates in its first part; the rest is divided into slices for processes that serve.
-inline constexpr uint64_t ARENA_ADDRESS = 0x7EA000000000;
+inline constexpr uint64_t ARENA_ADDRESS = arena::USUAL_ADDRESS;
 inline constexpr uint64_t MACHINE_PART = uint64_t{4} << 30;
 inline constexpr uint64_t SLICE_SIZE = uint64_t{16} << 20;
 inline constexpr uint64_t SLICES = 256;
@@ -84,8 +85,8 @@ static_assert(sizeof(answer) == 56);
 // Sends one packet, and waits where the peer has not read earlier ones. Returns 0, or an errno; never raises SIGPIPE.
 int send_packet(int socket, const void *packet, size_t size);
 
-// Waits for packets on one socket. Where the last one came soon, it asks for the next one for some microseconds before
-// it sleeps: to wake a thread on another processor costs more than an exchange. On one processor it never does.
+// Waits for packets on one socket. Where the last one came soon, it polls for the next one for some microseconds before
+// it sleeps: waking a thread on another processor costs more than an exchange. On one processor it never polls.
 class receiver {
 public:
     // Receives one packet of exactly this size. Descriptors sent with it are closed.
