@@ -2,7 +2,7 @@
 // check of the manual pages.
 //
 //   option<TAB>COMMAND<TAB>-LETTER or nothing<TAB>--LONG or nothing<TAB>what its argument is, or none
-//   operands<TAB>COMMAND<TAB>the most there may be<TAB>what they are, in order; the last one stands for all that follow
+//   operands<TAB>COMMAND<TAB>the most there may be<TAB>what they are, in order; the last one is for all that follow
 #include <cstdio>
 
 #include "common/commandline.h"

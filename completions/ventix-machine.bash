@@ -8,7 +8,7 @@ _ventix_machine_usage='
 _ventix_machine() {
     local IFS=$' \t\n' cur=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} line fields=() words=()
     COMPREPLY=()
-    # A verb that runs a command takes its words behind "--".
+    # A verb that runs a command takes its words after "--".
     if [[ " ${COMP_WORDS[*]:1:COMP_CWORD-1} " == *' -- '* ]]; then
         [[ $before != -- ]] || mapfile -t COMPREPLY < <(compgen -c -- "$cur")
         return

@@ -7,7 +7,7 @@ _ventix_data='
 @DATA@
 '
 
-# Sets the given variable to the fields behind KEY in the data: _ventix_field VARIABLE KEY
+# Sets the given variable to the fields after KEY in the data: _ventix_field VARIABLE KEY
 _ventix_field() {
     local row
     printf -v "$1" ''
@@ -17,7 +17,7 @@ _ventix_field() {
 }
 
 # Sets `cur` to the word at the cursor, without its quoting, and `words` to those before it. Readline breaks words at the
-# characters of COMP_WORDBREAKS too: `broken` is how much of the word stands in front of the last such place.
+# characters of COMP_WORDBREAKS too: `broken` is how much of the word precedes the last such place.
 _ventix_split() {
     local left=${COMP_LINE:0:COMP_POINT} quote='' char i
     words=() cur='' broken=''
