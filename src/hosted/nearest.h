@@ -7,6 +7,7 @@
 #include <numeric>
 #include <span>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace hosted {
@@ -27,13 +28,16 @@ inline size_t edit_distance(std::string_view one, std::string_view other) {
     return row.back();
 }
 
-// The first of the known words that are nearest to a word. known must not be empty.
+// The known word that is nearest to a word: one that it abbreviates, if there is any. Of several at one distance the
+// first that begins most like it. known must not be empty.
 inline std::string_view nearest_word(std::string_view word, std::span<const std::string_view> known) {
     constexpr size_t longest = 256;  // a longer word is compared by its beginning
     word = word.substr(0, longest);
-    return *std::min_element(known.begin(), known.end(), [word](std::string_view a, std::string_view b) {
-        return edit_distance(word, a) < edit_distance(word, b);
-    });
+    const auto rank = [word](std::string_view candidate) {
+        const auto differs = std::ranges::mismatch(word, candidate).in1;
+        return std::tuple(differs != word.end(), edit_distance(word, candidate), word.end() - differs);
+    };
+    return *std::ranges::min_element(known, {}, rank);
 }
 
 }  // namespace hosted

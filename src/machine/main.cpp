@@ -68,8 +68,10 @@ int refuse_verb(const char *name) {
     std::vector<std::string_view> known;
     for (const verb &row : all_verbs) known.push_back(row.name);
     for (const auto &[word, print] : switches) known.push_back(word);
-    return verbs::fail(verbs::WRONG_USE, "%s: unknown verb; did you mean \"%s\"?", name,
-                       hosted::nearest_word(name, known).data());
+    const auto nearest = hosted::nearest_word(name, known);
+    if (hosted::edit_distance(name, nearest) * 2 > nearest.size())
+        return verbs::fail(verbs::WRONG_USE, "%s: unknown verb; try %s --help", name, program);
+    return verbs::fail(verbs::WRONG_USE, "%s: unknown verb; did you mean \"%s\"?", name, nearest.data());
 }
 
 }  // namespace

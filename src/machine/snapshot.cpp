@@ -39,6 +39,7 @@ namespace {
 using namespace hosted::described;
 
 constexpr size_t MOST_TEXT = size_t{1} << 30;  // bytes of a machine file
+constexpr std::string_view NAMES_OF_HOST[] = {"/kernel/kernel/hostname", "/kernel/kernel/domainname"};
 constexpr std::string_view RUN_DIRECTORY = reg_component(PROCESS_DIRECTORY, 0);
 
 // ---- progress -------------------------------------------------------------------------------------------------------
@@ -72,15 +73,16 @@ private:
 // ---- objects --------------------------------------------------------------------------------------------------------
 
 // Reads every item that has a name and that the object has.
+//   info     reads one item of it, as walk::info() does
 //   owner    of whose item the record needs no copy; 0: none
 //   returns  false where the object has no handle: it is gone
-bool read_object(hosted::walk &at, const redaction &hide, uint64_t owner, object &into) {
+template <class Info> bool read_object(Info info, const redaction &hide, uint64_t owner, object &into) {
     static const auto items = named_items(naming::object);
     into.info.clear();
-    if (at.info(OBJINFO_HANDLE, into.handle) != RESULT_SUCCESS) return false;
+    if (info(OBJINFO_HANDLE, into.handle) != RESULT_SUCCESS) return false;
     for (const named_item &known : items) {
         item read{.number = known.item};
-        const uint64_t result = at.info(known.item, read.value);
+        const uint64_t result = info(known.item, read.value);
         read.error = result != RESULT_SUCCESS;
         if (result == RESULT_NO_ITEM || known.item == OBJINFO_HANDLE) continue;
         if (read.error) {
@@ -113,7 +115,8 @@ public:
 
     const Record *next() override {
         while (std::exchange(on_first_, false) || walk_->step() == RESULT_SUCCESS) {
-            if (read_object(*walk_, hide_, owner_, record_) && complete(record_)) return &record_;
+            const auto info = [&](uint64_t item, uint64_t &value) { return walk_->info(item, value); };
+            if (read_object(info, hide_, owner_, record_) && complete(record_)) return &record_;
         }
         return nullptr;
     }
@@ -138,9 +141,10 @@ template <class Record> class owned final : public walked<Record> { using walked
 
 class all_tasks final : public walked<task> {
 public:
-    all_tasks(hosted::machine &from, redaction &hide, bool maps)
-        : walked(from, hide), names_(hide), maps_(maps), service_(OpenDevice(SYSVC_DEVICE)), threads_(from, hide),
-          isrs_(from, hide), memos_(from, hide), views_(from, hide) {}
+    //   self  the calling task as it was before it took memory for the snapshot
+    all_tasks(hosted::machine &from, redaction &hide, bool maps, const object &self)
+        : walked(from, hide), names_(hide), maps_(maps), self_(self), service_(OpenDevice(SYSVC_DEVICE)),
+          threads_(from, hide), isrs_(from, hide), memos_(from, hide), views_(from, hide) {}
     ~all_tasks() { CloseDevice(service_); }
     all_tasks(const all_tasks &) = delete;
     all_tasks &operator=(const all_tasks &) = delete;
@@ -148,6 +152,7 @@ public:
 private:
     bool complete(task &into) override {
         progress_.add_task();
+        if (into.handle == self_.handle) into.info = self_.info;
         read_name(into);
         const auto id = [&](auto get, uint64_t key) -> std::optional<uint64_t> {
             uint64_t value = 0;
@@ -186,6 +191,7 @@ private:
 
     redaction &names_;
     const bool maps_;
+    const object &self_;
     device_record *const service_;  // null: every id is missing
     owned<thread> threads_;
     owned<object> isrs_, memos_, views_;
@@ -290,6 +296,10 @@ private:
         if (listed.type == REGTYPE_INT) {
             if (!RegGetKeyInt(GetRegDev(), path.c_str(), &into.number)) return false;
             into.holds = registry::entry::kind::integer;
+            if (hide_.is_on() && std::ranges::find(NAMES_OF_HOST, path) != std::end(NAMES_OF_HOST)) {
+                into.holds = registry::entry::kind::bytes;
+                into.bytes = hide_.text("text", std::to_string(into.number));
+            }
             return true;
         }
         if (listed.type != REGTYPE_BIN || listed.length > RegBinaryRoom(GetRegDev(), path.c_str())) return false;
@@ -327,10 +337,13 @@ std::string take_snapshot(bool maps, bool redact) {
     hosted::machine &from = kernel.machine();
     from.withhold_secrets();
     redaction hide(redact);
+    const uint64_t task = kernel.start().task;
+    object self;
+    read_object([&](uint64_t item, uint64_t &value) { return from.object_info(task, item, value); }, hide, 0, self);
     machine_records made;
     made.tick = kernel.now();
     made.state = state_of(from);
-    made.self.task = kernel.start().task;
+    made.self.task = task;
     made.self.thread = _SL_GetState(KSTATE_CURRENT_THREAD);
     made.registers = register_table();
     made.trace.emplace();  // the live ring is that of each run
@@ -342,7 +355,7 @@ std::string take_snapshot(bool maps, bool redact) {
     registry_capture(made.registry, devices, hide).read();
     for (const auto &[name, shown] : devices) made.devices.push_back(capture_device(name, shown, hide));
 
-    all_tasks tasks(from, hide, maps);
+    all_tasks tasks(from, hide, maps, self);
     if (tasks.begin(SYSTEM_WIDE, ITERSEL_TASKS, 0) != RESULT_SUCCESS) throw hosted::system_failure("tasks", EIO);
     made.tasks.source = tasks.if_any();
     return machine_text(made, MOST_TEXT);

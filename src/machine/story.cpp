@@ -272,6 +272,17 @@ private:
         if (const auto caller = find(handle)) caller->label = std::string(OWN).append(noun);
     }
 
+    // A run has one task. Another one's first calls may have been taken for this run's, so what they made stays known.
+    void learn_task(uint64_t task) {
+        if (own_task_ != 0 && own_task_ != task) {
+            bind(own_task_, "task " + number_text(own_task_), false);
+            devices_.clear();
+            restarted_ = true;
+        }
+        own_task_ = task;
+        learn_caller(task, "task");
+    }
+
     // A run gets a handle once. One that it gets again for something else belongs to another run.
     void create(uint64_t handle, reference to) {
         if (const auto known = known_.find(handle); known != known_.end() && known->second->made &&
@@ -441,7 +452,7 @@ private:
             if (item == KSTATE_REGISTRY_PORT && result != 0)
                 return create_labelled("port of " + quoted(REGISTRY_DEVICE));
             if (item == KSTATE_EXIT_NOTICE_PORT && result != 0) return create_labelled("exit notice port");
-            if (item == KSTATE_CURRENT_TASK) return learn_caller(result, "task");
+            if (item == KSTATE_CURRENT_TASK) return learn_task(result);
             if (item == KSTATE_CURRENT_THREAD) return learn_caller(result, "thread");
             return;
         case call::get_system_data: return learn_register(made);
@@ -610,6 +621,7 @@ private:
     std::string path_;                                          // of the integer that the registry is asked for
     std::string looked_up_;                                     // device whose port it returned last
     std::string asked_;                                         // device that a creation or deletion was asked of last
+    uint64_t own_task_ = 0;                                     // 0: not known
     uint64_t register_stride_ = 0;                              // items of a register in their table; 0: not known
     uint64_t listed_register_ = 0;                              // id of the one whose name is read
     std::unordered_map<uint64_t, std::string> register_names_;  // by id

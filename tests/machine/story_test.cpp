@@ -59,6 +59,12 @@ TEST(Trace, DependsOnWhatARunDoes) {
     }
 }
 
+TEST(Trace, ShowsThatAnotherTaskMakesTheCalls) {
+    EXPECT_EQ(rendered("_SL_GetState(0x2) = 0x11\n_SL_GetState(0x2) = 0x12\n_SL_GetObjectInfo(0x11, 0x3, {}) = 0x2\n"),
+              "_SL_GetState(KSTATE_CURRENT_TASK) = own task\n\n_SL_GetState(KSTATE_CURRENT_TASK) = own task\n"
+              "_SL_GetObjectInfo(task 0x11, OBJINFO_STATE, {}) = RESULT_NO_OBJECT\n");
+}
+
 TEST(Trace, NamesRegistersFromTheirTable) {
     const std::string whole = rendered(log_of({"threads", "-r", "shell"}));
     for (const char *text : {"(KSYSIDX_REGISTERINFO_TABLE, 1, {CPUREG_READABLE | CPUREG_WRITABLE | 0x40})", "{\"r5\"}",

@@ -27,11 +27,13 @@ std::string line_and_column(std::string_view text, size_t offset) {
 
 // Part of a key that fits a message of one line.
 std::string shown_key(std::string_view key) {
-    std::string shown(key.substr(0, LONGEST_KEY));
-    for (char &c : shown) {
-        if (static_cast<uint8_t>(c) < ' ' || c == 0x7F) c = '?';
+    std::string shown;
+    char32_t character = 0;
+    for (size_t at = 0, begin = 0; at < key.size(); begin = at) {
+        if (!next_character(key, at, character)) break;  // every text of a document is UTF-8
+        if (at > LONGEST_KEY) return shown + "...";
+        shown += steers_terminal(character) ? "?" : key.substr(begin, at - begin);
     }
-    if (key.size() > LONGEST_KEY) shown += "...";
     return shown;
 }
 
@@ -93,7 +95,7 @@ private:
         const bool line = here() == '/';
         if (!line && here() != '*') fail("invalid comment; expecting '/' or '*' after '/'");
         const size_t end = line ? text_.find('\n', at_) : text_.find("*/", at_ + 1);
-        at_ = std::min(end, text_.size());
+        at_ = std::min(end, line ? text_.size() - 1 : text_.size());
         if (!line && end == text_.npos) fail("invalid comment; missing closing '*/'");
         if (!line) ++at_;
     }

@@ -131,8 +131,12 @@ bool machine_file::read(const std::string &path, const std::string &save_path, s
         descriptor file = open_named(path, O_RDONLY);
         int error = file ? 0 : errno;
         struct stat named {};
-        const bool locks = file && !save_path.empty() && fstat(file.get(), &version_) == 0 &&
-                           (save_path == path || (stat(save_path.c_str(), &named) == 0 && same_file(version_, named)));
+        bool locks = file && !save_path.empty() && fstat(file.get(), &version_) == 0;
+        if (locks && save_path != path) {
+            locks = stat(save_path.c_str(), &named) == 0 && same_file(version_, named);
+            // Two names of one file: another run may have replaced it since it was opened.
+            if (!locks && (stat(path.c_str(), &named) != 0 || !same_file(version_, named))) continue;
+        }
         if (locks) {
             error = lock(file.get(), path, version_);
             // Whoever held the lock may have replaced the file.

@@ -22,8 +22,9 @@ constexpr uint32_t MOST_TIMES = 1000;  // that one answer comes
 
 struct object_handle : hexadecimal {
     static void read(json_value from, uint64_t &into) {
-        into = from.number();
-        if (into == 0 || into == NO_OBJECT) from.wrong("no handle of an object");
+        const uint64_t handle = from.number();
+        if (handle == 0 || handle == NO_OBJECT) from.wrong("no handle of an object");
+        into = handle;
     }
 };
 
