@@ -9,6 +9,7 @@
 #include <cstring>
 #include <optional>
 
+#include "common/counter_records.h"
 #include "platform/device.h"
 #include "platform/protocol/counters.h"
 #include "platform/protocol/log.h"
@@ -76,25 +77,11 @@ template <size_t Size> std::string field_text(const char (&field)[Size]) { retur
 
 // ---- counters -------------------------------------------------------------------------------------------------------
 
-std::vector<counter> parse_counters(std::string_view records) {
-    std::vector<counter> list;
-    while (!records.empty() && records[0] != '\0') {
-        const size_t name_room = static_cast<uint8_t>(records[0]);
-        if (1 + name_room + COUNTER_VALUE_SIZE > records.size()) break;
-        counter &made = list.emplace_back();
-        made.name = records.substr(1, std::min(records.substr(1, name_room).find('\0'), name_room));
-        for (size_t i = 0; i < COUNTER_VALUE_SIZE; ++i)
-            made.value |= uint64_t{static_cast<uint8_t>(records[1 + name_room + i])} << (8 * i);
-        records.remove_prefix(1 + name_room + COUNTER_VALUE_SIZE);
-    }
-    return list;
-}
-
 // Units are processors of which some may be off, or simply follow one another.
 void capture_counters(const client &from, device &into) {
     const long processors = sysconf(_SC_NPROCESSORS_CONF);
     for (uint32_t unit = 0; unit < MOST_UNITS; ++unit) {
-        const char *const records = &from.block<char>();
+        const unsigned char *const records = &from.block<unsigned char>();
         from.request().transfer.buffer_size = ROOM;
         const uint32_t error = from.perform(CNTCMD_GET, unit);
         const bool is_missing = error == IOERROR_NOT_FOUND;
@@ -104,7 +91,10 @@ void capture_counters(const client &from, device &into) {
         if (is_missing) continue;
         unit_counters &made = into.counters->emplace_back();
         made.number = unit;
-        made.list = parse_counters({records, std::min(from.request().transfer.returned_size, ROOM)});
+        const uint64_t size = std::min(from.request().transfer.returned_size, ROOM);
+        sb_counter next;
+        for (uint64_t at = 0; sb_counters_next(records, size, &at, &next);)
+            made.list.push_back({std::string(next.name), next.value});
     }
 }
 
