@@ -271,8 +271,10 @@ std::optional<request_subject> kernel::registry_subject(uint64_t port, const ker
 uint64_t kernel::send(uint64_t port, const kernel_message &message, uint64_t from) {
     auto *const to = find<port_object>(port);
     if (to == nullptr) return RESULT_NO_OBJECT;
-    const kernel_message sent = {message.word1, message.code & 0xFFFFFFFF, message.word2};
+    kernel_message sent = {message.word1, message.code & 0xFFFFFFFF, message.word2};
     if (!attached_.empty()) {
+        // What the machine's servers make at an open ends with the task that asked for it, whichever task it names.
+        if (to->server != nullptr && sent.code == DEVMSG_OPEN && is_attached(from)) sent.word2 = from;
         if (const uint64_t result = note_message(*to, sent, port, from); result != RESULT_SUCCESS) return result;
     }
     if (to->server != nullptr) {

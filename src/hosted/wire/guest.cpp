@@ -32,7 +32,7 @@ int receive_hello(int socket, wire::hello &received, descriptor &passed) {
     message.msg_iov = &into;
     message.msg_iovlen = 1;
     message.msg_control = control;
-    message.msg_controllen = sizeof control;
+    message.msg_controllen = CMSG_LEN(sizeof(int));  // room for one: the system closes any others
     const auto size = retry_interrupted([&] { return recvmsg(socket, &message, MSG_CMSG_CLOEXEC); });
     if (size < 0) return errno;
     const cmsghdr *const header = CMSG_FIRSTHDR(&message);
@@ -57,6 +57,7 @@ const char *map_arena(int memory, const wire::hello &said) {
     void *const mapped =
         mmap(at, wire::ARENA_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE | MAP_FIXED_NOREPLACE, memory, 0);
     if (mapped == at) return nullptr;
+    if (mapped == MAP_FAILED && errno != EEXIST) return std::strerror(errno);
     return "the address of the machine's memory is taken in this process";
 }
 
@@ -184,6 +185,7 @@ std::optional<request_subject> guest::subject_of(uint64_t port, const kernel_mes
     const uint64_t words[] = {port, message.word1, message.code, message.word2};
     const wire::answer given = exchange(wire::service::subject, words);
     if (given.result != RESULT_SUCCESS) return std::nullopt;
+    if (given.words[1] > wire::LONGEST_PATH) end("an answer that cannot be right");
     request_subject subject{static_cast<uint32_t>(given.words[0]), {}};
     while (subject.path.size() < given.words[1]) {
         const uint64_t offset[] = {subject.path.size()};
@@ -196,9 +198,9 @@ std::optional<request_subject> guest::subject_of(uint64_t port, const kernel_mes
 
 std::span<std::byte> guest::take_slice() {
     const wire::answer given = exchange(wire::service::take_slice, {});
-    const uint64_t begin = given.words[0] - wire::ARENA_ADDRESS, size = given.words[1];
-    if (given.result != RESULT_SUCCESS || begin > wire::ARENA_SIZE || size > wire::ARENA_SIZE - begin) return {};
-    return {reinterpret_cast<std::byte *>(given.words[0]), size};
+    const uint64_t begin = given.words[0] - wire::ARENA_ADDRESS;
+    if (given.result != RESULT_SUCCESS || begin >= wire::ARENA_SIZE || begin % wire::SLICE_SIZE != 0) return {};
+    return {reinterpret_cast<std::byte *>(given.words[0]), wire::SLICE_SIZE};
 }
 
 // ---- terminals ------------------------------------------------------------------------------------------------------

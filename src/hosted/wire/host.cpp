@@ -34,7 +34,8 @@ namespace hosted::wire {
 namespace {
 
 constexpr size_t MOST_CONNECTIONS = 4096;
-constexpr size_t LONGEST_TEXT = 4096;
+constexpr size_t LONGEST_TEXT = 4096;        // bytes
+constexpr size_t MOST_TERMINALS = 256;       // open ones of a task
 constexpr size_t STACK = size_t{512} << 10;  // bytes of each connection's thread; those never used cost nothing
 constexpr time_t HELLO_WAIT = 10;            // seconds for a process to say what it wants
 
@@ -297,7 +298,7 @@ void host::accept_one() {
     taken = taken && watch(events_.get(), made->socket.get(), EPOLLRDHUP | EPOLLET, made->number) && start_thread(made);
     if (taken) return;
     send_hello(*made, {.answer = verdict::full}, false);
-    leave(*made);
+    leave(std::move(made));
 }
 
 bool host::start_thread(const connection_pointer &made) {
@@ -309,7 +310,7 @@ bool host::start_thread(const connection_pointer &made) {
     const auto run = [](void *given) -> void * {
         const std::unique_ptr<start> mine(static_cast<start *>(given));
         mine->owner.serve_connection(*mine->made);
-        mine->owner.leave(*mine->made);
+        mine->owner.leave(std::move(mine->made));
         return nullptr;
     };
     pthread_attr_t attributes;
@@ -421,8 +422,9 @@ bool host::greet(connection &greeted) {
     greeted.who = &call_for(greeted.task->handle, thread);
     served_task = greeted.task->handle;
     greeted.thread = thread;
-    if (greeted.first) {
-        watch(events_.get(), greeted.task->lifetime.get(), EPOLLIN | EPOLLET, greeted.task->handle | TASK_EVENT);
+    if (greeted.first &&
+        !watch(events_.get(), greeted.task->lifetime.get(), EPOLLIN | EPOLLET, greeted.task->handle | TASK_EVENT)) {
+        return refuse(verdict::full);
     }
     // An end of the peer that was noticed before this thread could be interrupted.
     if (has_hung_up(socket)) return false;
@@ -473,8 +475,9 @@ bool host::serve_other(connection &asked, service what, const request &given, an
         return asked.text_used = true;
     }
     case service::open_terminal: {
-        const int opened = terminals.open_terminal(asked.text.c_str(), number);
-        made.last_error = static_cast<uint64_t>(errno);
+        const bool full = asked.task->terminals.size() >= MOST_TERMINALS;
+        const int opened = full ? -1 : terminals.open_terminal(asked.text.c_str(), number);
+        made.last_error = static_cast<uint64_t>(full ? EMFILE : errno);
         made.result = static_cast<uint64_t>(opened);
         if (opened >= 0) asked.task->terminals.push_back(opened);
         return asked.text_used = true;
@@ -494,7 +497,6 @@ bool host::serve_other(connection &asked, service what, const request &given, an
         const auto address = machine_->take_slice(*asked.task);
         made.result = address ? RESULT_SUCCESS : RESULT_NO_MEMORY;
         made.words[0] = address.value_or(0);
-        made.words[1] = SLICE_SIZE;
         return true;
     }
     case service::subject: {
@@ -511,15 +513,17 @@ bool host::serve_other(connection &asked, service what, const request &given, an
     }
 }
 
-// A further connection of the task finds it ended: what it made since then goes as well.
-void host::leave(connection &left) {
-    if (left.task) {
+// A further connection of the task finds it ended: what it made since then goes as well. The connection's descriptors
+// are closed before the last one is reported gone.
+void host::leave(connection_pointer left) {
+    if (left->task) {
         const std::lock_guard lock(running().mutex());
-        if (left.first || left.task->ended) machine_->end_task(*left.task);
-        machine_->remove_thread(*left.task, left.thread);
+        if (left->first || left->task->ended) machine_->end_task(*left->task);
+        machine_->remove_thread(*left->task, left->thread);
     }
     const std::lock_guard lock(connections_lock_);
-    connections_.erase(left.number);
+    connections_.erase(left->number);
+    left.reset();
     if (connections_.empty()) all_left_.notify_all();
 }
 

@@ -72,7 +72,7 @@ private:
     bool answer_one(connection &asked, const request &given, answer &made);
     void call(connection &asked, hosted::call which, const request &given, answer &made);
     bool serve_other(connection &asked, service what, const request &given, answer &made);
-    void leave(connection &left);
+    void leave(connection_pointer left);
 
     std::string path_, directory_;  // of the socket, and of the private directory made for it
     descriptor lock_;               // of the file beside the socket

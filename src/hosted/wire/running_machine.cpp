@@ -32,6 +32,7 @@ machine_start running_machine::start() {
 void running_machine::attach(kernel &owner) {
     kernel_ = &owner;
     inner_->attach(owner);
+    processes_.directory();  // opened now: from here on, the machine opens descriptors for its guests alone
     uint64_t flags = 0;
     super_ = inner_->object_info(inner_start_.task, TASKINFO_FLAGS, flags) == RESULT_SUCCESS &&
              (flags & TASKFLAG_SUPER) != 0;

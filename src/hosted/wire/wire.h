@@ -56,10 +56,11 @@ enum class service : uint32_t {
     open_terminal,     // flags; the text is the path -> the descriptor, or -1; the last error is the errno
     control_terminal,  // descriptor, request, 32 bytes -> as of ioctl(), 32 bytes
     close_terminal,    // descriptor
-    take_slice,        // -> its address and size: one for each task
+    take_slice,        // -> its address: one for each task
     subject,           // of a send: port, word1, code, word2 -> command; the path becomes the text
 };
 
+inline constexpr size_t LONGEST_PATH = size_t{1} << 20;  // bytes, in a request to the registry
 inline constexpr size_t REQUEST_WORDS = 6;
 inline constexpr size_t ANSWER_WORDS = 4;
 
