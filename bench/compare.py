@@ -292,6 +292,20 @@ def calls(_):
         show(name, "futex round trip of two threads", real[name + "/real_time"] / round_trip, goal)
 
 
+def attach(options):
+    """A kernel call of an attached process; both processes on one processor, and wherever the system puts them."""
+    machine = [os.path.join(ROOT, "build/release/ventix-machine"), "run", os.path.join(ROOT, "machines/demo.json"), "--",
+               os.path.join(BUILT, "job_attach"), str(options.rounds or 25), "2000"]
+    allowed = os.sched_getaffinity(0)
+    for processors, goal in ({min(allowed)}, 1.3), (allowed, 0.5):
+        if processors != allowed or len(allowed) > 1:
+            os.sched_setaffinity(0, processors)
+            call, bare = map(float, subprocess.run(machine, stdout=subprocess.PIPE, check=True).stdout.split())
+            show(f"attached call, {call:.1f} us", f"bare round trip, processors: {len(processors)}, {bare:.1f} us",
+                 call / bare, goal)
+    os.sched_setaffinity(0, allowed)
+
+
 def counts(_):
     """Instructions and system calls of one run each: these do not depend on what else the machine does."""
     print(f"{'':34} {'instructions':>14} {'system calls':>14}")
@@ -317,7 +331,7 @@ def counts(_):
 
 
 GROUPS = {"start": start_up, "processes": processes, "details": details, "tables": tables, "log": log, "growth": growing, "calls": calls,
-          "counts": counts}
+          "attach": attach, "counts": counts}
 
 
 def main():
