@@ -65,32 +65,30 @@ if(VENTIX_INSTALL)
     target_link_libraries(ventix_describe PRIVATE ventix_table)
     file(GLOB pages CONFIGURE_DEPENDS docs/man/*.scd)
     set(scripts)
+    set(folder ${CMAKE_CURRENT_BINARY_DIR}/completions)
     foreach(script ventix.bash _ventix)
-        set(target ${CMAKE_CURRENT_BINARY_DIR}/completions/${script})
-        add_custom_command(OUTPUT ${target} VERBATIM
-            DEPENDS ventix_describe ventix completions/generate.sh completions/${script} machines/demo.json ${pages}
-            COMMAND sh -c "\"$0\" \"$1\" \"$2\" \"$3\" \"$4\" >\"$5\""
-                ${CMAKE_CURRENT_SOURCE_DIR}/completions/generate.sh $<TARGET_FILE:ventix_describe> $<TARGET_FILE:ventix>
-                ${CMAKE_CURRENT_SOURCE_DIR}/docs/man ${CMAKE_CURRENT_SOURCE_DIR}/completions/${script} ${target})
-        list(APPEND scripts ${target})
+        add_custom_command(OUTPUT ${folder}/${script} VERBATIM
+            DEPENDS ventix_describe ventix ventix-machine completions/generate.sh completions/${script} machines/demo.json
+                ${pages}
+            COMMAND sh -c "\"$0\" \"$@\" >'${folder}/${script}'" ${CMAKE_CURRENT_SOURCE_DIR}/completions/generate.sh
+                $<TARGET_FILE:ventix_describe> $<TARGET_FILE:ventix> $<TARGET_FILE:ventix-machine>
+                ${CMAKE_CURRENT_SOURCE_DIR}/docs/man ${CMAKE_CURRENT_SOURCE_DIR}/completions/${script})
+        list(APPEND scripts ${folder}/${script})
     endforeach()
-    # The other executable's scripts hold its usage.
-    foreach(script ventix-machine.bash _ventix-machine)
-        set(source ${CMAKE_CURRENT_SOURCE_DIR}/completions/${script})
-        set(target ${CMAKE_CURRENT_BINARY_DIR}/completions/${script})
-        add_custom_command(OUTPUT ${target} VERBATIM DEPENDS ventix-machine ${source}
-            COMMAND sh -c "\"$0\" --help | sed -e '/@DATA@/{r /dev/stdin' -e 'd}' \"$1\" >\"$2\""
-                $<TARGET_FILE:ventix-machine> ${source} ${target})
-        list(APPEND scripts ${target})
-    endforeach()
-    file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/completions)
     add_custom_target(completions ALL DEPENDS ${scripts})
-    foreach(program ventix ventix-machine)
-        install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/${program}.bash RENAME ${program} COMPONENT runtime
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
-        install(FILES ${CMAKE_CURRENT_BINARY_DIR}/completions/_${program} COMPONENT runtime
-            DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    install(FILES ${folder}/_ventix DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/site-functions COMPONENT runtime)
+    install(FILES ${folder}/ventix.bash DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ventix
+        COMPONENT runtime)
+    # bash-completion reads the file NAME, and without one NAME.bash, when NAME is first completed. The second form
+    # leaves the first to packages whose tools have the names of commands (lsmem, task).
+    file(REMOVE_RECURSE ${folder}/links)
+    file(MAKE_DIRECTORY ${folder}/links)
+    foreach(source ventix-machine.cpp ${commands})
+        get_filename_component(command ${source} NAME_WE)
+        file(CREATE_LINK ventix ${folder}/links/${command}.bash SYMBOLIC)
     endforeach()
+    install(DIRECTORY ${folder}/links/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        COMPONENT runtime)
 endif()
 
 # ---- libraries and headers ----------------------------------------------------------------------------------------

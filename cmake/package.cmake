@@ -3,7 +3,6 @@
 set(CPACK_PACKAGE_NAME ventix)
 set(CPACK_PACKAGE_VENDOR "ventix")
 set(CPACK_PACKAGE_CONTACT "ventix developers <ventix@ventix.invalid>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "system toolbox of a message-passing microkernel system")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_GENERATOR TGZ DEB)
 set(CPACK_PACKAGE_FILE_NAME "ventix-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
@@ -26,7 +25,8 @@ endif()
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME ventix)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION admin)
-set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Twenty-five commands that show and change tasks, threads, memory, interrupts,
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "system toolbox of a message-passing microkernel system
+Twenty-five commands that show and change tasks, threads, memory, interrupts,
 registry, devices, services, log and clock. On Linux a hosted kernel shows the
 system itself, or a machine that is described in a file.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libventix-dev)
@@ -37,37 +37,36 @@ Static libraries and headers: the client library, the column printer, the
 containers and the option parser, and the hosted kernel with what a device
 server needs.")
 
-# Debian wants the release's notes and a changelog of the packaging, one entry being enough for a package that is built
-# from the source tree itself.
+# What only a Debian package has lies in one folder, a folder of it for each component: the release's notes, a changelog of
+# the packaging (one entry is enough for a package built from the source tree itself), and what lintian need not report.
 find_program(VENTIX_GZIP gzip)
+set(debian ${CMAKE_CURRENT_BINARY_DIR}/debian)
+file(REMOVE_RECURSE ${debian})
 if(VENTIX_GZIP)
-    set(changes ${CMAKE_CURRENT_BINARY_DIR}/changes)
-    file(MAKE_DIRECTORY ${changes})
-    foreach(package ventix libventix-dev)
-        execute_process(COMMAND date -u -R -d ${VENTIX_RELEASE_DATE} OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE)
-        file(WRITE ${changes}/${package}
+    execute_process(COMMAND date -u -R -d ${VENTIX_RELEASE_DATE} OUTPUT_VARIABLE date OUTPUT_STRIP_TRAILING_WHITESPACE)
+    foreach(component_and_package runtime:ventix development:libventix-dev)
+        string(REPLACE ":" ";" component_and_package ${component_and_package})
+        list(POP_FRONT component_and_package component package)
+        set(share ${debian}/${component}/usr/share)
+        set(changelog ${share}/doc/${package}/changelog)
+        file(WRITE ${changelog}.Debian
             "${package} (${PROJECT_VERSION}-1) unstable; urgency=medium\n\n  * Package version ${PROJECT_VERSION}.\n\n"
             " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
-        execute_process(COMMAND ${VENTIX_GZIP} -9nc ${changes}/${package} OUTPUT_FILE ${changes}/${package}.gz)
-        execute_process(COMMAND ${VENTIX_GZIP} -9nc ${CMAKE_CURRENT_SOURCE_DIR}/CHANGELOG.md
-            OUTPUT_FILE ${changes}/changelog.gz)
-        if(package STREQUAL ventix)
-            set(component runtime)
-        else()
-            set(component development)
-        endif()
-        install(FILES ${changes}/${package}.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
-            COMPONENT ${component} RENAME changelog.Debian.gz)
-        install(FILES ${changes}/changelog.gz DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package}
-            COMPONENT ${component})
-        install(FILES cmake/lintian/${package} DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
-            COMPONENT ${component})
+        configure_file(CHANGELOG.md ${changelog} COPYONLY)
+        execute_process(COMMAND ${VENTIX_GZIP} -9n ${changelog} ${changelog}.Debian)
+        configure_file(cmake/lintian/${package} ${share}/lintian/overrides/${package} COPYONLY)
     endforeach()
 endif()
 
 # Files carry the time of the commit, not that of the build. CPack counts a link as the file that it leads to: the size
 # is counted once more, by Debian's own rule, and the package built anew.
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/same_times.cmake [[
+file(CONFIGURE OUTPUT before_packing.cmake @ONLY CONTENT [[
+if(CPACK_GENERATOR STREQUAL DEB)
+    file(COPY "@debian@/" DESTINATION ${CPACK_TEMPORARY_DIRECTORY})
+    # Where Debian's zsh looks for functions of packages.
+    set(zsh ${CPACK_TEMPORARY_DIRECTORY}/runtime/usr/share/zsh)
+    file(RENAME ${zsh}/site-functions ${zsh}/vendor-completions)
+endif()
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
     execute_process(COMMAND find ${CPACK_TEMPORARY_DIRECTORY} -exec touch -h -d @$ENV{SOURCE_DATE_EPOCH} {} +)
 endif()
@@ -92,8 +91,9 @@ file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/cpack_generator.cmake [[
 if(CPACK_GENERATOR STREQUAL TGZ)
     set(CPACK_PACKAGING_INSTALL_PREFIX /)
 endif()
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # would precede each package's own
 ]])
 set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_BINARY_DIR}/cpack_generator.cmake)
-set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_BINARY_DIR}/same_times.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${CMAKE_CURRENT_BINARY_DIR}/before_packing.cmake)
 set(CPACK_POST_BUILD_SCRIPTS ${CMAKE_CURRENT_BINARY_DIR}/true_sizes.cmake)
 include(CPack)

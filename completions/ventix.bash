@@ -1,60 +1,50 @@
-# bash completion of ventix, and of the commands' own names where they are links to it.                -*- sh -*-
+# bash completion of ventix, ventix-machine, and the commands' own names where they are links to ventix.  -*- sh -*-
 #
-# The program is called for words that change only (tasks, devices, registry keys), and at most once for each key.
+# Only words that depend on the machine (tasks, devices, registry keys) start the program, once for each key press.
 
-# What the option tables of the program say, as completions/generate.sh writes it.
-_ventix_data='
+# What the option tables of the programs say, as completions/generate.sh writes it.
+_ventix_data=(
 @DATA@
-'
+)
 
-# Sets the given variable to the fields after KEY in the data: _ventix_field VARIABLE KEY
+# Sets `reply` to the fields after KEY in the data.
 _ventix_field() {
     local row
-    printf -v "$1" ''
-    while IFS= read -r row; do
-        [[ $row != "$2|"* ]] || { printf -v "$1" %s "${row#"$2|"}"; return; }
-    done <<<"$_ventix_data"
+    reply=''
+    for row in "${_ventix_data[@]}"; do
+        [[ $row != "$1|"* ]] || { reply=${row#"$1|"}; return; }
+    done
 }
 
 # Sets `cur` to the word at the cursor, without its quoting, and `words` to those before it. Readline breaks words at the
 # characters of COMP_WORDBREAKS too: `broken` is how much of the word precedes the last such place.
 _ventix_split() {
-    local left=${COMP_LINE:0:COMP_POINT} quote='' char i
-    words=() cur='' broken=''
+    local left=${COMP_LINE:0:COMP_POINT} char i
     for ((i = 0; i < ${#left}; ++i)); do
         char=${left:i:1}
-        if [[ $quote ]]; then
-            if [[ $char == "$quote" ]]; then quote=''; else cur+=$char; fi
+        if [[ $open_quote ]]; then
+            if [[ $char == "$open_quote" ]]; then open_quote=''; else cur+=$char; fi
         elif [[ $char == [\'\"] ]]; then
-            quote=$char
+            open_quote=$char
         elif [[ $char == \\ ]]; then
             ((++i))
             cur+=${left:i:1}
         elif [[ $char == [[:blank:]] ]]; then
             [[ -z $cur ]] || words+=("$cur")
             cur='' broken=''
-        elif [[ $char == [\;\|\&\(] ]]; then
-            words=() cur='' broken=''
         else
             cur+=$char
             [[ $COMP_WORDBREAKS != *"$char"* ]] || broken=$cur
         fi
     done
-    # Assignments in front of the command are no part of it; words are asked for on the machine that they name.
-    while [[ ${words[0]-} == [A-Za-z_]*=* ]]; do
-        [[ ${words[0]} != VENTIX_MACHINE=* ]] || machine=${words[0]}
-        words=("${words[@]:1}")
-    done
-    open_quote=$quote
 }
 
-# Offers the words given that begin with what is typed, each a word or WORD<TAB>DESCRIPTION. A description shows only
-# where there is a choice.
+# Offers the words given that begin with what is typed, each a word or WORD<TAB>DESCRIPTION.
 _ventix_offer() {
     local entry word about found=() shown=() quoted
     for entry; do
+        [[ $entry == "$cur"* ]] || continue
         word=${entry%%$'\t'*} about=${entry#"$word"}
-        [[ $word == "$cur"* && $word ]] || continue
         if [[ $open_quote ]]; then quoted=$word
         else
             quoted=${word#"$broken"}
@@ -62,39 +52,36 @@ _ventix_offer() {
         fi
         found+=("$quoted") shown+=("$quoted${about:+  (${about#$'\t'})}")
     done
-    # Readline inserts what all have in common, so descriptions are left out where that would end in one.
+    # Readline inserts what all have in common, so a description is shown only where there is a choice.
     if ((${#found[@]} > 1)); then COMPREPLY=("${shown[@]}"); else COMPREPLY=("${found[@]}"); fi
 }
 
-# The lines that the program prints; nothing where it fails.
+# Sets `lines` to what a command prints; to none where it fails.
 _ventix_ask() {
-    mapfile -t lines < <(
-        unset VENTIX_CALL_LOG VENTIX_MACHINE_SAVE
-        [[ -z $machine ]] || export "$machine"
-        exec ventix "$@" 2>/dev/null </dev/null
-    )
+    local IFS=$'\n'
+    lines=($(unset VENTIX_CALL_LOG VENTIX_MACHINE_SAVE; exec ventix "$@" 2>/dev/null </dev/null))
 }
 
 # Offers words of one kind, by the tables' names of them.
 _ventix_word() {
-    local kind=$1 command=$2 lines=() offers=() line text directory
+    local kind=$1 reply lines offers=() line text directory
     case $kind in
     style | query | exception | property)
-        _ventix_field text "$kind"
-        read -ra offers <<<"$text"
+        _ventix_field "$kind"
+        offers=($reply)
         ;;
     sortspec)
         if [[ $cur == *,* ]]; then
-            _ventix_field text mode
-            for line in $text; do offers+=("${cur%,*},$line"); done
+            _ventix_field mode
+            for text in $reply; do offers+=("${cur%,*},$text"); done
         else
-            _ventix_field text "columns|$command"
-            if [[ -z $text ]]; then
-                _ventix_ask "$command" "${given[@]}" -S raw
-                text=${lines[0]-}
+            _ventix_field "columns|${command#ventix }"
+            if [[ -z $reply ]]; then
+                # What was typed so far decides which columns there are.
+                _ventix_ask "${command#ventix }" "${given[@]}" -S raw
+                reply=${lines[0]-}
             fi
-            local index=0
-            for line in $text; do offers+=("$((index++))"$'\t'"$line"); done
+            for text in $reply; do offers+=("${#offers[@]}"$'\t'"$text"); done
             compopt -o nospace
         fi
         ;;
@@ -104,11 +91,13 @@ _ventix_word() {
             # " 0xHANDLE^ PRI TH MO ALLOCk RESERVEDk NAME"; a name that could not be read is not there.
             text=${line#*[0-9]k *[0-9]k }
             [[ $line == ' 0x'* && $text != "$line" ]] || continue
-            if ((by_handle)); then
+            if [[ $by_handle ]]; then
                 line=${line# } line=${line%%[ ^]*}
                 printf -v line 0x%X "$line"
                 offers+=("$line"$'\t'"$text")
-            else offers+=("$text"); fi
+            elif [[ $text != @(\[kernel\]|\[idle\]) ]]; then  # in the place of a name, by which none is found
+                offers+=("$text")
+            fi
         done
         ;;
     device)
@@ -138,10 +127,7 @@ _ventix_word() {
         done
         compopt -o nospace
         ;;
-    terminal)
-        compopt -o default
-        return
-        ;;
+    file | terminal) compopt -o default ;;
     esac
     _ventix_offer "${offers[@]}"
     # A whole key is followed by a blank after all.
@@ -149,78 +135,98 @@ _ventix_word() {
 }
 
 _ventix() {
-    local IFS=$' \t\n' cur broken open_quote machine='' words=() given=() operands=() by_handle=0 command row text offers=()
+    local cur='' broken='' open_quote='' words=() program command row fields offers=() reply i
     COMPREPLY=()
     _ventix_split
-    command=${words[0]##*/}
-    words=("${words[@]:1}")
-    if [[ $command == *ventix* ]]; then
-        if ((${#words[@]} == 0)); then
-            while IFS='|' read -r row command _; do
-                [[ $row != operands ]] || offers+=("$command")
-            done <<<"$_ventix_data"
-            _ventix_offer "${offers[@]}" help --list --version --install --uninstall
+    program=${words[0]##*/}
+    case $program in
+    *ventix-machine*)
+        program=ventix-machine
+        # What follows "--" is a command of its own, which bash-completion completes.
+        for ((i = 2; i < COMP_CWORD; ++i)); do
+            [[ ${COMP_WORDS[i]} == -- ]] || continue
+            ! declare -F _command_offset >/dev/null || _command_offset $((i + 1))
             return
-        fi
-        command=${words[0]}
-        words=("${words[@]:1}")
+        done
+        ;;
+    *ventix*) program=ventix ;;
+    *) words=(ventix "$program" "${words[@]:1}") program=ventix ;;
+    esac
+
+    local - IFS='|'
+    set -f  # rows and lines are split into words, and no word is a pattern
+    if ((${#words[@]} == 1)); then
+        for row in "${_ventix_data[@]}"; do
+            [[ $row == "operands|$program "* ]] || continue
+            fields=($row)
+            offers+=("${fields[1]#* }"$'\t'"${fields[4]}")
+        done
+        _ventix_offer "${offers[@]}"
+        return
     fi
 
     # Walk over what was typed: which option still waits for its argument, and which operands there are.
-    local word letter long argument about waits='' letters=' ' longs=' ' arguments=()
-    while IFS='|' read -r row text letter long argument about; do
-        [[ $row == option && $text == "$command" ]] || continue
-        [[ -z $letter ]] || { letters+="$letter " offers+=("$letter"$'\t'"$about"); }
-        [[ -z $long ]] || { longs+="$long " offers+=("$long"$'\t'"$about"); }
-        [[ $argument == none ]] || arguments+=("$letter|$argument" "$long|$argument")
-    done <<<"$_ventix_data"
-    for word in "${words[@]}"; do
+    local -A argument=()
+    local word waits='' by_handle='' given=() operands=() kinds at
+    command="$program ${words[1]}"
+    for row in "${_ventix_data[@]}"; do
+        [[ $row == "option|$command|"* ]] || continue
+        fields=($row)
+        for word in "${fields[2]}" "${fields[3]}"; do
+            [[ $word ]] || continue
+            offers+=("$word"$'\t'"${fields[5]}")
+            [[ ${fields[4]} == none ]] || argument[$word]=${fields[4]}
+        done
+    done
+    IFS=$' \t\n'
+    for word in "${words[@]:2}"; do
         if [[ $waits ]]; then waits=''
-        elif [[ $word == --* ]]; then
-            for row in "${arguments[@]}"; do [[ ${row%%|*} != "$word" ]] || waits=${row#*|}; done
+        elif [[ $word == --* ]]; then waits=${argument[$word]-}
         elif [[ $word == -?* ]]; then
-            for row in "${arguments[@]}"; do [[ ${row%%|*} != -"${word: -1}" ]] || waits=${row#*|}; done
+            waits=${argument[-${word: -1}]-}
             [[ $word != *P* ]] || by_handle=1
-        else
-            operands+=("$word")
+        else operands+=("$word")
         fi
         [[ $waits == sortspec ]] || given+=("$word")
     done
-
     if [[ -z $waits && $cur == --*=* ]]; then
-        for row in "${arguments[@]}"; do [[ ${row%%|*} != "${cur%%=*}" ]] || waits=${row#*|}; done
+        waits=${argument[${cur%%=*}]-}
         cur=${cur#*=} broken=${broken#*=}
     fi
-    if [[ $waits ]]; then _ventix_word "$waits" "$command"
-    elif [[ $cur == -* ]]; then _ventix_offer "${offers[@]}" --help
+
+    if [[ $waits ]]; then _ventix_word "$waits"
+    elif [[ $cur == -* ]]; then _ventix_offer "${offers[@]}"
     else
-        _ventix_field text "operands|$command"
-        local kinds max=${text%%|*} at=${#operands[@]}
-        read -ra kinds <<<"${text#*|}"
-        ((${#kinds[@]} > 0 && at < max)) || return
+        _ventix_field "operands|$command"
+        IFS='|' fields=($reply) IFS=$' \t\n'
+        kinds=(${fields[1]-}) at=${#operands[@]}
+        ((${#kinds[@]} > 0 && at < fields[0])) || return 0
         ((at < ${#kinds[@]})) || at=$((${#kinds[@]} - 1))
         # Without -s, svcinfo takes devices alone.
-        [[ $command != svcinfo || " ${words[*]}" == *' -s'* ]] || at=0
-        _ventix_word "${kinds[at]}" "$command"
+        [[ $command != 'ventix svcinfo' || " ${given[*]}" == *' -s'* ]] || at=0
+        _ventix_word "${kinds[at]}"
     fi
 }
 
-complete -F _ventix ventix
-# The names of commands, where they are links of this program, and not tools of the same name.
-_ventix_complete_links() {
-    local row name directory directories program=''
+# Completes the commands' names that lead to the program; tools of the same names are left alone. Fails for a file named
+# after one of those, so that bash-completion goes on looking.
+#   _ventix_register FILE    being read; bash-completion reads the file NAME or NAME.bash when it meets NAME first
+_ventix_register() {
+    local row name file=${1##*/} directory directories program=''
+    complete -F _ventix ventix ventix-machine
     IFS=: read -ra directories <<<"$PATH"
     for directory in "${directories[@]}"; do
         [[ -n $program || ! -x $directory/ventix ]] || program=$directory/ventix
     done
-    while IFS='|' read -r row name _; do
-        [[ $row == operands ]] || continue
+    for row in "${_ventix_data[@]}"; do
+        [[ $row == 'operands|ventix '[a-z]* ]] || continue
+        name=${row#* } name=${name%%|*}
         for directory in "${directories[@]}"; do
             [[ -x $directory/$name ]] || continue
             [[ ! $directory/$name -ef $program ]] || complete -F _ventix "$name"
             break
         done
-    done <<<"$_ventix_data"
+    done
+    complete -p "${file%.bash}" >/dev/null 2>&1
 }
-_ventix_complete_links
-unset -f _ventix_complete_links
+_ventix_register "${BASH_SOURCE[0]}"

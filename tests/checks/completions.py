@@ -6,46 +6,68 @@ import os
 import pty
 import re
 import select
+import shutil
 import sys
 import tempfile
 import time
 
-root = os.path.abspath(sys.argv[1])
-source = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+# In a copy of the installation, the program is a script that counts how often it is started.
+copy = tempfile.TemporaryDirectory()
+root = copy.name
+started = os.path.join(root, "started")
+for part in ("bin", "share", "lib/ventix"):
+    shutil.copytree(os.path.join(sys.argv[1], part), os.path.join(root, part), symlinks=True)
+program = os.path.join(root, "bin/ventix")
+os.rename(program, os.path.join(root, "bin/counted"))
+with open(program, "w") as script:
+    script.write(f'#!/bin/bash\necho >>{started}\nexec -a ventix {root}/bin/counted "$@"\n')
+os.chmod(program, 0o755)
 machine = '''{"state": {"KSTATE_PAGE_SIZE": 4096}, "tasks": [%s], "devices": [{"name": "disk 1"}]}''' % ", ".join(
     '{"handle": %d, "name": "%s", "info": {"TASKINFO_FLAGS": 0, "TASKINFO_PRIORITY": 1, "TASKINFO_THREADS": 0, '
     '"TASKINFO_MEMOS": 0, "TASKINFO_ALLOC_PAGES": 1, "TASKINFO_RESERVED_PAGES": 1}}' % task
     for task in ((4097, "Web Content"), (4098, "kworker/0:1"), (4099, "it's")))
 
-# What is typed, the line after it, and what is shown besides.
-rows = [
-    ("ventix tas\t\t\t", "ventix task", ["taskkill"]),
+# What is typed, the line after it, and what is shown besides. No program is started for these words.
+fixed = [
+    ("free --rec\t", "free --reclaim ", []),  # in a fresh shell
+    ("ventix tas\t\t\t", "ventix task", ["taskkill", "delete tasks"]),
     ("ventix upt\t", "ventix uptime ", []),
     ("ventix task --acc\t", "ventix task --accumtime ", []),
     ("ventix task --p\t\t", "ventix task --p", ["--pfnum", "--parent", "Show PF"]),
     ("ventix task -S fancyw\t", "ventix task -S fancyw ", []),
     ("ventix task --style=si\t", "ventix task --style=simple ", []),
-    ("ventix task -n --sort \t\t", "ventix task -n --sort ", ["6", "Name"]),
     ("ventix task --sort 2,d\t", "ventix task --sort 2,desc ", []),
     ("ventix tview --sort \t\t", "ventix tview --sort ", ["7", "Owner"]),
-    ("ventix threads netd etherd regi\t", "ventix threads netd etherd registry ", []),
-    ("ventix threads -P 0x101\t\t", "ventix threads -P 0x101", ["0x1016", "diskd"]),
-    ("ventix tprop pr\t-P 0x1022\t", "ventix tprop prior -P 0x1022 ", []),
-    ("ventix raiseexc SIG\tin\t", "ventix raiseexc SIGNAL init ", []),
-    ("ventix devping rt\teth\t", "ventix devping rtc0 eth0 ", []),
     ("ventix devquery disk0 QUE\t", "ventix devquery disk0 QUERY_POWER_LEVEL ", []),
-    ("ventix svccall demo ec\tnu\t", "ventix svccall demo echo number=", []),
-    ("ventix readreg har\tnet/\tmt\t", "ventix readreg hardware/net/eth0/mtu ", []),
-    ("ventix treereg config/b\t", "ventix treereg config/boot/", []),
+    ("ventix dumpktrace -\t\t", "ventix dumpktrace -", ["at most N entries: the last N, with"]),
     ("ventix sendlog x\t", "ventix sendlog x", []),
     ("ventix nosuch x\t", "ventix nosuch x", []),
-    ("threads regi\t", "threads registry ", []),
-    ("free --rec\t", "free --reclaim ", []),
+    ("ventix help \t", "ventix help ", []),
+    ("ventix --install --v\t", "ventix --install --verbose ", []),
+    ("lsmem --vir\t", "lsmem --virtual ", []),
     ("VENTIX_MACHINE=fir\t", "VENTIX_MACHINE=first.json", []),
     ("export VENTIX_MACHINE=fir\t", "export VENTIX_MACHINE=first.json", []),
     ("ventix-machine ch\tfir\t", "ventix-machine check first.json ", []),
     ("ventix-machine --ver\t", "ventix-machine --version ", []),
-    ("ventix-machine \t\t", "ventix-machine ", ["check", "trace"]),
+    ("ventix-machine \t\t", "ventix-machine ", ["check", "trace", "print a call log"]),
+    ("ventix-machine snapshot --m\t-o fir\t", "ventix-machine snapshot --maps -o first.json ", []),
+    ("ventix-machine run x --save y -- ventix upt\t", "ventix-machine run x --save y -- ventix uptime ", []),
+]
+# One program is started at most for each key press.
+dynamic = [
+    ("threads regi\t", "threads registry ", []),
+    ("links/threads regi\t", "links/threads registry ", []),
+    ("ventix task -n --sort \t\t", "ventix task -n --sort ", ["6", "Name"]),
+    ("ventix threads netd etherd regi\t", "ventix threads netd etherd registry ", []),
+    ("ventix threads \\[\t", "ventix threads \\[", []),
+    ("ventix threads -P 0x101\t\t", "ventix threads -P 0x101", ["0x1016", "diskd"]),
+    ("ventix tprop pr\t-P 0x1022\t", "ventix tprop prior -P 0x1022 ", []),
+    ("ventix raiseexc SIG\tin\t", "ventix raiseexc SIGNAL init ", []),
+    ("ventix devping rt\teth\t", "ventix devping rtc0 eth0 ", []),
+    ("ventix svccall demo ec\tnu\t", "ventix svccall demo echo number=", []),
+    ("ventix readreg har\tnet/\tmt\t", "ventix readreg hardware/net/eth0/mtu ", []),
+    ("ventix treereg config/b\t", "ventix treereg config/boot/", []),
+    ("ventix-machine run x -- ventix threads regi\t", "ventix-machine run x -- ventix threads registry ", []),
     # A machine whose words have to be quoted, and one that cannot be used.
     (("first.json", "ventix threads We\t"), "ventix threads Web\\ Content ", []),
     (("first.json", "ventix threads 'We\t"), "ventix threads 'Web Content' ", []),
@@ -61,7 +83,7 @@ class Shell:
         self.line_file = os.path.join(directory, "line")
         start = {
             "bash": f"""PS1='READY> '; bind 'set enable-bracketed-paste off'; bind 'set bell-style none'
-                        for file in {root}/share/bash-completion/completions/*; do . $file; done
+                        set +o history; . /usr/share/bash-completion/bash_completion
                         show() {{ printf %s "$READLINE_LINE" >{self.line_file}.new; mv {self.line_file}.new {self.line_file}; }}
                         bind -x '"\\C-xp": show'""",
             "zsh": f"""PS1='READY> '; unsetopt beep auto_menu zle_bracketed_paste prompt_cr prompt_sp
@@ -75,7 +97,8 @@ class Shell:
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
             os.chdir(directory)
-            environment = {"PATH": f"{root}/lib/ventix/bin:{root}/bin:/usr/bin:/bin", "HOME": directory, "TERM": "dumb", "COLUMNS": "200", "LANG": "C.UTF-8",
+            environment = {"PATH": f"{root}/lib/ventix/bin:{root}/bin:/usr/bin:/bin", "HOME": directory,
+                           "XDG_DATA_DIRS": f"{root}/share:/usr/share", "TERM": "dumb", "COLUMNS": "200", "LANG": "C.UTF-8",
                            "VENTIX_MACHINE": f"{root}/share/ventix/machines/demo.json"}
             words = {"bash": ["bash", "--norc", "-i"], "zsh": ["zsh", "-f", "-i"]}[name]
             os.execvpe(words[0], words, environment)
@@ -104,33 +127,46 @@ class Shell:
         os.unlink(self.line_file)
         return line, screen
 
+    # Types, and returns the line, what was shown, and how often a program was started beyond once for each key.
     def complete(self, keys):
         line = shown = ""
+        starts = most = 0
         for part in re.split(r"(?<=\t)(?!\t)", keys):
             self.type(part)
             line, screen = self.line()
             shown += screen
+            here = os.path.getsize(started)
+            os.truncate(started, 0)
+            starts += here
+            most = max(most, here - part.count("\t"))
         self.type("\x15\x0b")  # what was typed is not run
         self.line()
-        return line, shown
+        return line, shown, starts, most
 
 
+open(started, "w").close()
 failed = 0
 for name in ("bash", "zsh"):
     with tempfile.TemporaryDirectory() as directory:
         with open(os.path.join(directory, "first.json"), "w") as file:
             file.write(machine)
+        os.mkdir(os.path.join(directory, "links"))
+        os.symlink(program, os.path.join(directory, "links/threads"))
         shell = Shell(name, directory)
         current = None
-        for keys, expected, shown in rows:
+        for keys, expected, shown in fixed + dynamic:
+            is_fixed = (keys, expected, shown) in fixed
             wanted, keys = keys if isinstance(keys, tuple) else (None, keys)
             if wanted != current:
                 shell.type(f" export VENTIX_MACHINE={wanted}\n")
                 shell.line()
                 current = wanted
-            line, screen = shell.complete(keys)
+            line, screen, starts, most = shell.complete(keys)
             if line.rstrip() != expected.rstrip() or any(text not in screen for text in shown):
                 print(f"{name}: {keys!r} gave {line!r}, not {expected!r}; on the screen: {screen!r}, expected: {shown}")
+                failed += 1
+            if (starts > 0) == is_fixed or most > 0:
+                print(f"{name}: {keys!r} started {starts} programs")
                 failed += 1
         os.close(shell.terminal)
         os.waitpid(shell.pid, 0)
