@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cctype>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
@@ -372,6 +373,18 @@ int colp_setstylestr(colp_table *table, const char *name) {
     for (const auto &entry : style_map)
         if (std::strcmp(entry.name, name) == 0) return colp_setstyle(table, entry.style);
     return COLP_PARSE_ERROR;
+}
+
+int colp_setsumreplace(colp_table *table, uint32_t style, char replacement) {
+    if (!std::isprint(static_cast<unsigned char>(replacement)) || table == nullptr) return COLP_BAD_ARGUMENT;
+    switch (style) {
+    case COLP_STYLE_RAW: table->sum_replace_raw[0] = replacement; break;
+    case COLP_STYLE_SIMPLE: table->sum_replace_simple[0] = replacement; break;
+    case COLP_STYLE_FANCY:
+    case COLP_STYLE_FANCYW: table->sum_replace_fancy[0] = replacement; break;
+    default: return COLP_BAD_STYLE;
+    }
+    return COLP_SUCCESS;
 }
 
 const char *const *colp_getstylelist() { return style_list; }

@@ -1,6 +1,5 @@
 // colp/table.cpp - building, emptying and freeing tables: columns, rows and cells.
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -115,18 +114,6 @@ void colp_clean(colp_table *table) {
 void colp_delete(colp_table *table) {
     colp_clean(table);
     delete table;
-}
-
-int colp_setsumreplace(colp_table *table, uint32_t style, char replacement) {
-    if (!std::isprint(static_cast<unsigned char>(replacement)) || table == nullptr) return COLP_BAD_ARGUMENT;
-    switch (style) {
-    case COLP_STYLE_RAW: table->sum_replace_raw[0] = replacement; break;
-    case COLP_STYLE_SIMPLE: table->sum_replace_simple[0] = replacement; break;
-    case COLP_STYLE_FANCY:
-    case COLP_STYLE_FANCYW: table->sum_replace_fancy[0] = replacement; break;
-    default: return COLP_BAD_STYLE;
-    }
-    return COLP_SUCCESS;
 }
 
 int colp_begincolumn(colp_table *table, uint32_t type) {

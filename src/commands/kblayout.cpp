@@ -61,10 +61,11 @@ std::optional<int> parse(int &argc, char **&argv, int &descriptor) {
             sb_showusage(command_line);
             close_opened(descriptor);
             return SB_DONE;
-        default:
-            std::fprintf(stderr, "kblayout: unknown switch: -%c\n", c);
+        default: {
+            const int status = sb_unknownswitch(command_line, c);
             close_opened(descriptor);
-            return SB_BAD_SWITCH;
+            return status;
+        }
         }
     }
     if (argc > 1) {

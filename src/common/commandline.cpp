@@ -19,20 +19,20 @@ int answer(const sb_commandline &line, const sb_answer &given, const char *subje
     return given.status;
 }
 
-int unknown_switch(const sb_commandline &line, int c) {
-    if (line.speech == sb_speech::on_stdout)
-        std::printf("Unknown switch: -%c\n", c);
-    else
-        std::fprintf(stderr, "%s: unknown switch: -%c\n", line.command, c);
-    return SB_BAD_SWITCH;
-}
-
 }  // namespace
 
 int sb_showusage(const sb_commandline &line) {
     if (line.usage != nullptr) std::fputs(line.usage, stdout);
     if (line.print_usage != nullptr) line.print_usage();
     return SB_DONE;
+}
+
+int sb_unknownswitch(const sb_commandline &line, int c) {
+    if (line.speech == sb_speech::on_stdout)
+        std::printf("Unknown switch: -%c\n", c);
+    else
+        std::fprintf(stderr, "%s: unknown switch: -%c\n", line.command, c);
+    return SB_BAD_SWITCH;
 }
 
 std::optional<int> sb_parserows(const sb_description &what, int &argc, char **&argv, void *options) {
@@ -44,7 +44,7 @@ std::optional<int> sb_parserows(const sb_description &what, int &argc, char **&a
     for (int c; (c = e_getoption(&state)) != E_END;) {
         if (c == E_HELP) return sb_showusage(line);
         const auto *row = std::find_if(what.options, end, [c](const sb_optionrow &known) { return known.code == c; });
-        if (row == end) return unknown_switch(line, c);
+        if (row == end) return sb_unknownswitch(line, c);
         const char letter[] = {static_cast<char>(c), '\0'};
         if (!row->take(options, &state, *row)) return answer(line, line.bad_argument, letter);
     }

@@ -216,6 +216,9 @@ constexpr sb_description sb_describe(const sb_commandline &line, const sb_option
 // Prints the usage on standard output. Returns SB_DONE.
 int sb_showusage(const sb_commandline &line);
 
+// Prints that the command has no option of this character. Returns SB_BAD_SWITCH.
+int sb_unknownswitch(const sb_commandline &line, int c);
+
 // The work of sb_parse.
 std::optional<int> sb_parserows(const sb_description &what, int &argc, char **&argv, void *options);
 

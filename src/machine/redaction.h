@@ -1,4 +1,5 @@
-// machine/redaction.h - placeholders for the texts of a live system.
+// machine/redaction.h - placeholders for the texts of a live system. snapshot.cpp and device_capture.cpp decide which
+// texts get one.
 #pragma once
 
 #include <cstdint>

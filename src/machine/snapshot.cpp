@@ -248,11 +248,10 @@ template <class Visit> bool each_entry(const std::string &path, Visit visit) {
 using device_names = std::vector<std::pair<std::string, std::string>>;
 
 device_names names_of_devices(redaction &hide) {
-    using hosted::live::FIXED_NAMES;
     device_names names;
     each_entry(DEVICE_DIRECTORY, [&](const RegIterator &, const std::string &name) {
         if (!hosted::is_utf8(name)) return;
-        const bool stays = name == SYSVC_DEVICE || std::ranges::find(FIXED_NAMES, name) != FIXED_NAMES.end();
+        const bool stays = name == SYSVC_DEVICE || hosted::live::find_fixed_device(name) != nullptr;
         names.emplace_back(name, stays ? name : hide.text("device", name));
     });
     return names;

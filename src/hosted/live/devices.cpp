@@ -1,11 +1,12 @@
 // hosted/live/devices.cpp - the devices of the live machine by name, and their servers.
 #include "hosted/live/devices.h"
 
+#include <algorithm>
+#include <iterator>
 #include <map>
 #include <unordered_set>
 #include <utility>
 
-#include "hosted/live/counters.h"
 #include "hosted/live/hardware_clock.h"
 #include "hosted/live/host_services.h"
 #include "hosted/live/system_log.h"
@@ -13,6 +14,11 @@
 #include "platform/protocol/sysvc.h"
 
 namespace hosted::live {
+
+const fixed_device *find_fixed_device(std::string_view name) {
+    const auto *const found = std::ranges::find(FIXED_DEVICES, name, &fixed_device::name);
+    return found == std::end(FIXED_DEVICES) ? nullptr : found;
+}
 
 // What the servers read and write.
 struct device_table::device_data {
@@ -31,8 +37,7 @@ file_counters *device_table::device_data::counters_of(const file_roots &roots, s
     using kind = file_counters::kind;
     if (const auto known = counters.find(name); known != counters.end()) return known->second.get();
     std::vector<kind> kinds = {kind::interface, kind::block_device};
-    if (name == PROCESSOR_NAME) kinds = {kind::processors};
-    if (name == VM_NAME) kinds = {kind::virtual_memory};
+    if (const fixed_device *const fixed = find_fixed_device(name)) kinds = {fixed->figures};
     for (const kind one : kinds) {
         auto made = std::make_unique<file_counters>(roots, one, name);
         if (made->exists()) return counters.emplace(name, std::move(made)).first->second.get();
@@ -52,9 +57,9 @@ device_table::device_data &device_table::data() {
 std::vector<std::string> device_table::names() {
     std::vector<std::string> names;
     std::unordered_set<std::string> taken = {std::string(SYSVC_DEVICE)};
-    for (const std::string_view name : FIXED_NAMES) {
-        taken.emplace(name);
-        if (name != RTC_NAME || data().clock.exists()) names.emplace_back(name);
+    for (const fixed_device &fixed : FIXED_DEVICES) {
+        taken.emplace(fixed.name);
+        if (has(fixed.name)) names.emplace_back(fixed.name);
     }
     const auto add = [&](std::vector<std::string> found, file_counters::kind of) {
         for (std::string &name : found) {
@@ -71,23 +76,24 @@ std::vector<std::string> device_table::names() {
 
 bool device_table::has(std::string_view name) {
     if (name == SYSVC_DEVICE) return false;
-    if (name == RTC_NAME) return data().clock.exists();
-    return name == LOG_DEVICE || name == HOST_NAME || data().counters_of(roots_, name) != nullptr;
+    const fixed_device *const fixed = find_fixed_device(name);
+    if (fixed == nullptr) return data().counters_of(roots_, name) != nullptr;
+    return fixed->speaks != fixed_device::clock || data().clock.exists();
 }
 
 std::unique_ptr<server> device_table::make(kernel &owner, std::string_view name) {
     if (!has(name)) return nullptr;
     device_behaviour behaviour;
     std::unique_ptr<device_protocol> protocol;
-    if (name == LOG_DEVICE) {
-        protocol = make_log_protocol(data().log);
-    } else if (name == RTC_NAME) {
-        protocol = make_clock_protocol(data().clock);
-    } else if (name == HOST_NAME) {
+    const fixed_device *const fixed = find_fixed_device(name);
+    switch (fixed != nullptr ? fixed->speaks : fixed_device::counters) {
+    case fixed_device::log: protocol = make_log_protocol(data().log); break;
+    case fixed_device::clock: protocol = make_clock_protocol(data().clock); break;
+    case fixed_device::services:
         behaviour.classes.push_back(SERVICE_CLASS);
         protocol = make_service_protocol(data().host);
-    } else {
-        protocol = make_counter_protocol(*data().counters_of(roots_, name));
+        break;
+    case fixed_device::counters: protocol = make_counter_protocol(*data().counters_of(roots_, name)); break;
     }
     auto made = std::make_unique<device_server>(owner, std::move(behaviour));
     made->add(std::move(protocol));

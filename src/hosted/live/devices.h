@@ -1,13 +1,14 @@
 // hosted/live/devices.h - the devices of the live machine by name, and their servers.
 #pragma once
 
-#include <array>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "hosted/kernel/kernel.h"
+#include "hosted/live/counters.h"
 #include "hosted/live/files.h"
 #include "hosted/servers/device_server.h"
 #include "platform/protocol/log.h"
@@ -15,10 +16,24 @@
 
 namespace hosted::live {
 
-// The devices that are part of the live machine, whatever the system has.
-inline constexpr std::string_view PROCESSOR_NAME = "cpu", VM_NAME = "vm", HOST_NAME = "host";
-inline constexpr std::array<std::string_view, 5> FIXED_NAMES = {LOG_DEVICE, RTC_NAME, PROCESSOR_NAME, VM_NAME,
-                                                                HOST_NAME};
+// A device that every live machine has, but for the clock, which may be missing.
+struct fixed_device {
+    enum protocol : uint8_t { log, clock, services, counters };
+
+    std::string_view name;
+    protocol speaks;
+    file_counters::kind figures = {};  // of counters
+};
+inline constexpr fixed_device FIXED_DEVICES[] = {
+    {LOG_DEVICE, fixed_device::log},
+    {RTC_NAME, fixed_device::clock},
+    {"cpu", fixed_device::counters, file_counters::kind::processors},
+    {"vm", fixed_device::counters, file_counters::kind::virtual_memory},
+    {"host", fixed_device::services},
+};
+
+// The fixed device of a name; null where the name is not one of theirs.
+const fixed_device *find_fixed_device(std::string_view name);
 
 // Every device but the system service, whose name no other device gets.
 class device_table {

@@ -1,8 +1,8 @@
 // hosted/live/files.h - reading the operating system's files.
 //
-// A read is bounded. What the caller may not see is for the reader to fall back from, so those errors are returned.
-// What cannot be read for lack of descriptors or memory is thrown, so that the kernel call under way fails and no value
-// is silently missing.
+// No more than LARGEST_TEXT is read of any file. What the caller may not see is for the reader to fall back from, so
+// those errors are returned. What cannot be read for lack of descriptors or memory is thrown, so that the kernel call
+// under way fails and no value is silently missing.
 #pragma once
 
 #include <sys/stat.h>

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "hosted/live/files.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "hosted/descriptors.h"
+#include "hosted/live/files.h"
 
 namespace hosted::live {
 

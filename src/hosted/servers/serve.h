@@ -20,7 +20,7 @@ using protocol_list = std::vector<std::unique_ptr<hosted::device_protocol>>;
 
 // Serves a device on the machine that VENTIX_MACHINE names, which must be a running one. Publishes it as run/dev/NAME,
 // until this process ends. The calling thread serves; it returns only where it cannot.
-//   name       1 to 51 bytes without '/', unused on that machine
+//   name       1 to REG_MAX_NAME bytes without '/', unused on that machine
 //   protocols  what the device speaks; they are asked in this order
 //   behaviour  its classes and queries, and how it misbehaves (default: a healthy device of no class)
 //   returns    RESULT_NOT_PERMITTED: not attached, or the name is taken; RESULT_NO_MEMORY: no shared memory is left;

@@ -75,6 +75,7 @@ using call_entry = uint64_t (*)(const uint64_t *words, uint64_t *outputs);
 
 template <auto entry> struct entry_for;
 template <class... Parameters, uint64_t (*entry)(Parameters...)> struct entry_for<entry> {
+    static_assert(sizeof...(Parameters) <= REQUEST_WORDS);
     static uint64_t make(const uint64_t *words, uint64_t *outputs) {
         [[maybe_unused]] argument_taker taker{words, outputs};
         return std::apply(entry, std::tuple<Parameters...>{taker.take<Parameters>()...});  // braces keep the order
