@@ -35,12 +35,15 @@ bool same_version(const struct stat &a, const struct stat &b) {
            a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-// Returns 0 or a system error number.
+// Waits for the writer of a pipe alone. Other files that have nothing to read yet (a terminal, /proc/kmsg) fail.
+//   file     opened with O_NONBLOCK
+//   returns  0, or a system error number
 int read_machine(int file, std::string &text) {
     struct stat about {};
     if (fstat(file, &about) != 0) return errno;
     if (S_ISDIR(about.st_mode)) return EISDIR;
     if (S_ISFIFO(about.st_mode)) {  // without a writer it would read as empty at once
+        if (fcntl(file, F_SETFL, O_RDONLY) != 0) return errno;
         pollfd pipe{file, POLLIN, 0};
         static_cast<void>(retry_interrupted([&] { return poll(&pipe, 1, WRITER_WAIT); }));
     }
@@ -128,7 +131,7 @@ bool machine_file::read(const std::string &path, const std::string &save_path, s
                         std::string &message) {
     save_path_ = save_path;
     for (;;) {
-        descriptor file = open_named(path, O_RDONLY);
+        descriptor file = open_named(path, O_RDONLY | O_NONBLOCK);
         int error = file ? 0 : errno;
         struct stat named {};
         bool locks = file && !save_path.empty() && fstat(file.get(), &version_) == 0;
