@@ -129,6 +129,20 @@ TEST(Device, RequestsEndAsTheirMessagesSay) {
     }
 }
 
+// What a server writes over a request, or over its device record after the open, leads the library nowhere else.
+TEST(Device, RereadsNothingThatAServerCanChange) {
+    for (const uint64_t word : {uint64_t{0}, uint64_t{1}, ~uint64_t{0}, uint64_t{0x7EB000000000}}) {
+        test_kernel running([](test_machine &m) { m.makers["dev"] = scripted({{0, DONE}}, {{0, ABORTED}}); });
+        opened dev;
+        dev.request->device = word;
+        std::memset(dev.device, static_cast<int>(word & 0xFF), sizeof *dev.device);
+        EXPECT_EQ(SyncIO(dev.request), IO_SUCCESS);
+        EXPECT_EQ(SyncIOEx(dev.request, 10, true, true), IO_SUCCESS);
+        EXPECT_EQ(DeleteIOreq(dev.request), IO_SUCCESS);
+        EXPECT_NE(CreateIOreq(dev.device, 0, 0, 200, dev.port), nullptr);
+    }
+}
+
 // The waits that never end: an acknowledgement alone is not enough, and a failure is no completion.
 TEST(DeviceDeathTest, SyncIOExWaitsForeverOnAnAcknowledgementAlone) {
     for (const script &begun : {script{}, script{{60, FAILED}}}) {

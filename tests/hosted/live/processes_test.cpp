@@ -375,19 +375,32 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
         const bool seen = published(knows).contains(id) && item_of(looks, first->handle(), TASKINFO_PARENT) == 1;
         first.reset();
         usleep(50000);  // start times count hundredths of a second
-        std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1;
-        const own_child second;
-        self.say(ready && second.id() == id);
+        const auto make_again = [id](std::optional<own_child> &again) {
+            std::ofstream("/proc/sys/kernel/ns_last_pid") << id - 1;
+            again.emplace();
+        };
+        std::optional<own_child> second, third;
+        make_again(second);
+        self.say(ready && second->id() == id);
         const std::string *name = nullptr;
+        const auto handle = static_cast<uint64_t>(id);
         self.say(seen);
-        self.say(static_cast<int64_t>(knows.raise(second.handle(), EXC_SIGNAL, SIGKILL)));
-        self.say(static_cast<int64_t>(knows.end(second.handle())));
-        self.say(static_cast<int64_t>(
-            looks.name(second.handle(), name)));  // not the second's name beside the first's figures
-        self.say(second.is_alive());
-        const bool listed_again = published(knows).contains(id);  // from here on the handle names the second
-        self.say(listed_again ? static_cast<int64_t>(knows.raise(second.handle(), EXC_SIGNAL, SIGCONT)) : -1);
-        self.say(static_cast<int64_t>(never_listed.end(second.handle())));
+        self.say(static_cast<int64_t>(knows.raise(handle, EXC_SIGNAL, SIGKILL)));
+        self.say(static_cast<int64_t>(knows.end(handle)));
+        self.say(static_cast<int64_t>(looks.name(handle, name)));  // not the second's name beside the first's figures
+        self.say(second->is_alive());
+        // From here on the handle names the second. Its end is not that of the third, which has its name, too.
+        const auto end_listed = [&] { return published(knows).contains(id) ? knows.end(handle) : ~uint64_t{0}; };
+        self.say(static_cast<int64_t>(end_listed()));
+        self.say(published(knows).contains(id));
+        second.reset();
+        usleep(50000);
+        make_again(third);
+        self.say(static_cast<int64_t>(end_listed()));
+        self.say(WTERMSIG(third->reap()));
+        third.reset();
+        make_again(third);
+        self.say(static_cast<int64_t>(never_listed.end(handle)));
     };
     own_child outside([&](own_child &self) {
         if (unshare(CLONE_NEWPID | CLONE_NEWNS) != 0) _exit(1);
@@ -395,8 +408,9 @@ TEST(LiveProcesses, AHandleStaysWithItsProcess) {
         while (true) pause();
     });
     if (outside.heard() != 1) GTEST_SKIP() << "the next process number cannot be chosen";
-    for (const uint64_t wanted : std::initializer_list<uint64_t>{
-             true, RESULT_NO_OBJECT, RESULT_NO_OBJECT, RESULT_NO_OBJECT, true, RESULT_SUCCESS, RESULT_SUCCESS}) {
+    for (const uint64_t wanted :
+         std::initializer_list<uint64_t>{true, RESULT_NO_OBJECT, RESULT_NO_OBJECT, RESULT_NO_OBJECT, true,
+                                         RESULT_SUCCESS, false, RESULT_SUCCESS, SIGKILL, RESULT_SUCCESS}) {
         EXPECT_EQ(outside.heard(), static_cast<int64_t>(wanted));
     }
 }

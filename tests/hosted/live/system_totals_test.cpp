@@ -22,6 +22,7 @@
 #include "hosted/live/drivers.h"
 #include "hosted/live/handles.h"
 #include "hosted/live/isrs.h"
+#include "hosted/live/process_table.h"
 #include "hosted/live/register_table.h"
 #include "hosted/live/sockets.h"
 #include "hosted/live/system_registry.h"
@@ -259,7 +260,7 @@ TEST(LiveSystem, FewDescriptors) {
     }
 }
 
-// Without free descriptors a read fails. It does not report an empty result.
+// Without free descriptors a read fails, and so does a list that breaks off. Neither reports an empty result.
 TEST(LiveSystem, FailsWithoutDescriptors) {
     const file_roots roots;
     memory_map memory(roots);
@@ -282,20 +283,30 @@ TEST(LiveSystem, FailsWithoutDescriptors) {
     };
     const pid_t child = fork();
     if (child == 0) {
-        sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                               BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 1),
-                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EMFILE),
-                               BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-        const sock_fprog filter = {std::size(steps), steps};
-        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-        int missed = prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0 ? 0 : 1;
-        for (const auto &read : reads) {
+        const auto refuse = [](uint32_t system_call, uint32_t error) {
+            sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                   BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, system_call, 0, 1),
+                                   BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+                                   BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+            const sock_fprog filter = {std::size(steps), steps};
+            prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+            return prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+        };
+        int missed = refuse(SYS_getdents64, EIO) ? 0 : 1;
+        uint64_t result = RESULT_SUCCESS;
+        process_table().walk_all(result);
+        missed += result == RESULT_SUCCESS;
+        const auto succeeds = [](const std::function<void()> &read) {
             try {
                 read();
-                ++missed;
+                return true;
             } catch (const system_failure &) {
+                return false;
             }
-        }
+        };
+        missed += succeeds([&] { registry.list("kernel/vm"); });
+        missed += refuse(SYS_openat, EMFILE) ? 0 : 1;
+        for (const auto &read : reads) missed += succeeds(read);
         _exit(missed);
     }
     int status = 0;
