@@ -31,6 +31,7 @@ NICE = os.nice(0)
 OTHER_USER, FIRST_USER = 65534, 20000  # of the unprivileged runs, of the storm
 KINDS = 16
 LOWEST = 300  # the storm's numbers are above it, where it has numbers of its own
+RESERVED = 200  # the number that passes from one process to the next while a run is held
 MAKERS, PACE, LEAST_RATE = 2, 300, 200  # processes a second: that each maker starts, that all must reach
 MANY = 60000  # mappings
 BOUND = 20  # seconds that a run may take
@@ -41,9 +42,12 @@ THREAD = 1 << 32  # handle of a thread: this + its number
 libc = ctypes.CDLL(None)
 libc.mmap.argtypes = [ctypes.c_void_p, ctypes.c_size_t, ctypes.c_int, ctypes.c_int, ctypes.c_int, ctypes.c_long]
 libc.mmap.restype = ctypes.c_void_p
+libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
 libc.mprotect.argtypes = [ctypes.c_void_p, ctypes.c_size_t, ctypes.c_int]
 PRIVATE_ANONYMOUS, JUST_THERE = 0x22, 0x100000  # of mappings
 OWN_MOUNTS, OWN_NUMBERS = 0x20000, 0x20000000  # of namespaces
+TRACE_ME, TRACE_CALLS, TRACE_DETACH, TRACE_OPTIONS, TRACE_CALL_INFO = 0, 24, 17, 0x4200, 0x420E
+OPEN_PROCESS = 434  # the system call that takes hold of a process, on every architecture
 
 
 def end_with_parent():
@@ -121,13 +125,15 @@ def number(cell):
 class Run:
     """One run of a command, and what it showed."""
 
-    def __init__(self, executable, words, other=False, hidden=False, pauses=()):
+    def __init__(self, executable, words, other=False, hidden=False, pauses=(), before_acting=None):
         def prepare():
             if hidden and not (libc.unshare(OWN_MOUNTS) == 0 and mount_own_proc(b"hidepid=2")):
                 os._exit(98)
             if other and ROOT:
                 become(OTHER_USER)
             end_with_parent()
+            if before_acting:
+                libc.ptrace(TRACE_ME, 0, None, None)
 
         self.words, self.sees = words, not hidden
         self.foreign = other and ROOT  # may see less of root's processes
@@ -137,6 +143,9 @@ class Run:
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE, preexec_fn=prepare,
                                    env={"VENTIX_MACHINE": "live", "ASAN_OPTIONS": "exitcode=99"})
         self.id = process.pid
+        if before_acting and self.stops_before_acting():
+            before_acting()
+            libc.ptrace(TRACE_DETACH, self.id, None, None)
         for pause in pauses:
             time.sleep(pause)
             process.send_signal(signal.SIGSTOP)
@@ -149,6 +158,17 @@ class Run:
             texts = process.communicate()[0], b"it did not end"
         self.out, self.err = (text.decode(errors="replace") for text in texts)
         self.status = process.returncode
+
+    def stops_before_acting(self):
+        """Stops the run where it takes hold of a process; false where it ends without."""
+        call = ctypes.create_string_buffer(88)  # byte 0: 1 at the beginning of a call; from byte 24: its number
+        while os.WIFSTOPPED(os.waitpid(self.id, 0)[1]):
+            libc.ptrace(TRACE_OPTIONS, self.id, None, 1)  # the stops of calls are marked
+            libc.ptrace(TRACE_CALL_INFO, self.id, len(call), call)
+            if call[0] == b"\1" and struct.unpack_from("Q", call, 24)[0] == OPEN_PROCESS:
+                return True
+            libc.ptrace(TRACE_CALLS, self.id, None, None)
+        return False
 
     def check_end(self, may_refuse):
         said = self.err
@@ -328,6 +348,37 @@ class Storm:
         self.everyone[self.children[-1].id] = (name, user)
         return self.children[-1].await_stat(f"({name}) ").id
 
+    def take_number(self, name):
+        """A child whose number is one that the makers leave alone."""
+        while True:
+            with open("/proc/sys/kernel/ns_last_pid", "w") as last:
+                last.write(str(RESERVED - 1))
+            child = Child(take_name, name).await_stat(f"({name}) ")
+            if child.id == RESERVED:
+                return child
+            child.end()  # a maker has set the last number in between
+
+    def pass_number_on(self, turn, executable):
+        """A run finds a process by its name, and is held until another one has the number: in the same hundredth of a
+        second under another name, or later under the same."""
+        first, nexts = self.take_number("passes"), []
+
+        def pass_on():
+            first.end()
+            time.sleep(turn % 2 * 0.02)
+            nexts.append(self.take_number("passes" if turn % 2 else "takes"))
+
+        def check(run):
+            if not nexts:
+                first.end()
+                raise Wrong("was not held before it acted")
+            need(nexts[0].end(), "acts on the next process of a number")
+            need((run.err, run.status) == ("raiseexc: passes: failed to raise exception (0x0002).\n", 1),
+                 f"says: {run.err}, status {run.status}")
+
+        words = ["raiseexc", "-p", str(FIRST_SIGNAL), "SIGNAL", "passes"]
+        self.tally.judge(Run(executable, words, before_acting=pass_on), check)
+
     def count(self):
         return sum(struct.unpack_from(f"{MAKERS}Q", self.started))
 
@@ -335,6 +386,9 @@ class Storm:
         return self.started[8 * MAKERS:]
 
     def run(self, turn, command, executable):
+        if command == "pass on":
+            self.pass_number_on(turn, executable)
+            return
         keeper = self.keepers[turn // 6 % len(self.keepers)]
         name, user = self.everyone[keeper]
         other, by_number = turn % 2 == 1, self.own_numbers and turn // 2 % 3 != 0
@@ -431,7 +485,7 @@ def storm(executables, own_numbers, runs):
     around = Storm(tally, own_numbers)
     try:
         begin, before = time.monotonic(), around.count()
-        commands = ("task", "threads", "tview", "lsisr", *["raiseexc"] * (4 if own_numbers else 0))
+        commands = ("task", "threads", "tview", "lsisr", *(["raiseexc"] * 3 + ["pass on"] if own_numbers else []))
         for i in range(runs):
             turn, command = i // len(commands), commands[i % len(commands)]
             sanitized = turn % 11 == 10
