@@ -32,16 +32,16 @@ public:
     static std::unique_ptr<guest> attach(const char *path, std::string &message);
 
     // Makes one kernel call and stores its outputs.
-    //   who  out: what the call leads to beyond its result
+    //   who  out: its fate, and whether a fault replaced it
     uint64_t call(hosted::call which, std::span<const argument> arguments, caller &who);
 
-    // What a message to a port is about to begin at the registry; nothing for any other message.
+    // The registry request that a message to a port begins; nothing for any other message.
     std::optional<request_subject> subject_of(uint64_t port, const kernel_message &message);
 
     // The handle that the calling thread's last message was sent to.
     uint64_t addressed() const;
 
-    // The part of the shared memory that this task serves in, all zeroes when it is first taken; empty where the
+    // Returns this task's slice of the shared memory, which is all zeroes when it is first taken; empty where the
     // machine has none left.
     std::span<std::byte> take_slice();
 

@@ -1,8 +1,8 @@
-// hosted/wire/host.h - the machine's side of a running machine: the socket, a thread for each connection, and the end.
+// hosted/wire/host.h - the machine's side of the wire: the socket, and a thread for each connection.
 //
-// One thread of the machine serves each attached thread: it makes the kernel calls that arrive, and a call that waits
-// waits in it. The thread that calls serve() accepts connections and notices processes that end. No socket is touched
-// with the kernel's lock held.
+// One thread of the machine serves each attached thread: it makes the kernel calls that arrive, and blocks in those
+// that wait. The thread that calls serve() accepts connections and notices processes that end. No thread touches a
+// socket while it holds the kernel's lock.
 #pragma once
 
 #include <sys/types.h>
@@ -20,7 +20,7 @@
 
 namespace hosted::wire {
 
-// What a running machine holds, for whoever looks for leaks.
+// What a running machine holds, to find leaks.
 struct machine_counts {
     size_t tasks = 0, connections = 0, handles = 0, blocks = 0, descriptors = 0;
 };
@@ -47,8 +47,8 @@ public:
     //   message  out, on failure
     bool serve(pid_t command, int &status, std::string &message);
 
-    // Closes all connections and waits until their threads have left. The machine is saved at the end of the run, with
-    // all that was answered; the socket is removed with this object.
+    // Closes all connections, and returns when none is left. The machine is saved later, at the end of the run, with
+    // the effect of every call that was answered; the destructor removes the socket.
     void close();
 
     machine_counts counts();

@@ -1,4 +1,4 @@
-// hosted/wire/running_machine.cpp - the objects of attached tasks beside the described ones.
+// hosted/wire/running_machine.cpp - attached tasks: their life, their figures, and their slices of memory.
 #include "hosted/wire/running_machine.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@ thread_local uint64_t served_task = 0;
 running_machine::running_machine(std::unique_ptr<machine> inner, const fault_list &faults, int memory)
     : inner_(std::move(inner)), faults_(faults), inner_start_(inner_->start()), slices_(SLICES), memory_(memory) {}
 
-// The machine's tick goes on in real time from where its file begins.
+// The tick starts at the file's value and runs in real time.
 machine_start running_machine::start() {
     const uint64_t now = milliseconds_of(CLOCK_BOOTTIME);
     machine_start made;

@@ -13,9 +13,9 @@ namespace hosted::wire {
 
 namespace {
 
-constexpr uint64_t QUICK = 80'000;  // nanoseconds: after a wait that took no longer, the next one may be as short
-constexpr uint64_t SPIN = 50'000;   // as long as it takes a peer to wake up, who spins in turn from then on
-constexpr uint32_t PAUSE = 256;     // waits without spinning after one that was in vain: the processors are busy
+constexpr uint64_t QUICK = 80'000;  // nanoseconds: after a wait this short, the next one polls
+constexpr uint64_t SPIN = 50'000;   // nanoseconds: longer than a peer takes to wake up
+constexpr uint32_t PAUSE = 256;     // waits without polling after one that polled in vain: the processors are busy
 
 uint64_t nanoseconds() { return nanoseconds_of(CLOCK_MONOTONIC); }
 

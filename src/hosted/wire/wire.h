@@ -1,8 +1,8 @@
-// hosted/wire/wire.h - what a running machine and the processes attached to it send each other.
+// hosted/wire/wire.h - the packets between a running machine and the processes attached to it.
 //
 // The socket is of type SOCK_SEQPACKET. The process sends a hello and gets one with the descriptor of the shared
-// memory. After that each of its packets is a request, and each gets one answer. Both sides are built for one
-// processor, so the records are sent as they lie in memory.
+// memory. Each later packet of the process is a request, and gets one answer. Both sides run on the same processor, so
+// records are sent with their layout in memory.
 #pragma once
 
 #include <sys/types.h>
@@ -19,7 +19,7 @@ inline constexpr uint32_t MAGIC = 0x4D58'5456;  // "VTXM"
 inline constexpr uint16_t MAJOR = 1;            // both sides must have the same
 inline constexpr uint16_t MINOR = 0;
 
-// The shared memory lies at one address in every process, so that addresses in it can be sent around. The machine
+// The shared memory has the same address in every process, so addresses in it are valid in all of them. The machine
 // allocates in its first part; the rest is divided into slices for processes that serve.
 inline constexpr uint64_t ARENA_ADDRESS = arena::USUAL_ADDRESS;
 inline constexpr uint64_t MACHINE_PART = uint64_t{4} << 30;
@@ -83,7 +83,7 @@ struct answer {
 };
 static_assert(sizeof(answer) == 56);
 
-// Sends one packet, and waits where the peer has not read earlier ones. Returns 0, or an errno; never raises SIGPIPE.
+// Sends one packet; blocks while the peer leaves too many unread. Returns 0, or an errno; never raises SIGPIPE.
 int send_packet(int socket, const void *packet, size_t size);
 
 // Waits for packets on one socket. Where the last one came soon, it polls for the next one for some microseconds before
