@@ -24,7 +24,6 @@ endforeach()
 install(DIRECTORY ${links}/ DESTINATION lib/ventix/bin COMPONENT runtime)
 
 install(DIRECTORY machines DESTINATION ${CMAKE_INSTALL_DATADIR}/ventix COMPONENT runtime)
-install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime FILES_MATCHING PATTERN *.md
     PATTERN *.json PATTERN man EXCLUDE)
 foreach(component_and_folder runtime:ventix development:libventix-dev)
