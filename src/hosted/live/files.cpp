@@ -73,6 +73,11 @@ std::string read_table(const std::string &path) {
     return text;
 }
 
+void for_each_line(const std::string &path, std::span<char> buffer, const std::function<void(std::string_view)> &take) {
+    const int error = open_and(path, [&](int file) { return read_lines(file, buffer, take); });
+    if (error != 0 && !may_be_absent(error)) throw system_failure(path, error);
+}
+
 uint32_t error_word(int error) {
     switch (error) {
     case EPERM:

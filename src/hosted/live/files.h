@@ -7,7 +7,10 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstddef>
+#include <cstring>
+#include <functional>
 #include <new>
 #include <span>
 #include <string>
@@ -47,6 +50,28 @@ int read_file(const std::string &path, std::string &text);
 // is thrown.
 std::string_view read_table(const std::string &path, std::span<char> buffer);
 std::string read_table(const std::string &path);
+
+// Passes each line of such a table to take().
+void for_each_line(const std::string &path, std::span<char> buffer, const std::function<void(std::string_view)> &take);
+
+// Reads a file of lines, of any length, and calls take(line) for each, without its line feed. A line longer than the
+// buffer comes in pieces. Returns 0 or the error number.
+template <class Take> int read_lines(int file, std::span<char> buffer, Take take) {
+    size_t kept = 0;  // bytes of a line that is not complete yet
+    while (true) {
+        const ssize_t got = read_part(file, buffer.subspan(kept));
+        if (got < 0) return errno;
+        std::string_view text(buffer.data(), kept + static_cast<size_t>(got));
+        for (size_t end; (end = text.find('\n')) != text.npos; text.remove_prefix(end + 1)) take(text.substr(0, end));
+        if (!text.empty() && (got == 0 || text.size() == buffer.size())) {
+            take(text);
+            text.remove_prefix(text.size());
+        }
+        if (got == 0) return 0;
+        kept = text.size();
+        std::memmove(buffer.data(), text.data(), kept);
+    }
+}
 
 // The error word of a request that failed with a system error number: RESULT_NOT_PERMITTED, IOERROR_NOT_FOUND, else
 // SYSVCERR_SYSTEM + the number.

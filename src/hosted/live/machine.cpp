@@ -76,6 +76,8 @@ private:
 
 class live_machine : public machine, private server_source, private terminal_source {
 public:
+    explicit live_machine(bool own_amounts) : memory_(roots_, own_amounts) {}
+
     machine_start start() override {
         return {.task = static_cast<uint64_t>(processes_.root().self),
                 .first_handle = KERNEL_HANDLES.first,
@@ -131,7 +133,7 @@ private:
     file_roots roots_;
     process_table processes_{roots_.proc};
     map_table maps_{processes_.root()};
-    live::memory_map memory_{roots_};
+    live::memory_map memory_;
     interrupt_table interrupts_{roots_};
     isr_table isrs_{processes_.root(), interrupts_};
     totals totals_{roots_, memory_, interrupts_};
@@ -251,26 +253,24 @@ std::unique_ptr<server> live_machine::make_device(kernel &owner, std::string_vie
 constexpr size_t DESCRIPTORS_NEEDED = 7;
 
 // Without its process file system nothing is known of a system, and every figure would read 0. Mounted for processes
-// alone, it has none of its files about the system. One that every kernel has is asked for first, so that one call is
-// enough; where something else is mounted over that file, its directory decides.
+// alone, it has none of its files about the system. The file of the memory's amounts is asked for first, so that one
+// call is enough; where something else is mounted over it, another file that every kernel has and the directory decide.
 std::unique_ptr<machine> make_live_machine(std::string &message) {
     if (!live::can_open(DESCRIPTORS_NEEDED)) {
         message = "live: fewer than " + std::to_string(DESCRIPTORS_NEEDED) + " file descriptors are left";
         return nullptr;
     }
     const live::file_roots roots;
-    const std::string always_there = roots.proc + "/version";
+    if (live::memory_map::is_of_kernel(roots)) return std::make_unique<live::live_machine>(true);
     struct statfs mounted {};
-    const auto is_proc = [&mounted] { return mounted.f_type == PROC_SUPER_MAGIC; };
-    if (statfs(always_there.c_str(), &mounted) == 0 && is_proc()) return std::make_unique<live::live_machine>();
     if (statfs(roots.proc.c_str(), &mounted) != 0) {
         message = roots.proc + ": " + std::strerror(errno);
-    } else if (!is_proc()) {
+    } else if (mounted.f_type != PROC_SUPER_MAGIC) {
         message = roots.proc + ": not the process file system";
-    } else if (access(always_there.c_str(), F_OK) != 0) {
+    } else if (access((roots.proc + "/version").c_str(), F_OK) != 0) {
         message = roots.proc + ": mounted without the files about the system (subset=pid)";
     } else {
-        return std::make_unique<live::live_machine>();
+        return std::make_unique<live::live_machine>(false);
     }
     return nullptr;
 }

@@ -13,6 +13,7 @@
 #include <array>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "hosted/kernel/indexed_walk.h"
 #include "hosted/live/handles.h"
@@ -115,15 +116,17 @@ const memory_account &memory_map::account() {
     return *account_;
 }
 
+bool memory_map::is_of_kernel(const file_roots &roots) {
+    struct statfs mounted {};
+    return statfs((roots.proc + "/meminfo").c_str(), &mounted) == 0 && mounted.f_type == PROC_SUPER_MAGIC;
+}
+
 // A system call returns the same amounts at a fraction of what the text costs. Where a file of another system is
 // mounted over the text, as containers have it, that file counts.
 const memory_amounts &memory_map::amounts() {
     if (!amounts_) {
-        struct statfs mounted {};
         struct sysinfo now {};
-        const bool own = statfs((roots_.proc + "/meminfo").c_str(), &mounted) == 0 &&
-                         mounted.f_type == PROC_SUPER_MAGIC && sysinfo(&now) == 0;
-        if (own) {
+        if ((of_this_kernel_ || is_of_kernel(roots_)) && sysinfo(&now) == 0) {
             amounts_ = {uint64_t{now.totalram} * now.mem_unit, uint64_t{now.freeram} * now.mem_unit};
         } else {
             amounts_ = account();
@@ -134,38 +137,39 @@ const memory_amounts &memory_map::amounts() {
 
 // ---- zones ----------------------------------------------------------------------------------------------------------
 
-std::vector<memory_zone> parse_zones(std::string_view text) {
-    std::vector<memory_zone> zones;
-    memory_zone zone;
-    const auto finish = [&zones, &zone] {
-        const uint64_t most = std::numeric_limits<uint64_t>::max() / page_size();
-        const bool sane = zone.spanned != 0 && zone.spanned <= most && zone.first_page <= most - zone.spanned;
-        if (sane && zones.size() < CHUNK_HANDLES.size()) {
-            zone.present = std::min(zone.present, zone.spanned);
-            zone.pages = std::min(zone.pages, zone.spanned);
-            zone.free = std::min(zone.free, zone.pages);
-            zones.push_back(zone);
-        }
-        zone = {};
-    };
-    for (scanner lines(text); !lines.done();) {
-        const std::string_view line = lines.line();
-        // Most lines are counters, indented by 6, or figures of a processor, indented by more than 8.
-        if (line.size() > 8 && line[5] == ' ' && (line[6] != ' ' || line[8] == ' ')) continue;
-        scanner scan(line);
-        std::string_view key = scan.word();
-        if (key == "Node") finish();
-        if (key == "pages") key = scan.word();  // "pages free", the first of a zone's figures
-        uint64_t *figure = nullptr;
-        if (key == "free") figure = &zone.free;
-        if (key == "spanned") figure = &zone.spanned;
-        if (key == "present") figure = &zone.present;
-        if (key == "managed") figure = &zone.pages;
-        if (key == "start_pfn:") figure = &zone.first_page;
-        if (figure != nullptr) *figure = scan.decimal().value_or(0);
+void zone_parser::take(std::string_view line) {
+    // Each figure follows one of these; column 8 tells most lines apart.
+    static constexpr struct {
+        std::string_view key;
+        uint64_t memory_zone::*figure;
+    } figures[] = {{"  pages free", &memory_zone::free},
+                   {"        spanned", &memory_zone::spanned},
+                   {"        present", &memory_zone::present},
+                   {"        managed", &memory_zone::pages},
+                   {"  start_pfn:", &memory_zone::first_page}};
+    if (line.starts_with('N')) end_zone();  // "Node 0, zone   Normal" begins the next one
+    if (line.size() <= 8) return;
+    for (const auto &[key, figure] : figures) {
+        if (line[8] == key[8] && line.starts_with(key))
+            zone_.*figure = scanner(line.substr(key.size())).decimal().value_or(0);
     }
-    finish();
-    return zones;
+}
+
+void zone_parser::end_zone() {
+    const uint64_t most = std::numeric_limits<uint64_t>::max() / page_size();
+    const bool sane = zone_.spanned != 0 && zone_.spanned <= most && zone_.first_page <= most - zone_.spanned;
+    if (sane && zones_.size() < CHUNK_HANDLES.size()) {
+        zone_.present = std::min(zone_.present, zone_.spanned);
+        zone_.pages = std::min(zone_.pages, zone_.spanned);
+        zone_.free = std::min(zone_.free, zone_.pages);
+        zones_.push_back(zone_);
+    }
+    zone_ = {};
+}
+
+std::vector<memory_zone> zone_parser::end() {
+    end_zone();
+    return std::move(zones_);
 }
 
 void add_uninitialised(std::span<memory_zone> zones, uint64_t total_pages, uint64_t free_pages) {
@@ -188,7 +192,10 @@ void add_uninitialised(std::span<memory_zone> zones, uint64_t total_pages, uint6
 
 std::span<const memory_zone> memory_map::zones() {
     if (!zones_) {
-        auto zones = parse_zones(read_table(roots_.proc + "/zoneinfo"));
+        std::array<char, 6144> buffer;  // no larger: a read costs less than touching another page of the stack
+        zone_parser parser;
+        for_each_line(roots_.proc + "/zoneinfo", buffer, [&parser](std::string_view line) { parser.take(line); });
+        auto zones = parser.end();
         add_uninitialised(zones, amounts().total / page_size(), amounts().free / page_size());
         zones_ = std::move(zones);
     }

@@ -38,8 +38,18 @@ struct memory_zone {
     uint64_t free = 0;        // of those
 };
 
-// The memory zones of a text like /proc/zoneinfo, without those that have no page.
-std::vector<memory_zone> parse_zones(std::string_view text);
+// Collects the memory zones from the lines of a text like /proc/zoneinfo, without those that have no page.
+class zone_parser {
+public:
+    void take(std::string_view line);
+    std::vector<memory_zone> end();  // after the last line
+
+private:
+    void end_zone();
+
+    std::vector<memory_zone> zones_;
+    memory_zone zone_;  // whose lines come now
+};
 
 // Adds to zones what an account has beyond their sum: memory that the kernel counts but has not initialised yet. It
 // goes to the zones in which most memory is not the allocator's, up to all of it. Zones that hold the whole total are
@@ -71,7 +81,12 @@ std::vector<address_range> parse_kernel_segments(std::string_view image);
 // The amounts of memory, the chunks and the spaces. Each is read when first asked for, and stays for the run.
 class memory_map {
 public:
-    explicit memory_map(const file_roots &roots) : roots_(roots) {}
+    // of_this_kernel  what is_of_kernel() returned; false where it was not asked yet
+    explicit memory_map(const file_roots &roots, bool of_this_kernel = false)
+        : roots_(roots), of_this_kernel_(of_this_kernel) {}
+
+    // Whether the text of the memory's amounts is the kernel's own, not a file that is mounted over it.
+    static bool is_of_kernel(const file_roots &roots);
 
     const memory_account &account();
     const memory_amounts &amounts();
@@ -88,6 +103,7 @@ private:
     std::unique_ptr<walk> walk_range(uint64_t first, size_t count);
 
     const file_roots &roots_;
+    bool of_this_kernel_;
     std::optional<memory_account> account_;
     std::optional<memory_amounts> amounts_;
     std::optional<std::vector<memory_zone>> zones_;

@@ -40,26 +40,12 @@ public:
     //   text  out: as of read()
     int read_link(int directory, const char *path, std::string_view &text);
 
-    // Reads a file of lines, of any length, and calls take(line) for each, without its line feed. A line longer than
-    // the buffer comes in pieces.
+    // Calls take(line) for each line of a file, as read_lines() does.
     template <class Take> int lines(int directory, const char *path, Take take) {
         const descriptor file = open_file(directory, path);
         if (!file) return errno;
-        size_t kept = 0;  // bytes of a line that is not complete yet
-        while (true) {
-            const ssize_t got = read_some(file.get(), kept);
-            if (got < 0) return errno;
-            const std::string_view text(buffer_.get(), kept + static_cast<size_t>(got));
-            size_t begin = 0;
-            for (size_t feed; (feed = text.find('\n', begin)) != text.npos; begin = feed + 1) {
-                take(text.substr(begin, feed - begin));
-            }
-            if (begin == 0 && (got == 0 || text.size() == capacity_)) begin = text.size();
-            if (begin == text.size() && !text.empty() && text.back() != '\n') take(text);
-            if (got == 0) return 0;
-            kept = text.size() - begin;
-            std::memmove(buffer_.get(), text.data() + begin, kept);
-        }
+        if (!buffer_) grow();
+        return read_lines(file.get(), {buffer_.get(), capacity_}, take);
     }
 
     // Reads the entries of a directory that are numbers, in the directory's order.

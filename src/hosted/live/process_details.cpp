@@ -332,6 +332,14 @@ template <const char *path> node_pointer path_key(process_view &of) {
     return of.key(&proc_reader::read_link, path, [](std::string_view target) { return text_key(target); });
 }
 
+enum class owner : uint8_t { user, group };
+template <owner Which> node_pointer owner_key(process_view &of) {
+    return of.process_key([](process &one, const stat_record &) {
+        uint32_t user = 0, group = 0;
+        return one.owner(user, group) ? number_key(Which == owner::user ? user : group) : hidden_key();
+    });
+}
+
 constexpr char EXECUTABLE[] = "exe", DIRECTORY[] = "cwd";
 
 constexpr table_entry<process_view> PROCESS[] = {
@@ -339,13 +347,7 @@ constexpr table_entry<process_view> PROCESS[] = {
     {"command", command},
     {"directory", path_key<DIRECTORY>},
     {"executable", path_key<EXECUTABLE>},
-    {"group",
-     [](process_view &of) {
-         return of.process_key([](process &one, const stat_record &) {
-             uint32_t user = 0, group = 0;
-             return one.owner(user, group) ? number_key(group) : hidden_key();
-         });
-     }},
+    {"group", owner_key<owner::group>},
     {"limit", visible_directory<limits>},
     {"map", maps_directory},
     {"open", open_directory},
@@ -360,13 +362,7 @@ constexpr table_entry<process_view> PROCESS[] = {
              [&of](process &, const stat_record &stat) { return number_key(of.opener().seconds(stat.start_ticks)); });
      }},
     {"thread", visible_directory<thread_names>},
-    {"user",
-     [](process_view &of) {
-         return of.process_key([](process &one, const stat_record &) {
-             uint32_t user = 0, group = 0;
-             return one.owner(user, group) ? number_key(user) : hidden_key();
-         });
-     }},
+    {"user", owner_key<owner::user>},
 };
 
 class process_directory : private process_view, public table_directory<process_view> {

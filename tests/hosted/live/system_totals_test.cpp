@@ -217,7 +217,9 @@ TEST(LiveSystem, HostileTexts) {
             EXPECT_LE(account.free, account.total);
             EXPECT_LE(account.reclaim_used, account.reclaimable);
             EXPECT_LE(account.virtual_used, account.virtual_total);
-            for (const memory_zone &zone : parse_zones(text)) {
+            zone_parser zones;
+            for (scanner scan(text); !scan.done();) zones.take(scan.line());
+            for (const memory_zone &zone : zones.end()) {
                 EXPECT_LE(zone.free, zone.pages);
                 EXPECT_LE(zone.pages, zone.spanned);
                 EXPECT_LE(zone.spanned, ~uint64_t{0} / page_size() - zone.first_page);
