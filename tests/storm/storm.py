@@ -47,7 +47,7 @@ libc.mprotect.argtypes = [ctypes.c_void_p, ctypes.c_size_t, ctypes.c_int]
 PRIVATE_ANONYMOUS, JUST_THERE = 0x22, 0x100000  # of mappings
 OWN_MOUNTS, OWN_NUMBERS = 0x20000, 0x20000000  # of namespaces
 TRACE_ME, TRACE_CALLS, TRACE_DETACH, TRACE_OPTIONS, TRACE_CALL_INFO = 0, 24, 17, 0x4200, 0x420E
-OPEN_PROCESS = 434  # the system call that takes hold of a process, on every architecture
+OPEN_PROCESS, FORK_AS = 434, 435  # system calls, on every architecture: take hold of a process; fork
 
 
 def end_with_parent():
@@ -79,11 +79,22 @@ def level_of(kind):
     return min(NICE + kind % 4, 19)  # little enough for them to come to their end soon
 
 
-class Child:
-    """A process that runs a body and then waits until it is ended."""
+def fork(number):
+    """Forks, for a number as soon as that is free. The system's counter of numbers is the makers'."""
+    wanted = ctypes.c_int(number)
+    options = struct.pack("11Q", 0, 0, 0, 0, signal.SIGCHLD, 0, 0, 0, ctypes.addressof(wanted), 1, 0)
+    while (made := libc.syscall(FORK_AS, options, len(options))) < 0:
+        time.sleep(0.001)
+    return made
 
-    def __init__(self, body, *arguments):
-        self.id = os.fork()
+
+class Child:
+    """A process that runs a body and then waits until it is ended.
+
+    number: that it has to have; 0: any"""
+
+    def __init__(self, body, *arguments, number=0):
+        self.id = fork(number) if number else os.fork()
         if self.id == 0:
             try:
                 end_with_parent()
@@ -349,14 +360,7 @@ class Storm:
         return self.children[-1].await_stat(f"({name}) ").id
 
     def take_number(self, name):
-        """A child whose number is one that the makers leave alone."""
-        while True:
-            with open("/proc/sys/kernel/ns_last_pid", "w") as last:
-                last.write(str(RESERVED - 1))
-            child = Child(take_name, name).await_stat(f"({name}) ")
-            if child.id == RESERVED:
-                return child
-            child.end()  # a maker has set the last number in between
+        return Child(take_name, name, number=RESERVED).await_stat(f"({name}) ")
 
     def pass_number_on(self, turn, executable):
         """A run finds a process by its name, and is held until another one has the number: in the same hundredth of a
