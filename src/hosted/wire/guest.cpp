@@ -36,7 +36,8 @@ int receive_hello(int socket, wire::hello &received, descriptor &passed) {
     const auto size = retry_interrupted([&] { return recvmsg(socket, &message, MSG_CMSG_CLOEXEC); });
     if (size < 0) return errno;
     const cmsghdr *const header = CMSG_FIRSTHDR(&message);
-    if (header != nullptr && header->cmsg_type == SCM_RIGHTS && header->cmsg_len == CMSG_LEN(sizeof(int))) {
+    if (header != nullptr && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS &&
+        header->cmsg_len == CMSG_LEN(sizeof(int))) {
         int number = -1;
         std::memcpy(&number, CMSG_DATA(header), sizeof number);
         passed = descriptor(number);

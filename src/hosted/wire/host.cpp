@@ -22,6 +22,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -273,7 +274,8 @@ bool host::serve(pid_t command, int &status, std::string &message) {
     }
 }
 
-void host::accept_one() {
+// Where there is no memory for one more connection, it is closed, and the others go on.
+void host::accept_one() try {
     descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!socket) {
         // Out of descriptors or memory: what is served goes on, and some of it ends.
@@ -300,6 +302,7 @@ void host::accept_one() {
     if (taken) return;
     send_hello(*made, {.answer = verdict::full}, false);
     leave(std::move(made));
+} catch (const std::bad_alloc &) {
 }
 
 bool host::start_thread(const connection_pointer &made) {
@@ -307,7 +310,8 @@ bool host::start_thread(const connection_pointer &made) {
         host &owner;
         connection_pointer made;
     };
-    auto begun = std::make_unique<start>(start{*this, made});
+    std::unique_ptr<start> begun(new (std::nothrow) start{*this, made});
+    if (!begun) return false;
     const auto run = [](void *given) -> void * {
         const std::unique_ptr<start> mine(static_cast<start *>(given));
         mine->owner.serve_connection(*mine->made);
@@ -486,7 +490,9 @@ bool host::serve_other(connection &asked, service what, const request &given, an
     case service::control_terminal: {
         char buffer[TERM_LAYOUT_SIZE];
         std::memcpy(buffer, given.words + 2, sizeof buffer);
-        made.result = static_cast<uint64_t>(terminals.control_terminal(number, given.words[1], buffer));
+        const auto &own = asked.task->terminals;
+        const bool may_use = number == STDIN_FILENO || std::ranges::find(own, number) != own.end();
+        made.result = static_cast<uint64_t>(terminals.control_terminal(may_use ? number : -1, given.words[1], buffer));
         made.last_error = static_cast<uint64_t>(errno);
         std::memcpy(made.words, buffer, sizeof buffer);
         return true;
