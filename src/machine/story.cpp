@@ -196,6 +196,7 @@ class story {
 public:
     // Renders a line. One that shows that another run has begun on the log follows an empty line.
     std::string render(std::string_view line) {
+        if (line.ends_with('\r')) line.remove_suffix(1);
         size_t level = depth();
         std::string text(line);
         const auto made = parse_call(line);

@@ -64,6 +64,7 @@ public:
     scanner(document &into, std::string_view text) : document_(into), text_(text) {}
 
     void run() {
+        if (text_.size() > MOST_TEXT) fail("too long");
         if (text_.starts_with("\xEF\xBB\xBF")) at_ = 3;
         do {
             scan_value();
@@ -127,10 +128,11 @@ private:
 
     void scan_value() {
         skip_blanks();
-        node made;
-        made.at = static_cast<uint32_t>(at_);
-        made.key = key_;
-        made.end = static_cast<uint32_t>(document_.nodes_.size() + 1);
+        const auto number = static_cast<uint32_t>(document_.nodes_.size());
+        if (number == MOST_NODES) fail("too many values");
+        const size_t back = key_ == 0 ? 0 : std::min(at_ - key_, size_t{FAR});
+        if (back == FAR) document_.far_keys_.push_back({number, key_});
+        const node made{.at = at_ & MOST_TEXT, .end = (number + 1) & MOST_NODES, .key_back = back & FAR};
         key_ = 0;
         const char c = here();
         if (c == '"') {
@@ -139,7 +141,7 @@ private:
             scan_number();
         } else if (c == '{' || c == '[') {
             if (open_.size() == DEEPEST) fail("nested too deep");
-            open_.push_back(static_cast<uint32_t>(document_.nodes_.size()));
+            open_.push_back(number);
             ++at_;
         } else if (c == 't' || c == 'f') {
             scan_word(c == 't' ? "true" : "false");
@@ -175,7 +177,7 @@ private:
 
     void close() {
         ++at_;
-        document_.nodes_[open_.back()].end = static_cast<uint32_t>(document_.nodes_.size());
+        document_.nodes_[open_.back()].end = document_.nodes_.size() & MOST_NODES;
         open_.pop_back();
     }
 
@@ -307,8 +309,8 @@ void document::refuse_repeated_keys() const {
         if (first_of(nodes_[object]) != '{') continue;
         members.clear();
         repeated.clear();
-        for (uint32_t at = object + 1; at < nodes_[object].end; at = nodes_[at].end) members.push_back(at);
-        const auto key = [&](uint32_t member) { return key_of(nodes_[member]); };
+        for (uint32_t at = object + 1; at < end_of(object); at = end_of(at)) members.push_back(at);
+        const auto key = [&](uint32_t member) { return key_of(member); };
         std::sort(members.begin(), members.end(), [&](uint32_t a, uint32_t b) {
             const int order = key(a).compare(key(b));
             return order != 0 ? order < 0 : a < b;
@@ -332,6 +334,18 @@ std::string_view document::text_at(uint32_t opening_quote) const {
     return rest.substr(0, rest.find('"'));
 }
 
+uint32_t document::key_at(uint32_t value) const {
+    const auto &[at, end, key_back] = nodes_[value];
+    if (key_back == 0) return 0;
+    if (key_back != FAR) return static_cast<uint32_t>(at - key_back);
+    return std::ranges::lower_bound(far_keys_, value, {}, &far_key::value)->at;
+}
+
+std::string_view document::key_of(uint32_t value) const {
+    const uint32_t at = key_at(value);
+    return at == 0 ? std::string_view() : text_at(at);
+}
+
 bool document::suggests() const { return collects_ && findings_.size() < MOST_SUGGESTED; }
 
 bool document::record(const bad_value &bad) const {
@@ -352,17 +366,17 @@ std::vector<bad_value> document::take_findings() {
 std::string locator::path(uint32_t node) {
     const auto &nodes = document_.nodes_;
     // From the last path outwards and along until a value contains this one, then inwards.
-    while (!steps_.empty() && nodes[steps_.back().node].end <= node) {
+    while (!steps_.empty() && document_.end_of(steps_.back().node) <= node) {
         const uint32_t outer = steps_.size() == 1 ? 0 : steps_[steps_.size() - 2].node;
-        if (nodes[outer].end <= node) {
+        if (document_.end_of(outer) <= node) {
             steps_.pop_back();
         } else {
-            steps_.back() = {nodes[steps_.back().node].end, steps_.back().index + 1};
+            steps_.back() = {document_.end_of(steps_.back().node), steps_.back().index + 1};
         }
     }
     for (uint32_t here = steps_.empty() ? 0 : steps_.back().node; here != node; here = steps_.back().node) {
         step inner{here + 1, 0};
-        for (; nodes[inner.node].end <= node; ++inner.index) inner.node = nodes[inner.node].end;
+        for (; document_.end_of(inner.node) <= node; ++inner.index) inner.node = document_.end_of(inner.node);
         steps_.push_back(inner);
     }
 
@@ -377,15 +391,15 @@ std::string locator::path(uint32_t node) {
             shown += "[" + std::to_string(steps_[i].index) + "]";
         } else {
             if (!shown.empty()) shown += ".";
-            shown += shown_key(document_.key_of(nodes[steps_[i].node]));
+            shown += shown_key(document_.key_of(steps_[i].node));
         }
     }
     return shown;
 }
 
 std::string locator::position(uint32_t node) {
-    const auto &of = document_.nodes_[node];
-    const size_t offset = of.key != 0 ? of.key : of.at;
+    const size_t key = document_.key_at(node);
+    const size_t offset = key != 0 ? key : document_.nodes_[node].at;
     const auto text = document_.source_.substr(0, offset);
     for (size_t feed = text.find('\n', counted_to_); feed != text.npos; feed = text.find('\n', feed + 1)) {
         ++line_;
@@ -397,7 +411,7 @@ std::string locator::position(uint32_t node) {
 
 // ---- json_value -----------------------------------------------------------------------------------------------------
 
-std::string_view json_value::key() const { return document_->key_of(document_->nodes_[node_]); }
+std::string_view json_value::key() const { return document_->key_of(node_); }
 
 char json_value::first() const { return document_->first_of(document_->nodes_[node_]); }
 
@@ -449,17 +463,17 @@ std::string json_value::hex() const {
 
 json_value::range json_value::items() const {
     if (!is_list()) wrong("expected a list");
-    return {{*document_, node_ + 1}, {*document_, document_->nodes_[node_].end}};
+    return {{*document_, node_ + 1}, {*document_, document_->end_of(node_)}};
 }
 
 json_value::range json_value::members() const {
     if (!is_object()) wrong("expected an object");
-    return {{*document_, node_ + 1}, {*document_, document_->nodes_[node_].end}};
+    return {{*document_, node_ + 1}, {*document_, document_->end_of(node_)}};
 }
 
 uint32_t json_value::count() const {
     uint32_t count = 0;
-    for (uint32_t at = node_ + 1; at < document_->nodes_[node_].end; at = document_->nodes_[at].end) ++count;
+    for (uint32_t at = node_ + 1; at < document_->end_of(node_); at = document_->end_of(at)) ++count;
     return count;
 }
 
@@ -490,7 +504,7 @@ void json_value::unknown(std::string_view what, std::string_view word, std::span
 }
 
 json_value::iterator &json_value::iterator::operator++() {
-    node_ = document_->nodes_[node_].end;
+    node_ = document_->end_of(node_);
     return *this;
 }
 

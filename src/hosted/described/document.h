@@ -1,6 +1,6 @@
 // hosted/described/document.h - the values of a machine file in the order of the file.
 //
-// A document holds 12 bytes for each value and reads everything else from the file's text on demand. The values are one
+// A document holds 8 bytes for each value and reads everything else from the file's text on demand. The values are one
 // array, each followed by its contents, so that neither reading nor releasing a file recurses, however deep it nests.
 #pragma once
 
@@ -105,9 +105,19 @@ private:
     class scanner;
 
     struct node {
-        uint32_t at = 0;   // offset in the text
-        uint32_t key = 0;  // offset of its opening quote; 0: none
-        uint32_t end = 0;  // index after the last node inside
+        uint64_t at : 30;       // offset in the text
+        uint64_t end : 29;      // index after the last node inside
+        uint64_t key_back : 5;  // bytes from here back to the opening quote of its key; 0: none; FAR: see far_keys_
+    };
+    static constexpr uint32_t MOST_TEXT = (1U << 30) - 1;  // bytes
+    static constexpr uint32_t MOST_NODES = (1U << 29) - 1;
+    static constexpr uint32_t FAR = (1U << 5) - 1;
+    static_assert(sizeof(node) == 8);
+
+    // The key of a value that is FAR from it.
+    struct far_key {
+        uint32_t value;  // its node
+        uint32_t at;     // offset of its opening quote
     };
 
     // A text with escapes, and its content.
@@ -119,13 +129,16 @@ private:
     char first_of(const node &from) const { return source_[from.at]; }  // shows what the value is
     bool suggests() const;  // whether an unknown word comes with the nearest known one
     std::string_view text_at(uint32_t opening_quote) const;
-    std::string_view text_of(const node &from) const { return text_at(from.at); }
-    std::string_view key_of(const node &from) const { return from.key == 0 ? "" : text_at(from.key); }
+    std::string_view text_of(const node &from) const { return text_at(static_cast<uint32_t>(from.at)); }
+    uint32_t key_at(uint32_t value) const;  // offset of its opening quote; 0: none
+    std::string_view key_of(uint32_t value) const;
+    uint32_t end_of(uint32_t value) const { return static_cast<uint32_t>(nodes_[value].end); }
     void refuse_repeated_keys() const;
 
     std::string_view source_;
     std::vector<node> nodes_;
-    std::vector<decoded> decoded_;  // in the order of the source
+    std::vector<far_key> far_keys_;  // in the order of the nodes
+    std::vector<decoded> decoded_;   // in the order of the source
     size_t failed_at_ = 0;
     const bool collects_;
     mutable std::vector<bad_value> findings_;

@@ -197,6 +197,7 @@ bool replace_file(const std::string &path, std::string_view text, std::string &m
     int error = write_all(file.get(), text);
     if (error == 0 && access == file_access::inherited)
         error = pass_on_access(file.get(), replaces ? &target : nullptr);
+    if (error == 0 && access == file_access::owner_only && fchmod(file.get(), PRIVATE_FILE) != 0) error = errno;
     if (error == 0) error = sync(file.get());
     if (const int failed = file.close(); error == 0) error = failed;
     if (error == 0 && renameat(folder.get(), beside.c_str(), folder.get(), name.c_str()) != 0) error = errno;
