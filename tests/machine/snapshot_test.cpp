@@ -236,6 +236,7 @@ size_t count_of(const std::string &text, const std::string &part) {
 
 TEST(Snapshot, RedactionLeavesNoTextOfTheSystem) {
     const own_child child = quiet_child();
+    await_state(child.id(), "S");
     const scratch_directory directory;
     ASSERT_EQ(snapshot("--maps -o plain.json", directory.path()).status, 0);
     ASSERT_EQ(snapshot("--maps --redact -o redacted.json", directory.path()).status, 0);
