@@ -2,9 +2,6 @@
 // system calls alone.
 #include "hosted/live/host_services.h"
 
-#include <linux/inet_diag.h>
-#include <linux/netlink.h>
-#include <linux/sock_diag.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/ioctl.h>
@@ -17,6 +14,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "hosted/live/socket_diagnosis.h"
 #include "hosted/live/sockets.h"
 #include "hosted/live/texts.h"
 #include "platform/protocol/device.h"
@@ -24,8 +22,6 @@
 namespace hosted::live {
 
 namespace {
-
-constexpr uint8_t TCP_LISTEN = 10;  // the state of a socket that listens
 
 void answer(service_call &call, size_t result, std::string_view text) {
     std::string shown(text);
@@ -104,64 +100,6 @@ uint32_t call_address(const file_roots &, service_call &call) {
     return 0;
 }
 
-// A record of a fixed layout at the front of a message, taken off it; nothing where the message is too short.
-template <class Record> std::optional<Record> take_record(std::string_view &message) {
-    Record record;
-    if (message.size() < sizeof record) return std::nullopt;
-    std::memcpy(&record, message.data(), sizeof record);
-    message.remove_prefix(sizeof record);
-    return record;
-}
-
-size_t aligned(size_t size) { return (size + 3) & ~size_t{3}; }  // as records and attributes follow one another
-
-// Whether a socket of the diagnosis is at the unspecified address and this port, and for IPv6 alone.
-bool is_v6_only(std::string_view message, uint16_t port) {
-    constexpr in6_addr unspecified{};
-    const auto found = take_record<inet_diag_msg>(message);
-    if (!found || found->id.idiag_sport != port ||
-        std::memcmp(found->id.idiag_src, &unspecified, sizeof unspecified) != 0)
-        return false;
-    while (const auto attribute = take_record<nlattr>(message)) {
-        const size_t size = attribute->nla_len - std::min<size_t>(attribute->nla_len, sizeof *attribute);
-        if (attribute->nla_type == INET_DIAG_SKV6ONLY) return size == 1 && !message.empty() && message[0] != 0;
-        message.remove_prefix(std::min(aligned(size), message.size()));
-    }
-    return false;
-}
-
-// How many sockets listen at the unspecified IPv6 address and this port (in network byte order) for IPv6 alone; 0 where
-// the system does not say. Only its socket diagnosis does; its table of sockets does not.
-uint64_t count_v6_only(uint16_t port) {
-    const descriptor diagnosis(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_SOCK_DIAG));
-    struct {
-        nlmsghdr header;
-        inet_diag_req_v2 wanted;
-    } request{};
-    request.header.nlmsg_len = sizeof request;
-    request.header.nlmsg_type = SOCK_DIAG_BY_FAMILY;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    request.wanted.sdiag_family = AF_INET6;
-    request.wanted.sdiag_protocol = IPPROTO_TCP;
-    request.wanted.idiag_states = 1U << TCP_LISTEN;
-    if (!diagnosis || write_all(diagnosis.get(), {reinterpret_cast<const char *>(&request), sizeof request}) != 0)
-        return 0;
-
-    uint64_t sockets = 0;
-    std::array<char, 32768> buffer;
-    while (true) {
-        const ssize_t got = read_part(diagnosis.get(), buffer);
-        if (got <= 0) return sockets;
-        std::string_view messages(buffer.data(), static_cast<size_t>(got));
-        while (const auto header = take_record<nlmsghdr>(messages)) {
-            if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR) return sockets;
-            const size_t size = header->nlmsg_len - std::min<size_t>(header->nlmsg_len, sizeof *header);
-            if (is_v6_only(messages.substr(0, size), port)) ++sockets;
-            messages.remove_prefix(std::min(aligned(size), messages.size()));
-        }
-    }
-}
-
 // Whether a socket is bound to exactly this IPv4 address (in network byte order). An address in IPv6 form counts; the
 // unspecified IPv6 address receives IPv4 at every address.
 bool is_bound_to(const internet_socket &bound, uint32_t address) {
@@ -176,7 +114,7 @@ uint64_t count_listening(std::string_view text, uint32_t address, uint16_t port)
     internet_socket found;
     for (scanner scan(text); !scan.done();) {
         scanner line(scan.line());
-        if (!parse_socket_ends(line, found) || found.state != TCP_LISTEN) continue;
+        if (!parse_socket_ends(line, found) || found.state != SOCKET_LISTENS) continue;
         if (is_bound_to(found, address) && found.local.port == ntohs(port)) ++sockets;
     }
     return sockets;

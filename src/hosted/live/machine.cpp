@@ -140,7 +140,7 @@ private:
     driver_table drivers_{roots_};
     device_table devices_{roots_};
     id_source ids_{processes_, drivers_};
-    socket_table sockets_{processes_.root()};
+    socket_table sockets_{processes_.root(), socket_table::local_source::diagnosis};
     std::unique_ptr<registry_tree> details_;
     system_registry system_registry_{roots_};
     std::unique_ptr<run_registry> registry_;

@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 
 #include "hosted/live/files.h"
 #include "hosted/live/scanner.h"
+#include "hosted/live/socket_diagnosis.h"
 #include "platform/kernel.h"
 
 namespace hosted::live {
@@ -25,6 +27,7 @@ constexpr std::string_view TCP_STATES[] = {"",          "established", "syn_sent
                                            "fin_wait2", "time_wait",   "close",       "close_wait", "last_ack",
                                            "listen",    "closing",     "new_syn_recv"};
 constexpr std::string_view LOCAL_STATES[] = {"", "unconnected", "connecting", "connected", "disconnecting"};
+enum local_state : uint8_t { UNCONNECTED = 1, CONNECTING, CONNECTED, DISCONNECTING };
 constexpr uint8_t UDP_UNCONNECTED = 7;
 constexpr uint8_t LOCAL_LISTENS = 0xFF;  // no state of the table's, but a flag there
 
@@ -88,11 +91,42 @@ void socket_table::read_internet(socket_kind kind, const char *path, std::vector
     if (means_failure(error)) throw system_failure(path, error);
 }
 
+// The answers have the state of the protocol. The table's is derived from it and from whether a file refers to the
+// socket; a NUL in an address reads as '@' there.
+bool socket_table::ask_for_local(std::vector<record> &into) {
+    const size_t others = into.size();
+    const int error = for_each_local_socket([&](const local_socket &one) {
+        record found{.number = 0, .kind = socket_kind::local, .ends = {}};
+        const bool established = one.state == SOCKET_ESTABLISHED;
+        if (one.state == SOCKET_LISTENS)
+            found.ends.state = LOCAL_LISTENS;
+        else if (one.inode != 0)
+            found.ends.state = established ? CONNECTED : UNCONNECTED;
+        else
+            found.ends.state = established ? CONNECTING : DISCONNECTING;
+        found.ends.inode = one.inode;
+        found.ends.user = one.user.value_or(0);
+        found.has_user = one.user.has_value();
+        found.has_peer = one.peer.has_value();
+        found.peer = one.peer.value_or(0);
+        std::string_view address = one.address;
+        if (!address.empty() && address.front() != '\0' && address.back() == '\0') address.remove_suffix(1);
+        found.path = static_cast<uint32_t>(paths_.size());
+        found.path_size = static_cast<uint32_t>(address.size());
+        std::replace_copy(address.begin(), address.end(), std::back_inserter(paths_), '\0', '@');
+        into.push_back(found);
+    });
+    if (unless_exhausted(error, "socket diagnosis") == 0) return true;
+    into.resize(others, {});
+    return false;
+}
+
 // "ADDRESS: REFERENCES PROTOCOL FLAGS TYPE STATE INODE PATH"
 void socket_table::read_local(std::vector<record> &into) {
     constexpr uint64_t listens = 0x10000;
+    if (local_ == local_source::diagnosis && ask_for_local(into)) return;
     const int error = root_.reader.lines(root_.directory(), "net/unix", [&](std::string_view text) {
-        record found{.number = 0, .kind = socket_kind::local, .ends = {}};
+        record found{.number = 0, .kind = socket_kind::local, .has_user = false, .ends = {}};
         scanner line(text);
         uint64_t flags = 0, state = 0;
         for (int skipped = 0; skipped < 3; ++skipped) line.word();
@@ -102,6 +136,7 @@ void socket_table::read_local(std::vector<record> &into) {
         line.skip_blanks();
         if (!line.hexadecimal(state) || !line.decimal(found.ends.inode)) return;
         found.ends.state = (flags & listens) != 0 ? LOCAL_LISTENS : static_cast<uint8_t>(state);
+        found.has_peer = found.ends.state == CONNECTING || found.ends.state == CONNECTED;
         line.take(' ');
         found.path = static_cast<uint32_t>(paths_.size());
         found.path_size = static_cast<uint32_t>(line.rest().size());
@@ -111,8 +146,8 @@ void socket_table::read_local(std::vector<record> &into) {
     if (means_failure(error)) throw system_failure("net/unix", error);
 }
 
-// A path is in its table as it is, and a line feed in one can make a line of another socket. Where two lines claim one
-// inode, the path of neither counts.
+// A path is in its table as it is, and a line feed in one can make a line of another socket. Where two lines with
+// different paths claim one inode, neither path counts.
 const std::vector<socket_table::record> &socket_table::all() {
     if (records_) return *records_;
     std::vector<record> found;
@@ -123,9 +158,9 @@ const std::vector<socket_table::record> &socket_table::all() {
     uint64_t without_inode = FIRST_WITHOUT_INODE;
     for (record &one : found) one.number = one.ends.inode != 0 ? one.ends.inode : without_inode++;
     std::stable_sort(found.begin(), found.end(), [](const record &a, const record &b) { return a.number < b.number; });
-    const auto merge = [](record &first, const record &second) {
+    const auto merge = [this](record &first, const record &second) {
         if (first.number != second.number) return false;
-        first.path_size = 0;
+        if (path_of(first) != path_of(second)) first.path_size = 0;
         return true;
     };
     size_t kept = 0;
@@ -167,7 +202,18 @@ std::string socket_table::end_text(const record &of, const socket_end &end) cons
 }
 
 std::string socket_table::local_text(const record &of) const {
-    return of.kind == socket_kind::local ? paths_.substr(of.path, of.path_size) : end_text(of, of.ends.local);
+    return of.kind == socket_kind::local ? std::string(path_of(of)) : end_text(of, of.ends.local);
+}
+
+// The other end of a local socket is its number, which is unique, and its path, which is not: a server's connections
+// all have the path that the server listens at. Empty where there is none or it is not known.
+std::string socket_table::remote_text(const record &of) {
+    if (of.kind != socket_kind::local) return end_text(of, of.ends.remote);
+    if (of.peer == 0) return {};
+    std::string text = std::to_string(of.peer);
+    const record *peer = find(of.peer);
+    if (peer != nullptr && peer->kind == socket_kind::local && peer->path_size != 0) (text += ' ') += path_of(*peer);
+    return text;
 }
 
 namespace {
@@ -189,7 +235,7 @@ std::string socket_table::describe(uint64_t inode) {
     std::string text(KIND_NAMES[static_cast<size_t>(found->kind)]);
     if (const std::string local = local_text(*found); !local.empty()) (text += ' ') += local;
     const socket_end &remote = found->ends.remote;
-    if (!remote.is_unspecified() || remote.port != 0) (text += " -> ") += end_text(*found, remote);
+    if (!remote.is_unspecified() || remote.port != 0 || found->peer != 0) (text += " -> ") += remote_text(*found);
     return text + ' ' + state_text(found->kind, found->ends.state);
 }
 
@@ -230,9 +276,20 @@ bool socket_table::read(uint64_t number, item asked, registry_node &key) {
     const bool local = found->kind == socket_kind::local;
     switch (asked) {
     case item::local: key.set_text(local_text(*found)); return !local || found->path_size != 0;
-    case item::remote: key.set_text(end_text(*found, found->ends.remote)); return !local;
+    case item::remote:
+        if (local && found->peer == 0) {
+            key.set_hidden();
+            return found->has_peer;
+        }
+        key.set_text(remote_text(*found));
+        return true;
     case item::state: key.set_text(state_text(found->kind, found->ends.state)); return true;
-    case item::user: key.set_number(found->ends.user); return !local;
+    case item::user:
+        if (found->has_user)
+            key.set_number(found->ends.user);
+        else
+            key.set_hidden();
+        return true;
     case item::task: break;
     }
     if (found->ends.inode == 0) return false;

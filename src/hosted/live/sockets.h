@@ -46,7 +46,12 @@ std::optional<uint64_t> socket_inode(std::string_view link);
 // The sockets of the calling process's network, read when first asked for.
 class socket_table {
 public:
-    explicit socket_table(proc_root &root) : root_(root) {}
+    // Where the local sockets are read from.
+    enum class local_source : uint8_t {
+        table,      // a text of the process file system, which has neither their users nor their peers
+        diagnosis,  // the system's answers, or the table where it has none
+    };
+    explicit socket_table(proc_root &root, local_source local = local_source::table) : root_(root), local_(local) {}
 
     // Protocol, addresses and state of the socket of an inode, in one line; empty where it is not known.
     std::string describe(uint64_t inode);
@@ -61,22 +66,30 @@ public:
     bool has(socket_kind kind, uint64_t number);
 
 private:
+    // Of a local socket, the ends hold state, inode and user alone.
     struct record {
         uint64_t number;
         socket_kind kind;
-        internet_socket ends;              // of a local socket, the state alone
+        bool has_user = true;
+        bool has_peer = false;             // of a local socket
+        uint32_t peer = 0;                 // its number; 0: not known
         uint32_t path = 0, path_size = 0;  // of a local socket, in paths_
+        internet_socket ends;
     };
 
     const std::vector<record> &all();
     const record *find(uint64_t number);
     void read_internet(socket_kind kind, const char *path, std::vector<record> &into);
+    bool ask_for_local(std::vector<record> &into);
     void read_local(std::vector<record> &into);
+    std::string_view path_of(const record &of) const { return std::string_view(paths_).substr(of.path, of.path_size); }
     std::string end_text(const record &of, const socket_end &end) const;
     std::string local_text(const record &of) const;
+    std::string remote_text(const record &of);
     void find_owners();
 
     proc_root &root_;
+    local_source local_;
     std::optional<std::vector<record>> records_;  // in order of their numbers
     std::string paths_;
     std::optional<std::unordered_map<uint64_t, int>> owners_;  // processes by inode

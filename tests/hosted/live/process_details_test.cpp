@@ -7,6 +7,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 
 #include <ctime>
 
@@ -15,6 +16,7 @@
 #include "hosted/live/own_child.h"
 #include "hosted/live/process_details.h"
 #include "hosted/live/registry_reader.h"
+#include "hosted/live/socket_diagnosis.h"
 #include "hosted/live/sockets.h"
 #include "hosted/live/system_tree.h"
 #include "platform/kernel.h"
@@ -32,10 +34,12 @@ std::string handle_name(int id) {
 
 // run/info/ and run/socket/ over the processes below a path.
 struct details {
-    explicit details(const std::string &proc = "/proc") : root(proc) {}
+    using local_source = socket_table::local_source;
+    details() : root("/proc"), sockets(root, local_source::diagnosis) {}
+    explicit details(const std::string &proc) : root(proc), sockets(root, local_source::table) {}
 
     proc_root root;
-    socket_table sockets{root};
+    socket_table sockets;
     registry_tree info{make_process_directory(root, sockets)};
     registry_tree socket{make_socket_directory(sockets)};
 };
@@ -151,9 +155,12 @@ TEST(LiveDetails, OfATreeOfFiles) {
         {"udp/503/state", "bin unconnected"},
         {"unix/504/local", "bin /run/a socket"},
         {"unix/504/state", "bin listen"},
+        {"unix/504/remote", "(none)"},
+        {"unix/504/user", "error 5"},
         {"unix/505/local", "(none)"},
         {"unix/505/task", "(none)"},
         {"unix/505/state", "bin connected"},
+        {"unix/505/remote", "error 5"},
         {"unix/506/local", "bin @abstract"},
         {"unix/507/local", "(none)"},
         {"udp/501/local", "(none)"},
@@ -193,6 +200,18 @@ TEST(LiveDetails, OfAChild) {
         if (bind(listening, reinterpret_cast<sockaddr *>(&at), size) == 0 && listen(listening, 1) == 0)
             getsockname(listening, reinterpret_cast<sockaddr *>(&at), &size);
         dup2(listening, 200);
+        // A connection at a name of the child's own, and one that it does not accept.
+        sockaddr_un name{AF_UNIX, {}};
+        std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "/x\n%06d", getpid() % 1000000);
+        const auto *local = reinterpret_cast<const sockaddr *>(&name);
+        int ends[3];
+        for (int &end : ends) end = socket(AF_UNIX, SOCK_STREAM, 0);
+        static_cast<void>(bind(ends[0], local, 12) | listen(ends[0], 2));
+        for (const int end : {1, 2}) static_cast<void>(connect(ends[end], local, 12));
+        dup2(ends[0], 201);
+        dup2(ends[1], 202);
+        dup2(ends[2], 203);
+        dup2(accept(ends[0], nullptr, nullptr), 204);
         static_cast<void>(!chdir("/usr"));
         prctl(PR_SET_NAME, "deta\tiled");
         self.say(ntohs(at.sin_port));
@@ -208,6 +227,20 @@ TEST(LiveDetails, OfAChild) {
     const std::string inode = open.substr(12, open.find(']') - 12);
     EXPECT_EQ(key(registry.socket, "tcp/" + inode + "/local"), "bin " + address);
     EXPECT_EQ(key(registry.socket, "tcp/" + inode + "/task"), "int " + std::to_string(child.id()));
+    const auto local = [&](int number) {
+        const std::string text = key(registry.info, path + "/open/" + std::to_string(number));
+        return std::pair(text.substr(12, text.find(']') - 12), text.substr(text.find("] ") + 2));
+    };
+    char name[16];
+    std::snprintf(name, sizeof name, "@/x?%06d", child.id() % 1000000);
+    const auto listener = local(201), client = local(202), waiting = local(203), accepted = local(204);
+    EXPECT_EQ(listener.second, "unix "s + name + " listen");
+    EXPECT_EQ(client.second, "unix -> " + accepted.first + ' ' + name + " connected");
+    EXPECT_EQ(waiting.second, "unix connected");
+    EXPECT_EQ(accepted.second, "unix "s + name + " -> " + client.first + " connected");
+    EXPECT_EQ(key(registry.socket, "unix/" + waiting.first + "/remote"), "error 5");
+    EXPECT_EQ(key(registry.socket, "unix/" + listener.first + "/remote"), "(none)");
+    EXPECT_EQ(key(registry.socket, "unix/" + client.first + "/user"), "int " + std::to_string(geteuid()));
     const int64_t started = std::stoll(key(registry.info, path + "/started").substr(4));
     EXPECT_LE(std::abs(started - time(nullptr)), 60);
 
@@ -220,6 +253,23 @@ TEST(LiveDetails, OfAChild) {
     for (registry_entry entry; cursor->next(entry);) EXPECT_NE(entry.name, "executable");
     EXPECT_EQ(names_in(later.info, path), "");
     EXPECT_EQ(names_in(unlisted.info, path), "(none)");
+}
+
+// Answers cut anywhere: nothing beyond them is read.
+TEST(LiveDetails, HostileAnswers) {
+    const std::string whole("\1\1\1\0\7\0\0\0........"  // family, type, state, inode, cookie
+                            "\6\0\0\0/x\0\0\10\0\2\0\10\0\0\0\10\0\7\0\350\3\0\0\377\377\0\0/",
+                            45);
+    for (size_t size = 0; size <= whole.size(); ++size) {
+        const std::vector<char> cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
+        const auto found = parse_local_socket({cut.data(), cut.size()});
+        EXPECT_EQ(found.has_value(), size >= 16);
+        if (!found) continue;
+        EXPECT_EQ(found->peer.value_or(0), size >= 32 ? 8U : 0U) << size;
+        EXPECT_EQ(found->user.value_or(0), size >= 40 ? 1000U : 0U) << size;
+        const size_t address = size < 20 ? size : size < 44 ? 20 : 44;
+        EXPECT_EQ(found->address, whole.substr(address, std::min<size_t>(size - address, 2))) << size;
+    }
 }
 
 // Keys that another user may not read are listed.
