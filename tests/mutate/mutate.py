@@ -105,9 +105,10 @@ def mutants(seed):
         yield name, path, number, line, line[:start] + new + line[end:]
 
 
+# What a mutant may use. The shared memory of a running machine is a sparse file of 8 GiB, mapped whole.
 def limits():
-    resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 30, 1 << 30))
-    resource.setrlimit(resource.RLIMIT_AS, (8 << 30, 8 << 30))
+    resource.setrlimit(resource.RLIMIT_FSIZE, (16 << 30, 16 << 30))
+    resource.setrlimit(resource.RLIMIT_DATA, (8 << 30, 8 << 30))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
