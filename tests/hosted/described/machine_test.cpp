@@ -220,13 +220,14 @@ TEST(Machine, Terminals) {
 
 // ---- files ----------------------------------------------------------------------------------------------------------
 
-int syncs = 0, failing_sync = 0;  // made so far; the one that fails, counted from 1
+int syncs = 0, failing_sync = 0, deadly_sync = 0;  // made so far; those that fail and kill, counted from 1
 
 }  // namespace
 
 // In place of the C library's.
 extern "C" int fsync(int file) {
-    if (++syncs != failing_sync) return static_cast<int>(syscall(SYS_fsync, file));
+    if (++syncs == deadly_sync) raise(SIGKILL);
+    if (syncs != failing_sync) return static_cast<int>(syscall(SYS_fsync, file));
     errno = EIO;
     return -1;
 }
@@ -372,35 +373,31 @@ TEST(MachineFile, WaitForItsLockIsReported) {
               "ventix: " + path + ": waiting for process " + std::to_string(getpid()) + ", which holds the file\n");
 }
 
-// Runs on one file exclude one another: none loses the changes of another, whichever of them are killed.
+// Runs on one file exclude one another: none loses the change of another, whichever are killed before or after they
+// have replaced the file.
 TEST(MachineFile, IsLockedFromLoadToSave) {
-    constexpr size_t RUNS = 40;
+    constexpr size_t RUNS = 100;
     const scratch_directory scratch;
     const std::string path = scratch.write("lab.json", "{}");
-    std::vector<pid_t> children;
+    pid_t children[RUNS];
+    testing::internal::CaptureStderr();  // some report their wait
     for (size_t i = 0; i < RUNS; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            const std::string other = i % 2 == 0 ? path : scratch.path() + "/./lab.json";
-            _exit(pass_through(path, other) == "saved" ? 0 : 1);
-        }
-        children.push_back(child);
-        if (i % 5 == 4) kill(children[i - i % 3], SIGKILL);
+        if ((children[i] = fork()) != 0) continue;
+        syncs = 0;
+        deadly_sync = i % 10 == 4 ? 1 : i % 10 == 9 ? 2 : 0;
+        _exit(pass_through(path, i % 2 == 0 ? path : scratch.path() + "/./lab.json") == "saved" ? 0 : 1);
     }
-    size_t done = 0;
-    for (const pid_t child : children) {
+    for (size_t i = 0; i < RUNS; ++i) {
         int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_TRUE(status == 0 || status == SIGKILL) << status;
-        done += status == 0;
+        waitpid(children[i], &status, 0);
+        EXPECT_EQ(status, i % 5 == 4 ? SIGKILL : 0) << i;
     }
+    testing::internal::GetCapturedStderr();
     const std::string saved = read_file(path);
     size_t notices = 0;
     constexpr char notice[] = R"(["0x1", 2])";
     for (size_t at = saved.find(notice); at != std::string::npos; at = saved.find(notice, at + 1)) ++notices;
-    EXPECT_GE(notices, done);
-    EXPECT_LE(notices, RUNS);  // some were killed after their save
-    EXPECT_GE(done, RUNS / 2);
+    EXPECT_EQ(notices, RUNS * 9 / 10);
 }
 
 }  // namespace
