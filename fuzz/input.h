@@ -56,14 +56,13 @@ private:
 };
 
 // The command line at the beginning of an input, up to a NUL: the command's name and its arguments, one a line. Any
-// other name selects one of the commands that may run.
+// other name selects one of the commands.
 class fuzz_command_line {
 public:
-    //   commands  that may run; none: all
-    explicit fuzz_command_line(fuzz_input &input, std::span<const std::string_view> commands = {}) {
+    explicit fuzz_command_line(fuzz_input &input) {
         const std::string_view line = input.text_until('\0');
         size_t at = line.find('\n');
-        std::string_view name = line.substr(0, at);
+        const std::string_view name = line.substr(0, at);
         while (at < line.size()) {
             const size_t end = std::min(line.find('\n', at + 1), line.size());
             words_.emplace_back(line.substr(at + 1, end - at - 1));
@@ -72,9 +71,6 @@ public:
         for (std::string &word : words_) arguments_.push_back(word.data());
         arguments_.push_back(nullptr);
         const size_t other = name.empty() ? 0 : static_cast<uint8_t>(name[0]);
-        if (!commands.empty() && std::find(commands.begin(), commands.end(), name) == commands.end()) {
-            name = commands[other % commands.size()];
-        }
         const tool *end = s_tools;
         while (end->name != nullptr) ++end;
         command_ = std::find_if(s_tools, end, [=](const tool &row) { return name == row.name; });
@@ -82,6 +78,11 @@ public:
     }
 
     std::string_view command() const { return command_->name; }
+    bool has_option(char letter) const {
+        return std::any_of(words_.begin(), words_.end(), [=](const std::string &word) {
+            return word.starts_with('-') && word.find(letter) != word.npos;
+        });
+    }
 
     int run() { return command_->entry(static_cast<int>(words_.size()), arguments_.data()); }
 

@@ -1,7 +1,7 @@
 // tests/sweep/sweep.cpp - runs every baseline again and again, each time with another kernel call or allocation
 // failing, and checks that the command ends as it promises.
 //
-//   ventix_sweep [--of CASES] [--sample SEED] [--jobs N] [--words | --bytes | --memory]
+//   ventix_sweep [--of CASES] [--sample SEED] [--words | --bytes | --memory]
 //   ventix_sweep --only CASES:LINE [--persistent]
 //                [--call N --result R | --alloc N [--memory] | --place MESSAGE WORD VALUE]
 //   ventix_sweep --promises
@@ -196,6 +196,9 @@ public:
         case call::recv_msg_ptr:
             if (succeeded) received(*const_cast<kernel_message *>(arguments[1].record));
             break;
+        case call::recv_msg:
+            if (succeeded) received_in_words(arguments.subspan(1));
+            break;
         default: break;
         }
         if (log.is_open()) log.write(which, arguments, succeeded, result);
@@ -268,6 +271,13 @@ private:
             if (const auto task = handles_.find(sent_task_); task != handles_.end()) task->second.given_up = true;
         }
         meddle(message);
+    }
+
+    void received_in_words(std::span<const hosted::argument> words) {
+        kernel_message message = {*words[0].output, *words[1].output, *words[2].output};
+        received(message);
+        const uint64_t written[] = {message.word1, message.code, message.word2};
+        for (size_t i = 0; i < std::size(written); ++i) *const_cast<uint64_t *>(words[i].output) = written[i];
     }
 
     // Writes what the sender of a message should not.
@@ -826,8 +836,8 @@ void *shared(size_t size) {
 
 using way = void (sweep::*)(const baseline &base, uint64_t index);
 
-int all(const std::vector<baseline> &list, way over, uint64_t seed, uint64_t part, unsigned jobs, totals &sums) {
-    for (unsigned i = 0; i < jobs; ++i) {
+int all(const std::vector<baseline> &list, way over, uint64_t seed, uint64_t part, totals &sums) {
+    for (long i = std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L); i > 0; --i) {
         if (fork() != 0) continue;
         shared_report = static_cast<report *>(shared(sizeof *shared_report));
         sweep one(sums, seed, part);
@@ -851,7 +861,6 @@ int main(int argc, char **argv) {
     failure planned;
     uint64_t seed = 0, part = 1;
     way over = &sweep::over;
-    unsigned jobs = static_cast<unsigned>(std::max<long>(sysconf(_SC_NPROCESSORS_ONLN), 1));
     for (int i = 1; i < argc; ++i) {
         const std::string_view option = argv[i];
         const auto operand = [&] {
@@ -886,8 +895,6 @@ int main(int argc, char **argv) {
             return list_promises();
         else if (option == "--list")
             return list_baselines();
-        else if (option == "--jobs")
-            jobs = static_cast<unsigned>(number());
         else
             return std::fprintf(stderr, "sweep: unknown: %s\n", argv[i]), 2;
     }
@@ -900,7 +907,7 @@ int main(int argc, char **argv) {
     std::printf("sweep%s: ", mode.c_str());
     if (part > 1) std::printf("seed %llu, ", static_cast<unsigned long long>(seed));
     std::fflush(stdout);
-    const int failed = all(list, over, seed, part, jobs, sums);
+    const int failed = all(list, over, seed, part, sums);
     std::printf("%zu baselines, %llu runs, %llu kernel calls and %llu allocations failed, %llu findings\n", list.size(),
                 static_cast<unsigned long long>(sums.runs), static_cast<unsigned long long>(sums.calls),
                 static_cast<unsigned long long>(sums.allocs), static_cast<unsigned long long>(sums.findings));
