@@ -7,6 +7,7 @@ Every comparison runs its programs in alternation, each round in another order, 
 affects all of them (a large program leaves cold caches to the next one), and compares the medians of their processor time
 (user and system, as the system accounts it to the ended process). All run from fresh copies, each written by one write, as
 installed files are: the system maps the file that a linker wrote in smaller pieces, which costs a short run a fifth more.
+How well it can map a copy depends on the memory that is free at the time, so every fifty rounds begin with new ones.
 Ratios hold on other machines; times do not. A goal is a ratio that should not be exceeded; nothing fails when one is.
 """
 
@@ -35,15 +36,16 @@ PEERS = {  # what is compared with, and the Debian package that brings it
 
 
 def copy_of(program):
-    """The path of a copy of a program, or None where there is no such program."""
+    """Writes a new copy of a program. Returns its path, or None where there is no such program."""
     found = shutil.which(program)
     if found is None:
         return None
     copy = os.path.join(COPIES.name, os.path.basename(found))
-    if not os.path.exists(copy):
-        with open(found, "rb") as source, open(copy, "wb") as target:
-            target.write(source.read())
-        shutil.copymode(found, copy)
+    with contextlib.suppress(FileNotFoundError):
+        os.unlink(copy)
+    with open(found, "rb") as source, open(copy, "wb", buffering=0) as target:
+        target.write(source.read())
+    shutil.copymode(found, copy)
     return copy
 
 
@@ -118,10 +120,13 @@ def compare(subject, others, rounds, memory_goals=None):
     if subject.missing:
         sys.exit(f"{subject.argv[0]} is missing: ./dev bench builds it")
     programs = [subject] + [program for program, _ in here]
-    for program in programs:
-        program.run()  # once for the caches
-        program.seconds.clear()
-    for _ in range(rounds):
+    for done in range(rounds):
+        if done % 50 == 0:
+            for program in programs:
+                copy_of(program.argv[0])
+            for program in programs:
+                program.run()  # once for the caches
+                program.seconds.pop()
         for program in random.sample(programs, len(programs)):
             program.run()
     for program, goal in here:

@@ -17,10 +17,6 @@ namespace hosted::live {
 
 namespace {
 
-bool may_be_absent(int error) {
-    return error == ENOENT || error == ENOTDIR || error == ESRCH || error == EACCES || error == EPERM;
-}
-
 // read(file) returns 0 or an error number.
 template <class Read> int open_and(const std::string &path, Read read) {
     const descriptor file = open_file(AT_FDCWD, path.c_str());
@@ -32,6 +28,18 @@ template <class Read> int open_and(const std::string &path, Read read) {
 int unless_exhausted(int error, const std::string &path) {
     if (error == EMFILE || error == ENFILE || error == ENOMEM) throw system_failure(path, error);
     return error;
+}
+
+void unless_absent(int error, const std::string &path) {
+    switch (error) {
+    case 0:
+    case ENOENT:
+    case ENOTDIR:
+    case ESRCH:
+    case EACCES:
+    case EPERM: return;
+    default: throw system_failure(path, error);
+    }
 }
 
 // A poll of numbers that are not open reports each of them, and fails where they are more than the process may have
@@ -62,20 +70,14 @@ int read_file(const std::string &path, std::string &text) {
 
 std::string_view read_table(const std::string &path, std::span<char> buffer) {
     std::string_view text;
-    if (const int error = read_file(path, buffer, text); error != 0 && !may_be_absent(error))
-        throw system_failure(path, error);
+    unless_absent(read_file(path, buffer, text), path);
     return text;
 }
 
 std::string read_table(const std::string &path) {
     std::string text;
-    if (const int error = read_file(path, text); error != 0 && !may_be_absent(error)) throw system_failure(path, error);
+    unless_absent(read_file(path, text), path);
     return text;
-}
-
-void for_each_line(const std::string &path, std::span<char> buffer, const std::function<void(std::string_view)> &take) {
-    const int error = open_and(path, [&](int file) { return read_lines(file, buffer, take); });
-    if (error != 0 && !may_be_absent(error)) throw system_failure(path, error);
 }
 
 uint32_t error_word(int error) {

@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <functional>
 #include <new>
 #include <span>
 #include <string>
@@ -36,6 +35,9 @@ inline constexpr size_t LARGEST_TEXT = size_t{64} << 20;  // bytes that are read
 // Throws system_failure where an error says that the system has no descriptors or no memory left; returns it otherwise.
 int unless_exhausted(int error, const std::string &path);
 
+// The same for a table of the system: throws for any error but that there is none or the caller may not read it.
+void unless_absent(int error, const std::string &path);
+
 // Whether the process can open that many more files; more than 13 count as 13.
 bool can_open(size_t count);
 
@@ -50,9 +52,6 @@ int read_file(const std::string &path, std::string &text);
 // is thrown.
 std::string_view read_table(const std::string &path, std::span<char> buffer);
 std::string read_table(const std::string &path);
-
-// Passes each line of such a table to take().
-void for_each_line(const std::string &path, std::span<char> buffer, const std::function<void(std::string_view)> &take);
 
 // Reads a file of lines, of any length, and calls take(line) for each, without its line feed. A line longer than the
 // buffer comes in pieces. Returns 0 or the error number.
@@ -71,6 +70,12 @@ template <class Take> int read_lines(int file, std::span<char> buffer, Take take
         kept = text.size();
         std::memmove(buffer.data(), text.data(), kept);
     }
+}
+
+// Passes each line of one of the system's own tables to take(), as read_lines() does. Fails as read_table() does.
+template <class Take> void for_each_line(const std::string &path, std::span<char> buffer, Take take) {
+    const descriptor file = open_file(AT_FDCWD, path.c_str());
+    unless_absent(file ? read_lines(file.get(), buffer, take) : errno, path);
 }
 
 // The error word of a request that failed with a system error number: RESULT_NOT_PERMITTED, IOERROR_NOT_FOUND, else

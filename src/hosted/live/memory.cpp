@@ -137,21 +137,20 @@ const memory_amounts &memory_map::amounts() {
 
 // ---- zones ----------------------------------------------------------------------------------------------------------
 
+// There are some hundred lines for each zone; column 8 tells most of them apart from the five that count.
 void zone_parser::take(std::string_view line) {
-    // Each figure follows one of these; column 8 tells most lines apart.
-    static constexpr struct {
-        std::string_view key;
-        uint64_t memory_zone::*figure;
-    } figures[] = {{"  pages free", &memory_zone::free},
-                   {"        spanned", &memory_zone::spanned},
-                   {"        present", &memory_zone::present},
-                   {"        managed", &memory_zone::pages},
-                   {"  start_pfn:", &memory_zone::first_page}};
-    if (line.starts_with('N')) end_zone();  // "Node 0, zone   Normal" begins the next one
-    if (line.size() <= 8) return;
-    for (const auto &[key, figure] : figures) {
-        if (line[8] == key[8] && line.starts_with(key))
-            zone_.*figure = scanner(line.substr(key.size())).decimal().value_or(0);
+    constexpr size_t column = 8;
+    if (line.size() <= column) return;
+    if (line.front() == 'N') end_zone();  // "Node 0, zone   Normal" begins the next one
+    const auto take_figure = [line](std::string_view key, uint64_t &figure) {
+        if (line.starts_with(key)) figure = scanner(line.substr(key.size())).decimal().value_or(0);
+    };
+    switch (line[column]) {
+    case 'f': return take_figure("  pages free", zone_.free);
+    case 'm': return take_figure("        managed", zone_.pages);
+    case 's': return take_figure("        spanned", zone_.spanned);
+    case 'p': take_figure("        present", zone_.present); return take_figure("  start_pfn:", zone_.first_page);
+    default: return;
     }
 }
 
