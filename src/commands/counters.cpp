@@ -28,11 +28,6 @@ struct options {
     long long size = DEFAULT_SIZE;
 };
 
-int fail(const char *what) {
-    std::fprintf(stderr, "counters: %s\n", what);
-    return SB_FAILED;
-}
-
 constexpr sb_option<options> option_table[] = {
     sets<&options::hexadecimal, false>('d'),
     sets<&options::hexadecimal>('h'),
@@ -51,12 +46,12 @@ constexpr sb_commandline command_line = {
 int show_unit(device_record *device, uint32_t unit, uint64_t reply_port, const options &opts) {
     const auto size = static_cast<uint64_t>(opts.size);
     IOreq *request = CreateIOreq(device, unit, IOREQ_FLAGS_DEFAULT, size + IOREQ_INLINE, reply_port);
-    if (request == nullptr) return fail("failed to create IOreq");
+    if (request == nullptr) return sb_fail(command_line, SB_FAILED, "failed to create IOreq");
     auto *records = reinterpret_cast<unsigned char *>(request) + IOREQ_INLINE;
     request->command = CNTCMD_GET;
     request->payload = reinterpret_cast<uint64_t>(records);
     request->transfer.buffer_size = size;
-    if (SyncIO(request) != IO_SUCCESS) return fail("failed to get counters");
+    if (SyncIO(request) != IO_SUCCESS) return sb_fail(command_line, SB_FAILED, "failed to get counters");
     const uint64_t returned = request->transfer.returned_size;  // read once: the server can write to it
     sb_counters_print(records, std::min(returned, size), opts.hexadecimal);
     return SB_DONE;
@@ -72,14 +67,11 @@ int sb_counters(int argc, char **argv) {
     const auto unit = static_cast<uint32_t>(std::strtoul(argv[1], nullptr, 0));
 
     const uint64_t port = _SL_CreateMsgPort(0, 0);
-    if (port == NO_OBJECT) return fail("failed to create MsgPort");
+    if (port == NO_OBJECT) return sb_fail(command_line, SB_FAILED, "failed to create MsgPort");
     const uint64_t reply_port = _SL_CreateHandle(0, port, RIGHTS_QUERY_REPLY);
-    if (reply_port == NO_OBJECT) return fail("failed to create MsgPort handle");
+    if (reply_port == NO_OBJECT) return sb_fail(command_line, SB_FAILED, "failed to create MsgPort handle");
     device_record *device = OpenDevice(argv[0]);
-    if (device == nullptr) {
-        std::fprintf(stderr, "counters: failed to open device '%s'\n", argv[0]);
-        return SB_FAILED;
-    }
+    if (device == nullptr) return sb_fail(command_line, SB_FAILED, "failed to open device '%s'", argv[0]);
     if (const int status = show_unit(device, unit, reply_port, opts)) return status;
     CloseDevice(device);
     _SL_DeleteObject(reply_port, DELETE_HANDLE);

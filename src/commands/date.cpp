@@ -61,11 +61,6 @@ struct rtc {
     rtc_request *request = nullptr;
 };
 
-int fail_setup(const char *what) {
-    std::printf("date: %s\n", what);
-    return SB_SETUP;
-}
-
 constexpr sb_option<options> option_table[] = {
     sets<&options::compact>('c'),
     sets<&options::show_date, false>('d'),
@@ -134,6 +129,7 @@ bool sb_date_parse_time(const char *text, std::tm *tm, unsigned *milliseconds) {
     return true;
 }
 
+// Deliberate: on the other stream.
 int fail_format(const char *what) {
     std::fprintf(stderr, "date: bad %s format\n", what);
     return SB_FAILED;
@@ -146,7 +142,7 @@ std::optional<int> take_operands(int argc, char **argv, const options &opts, std
     if (argc != (both ? 2 : 1)) return sb_showusage(command_line);
     if (opts.epoch) {
         const auto count = std::strtoull(argv[0], nullptr, 10);
-        if (opts.verbose) std::printf("date: parse epoch time: %llu\n", count);
+        if (opts.verbose) sb_say(command_line, "parse epoch time: %llu", count);
         const auto seconds = static_cast<std::time_t>(count);
         if ((opts.utc ? gmtime_r(&seconds, &tm) : localtime_r(&seconds, &tm)) == nullptr) return fail_format("date");
         return std::nullopt;
@@ -169,32 +165,36 @@ void sb_date_get_time(std::tm *tm, unsigned *milliseconds, bool utc) {
 //   name    out: NUL-terminated
 //   returns SB_DONE, or SB_SETUP after a message
 int read_registry(const options &opts, sb_text &name, int32_t &unit) {
-    if (opts.verbose) std::printf("date: reading RTC device name from \"%s\"\n", opts.path);
+    if (opts.verbose) sb_say(command_line, "reading RTC device name from \"%s\"", opts.path);
     const size_t length = std::strlen(opts.path);
     const size_t key_size = length + 1 + sizeof RTC_DEVICE_KEY;  // the longer of the two, with a '/' between
     const sb_text key(static_cast<char *>(std::malloc(key_size)));
-    if (!key || length < SHORTEST_PATH) return fail_setup("out of memory");  // Deliberate: a short path too
+    if (!key || length < SHORTEST_PATH)
+        return sb_fail(command_line, SB_SETUP, "out of memory");  // Deliberate: a short path too
     const char *separator = opts.path[length - 1] == '/' ? "" : "/";
 
-    if (opts.verbose) std::puts("date: get maximal binary length");
+    if (opts.verbose) sb_say(command_line, "get maximal binary length");
     uint32_t name_room = 0;
-    if (!RegCaps(GetRegDev(), nullptr, &name_room, nullptr)) return fail_setup("failed to read maximal binary length");
+    if (!RegCaps(GetRegDev(), nullptr, &name_room, nullptr))
+        return sb_fail(command_line, SB_SETUP, "failed to read maximal binary length");
     // A longest value that the registry's request cannot hold makes the read below fail.
     const uint64_t room = std::min<uint64_t>(name_room, RegBinaryRoom(GetRegDev(), opts.path));
     name.reset(static_cast<char *>(std::malloc(room + 1)));
-    if (!name) return fail_setup("out of memory");
+    if (!name) return sb_fail(command_line, SB_SETUP, "out of memory");
 
     std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_DEVICE_KEY);
-    if (opts.verbose) std::printf("date: read \"%s\" registry binary key\n", key.get());
-    if (!RegGetKeyBin(GetRegDev(), key.get(), name.get(), &name_room)) return fail_setup("failed to read registry key");
+    if (opts.verbose) sb_say(command_line, "read \"%s\" registry binary key", key.get());
+    if (!RegGetKeyBin(GetRegDev(), key.get(), name.get(), &name_room))
+        return sb_fail(command_line, SB_SETUP, "failed to read registry key");
     name.get()[name_room] = '\0';
 
     std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_UNIT_KEY);
-    if (opts.verbose) std::printf("date: read \"%s\" registry binary key\n", key.get());
+    if (opts.verbose) sb_say(command_line, "read \"%s\" registry binary key", key.get());
     uint64_t value = 0;
-    if (!RegGetKeyInt(GetRegDev(), key.get(), &value)) return fail_setup("failed to read registry key");
+    if (!RegGetKeyInt(GetRegDev(), key.get(), &value))
+        return sb_fail(command_line, SB_SETUP, "failed to read registry key");
     unit = static_cast<int32_t>(value);
-    if (static_cast<int64_t>(value) != unit) return fail_setup("unit value is out of range");
+    if (static_cast<int64_t>(value) != unit) return sb_fail(command_line, SB_SETUP, "unit value is out of range");
     return SB_DONE;
 }
 
@@ -202,12 +202,12 @@ int read_registry(const options &opts, sb_text &name, int32_t &unit) {
 //   returns SB_DONE, or SB_SETUP after a message
 int sb_date_open_rtc(rtc &clock, const options &opts) {
     if (clock.device != nullptr) return SB_DONE;
-    if (opts.verbose) std::puts("date: create MsgPort");
+    if (opts.verbose) sb_say(command_line, "create MsgPort");
     const uint64_t port = _SL_CreateMsgPort(0, 0);
-    if (port == NO_OBJECT) return fail_setup("failed to create MsgPort");
-    if (opts.verbose) std::puts("date: create MsgPort handle");
+    if (port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort");
+    if (opts.verbose) sb_say(command_line, "create MsgPort handle");
     const uint64_t reply_port = _SL_CreateHandle(0, port, RIGHTS_QUERY_REPLY);
-    if (reply_port == NO_OBJECT) return fail_setup("failed to create MsgPort handle");
+    if (reply_port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort handle");
 
     sb_text registered;
     int32_t unit = 0;
@@ -215,16 +215,16 @@ int sb_date_open_rtc(rtc &clock, const options &opts) {
         if (const int status = read_registry(opts, registered, unit)) return status;
     }
     const char *name = opts.device != nullptr ? opts.device : registered.get();
-    if (opts.verbose) std::printf("date: open RTC device: \"%s\"\n", name);
+    if (opts.verbose) sb_say(command_line, "open RTC device: \"%s\"", name);
     clock.device = OpenDevice(name);
-    if (clock.device == nullptr) return fail_setup("failed to open device");
-    if (opts.verbose) std::puts("date: create IOreq");
+    if (clock.device == nullptr) return sb_fail(command_line, SB_SETUP, "failed to open device");
+    if (opts.verbose) sb_say(command_line, "create IOreq");
     IOreq *request =
         CreateIOreq(clock.device, static_cast<uint32_t>(unit), IOREQ_FLAGS_DEFAULT, sizeof(rtc_request), reply_port);
-    if (request == nullptr) return fail_setup("failed to create IOreq");
+    if (request == nullptr) return sb_fail(command_line, SB_SETUP, "failed to create IOreq");
     clock.request = reinterpret_cast<rtc_request *>(request);
     request->payload = reinterpret_cast<uint64_t>(&clock.request->time);
-    if (opts.verbose) std::puts("date: device opened successfully");
+    if (opts.verbose) sb_say(command_line, "device opened successfully");
     return SB_DONE;
 }
 
@@ -232,9 +232,9 @@ int sb_date_open_rtc(rtc &clock, const options &opts) {
 void read_rtc(const rtc &clock, const options &opts, std::tm &tm, unsigned &milliseconds) {
     clock.request->header.command = RTCCMD_READ;
     if (SyncIO(&clock.request->header) != IO_SUCCESS) {
-        std::puts("date: failed to set date/time");
+        sb_say(command_line, "failed to set date/time");
     } else if (opts.verbose) {
-        std::puts("date: read date was successful");
+        sb_say(command_line, "read date was successful");
     }
     const rtc_time &time = clock.request->time;
     tm.tm_year = static_cast<int>(time.year - FIRST_YEAR);
@@ -257,14 +257,14 @@ void set_rtc(const rtc &clock, const options &opts, const std::tm &tm, unsigned 
     time.second = static_cast<uint16_t>(tm.tm_sec);
     time.millisecond = static_cast<uint16_t>(milliseconds);
     if (opts.verbose) {
-        std::printf("date: set %s date to %u-%02u-%02u %02u:%02u:%02u.%u\n", opts.utc ? "UTC" : "local", time.year,
-                    time.month, time.day, time.hour, time.minute, time.second, milliseconds);
+        sb_say(command_line, "set %s date to %u-%02u-%02u %02u:%02u:%02u.%u", opts.utc ? "UTC" : "local", time.year,
+               time.month, time.day, time.hour, time.minute, time.second, milliseconds);
     }
     clock.request->header.command = RTCCMD_SET;
     if (SyncIO(&clock.request->header) != IO_SUCCESS) {
         std::fputs("date: failed to set date/time\n", stderr);
     } else if (opts.verbose) {
-        std::puts("date: successful");
+        sb_say(command_line, "successful");
     }
 }
 

@@ -41,7 +41,7 @@ int sb_devping(int argc, char **argv) {
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
-    sb_devasker asker{"devping", stdout, "pinging", "a ping reply", opts.timeout, opts.verbose};
+    sb_devasker asker{command_line, "pinging", "a ping reply", opts.timeout, opts.verbose};
     if (const int status = sb_devasker_open(asker)) return status;
     int status = SB_DONE;
     for (int i = 0; i < argc; ++i) {
@@ -51,7 +51,7 @@ int sb_devping(int argc, char **argv) {
         if (asked != SB_DONE) {
             status = SB_FAILED;
         } else if (opts.verbose) {
-            std::printf("devping: %s: ping successful\n", argv[i]);
+            sb_say(command_line, "%s: ping successful", argv[i]);
         }
     }
     return status;

@@ -84,18 +84,15 @@ int sb_devquery(int argc, char **argv) {
     const char *device = argv[0];
     const query *asked = sb_devquery_queries;
     while (asked->name != nullptr && std::strcmp(asked->name, argv[1]) != 0) ++asked;
-    if (asked->name == nullptr) {
-        std::fprintf(stderr, "devquery: %s: unknown query.\n", argv[1]);
-        return SB_FAILED;
-    }
+    if (asked->name == nullptr) return sb_fail(command_line, SB_FAILED, "%s: unknown query.", argv[1]);
     const uint64_t parameter = argc > 2 ? std::strtoull(argv[2], nullptr, 0) : DEFAULT_PARAMETER;
 
-    sb_devasker asker{"devquery", stderr, "query", "a reply", opts.timeout, opts.verbose};
+    sb_devasker asker{command_line, "query", "a reply", opts.timeout, opts.verbose};
     if (const int status = sb_devasker_open(asker)) return status;
     uint64_t result = 0;
     if (const int status = sb_devasker_ask(asker, device, asked->code, parameter, &result)) return status;
 
-    if (opts.verbose) std::fprintf(stderr, "devquery: %s: query successful (0x%" PRIx64 ")\n", device, result);
+    if (opts.verbose) sb_say(command_line, "%s: query successful (0x%" PRIx64 ")", device, result);
     if (!opts.compact) std::fputs("Result: ", stdout);
     std::printf(opts.hexadecimal ? "0x%" PRIx64 "\n" : "%" PRIu64 "\n", result);
     return SB_DONE;

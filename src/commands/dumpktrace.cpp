@@ -68,25 +68,20 @@ constexpr sb_commandline command_line = {
     .bad_argument = {"missing or invalid argument of -%", -1},
 };
 
-int out_of_memory() {
-    std::fputs("dumpktrace: out of memory\n", stderr);
-    return SB_FAILED;
-}
+int out_of_memory() { return sb_fail(command_line, SB_FAILED, "out of memory"); }
 
 // Both readers return false after a message.
 bool get_geometry(uint64_t item, const char *what, uint64_t &value) {
     const uint64_t code = _SL_GetSystemData(KSYSIDX_TRACE, item, &value);
-    if (code)
-        std::fprintf(stderr, "dumpktrace: failed to get the number of %s (error 0x%x)\n", what,
-                     static_cast<unsigned>(code));
+    if (code) sb_say(command_line, "failed to get the number of %s (error 0x%x)", what, static_cast<unsigned>(code));
     return code == RESULT_SUCCESS;
 }
 
 bool get_word(uint64_t group, uint64_t index, uint64_t &word, const char *what = "word") {
     const uint64_t code = _SL_GetSystemData(group, index, &word);
     if (code)
-        std::fprintf(stderr, "dumpktrace: failed to get %s at 0x%" PRIx64 " (error 0x%x)\n", what, index,
-                     static_cast<unsigned>(code));
+        sb_say(command_line, "failed to get %s at 0x%" PRIx64 " (error 0x%x)", what, index,
+               static_cast<unsigned>(code));
     return code == RESULT_SUCCESS;
 }
 

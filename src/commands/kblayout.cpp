@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <optional>
 
 #include "commands/commands.h"
 #include "common/commandline.h"
@@ -19,60 +18,33 @@ Get and set keyboard layout on standard input.
     --help             display this help and exit
 )";
 
-// Parsed by hand below: a device is opened while the line is read.
-constexpr sb_option<int> option_table[] = {takes<int>('F', sb_word::terminal, nullptr, "--file")};
+constexpr int STANDARD_INPUT = 0;
+
+// Opens a device as it is named; the last one counts, and the others stay open.
+bool open_device(void *descriptor, e_optstate *state, const sb_optionrow &) {
+    const char *device = e_opt_getstr(state);
+    if (device == nullptr) {
+        std::fputs("kblayout: -F: missing or invalid operand\n", stderr);
+        return false;
+    }
+    const int opened = OpenTerminal(device, TERM_OPEN_FLAGS);
+    if (opened < 0) std::fprintf(stderr, "kblayout: %s: %s\n", device, std::strerror(errno));
+    *static_cast<int *>(descriptor) = opened;
+    return opened >= 0;
+}
+
+constexpr sb_option<int> option_table[] = {takes<int>('F', sb_word::terminal, open_device, "--file")};
 constexpr auto _sb_kblayout_longs = sb_longoptions(option_table);
 constexpr sb_commandline command_line = {
     .command = "kblayout",
     .usage = usage,
     .long_options = _sb_kblayout_longs.data(),
-    .operands = {.max = 1, .words = {sb_word::layout}},
+    .operands = {.words = {sb_word::layout}},
+    .bad_argument = {"", SB_FAILED},
 };
 
-constexpr int STANDARD_INPUT = 0;
-
 void close_opened(int descriptor) {
-    if (descriptor != STANDARD_INPUT) CloseTerminal(descriptor);
-}
-
-// Opens devices as they are named; the last one counts. An extra operand, a layout name that is too long and a failed
-// open leave it open: the end of the process closes it.
-std::optional<int> parse(int &argc, char **&argv, int &descriptor) {
-    e_optstate state;
-    e_initoption(&state, &argc, &argv, true);
-    e_setlongoption(&state, _sb_kblayout_longs.data());
-    for (int c; (c = e_getoption(&state)) != E_END;) {
-        switch (c) {
-        case 'F': {
-            const char *device = e_opt_getstr(&state);
-            if (device == nullptr) {
-                std::fprintf(stderr, "kblayout: -%c: missing or invalid operand\n", c);
-                close_opened(descriptor);
-                return SB_FAILED;
-            }
-            descriptor = OpenTerminal(device, TERM_OPEN_FLAGS);
-            if (descriptor < 0) {
-                std::fprintf(stderr, "kblayout: %s: %s\n", device, std::strerror(errno));
-                return SB_FAILED;
-            }
-            break;
-        }
-        case E_HELP:
-            sb_showusage(command_line);
-            close_opened(descriptor);
-            return SB_DONE;
-        default: {
-            const int status = sb_unknownswitch(command_line, c);
-            close_opened(descriptor);
-            return status;
-        }
-        }
-    }
-    if (argc > 1) {
-        std::fprintf(stderr, "kblayout: extra operand '%s'\n", argv[1]);
-        return SB_FAILED;
-    }
-    return std::nullopt;
+    if (descriptor > STANDARD_INPUT) CloseTerminal(descriptor);
 }
 
 }  // namespace
@@ -81,7 +53,12 @@ constexpr sb_description sb_kblayout_line = sb_describe(command_line, option_tab
 
 int sb_kblayout(int argc, char **argv) {
     int descriptor = STANDARD_INPUT;
-    if (const auto status = parse(argc, argv, descriptor)) return *status;
+    if (const auto status = sb_parse(command_line, option_table, argc, argv, descriptor)) {
+        close_opened(descriptor);
+        return *status;
+    }
+    // Deliberate: this, and a layout name that is too long, leave the device open.
+    if (argc > 1) return sb_fail(command_line, SB_FAILED, "extra operand '%s'", argv[1]);
 
     char layout[TERM_LAYOUT_SIZE] = {};
     const bool set = argc == 1;
@@ -89,18 +66,14 @@ int sb_kblayout(int argc, char **argv) {
         if (std::strlen(argv[0]) >= sizeof layout) {
             // Deliberate: names the operand after the layout, and there is none.
             const char *next = argv[1] != nullptr ? argv[1] : "(null)";
-            std::fprintf(stderr, "kblayout: '%s': layout name is too long\n", next);
-            return SB_FAILED;
+            return sb_fail(command_line, SB_FAILED, "'%s': layout name is too long", next);
         }
         std::strcpy(layout, argv[0]);
     }
     const int result = ControlTerminal(descriptor, set ? TERMCTL_SET_LAYOUT : TERMCTL_GET_LAYOUT, layout);
     const int error = errno;
     close_opened(descriptor);
-    if (result != 0) {
-        std::fprintf(stderr, "kblayout: %s\n", std::strerror(error));
-        return SB_FAILED;
-    }
+    if (result != 0) return sb_fail(command_line, SB_FAILED, "%s", std::strerror(error));
     layout[sizeof layout - 1] = '\0';
     if (!set) std::printf("%s\n", layout);
     return SB_DONE;

@@ -41,11 +41,6 @@ struct isr {
     char owner_name[32];  // empty: not known, or not asked for
 };
 
-int fail(int status, const char *what) {
-    std::fprintf(stderr, "lsisr: %s\n", what);
-    return status;
-}
-
 constexpr sb_option<options> option_table[] = {
     sets<&options::by_task, false>('i'), sets<&options::by_task>('t'),    sets<&options::names>('n'),
     sets<&options::names, false>('N'),   sets<&options::statistics>('s'),
@@ -70,17 +65,17 @@ isr read_isr(uint64_t iterator, uint64_t owner, const options &opts) {
 
 int collect(vector *records, uint64_t tasks, uint64_t isrs, const options &opts) {
     if (_SL_BeginIterator(tasks, SYSTEM_WIDE, ITERSEL_TASKS) != RESULT_SUCCESS)
-        return fail(SB_FAILED, "failed to start iteration");
+        return sb_fail(command_line, SB_FAILED, "failed to start iteration");
     while (_SL_StepIterator(tasks) == RESULT_SUCCESS) {
         const uint64_t task = sb_iteratoritem(tasks, OBJINFO_HANDLE, 0);
         if (_SL_BeginIterator(isrs, task, ITERSEL_ISRS) != RESULT_SUCCESS) {
-            std::fprintf(stderr, "lsisr: failed to start ISR iteration, skip task 0x%" PRIx64 "\n", task);
+            sb_say(command_line, "failed to start ISR iteration, skip task 0x%" PRIx64, task);
             continue;
         }
         while (_SL_StepIterator(isrs) == RESULT_SUCCESS) {
             const isr record = read_isr(isrs, task, opts);
             if (vector_pushback(records, &record) != VECTOR_DONE)
-                return fail(SB_FAILED, "out of memory while collecting data");
+                return sb_fail(command_line, SB_FAILED, "out of memory while collecting data");
         }
     }
     return SB_DONE;
@@ -89,15 +84,11 @@ int collect(vector *records, uint64_t tasks, uint64_t isrs, const options &opts)
 // Collects with two iterators of its own.
 int collect(vector *records, const options &opts) {
     const uint64_t tasks = _SL_CreateIterator(0, 0);
-    if (tasks == NO_OBJECT) return fail(SB_NO_ITERATOR, "failed to create task iterator");
-    int status = SB_NO_ITERATOR;
+    if (tasks == NO_OBJECT) return sb_fail(command_line, SB_NO_ITERATOR, "failed to create task iterator");
     const uint64_t isrs = _SL_CreateIterator(0, 0);
-    if (isrs == NO_OBJECT) {
-        fail(status, "failed to create ISR iterator");
-    } else {
-        status = collect(records, tasks, isrs, opts);
-        _SL_DeleteObject(isrs, DELETE_HANDLE);
-    }
+    const int status = isrs == NO_OBJECT ? sb_fail(command_line, SB_NO_ITERATOR, "failed to create ISR iterator")
+                                         : collect(records, tasks, isrs, opts);
+    if (isrs != NO_OBJECT) _SL_DeleteObject(isrs, DELETE_HANDLE);
     _SL_DeleteObject(tasks, DELETE_HANDLE);
     return status;
 }
@@ -148,7 +139,7 @@ int sb_lsisr(int argc, char **argv) {
 
     constexpr size_t first_room = 64;  // records
     const vector_ptr records(vector_new(sizeof(isr), first_room));
-    if (!records) return fail(SB_NO_ITERATOR, "out of memory");
+    if (!records) return sb_fail(command_line, SB_NO_ITERATOR, "out of memory");
     if (const int status = collect(records.get(), opts)) return status;
 
     const std::span listed(static_cast<isr *>(records->data), records->count);

@@ -63,16 +63,11 @@ int sb_lsmaj(int argc, char **argv) {
 
     device_record *service = GetSystemService();
     uint32_t max_major = 0;
-    if (!SysvcGetMaxMajor(service, &max_major)) {
-        std::fputs("lsmaj: failed to get maximal major number\n", stderr);
-        return SB_FAILED;
-    }
+    if (!SysvcGetMaxMajor(service, &max_major))
+        return sb_fail(command_line, SB_FAILED, "failed to get maximal major number");
     const uint64_t majors = uint64_t{max_major} + 1;
     const std::unique_ptr<record[]> records(majors <= MAX_RECORDS ? new (std::nothrow) record[majors] : nullptr);
-    if (!records) {
-        std::fprintf(stderr, "lsmaj: %s\n", std::strerror(EINVAL));
-        return SB_FAILED;
-    }
+    if (!records) return sb_fail(command_line, SB_FAILED, "%s", std::strerror(EINVAL));
 
     // Majors without a driver, or with a nameless one, are not shown: the next one overwrites them.
     record *end = records.get();

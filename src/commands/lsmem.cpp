@@ -44,11 +44,6 @@ struct options {
     const char *sort = nullptr;
 };
 
-int fail(int status, const char *what) {
-    std::fprintf(stderr, "lsmem: %s\n", what);
-    return status;
-}
-
 void print_lists() {
     std::putchar('\n');
     sb_print_colp_styles(stdout);
@@ -178,10 +173,10 @@ constexpr subject spaces = {ITERSEL_VSPACES, add_space, "failed to get virtual s
 
 int list_all(const listing &list, const subject &what, const options &opts) {
     if (_SL_BeginIterator(list.iterator, SYSTEM_WIDE, what.selection) != RESULT_SUCCESS)
-        return fail(SB_FAILED, "failed to start iteration");
+        return sb_fail(command_line, SB_FAILED, "failed to start iteration");
     uint64_t count = 0;
     for (; _SL_StepIterator(list.iterator) == RESULT_SUCCESS; ++count) {
-        if (!what.add(list)) return fail(SB_FAILED, what.failure);
+        if (!what.add(list)) return sb_fail(command_line, SB_FAILED, "%s", what.failure);
     }
     if (sb_parse_colp_sort(list.table, opts.sort) != 0) return SB_FAILED;
     sb_print_summed(list.table, stdout);
@@ -202,7 +197,7 @@ int sb_lsmem(int argc, char **argv) {
     if (!table) return SB_FAILED;
 
     const uint64_t iterator = _SL_CreateIterator(0, 0);
-    if (iterator == NO_OBJECT) return fail(SB_NO_ITERATOR, "failed to create iterator");
+    if (iterator == NO_OBJECT) return sb_fail(command_line, SB_NO_ITERATOR, "failed to create iterator");
     const listing list = {table.get(), iterator, _SL_GetState(KSTATE_PAGE_SIZE), opts.all};
     const int status = list_all(list, opts.virtual_spaces ? spaces : chunks, opts);
     _SL_DeleteObject(iterator, DELETE_HANDLE);

@@ -44,6 +44,17 @@ struct options {
     sb_taskoperand operands = sb_taskoperand::name;
 };
 
+constexpr sb_option<options> option_table[] = {
+    takes_number<&options::parameter>('p'),
+    sets<&options::operands, sb_taskoperand::number>('P'),
+};
+constexpr sb_commandline command_line = {
+    .command = "raiseexc",
+    .print_usage = print_usage,
+    .operands = {.min = 1, .words = {sb_word::exception, sb_word::task}},
+    .bad_argument = {"missing or invalid argument of -%", SB_FAILED},
+};
+
 // An exception by its name or its number; false after a message.
 bool parse_exception(const char *text, uint64_t &id) {
     for (const auto &row : _sb_raiseexc_exspecs) {
@@ -57,20 +68,9 @@ bool parse_exception(const char *text, uint64_t &id) {
     const char *wrong = *end != '\0'      ? "invalid exception ID"
                         : id >= EXC_LIMIT ? "exception ID number is too high"
                                           : nullptr;
-    if (wrong != nullptr) std::fprintf(stderr, "%s: %s: %s\n", "raiseexc", text, wrong);
+    if (wrong != nullptr) sb_say(command_line, "%s: %s", text, wrong);
     return wrong == nullptr;
 }
-
-constexpr sb_option<options> option_table[] = {
-    takes_number<&options::parameter>('p'),
-    sets<&options::operands, sb_taskoperand::number>('P'),
-};
-constexpr sb_commandline command_line = {
-    .command = "raiseexc",
-    .print_usage = print_usage,
-    .operands = {.min = 1, .words = {sb_word::exception, sb_word::task}},
-    .bad_argument = {"missing or invalid argument of -%", SB_FAILED},
-};
 }  // namespace
 
 constexpr sb_description sb_raiseexc_line = sb_describe(command_line, option_table);
@@ -85,12 +85,10 @@ int sb_raiseexc(int argc, char **argv) {
     for (int i = 1; i < argc; ++i) {
         uint64_t task = 0;
         if (!sb_resolvetask(argv[i], opts.operands, &task)) {
-            std::fprintf(stderr, "%s: %s: process not found\n", "raiseexc", argv[i]);
-            status = SB_FAILED;
+            status = sb_fail(command_line, SB_FAILED, "%s: process not found", argv[i]);
         } else if (const uint64_t code = _SL_RaiseException(task, 0, exception, opts.parameter, 0)) {
-            std::fprintf(stderr, "%s: %s: failed to raise exception (0x%04X).\n", "raiseexc", argv[i],
-                         static_cast<unsigned>(code));
-            status = SB_FAILED;
+            status = sb_fail(command_line, SB_FAILED, "%s: failed to raise exception (0x%04X).", argv[i],
+                             static_cast<unsigned>(code));
         }
     }
     return status;

@@ -40,11 +40,6 @@ struct options {
     int32_t unit = DEFAULT_UNIT;
 };
 
-int fail(int status, const char *what) {
-    std::fprintf(stderr, "readlog: %s\n", what);
-    return status;
-}
-
 constexpr sb_option<options> option_table[] = {
     sets<&options::half_lines, false>('f'),
     sets<&options::half_lines>('h'),
@@ -68,9 +63,9 @@ bool perform(log_read_request &request, uint32_t command, const options &opts) {
     request.header.command = command;
     request.header.timeout = opts.timeout;
     request.header.payload = reinterpret_cast<uint64_t>(&request.offset);
-    if (opts.verbose) std::fprintf(stderr, "readlog: send IOreq with %u msec timeout\n", request.header.timeout);
+    if (opts.verbose) sb_say(command_line, "send IOreq with %u msec timeout", request.header.timeout);
     if (SyncIO(&request.header) == IO_SUCCESS) return true;
-    std::fprintf(stderr, "readlog: failed to perform IOreq, error code: 0x%x\n", request.header.error);
+    sb_say(command_line, "failed to perform IOreq, error code: 0x%x", request.header.error);
     return false;
 }
 
@@ -78,7 +73,7 @@ bool perform(log_read_request &request, uint32_t command, const options &opts) {
 int show_slice(log_read_request &request, const options &opts) {
     if (!perform(request, LOGCMD_LENGTH, opts)) return SB_SETUP;
     const uint32_t length = request.offset;
-    if (opts.verbose) std::fprintf(stderr, "readlog: log contains %u characters\n", length);
+    if (opts.verbose) sb_say(command_line, "log contains %u characters", length);
 
     const uint32_t size = opts.size;
     char *buffer = reinterpret_cast<char *>(&request) + sizeof request;
@@ -104,19 +99,16 @@ int sb_readlog(int argc, char **argv) {
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
-    if (opts.verbose) std::fprintf(stderr, "readlog: open \"%s\" device\n", LOG_DEVICE);
+    if (opts.verbose) sb_say(command_line, "open \"%s\" device", LOG_DEVICE);
     device_record *device = OpenDevice(LOG_DEVICE);
-    if (device == nullptr) {
-        std::fprintf(stderr, "readlog: %s: device not exist\n", LOG_DEVICE);
-        return SB_FAILED;
-    }
-    if (opts.verbose) std::fputs("readlog: create MsgPort\n", stderr);
+    if (device == nullptr) return sb_fail(command_line, SB_FAILED, "%s: device not exist", LOG_DEVICE);
+    if (opts.verbose) sb_say(command_line, "create MsgPort");
     const uint64_t port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
-    if (port == NO_OBJECT) return fail(SB_SETUP, "failed to create MsgPort");
-    if (opts.verbose) std::fputs("readlog: create I/O request\n", stderr);
+    if (port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort");
+    if (opts.verbose) sb_say(command_line, "create I/O request");
     IOreq *request = CreateIOreq(device, static_cast<uint32_t>(opts.unit), IOREQ_FLAGS_DEFAULT,
                                  sizeof(log_read_request) + uint64_t{opts.size} + 1, port);
-    if (request == nullptr) return fail(SB_SETUP, "failed to create I/O request");
+    if (request == nullptr) return sb_fail(command_line, SB_SETUP, "failed to create I/O request");
     if (const int status = show_slice(*reinterpret_cast<log_read_request *>(request), opts)) return status;
     CloseDevice(device);
     return SB_DONE;

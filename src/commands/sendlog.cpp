@@ -37,11 +37,6 @@ struct options {
     int32_t unit = DEFAULT_UNIT;
 };
 
-int fail(int status, const char *what) {
-    std::printf("sendlog: %s\n", what);
-    return status;
-}
-
 // Takes a number; an argument without any digit counts as missing.
 template <auto Member, long long Min, long long Max>
 bool get_number(void *options, e_optstate *state, const sb_optionrow &) {
@@ -83,27 +78,21 @@ void sb_sendlog_compose(const char *label, const char *message, uint64_t *word1,
 
 // Port, handle, request and, where the run fails, the device too are left to the system.
 int sb_sendlog_long(int argc, char **argv, uint32_t timeout, bool verbose, int32_t unit) {
-    if (argc > 1) {
-        std::printf("sendlog: extra operand '%s'\n", argv[1]);
-        return SB_FAILED;
-    }
+    if (argc > 1) return sb_fail(command_line, SB_FAILED, "extra operand '%s'", argv[1]);
     const char *text = argv[0];
     const size_t length = std::strlen(text);
-    if (length > LONGEST_MESSAGE) return fail(SB_FAILED, "message is too long");
+    if (length > LONGEST_MESSAGE) return sb_fail(command_line, SB_FAILED, "message is too long");
 
-    if (verbose) std::printf("sendlog: open \"%s\" device\n", LOG_DEVICE);
+    if (verbose) sb_say(command_line, "open \"%s\" device", LOG_DEVICE);
     device_record *device = OpenDevice(LOG_DEVICE);
-    if (device == nullptr) {
-        std::printf("sendlog: %s: device not exist\n", LOG_DEVICE);
-        return SB_FAILED;
-    }
-    if (verbose) std::puts("sendlog: create MsgPort");
+    if (device == nullptr) return sb_fail(command_line, SB_FAILED, "%s: device not exist", LOG_DEVICE);
+    if (verbose) sb_say(command_line, "create MsgPort");
     const uint64_t port = _SL_CreateMsgPort(0, 0);
-    if (port == NO_OBJECT) return fail(SB_SETUP, "failed to create MsgPort");
+    if (port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort");
     const uint64_t reply_port = _SL_CreateHandle(0, port, RIGHTS_REPLY);
-    if (reply_port == NO_OBJECT) return fail(SB_SETUP, "failed to create handle to MsgPort");
+    if (reply_port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create handle to MsgPort");
 
-    if (verbose) std::puts("sendlog: create I/O request");
+    if (verbose) sb_say(command_line, "create I/O request");
     IOreq *header = CreateIOreq(device, static_cast<uint32_t>(unit), IOREQ_FLAGS_DEFAULT,
                                 sizeof(log_write_request) + length + 1, reply_port);
     if (header == nullptr) {
@@ -127,24 +116,18 @@ int sb_sendlog_long(int argc, char **argv, uint32_t timeout, bool verbose, int32
 }
 
 int sb_sendlog_emerg(int argc, char **argv, uint32_t timeout, bool verbose) {
-    if (argc > 2) {
-        std::printf("sendlog: extra operand '%s'\n", argv[2]);
-        return SB_FAILED;
-    }
+    if (argc > 2) return sb_fail(command_line, SB_FAILED, "extra operand '%s'", argv[2]);
     uint64_t word1 = 0, word2 = 0;
     uint32_t code = 0;
     sb_sendlog_compose(argc == 2 ? argv[0] : nullptr, argv[argc - 1], &word1, &code, &word2);
 
-    if (verbose) std::printf("sendlog: get \"%s\" device MsgPort from registry\n", LOG_DEVICE);
+    if (verbose) sb_say(command_line, "get \"%s\" device MsgPort from registry", LOG_DEVICE);
     const uint64_t port = GetDeviceMsgPort(LOG_DEVICE);
-    if (port == NO_OBJECT) {
-        std::printf("sendlog: %s: device not exist\n", LOG_DEVICE);
-        return SB_FAILED;
-    }
-    if (verbose) std::printf("sendlog: send with %u msec timeout\n", timeout);
+    if (port == NO_OBJECT) return sb_fail(command_line, SB_FAILED, "%s: device not exist", LOG_DEVICE);
+    if (verbose) sb_say(command_line, "send with %u msec timeout", timeout);
     if (_SL_SendMsg(port, word1, code, word2, timeout) != RESULT_SUCCESS)
-        return fail(SB_FAILED, "failed to send message");
-    if (verbose) std::puts("sendlog: message sent");
+        return sb_fail(command_line, SB_FAILED, "failed to send message");
+    if (verbose) sb_say(command_line, "message sent");
     return SB_DONE;
 }
 

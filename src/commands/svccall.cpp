@@ -70,8 +70,8 @@ constexpr sb_commandline command_line = {
 };
 
 void unknown_type(const svc_descriptor &item) {
-    std::fprintf(stderr, "svccall: \"%.*s\" has an unknown argument type of 0x%x\n",
-                 sb_service_namelen(item.name, sizeof item.name), item.name, static_cast<unsigned>(item.type));
+    sb_say(command_line, "\"%.*s\" has an unknown argument type of 0x%x",
+           sb_service_namelen(item.name, sizeof item.name), item.name, static_cast<unsigned>(item.type));
 }
 
 // Wide values go by the user's encoding where that is UTF-8. Nothing else depends on a locale, and most runs need none.
@@ -205,8 +205,8 @@ bool fill_call(const sb_service &service, const svc_info_block &info, std::span<
         call->args[i].type = item.type;
         const char *value = find_value(item, keyvals, count);
         if (value == nullptr) {
-            std::fprintf(stderr, "svccall: key \"%.*s\" not found in KEYVALs\n",
-                         sb_service_namelen(item.name, sizeof item.name), item.name);
+            sb_say(command_line, "key \"%.*s\" not found in KEYVALs", sb_service_namelen(item.name, sizeof item.name),
+                   item.name);
             return false;
         }
         uint64_t word = 0;  // not in the request, where the server could turn it into another address
@@ -285,7 +285,7 @@ void print_wide_string(result_bytes text) {
         try {
             shown.append(bytes, length);
         } catch (const std::bad_alloc &) {
-            std::fputs("svccall: out of memory\n", stderr);
+            sb_say(command_line, "out of memory");
             shown.clear();
             break;
         }
@@ -329,11 +329,9 @@ int call_service(const sb_service &service, const char *called, char **keyvals, 
     std::copy_n(sb_service_results(service, INFO_OFFSET), result_count, results);
 
     if (!fill_call(service, info, {results, result_count}, called, keyvals, count, opts)) return SB_FAILED;
-    if (sb_service_perform(service, SVCCMD_CALL, CALL_OFFSET) != IO_SUCCESS) {
-        std::fprintf(stderr, "svccall: %s: \"%s\": service call failed, error code: 0x%x\n", service.name, called,
-                     service.request->error);
-        return SB_FAILED;
-    }
+    if (sb_service_perform(service, SVCCMD_CALL, CALL_OFFSET) != IO_SUCCESS)
+        return sb_fail(command_line, SB_FAILED, "%s: \"%s\": service call failed, error code: 0x%x", service.name,
+                       called, service.request->error);
     const auto *call = sb_service_block<svc_call_block>(service, CALL_OFFSET);
     for (uint64_t i = 0; i < result_count; ++i) print_result(service, results[i], call->results[i].value, opts);
     return SB_DONE;
@@ -349,11 +347,8 @@ int sb_svccall(int argc, char **argv) {
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     const uint64_t reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
-    if (reply_port == NO_OBJECT) {
-        std::fputs("svccall: failed to create MsgPort.\n", stderr);
-        return SB_SETUP;
-    }
-    sb_service service{"svccall", argv[0], reply_port, POOL_OFFSET + opts.pool_size};
+    if (reply_port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort.");
+    sb_service service{command_line, argv[0], reply_port, POOL_OFFSET + opts.pool_size};
     if (!sb_service_open(service)) return SB_FAILED;
     if (const int status = call_service(service, argv[1], argv + 2, argc - 2, opts)) return status;
     CloseDevice(service.device);

@@ -63,7 +63,7 @@ bool describe_named(const sb_service &service, char **names, int count) {
     bool good = true;
     for (int i = 0; i < count; ++i) {
         if (std::strlen(names[i]) >= SVC_NAME_SIZE) {
-            std::fprintf(stderr, "svcinfo: %s: %s: service name too long\n", service.name, names[i]);
+            sb_say(command_line, "%s: %s: service name too long", service.name, names[i]);
             good = false;
         } else if (!describe(service, names[i], std::nullopt)) {
             good = false;
@@ -78,7 +78,7 @@ bool list_services(const sb_service &service) {
     auto *block = sb_service_block<svc_list_block>(service, LIST_OFFSET);
     block->capacity = SVC_LIST_SLOTS;
     if (sb_service_perform(service, SVCCMD_LIST, LIST_OFFSET) != IO_SUCCESS) {
-        std::fprintf(stderr, "svcinfo: %s: failed to retrieve service list\n", service.name);
+        sb_say(command_line, "%s: failed to retrieve service list", service.name);
         return false;
     }
     svc_list_block list;
@@ -91,9 +91,9 @@ bool list_services(const sb_service &service) {
         good = describe(service, called, i);
     }
     if (list.total > returned) {
-        std::fprintf(stderr, "svcinfo: %s: not all services has been listed\n", service.name);
+        sb_say(command_line, "%s: not all services has been listed", service.name);
     } else if (returned == SVC_LIST_SLOTS) {
-        std::fprintf(stderr, "svcinfo: %s: maybe not all services has been listed\n", service.name);
+        sb_say(command_line, "%s: maybe not all services has been listed", service.name);
     }
     return good;
 }
@@ -105,21 +105,15 @@ constexpr sb_description sb_svcinfo_line = sb_describe(command_line, option_tabl
 int sb_svcinfo(int argc, char **argv) {
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
-    if (opts.by_service && argc < 2) {
-        std::fputs("svcinfo: missing operand\n", stderr);
-        return SB_FAILED;
-    }
+    if (opts.by_service && argc < 2) return sb_fail(command_line, SB_FAILED, "missing operand");
 
     uint64_t reply_port = NO_OBJECT;
     int status = SB_DONE;
     const int devices = opts.by_service ? 1 : argc;
     for (int i = 0; i < devices; ++i) {
         if (reply_port == NO_OBJECT) reply_port = CreateSharedMsgPort(0, 0, 0, RIGHTS_REPLY);
-        if (reply_port == NO_OBJECT) {
-            std::fputs("svcinfo: failed to create MsgPort.\n", stderr);
-            return SB_SETUP;
-        }
-        sb_service service{"svcinfo", argv[i], reply_port, REQUEST_SIZE};
+        if (reply_port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort.");
+        sb_service service{command_line, argv[i], reply_port, REQUEST_SIZE};
         bool good = sb_service_open(service);
         if (good && !opts.by_service && i > 0) std::putchar('\n');
         if (good) good = opts.by_service ? describe_named(service, argv + 1, argc - 1) : list_services(service);

@@ -72,11 +72,6 @@ struct options {
     const char *sort = nullptr;
 };
 
-int fail(int status, const char *what) {
-    std::fprintf(stderr, "task: %s\n", what);
-    return status;
-}
-
 void print_lists() {
     std::putchar('\n');
     sb_print_colp_styles(stdout);
@@ -185,8 +180,7 @@ bool read_basics(uint64_t iterator, task_row &task) {
                  {TASKINFO_RESERVED_PAGES, &task.reserved_pages}};
     for (const auto &[item, value] : items) {
         if (const uint64_t code = _SL_GetIteratorInfo(iterator, item, value)) {
-            std::fprintf(stderr, "task: could not stat task (ec=0x%" PRIx64 ", master=0x%" PRIX64 ")\n", code,
-                         task.handle);
+            sb_say(command_line, "could not stat task (ec=0x%" PRIx64 ", master=0x%" PRIX64 ")", code, task.handle);
             return false;
         }
     }
@@ -404,13 +398,12 @@ int sb_task(int argc, char **argv) {
     const sb_table table = sb_newtable("task", opts.style, std::span(shown.columns).first(shown.count));
     if (!table) return SB_FAILED;
     const uint64_t iterator = _SL_CreateIterator(0, 0);
-    if (iterator == NO_OBJECT) {
-        std::fprintf(stderr, "task: failed to create iterator (error code: 0x%" PRIX64 ")\n", _SL_GetLastError());
-        return SB_NO_ITERATOR;
-    }
+    if (iterator == NO_OBJECT)
+        return sb_fail(command_line, SB_NO_ITERATOR, "failed to create iterator (error code: 0x%" PRIX64 ")",
+                       _SL_GetLastError());
     int status = SB_FAILED;
     const bool begun = _SL_BeginIterator(iterator, SYSTEM_WIDE, ITERSEL_TASKS) == RESULT_SUCCESS;
     if (begun) status = list_tasks({table.get(), iterator, page_size, service, opts.shown}, shown, opts);
     _SL_DeleteObject(iterator, DELETE_HANDLE);
-    return begun ? status : fail(status, "failed to start iteration");
+    return begun ? status : sb_fail(command_line, SB_FAILED, "failed to start iteration");
 }

@@ -59,7 +59,7 @@ int sb_taskkill(int argc, char **argv) {
     for (int i = 0; i < argc; ++i) {
         uint64_t handle = 0;
         if (!sb_resolvetask(argv[i], opts.operands, &handle)) {
-            std::fprintf(stderr, "%s: %s: process not found\n", "taskkill", argv[i]);
+            sb_say(command_line, "%s: process not found", argv[i]);
             continue;
         }
         // With -a a task that cannot be deleted is tried again for as long as its name is found.

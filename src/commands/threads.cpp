@@ -128,8 +128,8 @@ void dump_registers(uint64_t thread, uint64_t node, uint64_t self, const registe
     for (; entry->id != 0; ++entry) {
         uint64_t value = 0;
         if (const uint64_t code = read_register(thread, *entry, node, self, value))
-            std::fprintf(stderr, "threads: failed to read register of \"%s\" (0x%" PRIx64 "): error 0x%" PRIx64 "\n",
-                         entry->name, entry->id, code);
+            sb_say(command_line, "failed to read register of \"%s\" (0x%" PRIx64 "): error 0x%" PRIx64, entry->name,
+                   entry->id, code);
         else
             std::printf("        %-*s 0x%0*" PRIX64 "\n", table.name_width, entry->name, 16, value);
     }
@@ -194,7 +194,7 @@ int sb_threads_threads(uint64_t iterator, uint64_t task, const options &opts, co
     constexpr uint64_t most_nodes = 65536;  // no stack of exceptions is deeper
     const uint64_t self = _SL_GetState(KSTATE_CURRENT_THREAD);
     if (_SL_BeginIterator(iterator, task, ITERSEL_THREADS) != RESULT_SUCCESS) {
-        std::fputs("threads: failed to start iteration\n", stderr);
+        sb_say(command_line, "failed to start iteration");
         return 1;
     }
     print_heading(opts);
@@ -214,7 +214,7 @@ int list_tasks(uint64_t iterator, std::span<char *const> operands, const options
     for (char *const &operand : operands) {
         uint64_t task = 0;
         if (!sb_resolvetask(operand, opts.operands, &task)) {
-            std::fprintf(stderr, "threads: process \"%s\" not found.\n", operand);  // the status stays
+            sb_say(command_line, "process \"%s\" not found.", operand);  // the status stays
             continue;
         }
         if (operands.size() > 1) {
@@ -234,12 +234,9 @@ int sb_threads(int argc, char **argv) {
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     register_table table;
-    if (!build_register_table(table)) std::fputs("threads: could not build register table\n", stderr);
+    if (!build_register_table(table)) sb_say(command_line, "could not build register table");
     const uint64_t iterator = _SL_CreateIterator(0, 0);
-    if (iterator == NO_OBJECT) {
-        std::fputs("threads: failed to create iterator\n", stderr);
-        return SB_NO_ITERATOR;
-    }
+    if (iterator == NO_OBJECT) return sb_fail(command_line, SB_NO_ITERATOR, "failed to create iterator");
     const int status = list_tasks(iterator, {argv, static_cast<size_t>(argc)}, opts, table);
     if (opts.legend) {
         std::puts("\n  Thread states:");

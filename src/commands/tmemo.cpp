@@ -113,7 +113,7 @@ constexpr sb_description sb_tmemo_line = sb_describe(command_line, option_table)
 int sb_tmemo(int argc, char **argv) {
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
-    return sb_listtaskobjects({.command = "tmemo",
+    return sb_listtaskobjects({.line = command_line,
                                .plural = "memos",
                                .selection = ITERSEL_MEMOS,
                                .columns = columns,

@@ -58,11 +58,6 @@ struct options {
     uint64_t operand = 0;  // of the setter
 };
 
-int fail(const char *what) {
-    std::fprintf(stderr, "%s: %s\n", "tprop", what);
-    return SB_FAILED;
-}
-
 // VALUE: a number, or a sign and the number to change the current value by.
 bool parse_value(options &opts) {
     const char *number = opts.value;
@@ -90,11 +85,11 @@ constexpr sb_commandline command_line = {
 bool handle_target(const char *target, const options &opts) {
     uint64_t task = 0, current = 0;
     if (!sb_resolvetask(target, opts.operands, &task)) {
-        std::fprintf(stderr, "%s: %s: process not found\n", "tprop", target);
+        sb_say(command_line, "%s: process not found", target);
         return false;
     }
     if (const uint64_t code = _SL_GetObjectInfo(task, priority.item, &current)) {
-        std::fprintf(stderr, "%s: %s: failed to get property (result: 0x%" PRIx64 ")\n", "tprop", target, code);
+        sb_say(command_line, "%s: failed to get property (result: 0x%" PRIx64 ")", target, code);
         return false;
     }
     if (opts.value == nullptr) {
@@ -103,8 +98,7 @@ bool handle_target(const char *target, const options &opts) {
         return true;
     }
     if (opts.setter(task, priority.property, current, opts.operand) == RESULT_SUCCESS) return true;
-    constexpr uint64_t shown_result = 0;  // Deliberate: never the kernel's code
-    std::fprintf(stderr, "%s: %s: failed to set property (result: 0x%" PRIx64 ")\n", "tprop", target, shown_result);
+    sb_say(command_line, "%s: failed to set property (result: 0x0)", target);  // Deliberate: never the kernel's code
     return false;
 }
 }  // namespace
@@ -112,15 +106,13 @@ bool handle_target(const char *target, const options &opts) {
 constexpr sb_description sb_tprop_line = sb_describe(command_line, option_table);
 
 int sb_tprop(int argc, char **argv) {
-    if (!IsCurrentTaskSuper()) return fail("only root can do that");
+    if (!IsCurrentTaskSuper()) return sb_fail(command_line, SB_FAILED, "only root can do that");
 
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
-    if (std::strcmp(argv[0], priority.name) != 0) {
-        std::fprintf(stderr, "%s: invalid property name: %s\n", "tprop", argv[0]);
-        return SB_FAILED;
-    }
-    if (opts.value != nullptr && !parse_value(opts)) return fail("invalid set operand");
+    if (std::strcmp(argv[0], priority.name) != 0)
+        return sb_fail(command_line, SB_FAILED, "invalid property name: %s", argv[0]);
+    if (opts.value != nullptr && !parse_value(opts)) return sb_fail(command_line, SB_FAILED, "invalid set operand");
 
     if (opts.value == nullptr) std::printf("%s:\n", priority.description);
     int status = SB_DONE;

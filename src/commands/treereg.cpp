@@ -32,16 +32,6 @@ Print registry content.
     -X    show integer keys in decimal and hexadecimal
 )";
 
-enum : unsigned {
-    SHOW_TYPE = 1,
-    SHOW_INTEGERS = 2,
-    SHOW_BINARIES = 4,
-    SHOW_OCTETS = 8,
-    HEXADECIMAL = 16,
-    BOTH_BASES = 32,
-    SHOW_ASCII = 64,
-};
-
 constexpr char UNREADABLE[] = " { ?? failed to get registry key }";
 
 constexpr size_t USUAL_LEVELS = 256;
@@ -60,18 +50,24 @@ enum class level_state : char {
 };
 
 struct options {
-    unsigned flags = SHOW_INTEGERS | SHOW_BINARIES | SHOW_OCTETS;
+    bool show_types = false;
+    bool show_integers = true;
+    bool show_binaries = true;
+    bool show_octets = true;
+    bool show_characters = false;  // of the octets
+    bool hexadecimal = false;
+    bool both_bases = false;
     bool show_caps = false;
     long long octets = 32;
     long long depth = -1;  // levels below the first; negative: no limit
 };
 
 constexpr sb_option<options> option_table[] = {
-    adds<&options::flags>('a', SHOW_ASCII),       takes_number<&options::octets>('b'),
-    removes<&options::flags>('B', SHOW_BINARIES), sets<&options::show_caps>('c'),
-    removes<&options::flags>('D', SHOW_OCTETS),   adds<&options::flags>('F', SHOW_TYPE),
-    removes<&options::flags>('I', SHOW_INTEGERS), takes_number<&options::depth>('L'),
-    adds<&options::flags>('x', HEXADECIMAL),      adds<&options::flags>('X', BOTH_BASES),
+    sets<&options::show_characters>('a'),      takes_number<&options::octets>('b'),
+    sets<&options::show_binaries, false>('B'), sets<&options::show_caps>('c'),
+    sets<&options::show_octets, false>('D'),   sets<&options::show_types>('F'),
+    sets<&options::show_integers, false>('I'), takes_number<&options::depth>('L'),
+    sets<&options::hexadecimal>('x'),          sets<&options::both_bases>('X'),
 };
 constexpr sb_commandline command_line = {
     .command = "treereg",
@@ -93,16 +89,16 @@ const char *type_label(uint16_t type) {
     }
 }
 
-void print_integer(unsigned flags, const char *fullpath) {
+void print_integer(const options &opts, const char *fullpath) {
     uint64_t value = 0;
     if (!RegGetKeyInt(GetRegDev(), fullpath, &value)) {
         std::puts(UNREADABLE);
         return;
     }
     const auto number = static_cast<int64_t>(value);
-    if ((flags & BOTH_BASES) != 0) {
+    if (opts.both_bases) {
         std::printf(" { %" PRIi64 " | 0x%" PRIX64 " }\n", number, value);
-    } else if ((flags & HEXADECIMAL) != 0) {
+    } else if (opts.hexadecimal) {
         std::printf(" { 0x%" PRIX64 " }\n", value);
     } else {
         std::printf(" { %" PRIi64 " }\n", number);
@@ -117,7 +113,7 @@ void print_octet(unsigned char octet) {
 }
 
 // A negative number of octets fails, like one that no buffer holds.
-void print_binary(unsigned flags, long long octets, unsigned char *buffer, const RegIterator &entry,
+void print_binary(const options &opts, long long octets, unsigned char *buffer, const RegIterator &entry,
                   const char *fullpath) {
     auto delivered = static_cast<uint32_t>(octets);
     if (octets < 0 || !RegGetKeyBin(GetRegDev(), fullpath, buffer, &delivered)) {
@@ -125,11 +121,11 @@ void print_binary(unsigned flags, long long octets, unsigned char *buffer, const
         return;
     }
     std::printf(" { len=%" PRIu32, entry.length);
-    if ((flags & SHOW_OCTETS) != 0) {
+    if (opts.show_octets) {
         std::putchar(',');
         for (uint32_t i = 0; i < delivered; ++i) print_octet(buffer[i]);
         if (entry.length > delivered) std::fputs("...", stdout);
-        if ((flags & SHOW_ASCII) != 0) {
+        if (opts.show_characters) {
             std::fputs(" | ", stdout);
             for (uint32_t i = 0; i < delivered; ++i)
                 std::putchar(buffer[i] >= 32 && buffer[i] <= 126 ? buffer[i] : '.');
@@ -139,25 +135,23 @@ void print_binary(unsigned flags, long long octets, unsigned char *buffer, const
 }
 
 // The rest of one entry's line, after its connector. Deliberate: an entry of unknown type leaves its line open.
-void sb_treereg_print(unsigned flags, long long octets, unsigned char *buffer, const RegIterator &entry,
+void sb_treereg_print(const options &opts, long long octets, unsigned char *buffer, const RegIterator &entry,
                       const char *fullpath) {
-    if ((flags & SHOW_TYPE) != 0) std::printf(" [%s]", type_label(entry.type));
+    if (opts.show_types) std::printf(" [%s]", type_label(entry.type));
     const std::string_view name = sb_entryname(entry);
     std::printf(" %.*s", static_cast<int>(name.size()), name.data());
     switch (entry.type) {
     case REGTYPE_INT:
-        if ((flags & SHOW_INTEGERS) == 0) {
+        if (opts.show_integers)
+            print_integer(opts, fullpath);
+        else
             std::putchar('\n');
-        } else {
-            print_integer(flags, fullpath);
-        }
         break;
     case REGTYPE_BIN:
-        if ((flags & SHOW_BINARIES) == 0) {
+        if (opts.show_binaries)
+            print_binary(opts, octets, buffer, entry, fullpath);
+        else
             std::putchar('\n');
-        } else {
-            print_binary(flags, octets, buffer, entry, fullpath);
-        }
         break;
     case REGTYPE_DIR:
     case REGTYPE_TMP: std::putchar('\n'); break;
@@ -190,8 +184,7 @@ void draw_levels(std::vector<level> &levels) {
 }
 
 int fail_content(const char *path) {
-    std::printf("treereg: failed to read registry directory content: %s\n", path);
-    return SB_FAILED;
+    return sb_fail(command_line, SB_FAILED, "failed to read registry directory content: %s", path);
 }
 
 // Reads a directory and makes it the innermost level, unless it has no entries.
@@ -216,10 +209,7 @@ int print_next(listing &list) {
     deque_pop_front(own.entries.get());
 
     sb_text fullpath = sb_joinpath(own.path.get(), sb_entryname(entry));
-    if (!fullpath) {
-        std::puts("treereg: out of memory");
-        return SB_FAILED;
-    }
+    if (!fullpath) return sb_fail(command_line, SB_FAILED, "out of memory");
     const uint64_t cost = std::strlen(fullpath.get()) + LEVEL_WIDTH * list.levels.size();
     if (cost > list.path_bytes_left) {
         const int status = fail_content(own.path.get());
@@ -229,7 +219,7 @@ int print_next(listing &list) {
     list.path_bytes_left -= cost;
     if (last) own.state = level_state::last;
     draw_levels(list.levels);
-    sb_treereg_print(list.opts.flags, list.octets, list.buffer, entry, fullpath.get());
+    sb_treereg_print(list.opts, list.octets, list.buffer, entry, fullpath.get());
     const bool deeper = list.opts.depth < 0 || list.levels.size() <= static_cast<uint64_t>(list.opts.depth);
     return deeper && is_directory(entry) ? enter(list, std::move(fullpath)) : SB_DONE;
 }
@@ -238,10 +228,7 @@ int print_next(listing &list) {
 //   returns  SB_DONE, or SB_FAILED if anything in it failed
 int sb_treereg_list(listing &list, const char *path) {
     sb_text root = sb_joinpath("", path);
-    if (!root) {
-        std::puts("treereg: out of memory");
-        return SB_FAILED;
-    }
+    if (!root) return sb_fail(command_line, SB_FAILED, "out of memory");
     list.levels.clear();
     list.path_bytes_left = MOST_PATH_BYTES;
     int status = enter(list, std::move(root));
@@ -263,10 +250,8 @@ int sb_treereg(int argc, char **argv) {
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
 
     uint32_t max_name = 0, max_binary = 0, max_depth = 0;
-    if (!RegCaps(GetRegDev(), &max_name, &max_binary, &max_depth)) {
-        std::puts("treereg: failed to get registry caps");
-        return SB_SETUP;
-    }
+    if (!RegCaps(GetRegDev(), &max_name, &max_binary, &max_depth))
+        return sb_fail(command_line, SB_SETUP, "failed to get registry caps");
     const uint64_t room = std::min<uint64_t>(max_binary, RegBinaryRoom(GetRegDev(), ""));
     const sb_text buffer(static_cast<char *>(std::malloc(std::max<uint64_t>(room, 1))));
     listing list = {

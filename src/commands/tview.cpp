@@ -149,7 +149,7 @@ int sb_tview(int argc, char **argv) {
     options opts;
     if (const auto status = sb_parse(command_line, option_table, argc, argv, opts)) return *status;
     listing list = {opts};
-    return sb_listtaskobjects({.command = "tview",
+    return sb_listtaskobjects({.line = command_line,
                                .plural = "views",
                                .selection = ITERSEL_VIEWS,
                                .columns = columns,

@@ -2,37 +2,54 @@
 #include "common/commandline.h"
 
 #include <algorithm>
+#include <cstdarg>
 #include <cstring>
 
 namespace {
 
 FILE *stream_of(const sb_commandline &line) { return line.speech == sb_speech::on_stdout ? stdout : stderr; }
 
+void print(const sb_commandline &line, const char *format, std::va_list arguments) {
+    char whole[256];  // the formats are short literals
+    std::snprintf(whole, sizeof whole, "%s: %s\n", line.command, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    std::vfprintf(stream_of(line), whole, arguments);  // one write, where the stream has no buffer
+#pragma GCC diagnostic pop
+}
+
 int answer(const sb_commandline &line, const sb_answer &given, const char *subject) {
     if (given.words == nullptr) return sb_showusage(line);
     if (given.words[0] != '\0') {
         const char *mark = strchrnul(given.words, '%');
         const bool marked = *mark != '\0';
-        std::fprintf(stream_of(line), "%s: %.*s%s%s\n", line.command, static_cast<int>(mark - given.words), given.words,
-                     marked ? subject : "", marked ? mark + 1 : "");
+        sb_say(line, "%.*s%s%s", static_cast<int>(mark - given.words), given.words, marked ? subject : "",
+               marked ? mark + 1 : "");
     }
     return given.status;
 }
 
 }  // namespace
 
+void sb_say(const sb_commandline &line, const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    print(line, format, arguments);
+    va_end(arguments);
+}
+
+int sb_fail(const sb_commandline &line, int status, const char *format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    print(line, format, arguments);
+    va_end(arguments);
+    return status;
+}
+
 int sb_showusage(const sb_commandline &line) {
     if (line.usage != nullptr) std::fputs(line.usage, stdout);
     if (line.print_usage != nullptr) line.print_usage();
     return SB_DONE;
-}
-
-int sb_unknownswitch(const sb_commandline &line, int c) {
-    if (line.speech == sb_speech::on_stdout)
-        std::printf("Unknown switch: -%c\n", c);
-    else
-        std::fprintf(stderr, "%s: unknown switch: -%c\n", line.command, c);
-    return SB_BAD_SWITCH;
 }
 
 std::optional<int> sb_parserows(const sb_description &what, int &argc, char **&argv, void *options) {
@@ -44,7 +61,11 @@ std::optional<int> sb_parserows(const sb_description &what, int &argc, char **&a
     for (int c; (c = e_getoption(&state)) != E_END;) {
         if (c == E_HELP) return sb_showusage(line);
         const auto *row = std::find_if(what.options, end, [c](const sb_optionrow &known) { return known.code == c; });
-        if (row == end) return sb_unknownswitch(line, c);
+        if (row == end) {
+            if (line.speech == sb_speech::on_stderr) return sb_fail(line, SB_BAD_SWITCH, "unknown switch: -%c", c);
+            std::printf("Unknown switch: -%c\n", c);
+            return SB_BAD_SWITCH;
+        }
         const char letter[] = {static_cast<char>(c), '\0'};
         if (!row->take(options, &state, *row)) return answer(line, line.bad_argument, letter);
     }

@@ -52,7 +52,7 @@ struct sb_optionrow {
     sb_word argument;
     int32_t value;          // what it stores, where that is a number
     const char *long_name;  // with its "--"; null for none
-    taker take;             // null where the command parses by hand
+    taker take;
 };
 
 // One option of a command whose options record is Options.
@@ -98,24 +98,6 @@ constexpr sb_option<sb_recordof<Member>> sets(int code, const char *long_name = 
                      return true;
                  }}};
     }
-}
-
-// The option adds bits to those stored, or removes them.
-template <auto Member>
-constexpr sb_option<sb_recordof<Member>> adds(int code, int32_t bits, const char *long_name = nullptr) {
-    return {{static_cast<int16_t>(code), sb_word::none, bits, long_name,
-             [](void *options, e_optstate *, const sb_optionrow &row) {
-                 sb_field<Member>(options) |= static_cast<sb_valueof<Member>>(row.value);
-                 return true;
-             }}};
-}
-template <auto Member>
-constexpr sb_option<sb_recordof<Member>> removes(int code, int32_t bits, const char *long_name = nullptr) {
-    return {{static_cast<int16_t>(code), sb_word::none, bits, long_name,
-             [](void *options, e_optstate *, const sb_optionrow &row) {
-                 sb_field<Member>(options) &= ~static_cast<sb_valueof<Member>>(row.value);
-                 return true;
-             }}};
 }
 
 // The option takes a number, as e_opt_getrangeint reads it.
@@ -213,11 +195,14 @@ constexpr sb_description sb_describe(const sb_commandline &line, const sb_option
     return {&line, &table[0].row, Count};
 }
 
+// Prints "COMMAND: ", the words and a line feed, on the stream that the command speaks on.
+[[gnu::format(printf, 2, 3)]] void sb_say(const sb_commandline &line, const char *format, ...);
+
+// The same for what ends a run or a part of it. Returns the status, which is not looked at.
+[[gnu::format(printf, 3, 4)]] int sb_fail(const sb_commandline &line, int status, const char *format, ...);
+
 // Prints the usage on standard output. Returns SB_DONE.
 int sb_showusage(const sb_commandline &line);
-
-// Prints that the command has no option of this character. Returns SB_BAD_SWITCH.
-int sb_unknownswitch(const sb_commandline &line, int c);
 
 // The work of sb_parse.
 std::optional<int> sb_parserows(const sb_description &what, int &argc, char **&argv, void *options);

@@ -1,24 +1,22 @@
 // common/devmsg.h - single messages to devices that need not be opened: devping and devquery.
 //
 // The registry holds a device's port; a message of code n is answered with code n + 1 and the result in the second
-// word. These functions print, in the words that both commands share, on the stream that the asker names.
+// word. These functions print, in the words that both commands share, as the asker speaks.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 
-#include "common/status.h"
+#include "common/commandline.h"
 #include "common/text.h"
 
 inline constexpr int64_t SB_DEVMSG_MAX_TIMEOUT = 0x7FFFFFFE;  // milliseconds
 inline constexpr int64_t SB_DEVMSG_TIMEOUT = 5000;
 
-// Who asks, and how it speaks.
+// Who asks, and for what.
 struct sb_devasker {
-    const char *command;   // in front of every message
-    FILE *stream;          // of every message
+    const sb_commandline &line;
     const char *activity;  // "pinging": what is done with the time-out
     const char *reply;     // "a ping reply": what a good answer is
     int64_t timeout;       // milliseconds, for the send and again for the answer

@@ -1,6 +1,5 @@
 // common/registers.cpp - reading the register information item by item.
 #include "common/registers.h"
-#include "common/text.h"
 
 #include <cstring>
 

@@ -1,6 +1,5 @@
 // common/registry_entries.cpp - reading a registry directory whole.
 #include "common/registry_entries.h"
-#include "common/text.h"
 
 #include <cstdlib>
 #include <cstring>

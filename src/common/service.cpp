@@ -2,7 +2,6 @@
 #include "common/service.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/registry.h"
@@ -10,7 +9,7 @@
 namespace {
 
 bool fail(const sb_service &service, const char *what) {
-    std::fprintf(stderr, "%s: %s: %s\n", service.command, service.name, what);
+    sb_say(service.line, "%s: %s", service.name, what);
     return false;
 }
 
@@ -44,7 +43,7 @@ bool sb_service_describe(const sb_service &service, const char *called, uint64_t
             if (info->arg_count <= max_args) return true;
         }
     }
-    std::fprintf(stderr, "%s: %s: \"%s\": failed to retrieve service info\n", service.command, service.name, called);
+    sb_say(service.line, "%s: \"%s\": failed to retrieve service info", service.name, called);
     return false;
 }
 

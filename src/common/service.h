@@ -7,13 +7,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/commandline.h"
 #include "platform/device.h"
 #include "platform/protocol/service.h"
 
 // A service device with one request on it.
 struct sb_service {
-    const char *command;  // in front of every message
-    const char *name;     // of the device
+    const sb_commandline &line;
+    const char *name;  // of the device
     uint64_t reply_port;
     uint64_t size;  // of the request, bytes
 

@@ -7,9 +7,9 @@
 
 #include "colp/colp.h"
 
-void sb_tabledeleter::operator()(colp_table *table) const noexcept { colp_delete(table); }
+namespace {
 
-int sb_addcolumn(colp_table *table, const sb_column &column) {
+int add_column(colp_table *table, const sb_column &column) {
     const auto title_length = static_cast<int>(std::strlen(column.title));
     int err = colp_begincolumn(table, column.type);
     if (!err) err = colp_setcolumn_minwidth(table, std::max(title_length, column.min_width));
@@ -24,6 +24,10 @@ int sb_addcolumn(colp_table *table, const sb_column &column) {
     return err;
 }
 
+}  // namespace
+
+void sb_tabledeleter::operator()(colp_table *table) const noexcept { colp_delete(table); }
+
 sb_table sb_newtable(const char *command, const char *style, std::span<const sb_column> columns) {
     sb_table table(colp_new());
     if (!table) {
@@ -32,7 +36,7 @@ sb_table sb_newtable(const char *command, const char *style, std::span<const sb_
     }
     int err = style != nullptr ? colp_setstylestr(table.get(), style) : 0;
     for (const sb_column &column : columns) {
-        if (!err) err = sb_addcolumn(table.get(), column);
+        if (!err) err = add_column(table.get(), column);
     }
     if (!err) err = colp_endheader(table.get());
     if (err) {

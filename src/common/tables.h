@@ -39,9 +39,6 @@ struct sb_column {
 //   returns  the table, or null after a message
 sb_table sb_newtable(const char *command, const char *style, std::span<const sb_column> columns);
 
-// Declares one column of a table whose header is not ended. Returns the column printer's code.
-int sb_addcolumn(colp_table *table, const sb_column &column);
-
 // Prints titles and rows, an empty line in a style that is not fancy, and the summary.
 void sb_print_summed(colp_table *table, FILE *stream);
 

@@ -1,8 +1,5 @@
 // common/taskobjects.cpp - resolving the tasks, walking their objects, printing one table each.
 #include "common/taskobjects.h"
-#include "common/status.h"
-#include "common/tables.h"
-#include "common/tasks.h"
 
 #include <cstdio>
 
@@ -10,16 +7,11 @@
 #include "platform/kernel.h"
 
 namespace {
-int fail(const sb_taskobjects &what, int status, const char *message) {
-    std::fprintf(stderr, "%s: %s\n", what.command, message);
-    return status;
-}
-
 int list_task(const sb_taskobjects &what, colp_table *table, uint64_t iterator, uint64_t task) {
     if (what.begin_task != nullptr) what.begin_task(what.context, task);
     colp_removerows(table);
     if (_SL_BeginIterator(iterator, task, what.selection) != RESULT_SUCCESS)
-        return fail(what, SB_FAILED, "failed to start iteration");
+        return sb_fail(what.line, SB_FAILED, "failed to start iteration");
     while (_SL_StepIterator(iterator) == RESULT_SUCCESS) {
         colp_beginrow(table);
         what.add_row(what.context, table, iterator);
@@ -36,8 +28,7 @@ int list_tasks(const sb_taskobjects &what, colp_table *table, uint64_t iterator)
     for (const char *operand : what.tasks) {
         uint64_t task = 0;
         if (!sb_resolvetask(operand, what.operands, &task)) {
-            std::fprintf(stderr, "%s: process \"%s\" not found.\n", what.command, operand);
-            status = SB_FAILED;
+            status = sb_fail(what.line, SB_FAILED, "process \"%s\" not found.", operand);
             continue;
         }
         if (!first) std::putchar('\n');
@@ -54,10 +45,10 @@ int list_tasks(const sb_taskobjects &what, colp_table *table, uint64_t iterator)
 }  // namespace
 
 int sb_listtaskobjects(const sb_taskobjects &what) {
-    const sb_table table = sb_newtable(what.command, what.style, what.columns);
+    const sb_table table = sb_newtable(what.line.command, what.style, what.columns);
     if (!table) return SB_FAILED;
     const uint64_t iterator = _SL_CreateIterator(0, 0);
-    if (iterator == NO_OBJECT) return fail(what, SB_NO_ITERATOR, "failed to create iterator");
+    if (iterator == NO_OBJECT) return sb_fail(what.line, SB_NO_ITERATOR, "failed to create iterator");
     const int status = list_tasks(what, table.get(), iterator);
     _SL_DeleteObject(iterator, DELETE_HANDLE);
     return status;

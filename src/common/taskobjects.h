@@ -6,15 +6,16 @@
 #include <cstdint>
 #include <span>
 
+#include "common/commandline.h"
 #include "common/tables.h"
 #include "common/tasks.h"
 
 struct colp_table;
 
 struct sb_taskobjects {
-    const char *command;  // its name, in messages
-    const char *plural;   // what the objects are called, in headings
-    uint64_t selection;   // ITERSEL_ of one task's objects
+    const sb_commandline &line;
+    const char *plural;  // what the objects are called, in headings
+    uint64_t selection;  // ITERSEL_ of one task's objects
     std::span<const sb_column> columns;
 
     // Of the command line.
