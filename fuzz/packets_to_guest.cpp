@@ -64,8 +64,8 @@ void attach_and_call(const char *path) try {
     uint64_t value = 0;
     char layout[32] = {};
     using hosted::argument;
-    const argument receive[] = {argument::number(1), argument::out(&received), argument::count(0)};
-    const argument item[] = {argument::number(1), argument::number(2), argument::out(&value)};
+    const argument receive[] = {uint64_t{1}, &received, int64_t{0}};
+    const argument item[] = {uint64_t{1}, uint64_t{2}, &value};
     for (int i = 0; i < 2; ++i) {
         machine->call(call::recv_msg_ptr, receive, who);
         machine->call(call::get_object_info, item, who);

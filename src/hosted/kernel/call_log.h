@@ -25,15 +25,16 @@ namespace hosted {
 // One argument of a call.
 struct argument {
     enum class kind : uint8_t { number, count, output, record };
+    // The type of the parameter says which kind it is.
+    argument(uint64_t number) : what(kind::number), value(number) {}
+    argument(int64_t count) : what(kind::count), value(static_cast<uint64_t>(count)) {}
+    argument(uint64_t *out) : what(kind::output), output(out) {}
+    argument(kernel_message *out) : what(kind::record), record(out) {}
+
     kind what;
     uint64_t value = 0;                // number; count: as its two's complement
     uint64_t *output = nullptr;        // where an output is stored; may be null
     kernel_message *record = nullptr;  // likewise for a record of three words
-
-    static argument number(uint64_t value) { return {kind::number, value, nullptr, nullptr}; }
-    static argument count(int64_t value) { return {kind::count, static_cast<uint64_t>(value), nullptr, nullptr}; }
-    static argument out(uint64_t *output) { return {kind::output, 0, output, nullptr}; }
-    static argument out(kernel_message *record) { return {kind::record, 0, nullptr, record}; }
 };
 
 class call_log {

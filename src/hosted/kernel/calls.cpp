@@ -169,9 +169,6 @@ template <class Body> uint64_t read_into(uint64_t *value, Body body) {
     return result;
 }
 
-constexpr auto number = argument::number;
-constexpr auto decimal = argument::count;
-
 }  // namespace
 
 caller &call_for(uint64_t task, uint64_t thread) {
@@ -190,24 +187,24 @@ uint64_t fail_call(caller &who, call which, uint64_t failure) { return fail(who,
 using namespace hosted;
 
 uint64_t _SL_CreateMsgPort(uint64_t reserved1, uint64_t reserved2) {
-    return invoke(call::create_msg_port, {number(reserved1), number(reserved2)},
+    return invoke(call::create_msg_port, {reserved1, reserved2},
                   [](kernel &k, lock_type &, caller &who) { return k.create_port(who); });
 }
 
 uint64_t _SL_CreateHandle(uint64_t reserved, uint64_t object, uint64_t rights) {
-    return invoke(call::create_handle, {number(reserved), number(object), number(rights)},
+    return invoke(call::create_handle, {reserved, object, rights},
                   [=](kernel &k, lock_type &, caller &who) { return k.create_handle(who, object); });
 }
 
 uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags) {
-    return invoke(call::delete_object, {number(handle), number(flags)},
+    return invoke(call::delete_object, {handle, flags},
                   [=](kernel &k, lock_type &, caller &who) { return k.delete_object(who, handle, flags); });
 }
 
 // A port accepts every message at once, so a send never waits.
 uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word2, int64_t timeout) {
-    return invoke(call::send_msg, {number(port), number(word1), number(code), number(word2), decimal(timeout)},
-                  static_cast<uint32_t>(code), [=](kernel &k, lock_type &, caller &who) {
+    return invoke(call::send_msg, {port, word1, code, word2, timeout}, static_cast<uint32_t>(code),
+                  [=](kernel &k, lock_type &, caller &who) {
                       const kernel_message message = {word1, code & 0xFFFFFFFF, word2};
                       if (call_log &log = this_run().log; log.is_open()) {
                           if (const auto subject = k.registry_subject(port, message)) log.write(*subject);
@@ -217,82 +214,73 @@ uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word
 }
 
 uint64_t _SL_RecvMsg(uint64_t port, uint64_t *word1, uint64_t *code, uint64_t *word2, int64_t timeout) {
-    return invoke(call::recv_msg,
-                  {number(port), argument::out(word1), argument::out(code), argument::out(word2), decimal(timeout)},
-                  [=](kernel &k, lock_type &lock, caller &who) {
-                      kernel_message message{};
-                      const uint64_t result = k.receive(lock, who, port, message, timeout);
-                      if (result != RESULT_SUCCESS) return result;
-                      if (word1 != nullptr) *word1 = message.word1;
-                      if (code != nullptr) *code = message.code;
-                      if (word2 != nullptr) *word2 = message.word2;
-                      return result;
-                  });
+    return invoke(call::recv_msg, {port, word1, code, word2, timeout}, [=](kernel &k, lock_type &lock, caller &who) {
+        kernel_message message{};
+        const uint64_t result = k.receive(lock, who, port, message, timeout);
+        if (result != RESULT_SUCCESS) return result;
+        if (word1 != nullptr) *word1 = message.word1;
+        if (code != nullptr) *code = message.code;
+        if (word2 != nullptr) *word2 = message.word2;
+        return result;
+    });
 }
 
 uint64_t _SL_RecvMsgPtr(uint64_t port, kernel_message *record, int64_t timeout) {
-    return invoke(call::recv_msg_ptr, {number(port), argument::out(record), decimal(timeout)},
-                  [=](kernel &k, lock_type &lock, caller &who) {
-                      if (record == nullptr) return uint64_t{RESULT_BAD_ARGUMENT};
-                      kernel_message message{};
-                      const uint64_t result = k.receive(lock, who, port, message, timeout);
-                      if (result == RESULT_SUCCESS) *record = message;
-                      return result;
-                  });
+    return invoke(call::recv_msg_ptr, {port, record, timeout}, [=](kernel &k, lock_type &lock, caller &who) {
+        if (record == nullptr) return uint64_t{RESULT_BAD_ARGUMENT};
+        kernel_message message{};
+        const uint64_t result = k.receive(lock, who, port, message, timeout);
+        if (result == RESULT_SUCCESS) *record = message;
+        return result;
+    });
 }
 
 uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t count, int64_t timeout) {
-    return invoke(call::wait_semaphore, {number(semaphore), decimal(count), decimal(timeout)},
-                  [=](kernel &k, lock_type &lock, caller &who) {
-                      return k.wait_semaphore(lock, who, semaphore, count, timeout);
-                  });
+    return invoke(call::wait_semaphore, {semaphore, count, timeout}, [=](kernel &k, lock_type &lock, caller &who) {
+        return k.wait_semaphore(lock, who, semaphore, count, timeout);
+    });
 }
 
 uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t count) {
-    return invoke(call::signal_semaphore, {number(semaphore), decimal(count)},
+    return invoke(call::signal_semaphore, {semaphore, count},
                   [=](kernel &k, lock_type &, caller &) { return k.signal_semaphore(semaphore, count); });
 }
 
 uint64_t _SL_Delay(uint64_t ticks) {
-    return invoke(call::delay, {number(ticks)},
+    return invoke(call::delay, {ticks},
                   [=](kernel &k, lock_type &lock, caller &who) { return k.delay(lock, who, ticks); });
 }
 
 uint64_t _SL_GetState(uint64_t item) {
-    return invoke(call::get_state, {number(item)},
-                  [=](kernel &k, lock_type &, caller &who) { return k.state(who, item); });
+    return invoke(call::get_state, {item}, [=](kernel &k, lock_type &, caller &who) { return k.state(who, item); });
 }
 
 uint64_t _SL_GetObjectInfo(uint64_t handle, uint64_t item, uint64_t *value) {
-    return invoke(call::get_object_info, {number(handle), number(item), argument::out(value)},
-                  [=](kernel &k, lock_type &, caller &who) {
-                      return read_into(value,
-                                       [&](uint64_t &figure) { return k.object_info(who, handle, item, figure); });
-                  });
+    return invoke(call::get_object_info, {handle, item, value}, [=](kernel &k, lock_type &, caller &who) {
+        return read_into(value, [&](uint64_t &figure) { return k.object_info(who, handle, item, figure); });
+    });
 }
 
 uint64_t _SL_GetAddressMemo(uint64_t reserved, uint64_t address, uint64_t kind) {
-    return invoke(call::get_address_memo, {number(reserved), number(address), number(kind)},
+    return invoke(call::get_address_memo, {reserved, address, kind},
                   [=](kernel &k, lock_type &, caller &who) { return k.address_memo(who, address); });
 }
 
 uint64_t _SL_ControlObject(uint64_t handle, uint64_t control, uint64_t a, uint64_t b, uint64_t c, uint64_t d) {
-    return invoke(call::control_object, {number(handle), number(control), number(a), number(b), number(c), number(d)},
+    return invoke(call::control_object, {handle, control, a, b, c, d},
                   [=](kernel &k, lock_type &, caller &who) { return k.control(who, handle, control, a, b, d); });
 }
 
 uint64_t _SL_RaiseException(uint64_t task, uint64_t reserved1, uint64_t exception, uint64_t parameter,
                             uint64_t reserved2) {
-    return invoke(call::raise_exception,
-                  {number(task), number(reserved1), number(exception), number(parameter), number(reserved2)},
+    return invoke(call::raise_exception, {task, reserved1, exception, parameter, reserved2},
                   [=](kernel &k, lock_type &, caller &) { return k.raise(task, exception, parameter); });
 }
 
 uint64_t _SL_GetSystemData(uint64_t group, uint64_t index, uint64_t *value) {
-    return invoke(call::get_system_data, {number(group), number(index), argument::out(value)},
-                  [=](kernel &k, lock_type &, caller &) {
-                      return read_into(value, [&](uint64_t &figure) { return k.system_data(group, index, figure); });
-                  });
+    return invoke(call::get_system_data, {group, index, value}, [=](kernel &k, lock_type &, caller &) {
+        return read_into(value, [&](uint64_t &figure) { return k.system_data(group, index, figure); });
+    });
 }
 
 uint64_t _SL_GetLastError() {
@@ -300,79 +288,70 @@ uint64_t _SL_GetLastError() {
 }
 
 uint64_t _SL_CreateIterator(uint64_t reserved1, uint64_t reserved2) {
-    return invoke(call::create_iterator, {number(reserved1), number(reserved2)},
+    return invoke(call::create_iterator, {reserved1, reserved2},
                   [](kernel &k, lock_type &, caller &who) { return k.create_iterator(who); });
 }
 
 uint64_t _SL_BeginIterator(uint64_t iterator, uint64_t parent, uint64_t kind) {
-    return invoke(call::begin_iterator, {number(iterator), number(parent), number(kind)},
+    return invoke(call::begin_iterator, {iterator, parent, kind},
                   [=](kernel &k, lock_type &, caller &) { return k.begin_iterator(iterator, parent, kind); });
 }
 
 uint64_t _SL_StepIterator(uint64_t iterator) {
-    return invoke(call::step_iterator, {number(iterator)},
+    return invoke(call::step_iterator, {iterator},
                   [=](kernel &k, lock_type &, caller &) { return k.step_iterator(iterator); });
 }
 
 uint64_t _SL_GetIteratorInfo(uint64_t iterator, uint64_t item, uint64_t *value) {
-    return invoke(call::get_iterator_info, {number(iterator), number(item), argument::out(value)},
-                  [=](kernel &k, lock_type &, caller &) {
-                      return read_into(value,
-                                       [&](uint64_t &figure) { return k.iterator_info(iterator, item, figure); });
-                  });
+    return invoke(call::get_iterator_info, {iterator, item, value}, [=](kernel &k, lock_type &, caller &) {
+        return read_into(value, [&](uint64_t &figure) { return k.iterator_info(iterator, item, figure); });
+    });
 }
 
 uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t count) {
-    return invoke(call::create_semaphore, {number(reserved), decimal(count)},
+    return invoke(call::create_semaphore, {reserved, count},
                   [=](kernel &k, lock_type &, caller &who) { return k.create_semaphore(who, count); });
 }
 
 uint64_t _SL_CreateMemo(uint64_t reserved, uint64_t size, uint64_t kind) {
-    return not_offered(call::create_memo, {number(reserved), number(size), number(kind)});
+    return not_offered(call::create_memo, {reserved, size, kind});
 }
 
 uint64_t _SL_AllocView(uint64_t task, uint64_t memo, uint64_t address, uint64_t offset, uint64_t pages,
                        uint64_t flags) {
-    return not_offered(call::alloc_view,
-                       {number(task), number(memo), number(address), number(offset), number(pages), number(flags)});
+    return not_offered(call::alloc_view, {task, memo, address, offset, pages, flags});
 }
 
 uint64_t _SL_VirtualFree(uint64_t task, uint64_t address, uint64_t pages) {
-    return not_offered(call::virtual_free, {number(task), number(address), number(pages)});
+    return not_offered(call::virtual_free, {task, address, pages});
 }
 
-uint64_t _SL_CreateStore(uint64_t reserved, uint64_t size) {
-    return not_offered(call::create_store, {number(reserved), number(size)});
-}
+uint64_t _SL_CreateStore(uint64_t reserved, uint64_t size) { return not_offered(call::create_store, {reserved, size}); }
 
 uint64_t _SL_GetStore(uint64_t store, uint64_t index, uint64_t *value) {
-    return not_offered(call::get_store, {number(store), number(index), argument::out(value)});
+    return not_offered(call::get_store, {store, index, value});
 }
 
 uint64_t _SL_CreateWatchObject(uint64_t reserved, uint64_t object) {
-    return not_offered(call::create_watch_object, {number(reserved), number(object)});
+    return not_offered(call::create_watch_object, {reserved, object});
 }
 
 uint64_t _SL_CreateEvent(uint64_t reserved, uint64_t flags) {
-    return not_offered(call::create_event, {number(reserved), number(flags)});
+    return not_offered(call::create_event, {reserved, flags});
 }
 
-uint64_t _SL_SetEvent(uint64_t event) { return not_offered(call::set_event, {number(event)}); }
+uint64_t _SL_SetEvent(uint64_t event) { return not_offered(call::set_event, {event}); }
 
-uint64_t _SL_ResetEvent(uint64_t event) { return not_offered(call::reset_event, {number(event)}); }
+uint64_t _SL_ResetEvent(uint64_t event) { return not_offered(call::reset_event, {event}); }
 
 uint64_t _SL_WaitForEventPtr(uint64_t event, kernel_message *record, int64_t timeout) {
-    return not_offered(call::wait_for_event_ptr, {number(event), argument::out(record), decimal(timeout)});
+    return not_offered(call::wait_for_event_ptr, {event, record, timeout});
 }
 
 uint64_t _SL_SetExceptionHandler(uint64_t thread, uint64_t handler, uint64_t argument) {
-    return not_offered(call::set_exception_handler, {number(thread), number(handler), number(argument)});
+    return not_offered(call::set_exception_handler, {thread, handler, argument});
 }
 
-uint64_t _SL_RetException(uint64_t thread, uint64_t node) {
-    return not_offered(call::ret_exception, {number(thread), number(node)});
-}
+uint64_t _SL_RetException(uint64_t thread, uint64_t node) { return not_offered(call::ret_exception, {thread, node}); }
 
-uint64_t _SL_SetState(uint64_t item, uint64_t value) {
-    return not_offered(call::set_state, {number(item), number(value)});
-}
+uint64_t _SL_SetState(uint64_t item, uint64_t value) { return not_offered(call::set_state, {item, value}); }

@@ -36,14 +36,14 @@ std::vector<uint64_t> first_arguments(trace_ring &ring) {
 TEST(TraceRing, KeepsTheLastCallsInOrderAndFreezes) {
     for (const uint64_t calls : {uint64_t{0}, uint64_t{1}, uint64_t{100}, uint64_t{5000}}) {
         trace_ring ring;
-        std::vector<argument> arguments(9, argument::number(0));
+        std::vector<argument> arguments(9, uint64_t{0});
         for (uint64_t number = 1; number <= calls; ++number) {
             arguments[0].value = number;
             ring.record(call::get_state, trace_ring::GAVE_VALUE, {arguments.data(), 1 + number % 9});
         }
         uint64_t words = 0;
         ring.read(KSYSIDX_TRACE, KSYSIDX_TRACE_WORDS, words);
-        const argument reader[] = {argument::number(calls + 1)};
+        const argument reader[] = {calls + 1};
         ring.record(call::get_state, trace_ring::GAVE_VALUE, reader);  // the call that read
         const auto found = first_arguments(ring);
         ASSERT_FALSE(found.empty());
