@@ -150,9 +150,9 @@ class judge:
     def nearest(self, path):
         if path.parts[1] == "commands":
             return f"Cases.{path.stem}/*"
-        folder = str(COPY / "tests" / path.relative_to("src").parent) + "/"
+        folder = COPY / "tests" / path.relative_to("src").parent  # files are named relative to where they are compiled
         return ":".join(suite["name"] + ".*" for suite in self.suites
-                        if any(test["file"].startswith(folder) for test in suite["testsuite"]))
+                        if any((BUILD / test["file"]).resolve().is_relative_to(folder) for test in suite["testsuite"]))
 
     # The first test that notices the change, or None.
     def __call__(self, path):
