@@ -1,5 +1,5 @@
 // machine/redaction.h - placeholders for the texts of a live system. snapshot.cpp and device_capture.cpp decide which
-// texts get one.
+// texts get one, the forms of items (hosted/described/names.h) which numbers are addresses.
 #pragma once
 
 #include <cstdint>

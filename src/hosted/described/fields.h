@@ -57,12 +57,16 @@ constexpr field required(field listed) {
 
 template <class Record> struct table;  // specialised for every record: static constexpr field fields[]
 
+// A record as an object. Reading finds keys that are unknown or missing and goes on where the document collects;
+// writing leaves out what is absent. The record is of the type whose fields these are.
+//   on_lines  each key starts a line
 void read_fields(json_value from, void *record, std::span<const field> fields);
 void write_fields(json_writer &out, const void *record, std::span<const field> fields, bool on_lines);
 bool are_absent(const void *record, std::span<const field> fields);
 std::string describe_fields(std::span<const field> fields);
 
 // A record as a list, its keys in the order of the table: only their values are written.
+//   expected  the message for a list of another length
 void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected);
 void write_row(json_writer &out, const void *record, std::span<const field> fields);
 std::string describe_row(std::span<const field> fields);

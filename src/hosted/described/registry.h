@@ -56,6 +56,8 @@ public:
     // The directory that the kernel publishes under a name, to which a machine file may add; null if there is none.
     entry *published_directory(uint32_t directory, std::string_view name);
 
+    // Add the entry of a running task or of a device, as the kernel does, and remove that of a task that has ended. A
+    // withdrawn entry keeps its position, so that a walk goes on.
     void publish_task(uint64_t handle, std::string_view name);
     void publish_device(std::string_view name);
     void withdraw_task(uint64_t handle);

@@ -60,6 +60,7 @@ public:
     virtual void set_address(size_t result, const svc_sockaddr &value) = 0;
 };
 
+// The services of one device, by index from 0 to count() - 1. A call returns 0 or the request's error word.
 class service_source {
 public:
     virtual ~service_source() = default;
@@ -73,15 +74,21 @@ public:
 class log_source {
 public:
     virtual ~log_source() = default;
+
+    // The length of the whole log. Later reads deliver the log of this moment.
     virtual uint32_t length(uint64_t &characters) = 0;
 
     // Reads at most room characters from an offset. The text is valid until the next call.
     virtual uint32_t read(uint64_t offset, uint64_t room, std::string_view &text) = 0;
+
+    // Appends one message, which may be any bytes.
     virtual uint32_t write(std::string_view message) = 0;
+
+    // Appends a direct message of up to 16 characters; its two words and its code are as protocol/log.h has them.
     virtual void emergency(uint64_t word1, uint64_t code, uint64_t word2) = 0;
 };
 
-// A real-time clock.
+// A real-time clock, in UTC or in local time, as it was set last.
 class clock_source {
 public:
     virtual ~clock_source() = default;
@@ -101,7 +108,7 @@ public:
 
     // The driver of a device number, and its major number.
     virtual uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) = 0;
-    virtual uint32_t max_major(uint32_t &major) = 0;
+    virtual uint32_t max_major(uint32_t &major) = 0;  // the highest that any driver may have
 };
 
 }  // namespace hosted
