@@ -27,15 +27,17 @@ std::string absolute(const std::string &path) {
 }
 
 // Starts the command with the signals as this process found them. The terminal's are the command's alone from here on.
+//   mask     the blocked signals, as this process found them
+//   child    out: its process id
 //   returns  0, or an error number
-int start(char **command, const std::string &socket, pid_t &child) {
+int start(char **command, const std::string &socket, const sigset_t &mask, pid_t &child) {
     setenv(hosted::MACHINE_VARIABLE, socket.c_str(), 1);
     unsetenv(hosted::SAVE_VARIABLE);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigmask(&attributes, &mask);
     sigset_t initial;
     sigemptyset(&initial);
-    posix_spawnattr_setsigmask(&attributes, &initial);
     for (const int restored : {SIGPIPE, SIGXFSZ}) sigaddset(&initial, restored);  // set for this program's own output
     for (const int terminal : {SIGINT, SIGQUIT}) {
         if (signal(terminal, SIG_IGN) != SIG_IGN) sigaddset(&initial, terminal);
@@ -61,12 +63,15 @@ int run(int argc, char **argv) {
         parse(argc, argv, {{"--socket", &socket}, {"--save", &save}, {"--verbose", nullptr, &verbose}}, 1, 1, true);
     if (!line) return WRONG_USE;
 
+    sigset_t mask;
+    sigprocmask(SIG_SETMASK, nullptr, &mask);
+    signal(SIGCHLD, SIG_DFL);           // a command that nobody waits for would leave no status
     static hosted::wire::host machine;  // its socket is removed also where the process leaves by exit()
     std::string message;
     if (!machine.open(line->operands[0], save, socket, message)) return fail(UNREADABLE, "%s", message.c_str());
     pid_t child = 0;
     if (line->command != nullptr) {
-        if (const int error = start(line->command, absolute(machine.path()), child); error != 0) {
+        if (const int error = start(line->command, absolute(machine.path()), mask, child); error != 0) {
             return fail(NOT_STARTED, "%s: %s", line->command[0], std::strerror(error));
         }
     } else {

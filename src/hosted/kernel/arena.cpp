@@ -33,6 +33,7 @@ constexpr uint64_t SMALLEST_RESERVATION = uint64_t{1} << 20;
 constexpr uint64_t LARGEST_REGION = uint64_t{16} << 30;
 constexpr uint64_t OPENING_STEP = uint64_t{64} << 10;
 constexpr uint64_t ALIGNMENT = 16;
+constexpr uint64_t LARGE = uint64_t{64} << 10;  // bytes: from here on, it costs less to drop pages than to clear them
 
 // Reserves address space without access; null where the system refuses.
 //   at  the address that it must have; null: any
@@ -93,6 +94,22 @@ bool arena::open_up_to(uint64_t end) {
     return true;
 }
 
+// Makes bytes zeroes. Whole pages of much shared memory are dropped: new ones are zeroes.
+void arena::clear(uint64_t offset, uint64_t size) {
+    std::byte *const begin = base_ + offset, *const end = begin + size;
+    if (shared_ && size >= LARGE) {
+        constexpr uint64_t page = 4096;
+        auto *const first = reinterpret_cast<std::byte *>(round_up(reinterpret_cast<uint64_t>(begin), page));
+        auto *const last = reinterpret_cast<std::byte *>(reinterpret_cast<uint64_t>(end) / page * page);
+        if (madvise(first, static_cast<size_t>(last - first), MADV_REMOVE) == 0) {
+            std::fill(begin, first, std::byte{0});
+            std::fill(last, end, std::byte{0});
+            return;
+        }
+    }
+    std::memset(begin, 0, size);
+}
+
 uint64_t arena::allocate(uint64_t size) {
     if (size == 0 || size > LARGEST_REGION || !reserve()) return 0;
     const uint64_t taken = round_up(size, ALIGNMENT);
@@ -104,14 +121,18 @@ uint64_t arena::allocate(uint64_t size) {
         free_.erase(hole);
         if (room > taken) free_.emplace(offset + taken, room - taken);
         if (!shared_) ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
-        std::memset(base_ + offset, 0, size);
+        clear(offset, size);
         used_.emplace(offset, size);
         return reinterpret_cast<uint64_t>(base_ + offset);
     }
 
     const uint64_t offset = end_;
     if (!open_up_to(offset + taken)) return 0;
-    if (!shared_) ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
+    if (shared_) {
+        clear(offset, size);  // never used is not untouched
+    } else {
+        ASAN_UNPOISON_MEMORY_REGION(base_ + offset, size);
+    }
     used_.emplace(offset, size);
     end_ = offset + taken;
     return reinterpret_cast<uint64_t>(base_ + offset);
@@ -124,7 +145,11 @@ void arena::release(uint64_t address) {
     if (block == used_.end()) return;
     uint64_t begin = offset;
     uint64_t end = offset + round_up(block->second, ALIGNMENT);
-    if (!shared_) ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
+    if (!shared_) {
+        ASAN_POISON_MEMORY_REGION(base_ + begin, end - begin);
+    } else if (block->second >= LARGE) {
+        clear(begin, end - begin);
+    }
     found_ = used_.end();
     auto freed = used_.extract(block);  // becomes the entry of the free block: releasing takes no memory
 

@@ -20,8 +20,8 @@ public:
 
     arena() = default;
 
-    // An arena in memory that is already mapped and shared between processes. The memory must be all zeroes and must
-    // outlive the arena, which neither extends, poisons nor unmaps it.
+    // An arena in memory that is already mapped and shared between processes, which may write to any of it at any time.
+    // The memory must outlive the arena, which neither extends, poisons nor unmaps it.
     explicit arena(std::span<std::byte> shared);
 
     ~arena();
@@ -31,7 +31,8 @@ public:
     // Returns the address of a new block of zeroes, aligned to 16, or 0 where size bytes do not fit (or size is 0).
     uint64_t allocate(uint64_t size);
 
-    // Releases the block that begins at an address; any other address is ignored.
+    // Releases the block that begins at an address; any other address is ignored. The pages of a large block of shared
+    // memory go back to the system.
     void release(uint64_t address);
 
     // The bytes at an address, if all of them lie in one block; else an empty span. It is valid until the block is
@@ -54,6 +55,7 @@ private:
     bool reserve();                 // the region, unless there is one
     bool extend_to(uint64_t end);   // the region, to an offset in bytes
     bool open_up_to(uint64_t end);  // for access
+    void clear(uint64_t offset, uint64_t size);
 
     std::byte *base_ = nullptr;
     uint64_t reserved_ = 0;              // bytes of address space

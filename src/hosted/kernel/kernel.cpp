@@ -5,6 +5,7 @@
 #include <chrono>
 #include <limits>
 #include <new>
+#include <set>
 #include <utility>
 
 #include "hosted/clocks.h"
@@ -160,7 +161,7 @@ template <class T> std::shared_ptr<T> kernel::add(uint64_t owner) {
     made->master = new_handle();
     made->owner = owner;
     made->handles.push_back(made->master);
-    handles_.emplace(made->master, named_object{made, owner});
+    handles_.emplace(made->master, named_object{made, owner, 0});
     if (count != nullptr) ++*count;
     return made;
 }
@@ -169,7 +170,15 @@ void kernel::drop(object &gone) {
     gone.dead = true;
     for (const uint64_t handle : std::exchange(gone.handles, {})) erase_handle(handle);
     wake(gone);
-    if (!attached_.empty() && gone.kind == object_kind::port) answer_for(static_cast<const port_object &>(gone));
+    if (attached_.empty()) return;
+    const auto owner = attached_.find(gone.owner);
+    if (owner == attached_.end() || owner->second.owes.empty()) return;
+    owed_answers owed;
+    std::erase_if(owner->second.owes, [&](const auto &one) {
+        if (one.second.port == gone.master) owed.insert(one);
+        return one.second.port == gone.master;
+    });
+    answer(owed);
 }
 
 uint64_t kernel::name_again(uint64_t other, uint64_t maker) {
@@ -179,7 +188,7 @@ uint64_t kernel::name_again(uint64_t other, uint64_t maker) {
     const uint64_t handle = new_handle();
     named->handles.push_back(handle);
     try {
-        handles_.emplace(handle, named_object{named, maker});
+        handles_.emplace(handle, named_object{named, maker, named->handles.size() - 1});
     } catch (const std::bad_alloc &) {
         named->handles.pop_back();
         throw;
@@ -199,18 +208,31 @@ uint64_t kernel::create_handle(caller &who, uint64_t named) {
     return handle;
 }
 
-// The object goes with its last handle.
+// The object goes with its last handle. Deleting one of many takes no search: the last of the list takes its place.
 void kernel::close_handle(uint64_t handle) {
-    const auto named = hold<object>(handle);  // drop() still uses it then
-    if (!named) return;
+    const auto known = handles_.find(handle);
+    if (known == handles_.end()) return;
+    const auto named = known->second.object;  // drop() still uses it after the last handle
     if (named->handles.size() == 1) return drop(*named);
-    std::erase(named->handles, handle);
+    const uint64_t last = named->handles.back();
+    named->handles[known->second.place] = last;
+    handles_.find(last)->second.place = known->second.place;
+    named->handles.pop_back();
     erase_handle(handle);
+}
+
+size_t kernel::handle_count() const {
+    const auto exists = [this](const auto &served) { return has_object(served->port()); };
+    const auto lasting =
+        static_cast<size_t>(std::ranges::count_if(servers_, exists)) + (has_object(arena_memo_) ? 1 : 0);
+    return handles_.size() + foreign_handles_.size() - lasting;
 }
 
 uint64_t kernel::delete_object(caller &who, uint64_t handle, uint64_t flags) {
     const bool whole = (flags & DELETE_OBJECT) != 0;
-    if (find<object>(handle) != nullptr) {
+    if (const auto *const own = find<object>(handle)) {
+        // Every process on the machine needs its servers. What one got from a server to use, it may give back.
+        if (own->owner == 0 && (whole || handle == own->master) && is_attached(who.task)) return RESULT_NOT_PERMITTED;
         if (whole)
             destroy(handle);
         else
@@ -311,52 +333,43 @@ bool kernel::owns_port(uint64_t task, uint64_t port) const {
     return named != nullptr && named->owner == task && is_attached(task);
 }
 
-// Keeps account of a message before it is delivered: what the port of an attached task owes from now on, and what its
-// sender has answered.
+// Accounts for a message before it is delivered: the answer that the port of an attached task owes from now on, and the
+// one that its sender no longer owes.
 uint64_t kernel::note_message(const port_object &to, const kernel_message &sent, uint64_t port, uint64_t from) {
     if (to.queue.size() >= MOST_MESSAGES) return RESULT_NO_MEMORY;
     if (const auto sender = attached_.find(from); sender != attached_.end()) {
         auto &owes = sender->second.owes;
-        const auto answered = std::ranges::find(owes, port, &owed_answer::reply);
-        if (answered != owes.end()) owes.erase(answered);
+        if (const auto oldest = owes.lower_bound(port); oldest != owes.end() && oldest->first == port)
+            owes.erase(oldest);
     }
     const auto owner = attached_.find(to.owner);
     if (owner == attached_.end()) return RESULT_SUCCESS;
-    owed_answer owed{
-        .port = to.master, .reply = sent.word1, .code = static_cast<uint32_t>(sent.code), .id = sent.word2};
-    switch (owed.code) {
+    uint64_t reply = sent.word1;
+    switch (sent.code) {
     case DEVMSG_OPEN:
     case IOMSG_BEGIN:
     case IOMSG_ABORT: break;
-    case DEVMSG_CLOSE: owed.reply = sent.word2; break;
+    case DEVMSG_CLOSE: reply = sent.word2; break;
     default: return RESULT_SUCCESS;
     }
     if (owner->second.owes.size() >= MOST_MESSAGES) return RESULT_NO_MEMORY;
-    owner->second.owes.push_back(owed);
+    owner->second.owes.emplace(reply, owed_answer{to.master, static_cast<uint32_t>(sent.code), sent.word2});
     return RESULT_SUCCESS;
 }
 
-// Answers what a port that has gone still owes. The abort of a begin ends both waits with one answer.
-void kernel::answer_for(const port_object &gone) {
-    const auto owner = attached_.find(gone.owner);
-    if (owner == attached_.end()) return;
-    std::deque<owed_answer> owed;
-    std::erase_if(owner->second.owes, [&](const owed_answer &one) {
-        if (one.port == gone.master) owed.push_back(one);
-        return one.port == gone.master;
-    });
-    const auto aborted = [&owed](const owed_answer &begun) {
-        return std::ranges::any_of(owed, [&](const owed_answer &other) {
-            return other.code == IOMSG_ABORT && other.id == begun.id && other.reply == begun.reply;
-        });
-    };
-    for (const owed_answer &one : owed) {
+// Answers in place of ports that are gone. One answer ends both waits of a request that was begun and aborted.
+void kernel::answer(const owed_answers &owed) {
+    std::set<std::pair<uint64_t, uint64_t>> aborted;
+    for (const auto &[reply, one] : owed) {
+        if (one.code == IOMSG_ABORT) aborted.emplace(reply, one.id);
+    }
+    for (const auto &[reply, one] : owed) {
         switch (one.code) {
-        case DEVMSG_OPEN: post(one.reply, DEVMSG_OPENED, 0); break;
-        case DEVMSG_CLOSE: post(one.reply, DEVMSG_CLOSED, 0); break;
-        case IOMSG_ABORT: post(one.reply, IOMSG_ABORTED, one.id); break;
+        case DEVMSG_OPEN: post(reply, DEVMSG_OPENED, 0); break;
+        case DEVMSG_CLOSE: post(reply, DEVMSG_CLOSED, 0); break;
+        case IOMSG_ABORT: post(reply, IOMSG_ABORTED, one.id); break;
         default:
-            if (!aborted(one)) post(one.reply, IOMSG_FAILED, one.id);
+            if (!aborted.contains({reply, one.id})) post(reply, IOMSG_FAILED, one.id);
         }
     }
 }
@@ -373,6 +386,8 @@ void kernel::interrupt(uint64_t task_or_thread) {
 void kernel::end_task(uint64_t task) {
     interrupt(task);
     for (const auto &served : servers_) served->client_ended(task);
+    owed_answers owed;  // by all of its ports: each need not look for its own
+    if (const auto known = attached_.find(task); known != attached_.end()) owed.swap(known->second.owes);
     std::vector<uint64_t> made;
     for (const auto &[handle, named] : handles_) {
         if (named.maker == task || named.object->owner == task) made.push_back(handle);
@@ -385,9 +400,10 @@ void kernel::end_task(uint64_t task) {
         }
     }
     std::erase_if(foreign_handles_, [task](const auto &one) { return one.second.maker == task; });
+    answer(owed);
     attached_.erase(task);
     for (auto &[other, known] : attached_) {
-        std::erase_if(known.owes, [this](const owed_answer &one) { return find<port_object>(one.reply) == nullptr; });
+        std::erase_if(known.owes, [this](const auto &one) { return find<port_object>(one.first) == nullptr; });
     }
 }
 

@@ -81,8 +81,8 @@ public:
 
     bool has_object(uint64_t handle) const { return handles_.contains(handle); }
 
-    // The number of handles that name something.
-    size_t handle_count() const { return handles_.size() + foreign_handles_.size(); }
+    // The number of handles, without those of the machine's own servers, which last as long as it does.
+    size_t handle_count() const;
 
     // ---- the calls, in the order of platform/kernel.h -----------------------------------------------------------
 
@@ -139,26 +139,27 @@ private:
     struct iterator_object;
     struct memo_object;
 
-    // The object of a handle, and the task that made it (0: a server).
+    // The object of a handle, the task that made the handle (0: a server), and its place in the object's list.
     struct named_object {
         std::shared_ptr<kernel::object> object;
         uint64_t maker = 0;
+        size_t place = 0;
     };
     struct named_foreign {
         uint64_t object = 0;  // the machine's handle
         uint64_t maker = 0;
     };
 
-    // A message to a port of an attached task that is due an answer on a reply port.
+    // A message to a port of an attached task that still needs an answer.
     struct owed_answer {
-        uint64_t port = 0;   // master handle
-        uint64_t reply = 0;  // as the message gave it
-        uint32_t code = 0;   // of the message
-        uint64_t id = 0;     // of the request
+        uint64_t port = 0;  // master handle
+        uint32_t code = 0;  // of the message
+        uint64_t id = 0;    // of the request
     };
+    using owed_answers = std::multimap<uint64_t, owed_answer>;  // by reply port; for each, the oldest first
     struct attached_task {
-        size_t handles = 0;            // that it made or owns
-        std::deque<owed_answer> owes;  // oldest first
+        size_t handles = 0;  // that it made or owns
+        owed_answers owes;
     };
 
     // A thread that waits: for its object, until a deadline.
@@ -185,7 +186,7 @@ private:
     void erase_handle(uint64_t handle);
     void drop(object &gone);
     uint64_t note_message(const port_object &to, const kernel_message &sent, uint64_t port, uint64_t from);
-    void answer_for(const port_object &gone);
+    void answer(const owed_answers &owed);
     uint64_t serve(std::unique_ptr<server> made);
 
     uint64_t clock() const;  // the clock of waits and events, milliseconds

@@ -21,8 +21,9 @@ std::span<std::byte> request_view::bytes(uint64_t at, uint64_t length) const {
     return length <= reachable.size() ? reachable.first(length) : std::span<std::byte>{};
 }
 
-std::optional<std::string_view> request_view::text(uint64_t at) const {
-    const auto reachable = rest(at);
+std::optional<std::string_view> request_view::text(uint64_t at, uint64_t longest) const {
+    auto reachable = rest(at);
+    if (reachable.size() > longest) reachable = reachable.first(longest + 1);
     const auto *begin = reinterpret_cast<const char *>(reachable.data());
     const void *end = reachable.empty() ? nullptr : std::memchr(begin, '\0', reachable.size());
     if (end == nullptr) return std::nullopt;
@@ -103,6 +104,7 @@ uint64_t device_server::make_record(uint64_t client) {
         if (fill_record(made)) return made.address;
     } catch (const std::bad_alloc &) {  // as where the arena is full
     }
+    release_requests();
     release(made);
     return 0;
 }
@@ -155,20 +157,28 @@ void device_server::client_ended(uint64_t task) {
     release_records([task](const record &known) { return known.client == task; });
 }
 
+// Moves whole nodes, which takes no memory, and looks through the requests once, however many records go.
 template <class Test> void device_server::release_records(Test is_gone) {
-    std::erase_if(records_, [&](const auto &known) {
-        if (!is_gone(known.second)) return false;
-        release(known.second);
+    std::map<uint64_t, record> gone;
+    for (auto next = records_.begin(); next != records_.end();) {
+        const auto known = next++;
+        if (is_gone(known->second)) gone.insert(records_.extract(known));
+    }
+    if (gone.empty()) return;
+    release_requests();
+    for (const auto &[address, one] : gone) release(one);
+}
+
+// Releases the requests whose device record is gone.
+void device_server::release_requests() {
+    std::erase_if(requests_, [this](const auto &known) {
+        if (records_.contains(known.second.record)) return false;
+        drop(known.second);
         return true;
     });
 }
 
 void device_server::release(const record &gone) {
-    std::erase_if(requests_, [&](const auto &known) {
-        if (known.second.record != gone.address) return false;
-        drop(known.second);
-        return true;
-    });
     for (const uint64_t object : {gone.private_port, gone.semaphore, gone.lock, gone.context_port}) {
         host_.destroy(object);
     }

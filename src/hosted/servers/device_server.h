@@ -79,8 +79,9 @@ struct request_view {
     // length bytes at an address; empty unless all of them are within reach.
     std::span<std::byte> bytes(uint64_t at, uint64_t length) const;
 
-    // The text at an address, without its NUL; nothing where no NUL is within reach. Copy it before checking it.
-    std::optional<std::string_view> text(uint64_t at) const;
+    // The text at an address, without its NUL; nothing where no NUL is within reach, or the text is longer than so many
+    // bytes. Copy it before checking it.
+    std::optional<std::string_view> text(uint64_t at, uint64_t longest = UINT64_MAX) const;
 
     // The argument block as a record, or null (out of reach, or misaligned).
     template <class T> T *block() const {
@@ -167,6 +168,7 @@ private:
     bool fill_record(record &made);
     bool make_client_context(record &made);
     template <class Test> void release_records(Test is_gone);
+    void release_requests();
     void release(const record &gone);
     IOreq *make_request(uint64_t record_address, uint64_t size);
     request *find(uint64_t id);

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -13,15 +14,17 @@ namespace hosted {
 
 namespace {
 
+constexpr uint64_t LONGEST_PATH = uint64_t{1} << 20;  // bytes: no key's comes near it
+
 // A command's argument block and a copy of the path that it points at.
 template <class Block> struct arguments {
-    Block *block = nullptr;  // null where either is out of reach
+    Block *block = nullptr;  // null where either is out of reach, or the path too long
     std::string_view path;
 };
 
 template <class Block> arguments<Block> arguments_of(const request_view &request, std::string &copy) {
     auto *block = request.block<Block>();
-    const auto path = block != nullptr ? request.text(read_once(block->path)) : std::nullopt;
+    const auto path = block != nullptr ? request.text(read_once(block->path), LONGEST_PATH) : std::nullopt;
     if (!path) return {};
     copy.assign(*path);
     return {block, std::string_view(copy).substr(0, copy.find('\0'))};
@@ -62,7 +65,10 @@ public:
 
     // An iteration that was never ended is released with the request that began it.
     void forget(arena &, uint64_t request) override {
-        std::erase_if(iterations_, [request](const auto &one) { return one.second.request == request; });
+        const auto first = words_.lower_bound({request, 0});
+        auto last = first;
+        for (; last != words_.end() && last->first == request; ++last) iterations_.erase(last->second);
+        words_.erase(first, last);
     }
 
 private:
@@ -155,6 +161,7 @@ private:
         do ++last_iteration_;
         while (last_iteration_ == 0 || iterations_.contains(last_iteration_));
         step(*cursor, last_iteration_, record);
+        words_.emplace(request.address, last_iteration_);
         iterations_.emplace(last_iteration_, iteration{std::move(cursor), request.address});
         return 0;
     }
@@ -171,7 +178,10 @@ private:
     uint32_t iterator_end(const request_view &request) {
         const auto record = iterator_record(request);
         if (record.empty()) return IOERROR_BAD_COMMAND;
-        if (iterations_.erase(server_word(record)) == 0) return IOERROR_NOT_FOUND;
+        const auto known = iterations_.find(server_word(record));
+        if (known == iterations_.end()) return IOERROR_NOT_FOUND;
+        words_.erase({known->second.request, known->first});
+        iterations_.erase(known);
         std::fill(record.begin(), record.end(), std::byte{0});
         return 0;
     }
@@ -201,7 +211,8 @@ private:
     }
 
     registry_store &store_;
-    std::map<uint32_t, iteration> iterations_;  // by the server's word of their records
+    std::map<uint32_t, iteration> iterations_;       // by the server's word of their records
+    std::set<std::pair<uint64_t, uint32_t>> words_;  // the same by their requests
     uint32_t last_iteration_ = 0;
     std::string path_, value_;  // these three are members so that look-ups reuse their memory
     registry_entry entry_;

@@ -21,6 +21,8 @@ namespace hosted {
 
 namespace {
 
+constexpr time_t ANSWER_WAIT = 60;  // seconds for a machine to accept a connection and to answer the hello
+
 // Set in the child of a fork: what it would call with belongs to its parent.
 std::atomic<bool> forked = false;
 
@@ -89,17 +91,20 @@ bool guest::open(connection &made, wire::purpose purpose, descriptor *memory, st
         message = path_ + ": " + what;
         return false;
     };
+    constexpr char unanswered[] = "the machine does not answer";
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path_.size() >= sizeof address.sun_path) return fail("no machine runs there");
     std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
     descriptor socket(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
     if (!socket) return fail(std::strerror(errno));
+    wire::limit_waits(socket.get(), ANSWER_WAIT);
     const auto connected = retry_interrupted(
         [&] { return connect(socket.get(), reinterpret_cast<sockaddr *>(&address), sizeof address); });
     if (connected != 0) {
         const bool nobody = errno == ECONNREFUSED || errno == ENOENT || errno == EPROTOTYPE;
-        return fail(nobody ? "no machine runs there" : std::strerror(errno));
+        const char *const other = errno == EAGAIN ? unanswered : std::strerror(errno);
+        return fail(nobody ? "no machine runs there" : other);
     }
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -113,7 +118,8 @@ bool guest::open(connection &made, wire::purpose purpose, descriptor *memory, st
     static_cast<void>(wire::send_packet(socket.get(), &own, sizeof own));
     int error = receive_hello(socket.get(), said, passed);
     if (error == ECONNRESET) error = receive_hello(socket.get(), said, passed);
-    if (error != 0) return fail("no machine runs there");
+    if (error != 0) return fail(error == EAGAIN ? unanswered : "no machine runs there");
+    wire::limit_waits(socket.get(), 0);
     if (said.magic != wire::MAGIC) return fail("not a machine's socket");
     if (said.major != wire::MAJOR || said.answer == wire::verdict::other_version) {
         return fail("the machine speaks version " + std::to_string(said.major) + ", this program version " +

@@ -47,6 +47,20 @@ constexpr uint64_t TASK_EVENT = uint64_t{1} << 63;
 
 std::string system_text(const std::string &path) { return path + ": " + std::strerror(errno); }
 
+sigset_t set_of(std::initializer_list<int> signals) {
+    sigset_t made;
+    sigemptyset(&made);
+    for (const int one : signals) sigaddset(&made, one);
+    return made;
+}
+
+bool is_ignored(int signal) {
+    struct sigaction found {};
+    return sigaction(signal, nullptr, &found) == 0 && found.sa_handler == SIG_IGN;
+}
+
+descriptor open_spare() { return open_file(AT_FDCWD, "/dev/null"); }
+
 bool has_hung_up(int socket) {
     pollfd asked{socket, POLLRDHUP, 0};
     return poll(&asked, 1, 0) > 0 && (asked.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
@@ -128,22 +142,19 @@ bool host::share_memory(std::string &message) {
 }
 
 bool host::open(const std::string &file, const std::string &save, std::string socket, std::string &message) {
-    rlimit files{};
-    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
-        files.rlim_cur = files.rlim_max;
-        setrlimit(RLIMIT_NOFILE, &files);
-    }
+    const sigset_t ending = set_of({SIGTERM, SIGHUP, SIGINT, SIGQUIT});
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);  // in the threads that this one makes as well
     mallopt(M_ARENA_MAX, 1);  // memory is taken with the kernel's lock held; many heaps would only be large
     fault_list faults;
     auto inner = make_described_machine(file, save, faults, message);
     if (!inner || !share_memory(message)) return false;
     if (socket.empty()) socket = new_path(message);
     if (socket.empty() || !listen_at(socket, message)) return false;
-    sigset_t none;
-    sigemptyset(&none);
+    const sigset_t none = set_of({});
     events_ = descriptor(epoll_create1(EPOLL_CLOEXEC));
     signals_ = descriptor(signalfd(-1, &none, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!events_ || !signals_) {
+    spare_ = open_spare();
+    if (!events_ || !signals_ || !spare_) {
         message = system_text("events");
         return false;
     }
@@ -171,14 +182,18 @@ bool host::lock_path(std::string &message) {
     const std::string path = path_ + ".lock";
     for (;;) {
         descriptor file = open_file(AT_FDCWD, path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0600);
-        if (!file || flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-            message = file && errno == EWOULDBLOCK ? path_ + ": a machine runs there already" : system_text(path);
-            return false;
-        }
         struct stat held {
         }, named{};
+        if (!file || fstat(file.get(), &held) != 0) return message = system_text(path), false;
+        if (!S_ISREG(held.st_mode) || held.st_uid != geteuid()) {
+            return message = path + ": not a lock file of this user", false;
+        }
+        if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+            message = errno == EWOULDBLOCK ? path_ + ": a machine runs there already" : system_text(path);
+            return false;
+        }
         // Whoever held the lock may have removed the file since.
-        if (fstat(file.get(), &held) != 0 || stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino) continue;
+        if (stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino) continue;
         lock_ = std::move(file);
         return true;
     }
@@ -200,7 +215,7 @@ bool host::listen_at(const std::string &path, std::string &message) {
         path_.clear();
         return false;
     }
-    const descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    const descriptor probe(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (connect(probe.get(), where, sizeof address) != 0 && errno == ECONNREFUSED) {
         struct stat left {};  // by a machine that was killed
         if (lstat(path.c_str(), &left) == 0 && S_ISSOCK(left.st_mode)) unlink(path.c_str());
@@ -234,13 +249,13 @@ bool watch(int events, int file, uint32_t what, uint64_t about) {
 }  // namespace
 
 bool host::serve(pid_t command, int &status, std::string &message) {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : {SIGTERM, SIGHUP}) sigaddset(&ending, signal);
-    if (command == 0) {
-        for (const int signal : {SIGINT, SIGQUIT}) sigaddset(&ending, signal);
+    rlimit files{};  // a command keeps its own limits
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
     }
-    sigprocmask(SIG_BLOCK, &ending, nullptr);  // in the threads made from here on as well
+    sigset_t ending = command == 0 ? set_of({SIGTERM, SIGHUP, SIGINT, SIGQUIT}) : set_of({SIGTERM, SIGHUP});
+    if (is_ignored(SIGHUP)) sigdelset(&ending, SIGHUP);
     const descriptor child(command == 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, command, 0)));
     if (signalfd(signals_.get(), &ending, 0) < 0 || (command != 0 && !child) ||
         !watch(events_.get(), listener_.get(), EPOLLIN, LISTENER_EVENT) ||
@@ -262,7 +277,10 @@ bool host::serve(pid_t command, int &status, std::string &message) {
             signalfd_siginfo signal{};
             switch (about) {
             case LISTENER_EVENT: accept_one(); break;
-            case COMMAND_EVENT: waitpid(command, &status, 0); return true;
+            case COMMAND_EVENT:
+                if (waitpid(command, &status, 0) == command) return true;
+                message = system_text("the command");
+                return false;
             case SIGNAL_EVENT:
                 if (read(signals_.get(), &signal, sizeof signal) != sizeof signal) break;
                 if (command == 0) return true;
@@ -276,11 +294,21 @@ bool host::serve(pid_t command, int &status, std::string &message) {
 
 // Where there is no memory for one more connection, it is closed, and the others go on.
 void host::accept_one() try {
-    descriptor socket(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const auto accept = [this] { return descriptor(accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)); };
+    descriptor socket = accept();
     if (!socket) {
-        // Out of descriptors or memory: what is served goes on, and some of it ends.
+        if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
+        // Out of descriptors or memory: what is served goes on. The peer must not wait until some of it ends.
+        spare_ = descriptor();
+        socket = accept();
         const timespec pause{0, 10'000'000};
-        if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) nanosleep(&pause, nullptr);
+        if (socket) {
+            send_hello(socket.get(), {.answer = verdict::full}, false);
+        } else {
+            nanosleep(&pause, nullptr);
+        }
+        socket = descriptor();
+        spare_ = open_spare();
         return;
     }
     ucred peer{};
@@ -300,7 +328,7 @@ void host::accept_one() try {
     // The event comes once: what is done for it ends the connection's thread.
     taken = taken && watch(events_.get(), made->socket.get(), EPOLLRDHUP | EPOLLET, made->number) && start_thread(made);
     if (taken) return;
-    send_hello(*made, {.answer = verdict::full}, false);
+    send_hello(made->socket.get(), {.answer = verdict::full}, false);
     leave(std::move(made));
 } catch (const std::bad_alloc &) {
 }
@@ -370,7 +398,7 @@ void host::serve_connection(connection &served) {
     }
 }
 
-bool host::send_hello(const connection &to, const hello &said, bool with_memory) const {
+bool host::send_hello(int to, const hello &said, bool with_memory) const {
     hello sent = said;
     iovec from{&sent, sizeof sent};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
@@ -387,18 +415,17 @@ bool host::send_hello(const connection &to, const hello &said, bool with_memory)
         const int number = memory_.get();
         std::memcpy(CMSG_DATA(header), &number, sizeof number);
     }
-    return retry_interrupted([&] { return sendmsg(to.socket.get(), &message, MSG_NOSIGNAL); }) == sizeof sent;
+    return retry_interrupted([&] { return sendmsg(to, &message, MSG_NOSIGNAL); }) == sizeof sent;
 }
 
 // Exchanges hellos, and makes the peer a task or a thread of its task.
 bool host::greet(connection &greeted) {
     const int socket = greeted.socket.get();
-    const timeval wait{HELLO_WAIT, 0}, for_ever{};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    limit_waits(socket, HELLO_WAIT);
     hello given{};
     if (greeted.requests.receive(socket, &given, sizeof given) != 0 || given.magic != MAGIC) return false;
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &for_ever, sizeof for_ever);
-    const auto refuse = [&](verdict why) { return send_hello(greeted, {.answer = why}, false), false; };
+    limit_waits(socket, 0);
+    const auto refuse = [&](verdict why) { return send_hello(socket, {.answer = why}, false), false; };
     if (given.major != MAJOR) return refuse(verdict::other_version);
 
     ucred peer{};
@@ -412,7 +439,7 @@ bool host::greet(connection &greeted) {
         live::process process(root);
         lifetime = descriptor(static_cast<int>(syscall(SYS_pidfd_open, peer.pid, 0)));
         if (!lifetime || !process.open(peer.pid) || process.name(name) != RESULT_SUCCESS) {
-            return refuse(verdict::refused);
+            return refuse(errno == EMFILE || errno == ENFILE ? verdict::full : verdict::refused);
         }
     }
     uint64_t thread = 0;
@@ -433,7 +460,7 @@ bool host::greet(connection &greeted) {
     }
     // An end of the peer that was noticed before this thread could be interrupted.
     if (has_hung_up(socket)) return false;
-    return send_hello(greeted, {.arena_address = ARENA_ADDRESS, .arena_size = ARENA_SIZE}, greeted.first);
+    return send_hello(socket, {.arena_address = ARENA_ADDRESS, .arena_size = ARENA_SIZE}, greeted.first);
 }
 
 bool host::answer_one(connection &asked, const request &given, answer &made) {

@@ -32,7 +32,8 @@ public:
     host(const host &) = delete;
     host &operator=(const host &) = delete;
 
-    // Loads the machine file, makes it the machine of this process, and opens its socket.
+    // Loads the machine file, makes it the machine of this process, and opens its socket. From here on, the signals
+    // that end a machine wait for serve(): the calling thread blocks them.
     //   save     where the machine is saved at the end of the run; empty: nowhere
     //   socket   path of the socket; empty: a new one
     //   message  out, on failure: "FILE: what is wrong", for a person
@@ -40,8 +41,8 @@ public:
 
     const std::string &path() const { return path_; }
 
-    // Serves until the command ends, or without one until the process is asked to end. SIGTERM and SIGHUP are passed
-    // on to a command.
+    // Serves until the command ends, or without one until SIGTERM, SIGHUP, SIGINT or SIGQUIT. SIGTERM and SIGHUP are
+    // passed on to a command. A SIGHUP that the process ignores stays ignored.
     //   command  process id of a child; 0: none
     //   status   out: of the command, as waitpid() returns it
     //   message  out, on failure
@@ -68,7 +69,7 @@ private:
 
     void serve_connection(connection &served);
     bool greet(connection &greeted);
-    bool send_hello(const connection &to, const hello &said, bool with_memory) const;
+    bool send_hello(int to, const hello &said, bool with_memory) const;
     bool answer_one(connection &asked, const request &given, answer &made);
     void call(connection &asked, hosted::call which, const request &given, answer &made);
     bool serve_other(connection &asked, service what, const request &given, answer &made);
@@ -77,6 +78,7 @@ private:
     std::string path_, directory_;  // of the socket, and of the private directory made for it
     descriptor lock_;               // of the file beside the socket
     descriptor memory_, listener_, events_, signals_;
+    descriptor spare_;  // closed where no other is left, to accept a connection and refuse it
     running_machine *machine_ = nullptr;
 
     std::mutex connections_lock_;

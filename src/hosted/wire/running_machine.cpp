@@ -90,17 +90,22 @@ void running_machine::end_task(guest_task &gone) {
         if (slices_[i].state != slice_state::kept) continue;
         slices_[i].readers.erase(gone.handle);
         if (!slices_[i].readers.empty()) continue;
-        const auto at = static_cast<off_t>(MACHINE_PART + i * SLICE_SIZE);
-        if (fallocate(memory_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, at, SLICE_SIZE) != 0) continue;
-        slices_[i].state = slice_state::free;  // and all zeroes
+        if (clear_slice(i)) slices_[i].state = slice_state::free;
     }
     tasks_.erase(gone.handle);  // the caller still holds it
 }
 
+// Returns a slice's pages to the system: it is all zeroes then.
+bool running_machine::clear_slice(size_t index) const {
+    const auto at = static_cast<off_t>(MACHINE_PART + index * SLICE_SIZE);
+    return fallocate(memory_, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, at, SLICE_SIZE) == 0;
+}
+
+// A free slice is cleared again: any guest can write to it.
 std::optional<uint64_t> running_machine::take_slice(guest_task &of) {
     if (of.ended) return std::nullopt;
     for (size_t i = 0; i < slices_.size() && !of.slice; ++i) {
-        if (slices_[i].state != slice_state::free) continue;
+        if (slices_[i].state != slice_state::free || !clear_slice(i)) continue;
         slices_[i].state = slice_state::taken;
         of.slice = i;
     }
@@ -166,6 +171,8 @@ uint64_t running_machine::object_info(uint64_t handle, uint64_t item, uint64_t &
     return inner_->object_info(handle, item, value);
 }
 
+// Walks over guests open a process for each item: a descriptor for each iterator would let one guest take them all.
+
 // The inner machine's tasks, then the attached ones.
 class running_machine::task_walk : public walk {
 public:
@@ -179,7 +186,7 @@ public:
         for (auto next = owner_.tasks_.upper_bound(last_); next != owner_.tasks_.end(); ++next) {
             last_ = next->first;
             task_ = next->second;
-            if (!task_->killed && process_.open(task_->process)) return RESULT_SUCCESS;
+            if (!task_->killed && live::process(owner_.processes_).open(task_->process)) return RESULT_SUCCESS;
         }
         task_.reset();
         return RESULT_NO_ITEM;
@@ -187,7 +194,10 @@ public:
 
     uint64_t info(uint64_t item, uint64_t &value) override {
         if (inner_) return inner_->info(item, value);
-        return task_ ? owner_.read(*task_, process_, item, value) : uint64_t{RESULT_NO_ITEM};
+        if (!task_) return RESULT_NO_ITEM;
+        live::process from(owner_.processes_);
+        from.open(task_->process);  // of one that has gone, items read 0
+        return owner_.read(*task_, from, item, value);
     }
 
 private:
@@ -195,7 +205,6 @@ private:
     std::unique_ptr<walk> inner_;
     uint64_t last_ = 0;
     std::shared_ptr<guest_task> task_;
-    live::process process_{owner_.processes_};
 };
 
 // The attached threads of a task.
@@ -206,21 +215,25 @@ public:
     uint64_t step() override {
         for (auto next = task_->threads.upper_bound(handle_); next != task_->threads.end(); ++next) {
             handle_ = next->first;
-            if (thread_.open(next->second)) return RESULT_SUCCESS;
+            number_ = next->second;
+            if (live::thread(owner_.processes_).open(number_)) return RESULT_SUCCESS;
         }
-        thread_.close();
+        number_ = 0;
         return RESULT_NO_ITEM;
     }
 
     uint64_t info(uint64_t item, uint64_t &value) override {
-        return thread_.number() == 0 ? uint64_t{RESULT_NO_ITEM} : owner_.read(handle_, *task_, thread_, item, value);
+        if (number_ == 0) return RESULT_NO_ITEM;
+        live::thread from(owner_.processes_);
+        from.open(number_);
+        return owner_.read(handle_, *task_, from, item, value);
     }
 
 private:
     running_machine &owner_;
     const std::shared_ptr<guest_task> task_;
     uint64_t handle_ = 0;
-    live::thread thread_{owner_.processes_};
+    int number_ = 0;  // on this system; 0: none
 };
 
 namespace {

@@ -107,6 +107,7 @@ private:
         return inner_->servers().make_device(owner, name);
     }
 
+    bool clear_slice(size_t index) const;
     guest_task *find(uint64_t handle) const;         // null: no attached task
     guest_task *find_thread(uint64_t handle) const;  // its task
     uint64_t read(const guest_task &of, live::process &from, uint64_t item, uint64_t &value);

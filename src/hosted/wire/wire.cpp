@@ -30,6 +30,12 @@ bool has_processors() {
 
 }  // namespace
 
+void limit_waits(int socket, time_t seconds) {
+    const timeval longest{seconds, 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &longest, sizeof longest);
+    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &longest, sizeof longest);
+}
+
 int send_packet(int socket, const void *packet, size_t size) {
     const auto sent = retry_interrupted([=] { return send(socket, packet, size, MSG_NOSIGNAL); });
     return sent < 0 ? errno : 0;

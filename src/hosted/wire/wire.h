@@ -83,6 +83,9 @@ struct answer {
 };
 static_assert(sizeof(answer) == 56);
 
+// Limits how long a connect, a send or a receive on a socket blocks: it then fails with EAGAIN. 0: for ever.
+void limit_waits(int socket, time_t seconds);
+
 // Sends one packet; blocks while the peer leaves too many unread. Returns 0, or an errno; never raises SIGPIPE.
 int send_packet(int socket, const void *packet, size_t size);
 

@@ -3,8 +3,10 @@
 #include "hosted/kernel/arena.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <map>
 #include <random>
@@ -85,6 +87,26 @@ TEST(Arena, RandomUseAgreesWithAMap) {
             live.erase(one);
         }
     }
+}
+
+// Other processes write wherever they like in shared memory, but a new block is zero and a large one costs nothing
+// later.
+TEST(Arena, ClearsSharedMemory) {
+    constexpr size_t size = size_t{1} << 20;
+    void *const mapped = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    std::memset(mapped, 1, size);
+    arena memory({static_cast<std::byte *>(mapped), size});
+    for (const size_t wanted : {16UL, 100000UL}) {
+        for (int i = 0; i < 2; ++i) {
+            const uint64_t block = memory.allocate(wanted);
+            ASSERT_NE(block, 0u);
+            EXPECT_TRUE(all_zero(memory.span(block, wanted))) << wanted;
+            std::ranges::fill(memory.span(block, wanted), std::byte{2});
+            memory.release(block);
+            EXPECT_EQ(all_zero({reinterpret_cast<std::byte *>(block), wanted}), wanted > 16);
+        }
+    }
+    munmap(mapped, size);
 }
 
 }  // namespace

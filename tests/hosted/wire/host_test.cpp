@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <deque>
 #include <filesystem>
 #include <functional>
 
@@ -20,19 +22,22 @@ using namespace hosted;
 // ventix-machine run, from here to the end of the scope.
 class running {
 public:
-    explicit running(const std::string &machine = "{}") {
+    //   files  descriptors that the machine may have
+    explicit running(const std::string &machine = "{}", rlim_t files = 4096) {
         const std::string file = directory_.write("machine.json", machine);
         const std::string program = std::filesystem::path(ventix_program()).replace_filename("ventix-machine");
         child_ = fork();
         if (child_ == 0) {
             setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+            const rlimit limit{files, files};
+            setrlimit(RLIMIT_NOFILE, &limit);
             freopen(directory_.file("said").c_str(), "w", stderr);
             freopen("/dev/null", "w", stdout);
             execl(program.c_str(), "ventix-machine", "run", "--verbose", "--socket", path().c_str(), file.c_str(),
                   nullptr);
             _exit(127);
         }
-        for (int i = 0; i < 1000 && access(path().c_str(), F_OK) != 0; ++i) usleep(10000);
+        for (int i = 0; i < 100000 && access(path().c_str(), F_OK) != 0; ++i) usleep(100);
     }
     ~running() { end(SIGKILL); }
 
@@ -138,6 +143,34 @@ TEST(RunningMachine, AnswersForADeadServer) {
         client.ask(call::delete_object, {reply, DELETE_OBJECT});
         close(ports[0]);
         close(ports[1]);
+    }
+}
+
+// One process holds as much as it may, and ends: the others need not wait for it, nor go without.
+TEST(RunningMachine, OutlivesAGreedyPeer) {
+    running machine("{}", 40);
+    peer other(machine.path());
+    ASSERT_EQ(other.greet({.thread = static_cast<uint32_t>(gettid())}), wire::verdict::welcome);
+    const uint64_t task = other.ask(call::get_state, {KSTATE_CURRENT_TASK}).result;
+    const uint64_t registry = other.ask(call::get_state, {KSTATE_REGISTRY_PORT}).result;
+    for (const uint64_t flags : {uint64_t{DELETE_HANDLE}, uint64_t{DELETE_OBJECT}})
+        EXPECT_EQ(other.ask(call::delete_object, {registry, flags}).result, RESULT_NOT_PERMITTED);
+    for (int i = 0; i < 60; ++i) {  // more walks than descriptors
+        const uint64_t walk = other.ask(call::create_iterator, {}).result;
+        other.ask(call::begin_iterator, {walk, task, ITERSEL_THREADS});
+        EXPECT_EQ(other.ask(call::step_iterator, {walk}).result, RESULT_SUCCESS) << i;
+        EXPECT_EQ(other.ask(call::get_iterator_info, {walk, OBJINFO_OWNER, 1}).words[0], task);
+    }
+    std::deque<peer> silent;
+    for (int i = 0; i < 40; ++i) silent.emplace_back(machine.path());
+    EXPECT_EQ(silent.back().greet(), wire::verdict::full);
+}
+
+TEST(RunningMachine, EndsInOrderAtAnyMoment) {
+    for (int i = 0; i < 10; ++i) {
+        running machine;
+        EXPECT_NE(machine.end(SIGTERM), "killed");
+        EXPECT_FALSE(std::filesystem::exists(machine.path() + ".lock"));
     }
 }
 
