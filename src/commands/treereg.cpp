@@ -195,7 +195,7 @@ int enter(listing &list, sb_text path) {
     try {
         list.levels.push_back({std::move(path), std::move(entries)});
     } catch (const std::bad_alloc &) {
-        std::puts("tree: out of memory");
+        std::puts("tree: out of memory");  // Deliberate: under another name
         return SB_FAILED;
     }
     return SB_DONE;
@@ -262,7 +262,7 @@ int sb_treereg(int argc, char **argv) {
         list.buffer = nullptr;
     }
     if (list.buffer == nullptr) {
-        std::puts("tree: out of memory");
+        std::puts("tree: out of memory");  // Deliberate: likewise
         return SB_NO_ITERATOR;
     }
 

@@ -195,10 +195,11 @@ constexpr sb_description sb_describe(const sb_commandline &line, const sb_option
     return {&line, &table[0].row, Count};
 }
 
-// Prints "COMMAND: ", the words and a line feed, on the stream that the command speaks on.
+// Prints "COMMAND: ", the formatted words and a line feed on the stream that the command speaks on, as one write.
+//   format  of printf, at most 200 bytes; what it formats may be of any length
 [[gnu::format(printf, 2, 3)]] void sb_say(const sb_commandline &line, const char *format, ...);
 
-// The same for what ends a run or a part of it. Returns the status, which is not looked at.
+// The same for what ends a run or a part of it. Returns the status given: return sb_fail(line, SB_SETUP, ...).
 [[gnu::format(printf, 3, 4)]] int sb_fail(const sb_commandline &line, int status, const char *format, ...);
 
 // Prints the usage on standard output. Returns SB_DONE.

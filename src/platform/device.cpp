@@ -203,6 +203,7 @@ void drain(uint64_t port) {
     }
 }
 
+// The queries that the library asks. Deliberate: not DEVQUERY_DEBUG_COMMAND, which only devquery sends.
 bool is_query(uint32_t code) {
     switch (code) {
     case DEVQUERY_GET_CLASS:
