@@ -148,7 +148,8 @@ TEST_F(DeviceServer, CreatesZeroedRequestsOfTheGivenSize) {
     }
     IOreq *io = CreateIOreq(device_, 3, 5, sizeof(IOreq) + 1000, reply_);
     ASSERT_NE(io, nullptr);
-    EXPECT_EQ(std::tuple(io->unit, io->status, io->flags, io->command), std::tuple(3u, IOREQ_STATUS_NEW, 5, 0u));
+    EXPECT_EQ(std::tuple(io->unit, io->status, io->flags, io->command, io->reserved56[0]),
+              std::tuple(3u, IOREQ_STATUS_NEW, 5, 0u, uint64_t{0}));
     const auto *bytes = reinterpret_cast<const char *>(io + 1);
     EXPECT_EQ(std::string(bytes, 1000), std::string(1000, '\0'));
 }
