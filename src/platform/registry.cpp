@@ -33,6 +33,15 @@ template <class Block> void put_with_path(const shared_request &shared, Block bl
     std::memcpy(shared.buffer + sizeof block, path, size);
 }
 
+// Does one operation whose argument block points at a path alone.
+template <class Block, class Collect>
+bool operate_on_path(const device_record *registry, uint32_t command, Block block, const char *path, Collect collect) {
+    const size_t size = std::strlen(path) + 1;
+    return operate(
+        registry, command, sizeof block + size,
+        [=](const shared_request &shared) { put_with_path(shared, block, path, size); }, collect);
+}
+
 // Marks a record whose begin or step failed: it is on no entry.
 void mark_failed(RegIterator *record) { std::memcpy(record, &REG_ITERATOR_FAILED, sizeof REG_ITERATOR_FAILED); }
 
@@ -68,27 +77,19 @@ bool RegCaps(device_record *registry, uint32_t *max_name, uint32_t *max_binary, 
 }
 
 bool RegKeyInfo(device_record *registry, const char *key, uint16_t *type, uint32_t *length) {
-    const size_t size = std::strlen(key) + 1;
-    return operate(
-        registry, REGCMD_KEY_INFO, sizeof(reg_info_block) + size,
-        [=](const shared_request &shared) { put_with_path(shared, reg_info_block{}, key, size); },
-        [=](const shared_request &shared) {
-            const auto info = get<reg_info_block>(shared, 0);
-            *type = info.type;
-            *length = info.length;
-            return true;
-        });
+    return operate_on_path(registry, REGCMD_KEY_INFO, reg_info_block{}, key, [=](const shared_request &shared) {
+        const auto info = get<reg_info_block>(shared, 0);
+        *type = info.type;
+        *length = info.length;
+        return true;
+    });
 }
 
 bool RegGetKeyInt(device_record *registry, const char *key, uint64_t *value) {
-    const size_t size = std::strlen(key) + 1;
-    return operate(
-        registry, REGCMD_GET_INT, sizeof(reg_int_block) + size,
-        [=](const shared_request &shared) { put_with_path(shared, reg_int_block{}, key, size); },
-        [=](const shared_request &shared) {
-            *value = get<reg_int_block>(shared, 0).value;
-            return true;
-        });
+    return operate_on_path(registry, REGCMD_GET_INT, reg_int_block{}, key, [=](const shared_request &shared) {
+        *value = get<reg_int_block>(shared, 0).value;
+        return true;
+    });
 }
 
 bool RegGetKeyBin(device_record *registry, const char *key, void *buffer, uint32_t *length) {
@@ -129,20 +130,11 @@ bool RegSetKeyBin(device_record *registry, const char *key, const void *data, ui
 }
 
 bool RegCreateTmp(device_record *registry, const char *path) {
-    const size_t size = std::strlen(path) + 1;
-    return operate(
-        registry, REGCMD_CREATE_TMP, sizeof(reg_path_block) + size,
-        [=](const shared_request &shared) { put_with_path(shared, reg_path_block{}, path, size); }, nothing);
+    return operate_on_path(registry, REGCMD_CREATE_TMP, reg_path_block{}, path, nothing);
 }
 
 bool RegCreateGuard(device_record *registry, const char *path, uint64_t value) {
-    const size_t size = std::strlen(path) + 1;
-    return operate(
-        registry, REGCMD_CREATE_GUARD, sizeof(reg_int_block) + size,
-        [=](const shared_request &shared) {
-            put_with_path(shared, reg_int_block{0, value}, path, size);
-        },
-        nothing);
+    return operate_on_path(registry, REGCMD_CREATE_GUARD, reg_int_block{0, value}, path, nothing);
 }
 
 bool RegItBegin(device_record *registry, RegIterator *record, const char *path) {
