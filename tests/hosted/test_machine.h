@@ -23,7 +23,7 @@ public:
     hosted::kernel *kernel = nullptr;
 
     hosted::registry_limits limits() const override { return {}; }
-    std::unique_ptr<hosted::registry_cursor> list(std::string_view) override { return nullptr; }
+    hosted::registry_cursor list(std::string_view) override { return nullptr; }
     uint32_t describe(std::string_view, uint16_t &, uint32_t &) override { return IOERROR_NOT_FOUND; }
     uint32_t read_int(std::string_view path, uint64_t &value) override {
         const auto found = keys.find(path);

@@ -1,8 +1,6 @@
 // hosted/described/devices.cpp - the servers of a described machine's devices.
 #include "hosted/described/devices.h"
 
-#include <sys/sysmacros.h>
-
 #include <algorithm>
 
 #include "hosted/described/text.h"
@@ -21,9 +19,8 @@ public:
     explicit counters(const std::vector<unit_counters> &units) : units_(units) {}
 
     uint32_t read(uint32_t unit, uint64_t room, std::string &bytes, uint64_t &returned) override {
-        const auto found =
-            std::find_if(units_.begin(), units_.end(), [&](const auto &listed) { return listed.number == unit; });
-        if (found == units_.end()) return IOERROR_NOT_FOUND;
+        const unit_counters *const found = find_numbered(units_, unit);
+        if (found == nullptr) return IOERROR_NOT_FOUND;
         bytes.clear();
         if (found->raw) bytes = found->raw->substr(0, room);
         for (const auto &[name, value] : found->list) {
@@ -137,13 +134,8 @@ private:
 class processes : public process_source {
 public:
     processes(const system_service &from, const machine_records &records, machine &running)
-        : records_(records), running_(running) {
-        for (const auto &[major, name] : from.majors) {
-            drivers_.try_emplace(major, name);
-            max_major_ = std::max(max_major_, major);
-        }
-        max_major_ = from.max_major.value_or(max_major_);
-    }
+        : records_(records), running_(running), drivers_(from.majors.begin(), from.majors.end()),
+          max_major_(from.max_major) {}
 
     uint32_t id(uint32_t command, uint64_t key, uint64_t &value) override {
         const task *const asked = command == SYSVCCMD_GET_PID ? by_handle(key) : by_process(key);
@@ -165,17 +157,9 @@ public:
         return 0;
     }
 
-    uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) override {
-        const auto found = drivers_.find(gnu_dev_major(device_number));
-        if (found == drivers_.end()) return SYSVCERR_NO_DEVICE;
-        number = gnu_dev_minor(device_number);
-        name = found->second;
-        return 0;
-    }
-
-    uint32_t max_major(uint32_t &major) override {
-        major = max_major_;
-        return 0;
+    const driver_map &drivers() override { return drivers_; }
+    std::optional<uint32_t> max_major() override {
+        return max_major_ ? max_major_ : process_source::max_major().value_or(0);
     }
 
 private:
@@ -202,9 +186,9 @@ private:
 
     const machine_records &records_;
     machine &running_;
-    std::unordered_map<uint32_t, std::string> drivers_;
+    const driver_map drivers_;
     std::unordered_multimap<uint64_t, const task *> by_process_;  // filled at the first lookup
-    uint32_t max_major_ = 0;
+    const std::optional<uint32_t> max_major_;
 };
 
 }  // namespace

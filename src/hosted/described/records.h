@@ -4,6 +4,7 @@
 // file. Records that are keyed by a number in the file hold it in a member of that name.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -41,6 +42,12 @@ protected:
 template <class Record> struct record_list : std::vector<Record> {
     record_source<Record> *source = nullptr;  // has at least one; null: there are no more
 };
+
+// The record of a number in a list; null where it has none.
+template <class List> auto find_numbered(List &list, uint64_t number) -> decltype(list.data()) {
+    const auto found = std::ranges::find(list, number, &List::value_type::number);
+    return found == list.end() ? nullptr : &*found;
+}
 
 // A record that few objects have. All others hold a null pointer.
 template <class Record> class rare {

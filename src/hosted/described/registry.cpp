@@ -56,39 +56,12 @@ uint32_t registry::entry::shown_length() const {
     }
 }
 
-// Walks by position: entries are only appended, and one that is gone keeps its position.
-class registry::cursor : public registry_cursor {
-public:
-    cursor(const registry &owner, uint32_t directory) : registry_(owner), directory_(directory) {}
-
-    bool next(registry_entry &out) override {
-        const auto entries = registry_.entries(directory_);
-        while (next_ < entries.size() && registry_.is_gone(entries[next_])) ++next_;
-        if (next_ >= entries.size()) return false;
-        const entry &here = entries[next_++];
-        out.name = here.name;
-        out.type = here.shown_type();
-        out.length = here.shown_length();
-        return true;
-    }
-
-private:
-    const registry &registry_;
-    uint32_t directory_;
-    size_t next_ = 0;
-};
-
 registry::registry() {
     new_directory();
     constexpr std::pair<uint32_t, std::string_view> published[] = {
         {ROOT, RUN_NAME}, {RUN, reg_component(PROCESS_DIRECTORY, 1)}, {RUN, reg_component(DEVICE_DIRECTORY, 1)}};
-    for (const auto &[parent, name] : published) {
-        entry made;
-        made.name = name;
-        made.holds = entry::kind::directory;
-        made.published = true;
-        add(parent, std::move(made));
-    }
+    for (const auto &[parent, name] : published)
+        add(parent, {.name = std::string(name), .holds = entry::kind::directory, .published = true});
 }
 
 uint32_t registry::new_directory() {
@@ -118,21 +91,13 @@ registry::entry *registry::published_directory(uint32_t directory, std::string_v
 }
 
 void registry::publish_task(uint64_t handle, std::string_view name) {
-    entry made;
-    made.name.resize(TASK_KEY_SIZE);
-    write_task_key(made.name.data(), handle);
-    made.holds = entry::kind::bytes;
-    made.published = true;
-    made.bytes = name;
-    add(PROC, std::move(made));
+    std::string key(TASK_KEY_SIZE, '0');
+    write_task_key(key.data(), handle);
+    add(PROC, {.name = std::move(key), .holds = entry::kind::bytes, .published = true, .bytes = std::string(name)});
 }
 
 void registry::publish_device(std::string_view name) {
-    entry made;
-    made.name = name;
-    made.holds = entry::kind::port;
-    made.published = true;
-    add(DEV, std::move(made));
+    add(DEV, {.name = std::string(name), .holds = entry::kind::port, .published = true});
 }
 
 void registry::withdraw_task(uint64_t handle) {
@@ -174,13 +139,17 @@ void registry::bring_index_up(folder &where) {
         where.index.assign(std::bit_ceil(where.entries.size() * 2), 0);
         where.indexed = 0;
     }
-    const size_t mask = where.index.size() - 1;
     for (; where.indexed < where.entries.size(); ++where.indexed) {
-        const std::string &name = where.entries[where.indexed].name;
-        size_t slot = std::hash<std::string_view>()(name) & mask;
-        while (where.index[slot] != 0 && where.entries[where.index[slot] - 1].name != name) slot = (slot + 1) & mask;
-        if (where.index[slot] == 0) where.index[slot] = static_cast<uint32_t>(where.indexed + 1);
+        uint32_t &slot = slot_of(where, where.entries[where.indexed].name);
+        if (slot == 0) slot = static_cast<uint32_t>(where.indexed + 1);
     }
+}
+
+uint32_t &registry::slot_of(folder &where, std::string_view name) {
+    const size_t mask = where.index.size() - 1;
+    size_t slot = std::hash<std::string_view>()(name) & mask;
+    while (where.index[slot] != 0 && where.entries[where.index[slot] - 1].name != name) slot = (slot + 1) & mask;
+    return where.index[slot];
 }
 
 registry::entry *registry::find(uint32_t directory, std::string_view name) {
@@ -188,11 +157,9 @@ registry::entry *registry::find(uint32_t directory, std::string_view name) {
     size_t at = 0;
     if (where.entries.size() > FEW_ENTRIES) {
         bring_index_up(where);
-        const size_t mask = where.index.size() - 1;
-        size_t slot = std::hash<std::string_view>()(name) & mask;
-        while (where.index[slot] != 0 && where.entries[where.index[slot] - 1].name != name) slot = (slot + 1) & mask;
-        if (where.index[slot] == 0) return nullptr;
-        at = where.index[slot] - 1;
+        const uint32_t slot = slot_of(where, name);
+        if (slot == 0) return nullptr;
+        at = slot - 1;
     }
     for (; at < where.entries.size(); ++at) {  // another of its name may follow one that is gone
         if (where.entries[at].name == name && !is_gone(where.entries[at])) return &where.entries[at];
@@ -221,12 +188,22 @@ std::optional<uint32_t> registry::find_directory(std::string_view path) {
 
 // ---- as the registry server asks ------------------------------------------------------------------------------------
 
-std::unique_ptr<registry_cursor> registry::list(std::string_view path) {
+// Walks by position: entries are only appended, and one that is gone keeps its position.
+registry_cursor registry::list(std::string_view path) {
     const entry *const found = find(path);
     if (found != nullptr && found->unreadable) return nullptr;
     const auto directory = find_directory(path);
     if (!directory) return nullptr;
-    return std::make_unique<cursor>(*this, *directory);
+    return [this, directory = *directory, next = size_t{0}](registry_entry &out) mutable {
+        const auto listed = entries(directory);
+        while (next < listed.size() && is_gone(listed[next])) ++next;
+        if (next >= listed.size()) return false;
+        const entry &here = listed[next++];
+        out.name = here.name;
+        out.type = here.shown_type();
+        out.length = here.shown_length();
+        return true;
+    };
 }
 
 uint32_t registry::describe(std::string_view path, uint16_t &type, uint32_t &length) {
@@ -288,24 +265,16 @@ uint32_t registry::make_key(std::string_view path, entry made) {
 }
 
 uint32_t registry::write_binary(std::string_view path, std::string_view value) {
-    entry made;
-    made.holds = entry::kind::bytes;
-    made.bytes = value;
-    return make_key(path, std::move(made));
+    return make_key(path, {.holds = entry::kind::bytes, .bytes = std::string(value)});
 }
 
 uint32_t registry::create_temporary(std::string_view path) {
-    entry made;
-    made.holds = entry::kind::directory;
-    made.temporary = true;
-    return make_key(path, std::move(made));
+    return make_key(path, {.holds = entry::kind::directory, .temporary = true});
 }
 
 // A task of another process may guard a device's name with a port of its own. Every other key below run/ is refused.
 uint32_t registry::create_guard(std::string_view path, uint64_t value, uint64_t client) {
-    entry made;
-    made.holds = entry::kind::integer;
-    made.number = value;
+    entry made{.holds = entry::kind::integer, .number = value};
     std::string_view rest = path;
     if (next_component(rest) != RUN_NAME || next_component(rest) != reg_component(DEVICE_DIRECTORY, 1)) {
         return make_key(path, std::move(made));

@@ -30,7 +30,7 @@ public:
     struct entry {
         enum class kind : uint8_t { nothing, integer, port, bytes, directory };
 
-        std::string name;
+        std::string name = {};
         kind holds = kind::nothing;  // what reading it returns; port: that of the device of this name
         bool temporary = false;      // a directory
         bool unreadable = false;     // listed and described only
@@ -39,9 +39,9 @@ public:
         bool guarded = false;  // an integer that is a port: listed while the port exists
         uint32_t directory = 0;
         uint64_t number = 0;
-        std::string bytes;
-        std::optional<uint16_t> type;  // type and length are shown in place of the content's
-        std::optional<uint32_t> length;
+        std::string bytes = {};
+        std::optional<uint16_t> type = {};  // type and length are shown in place of the content's
+        std::optional<uint32_t> length = {};
 
         uint16_t shown_type() const;
         uint32_t shown_length() const;
@@ -79,7 +79,7 @@ public:
     // ---- as the registry server asks ----------------------------------------------------------------------------
 
     registry_limits limits() const override { return allowed; }
-    std::unique_ptr<registry_cursor> list(std::string_view path) override;
+    registry_cursor list(std::string_view path) override;
     uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) override;
     uint32_t read_int(std::string_view path, uint64_t &value) override;
     uint32_t read_binary(std::string_view path, std::string &value) override;
@@ -88,8 +88,6 @@ public:
     uint32_t create_guard(std::string_view path, uint64_t value, uint64_t client) override;
 
 private:
-    class cursor;
-
     struct folder {
         std::vector<entry> entries;
         std::vector<uint32_t> index;  // open addressing: 1 + the first entry of a name, 0 where free
@@ -102,6 +100,7 @@ private:
     entry *find(std::string_view path);  // null: no such entry, or the root
     std::optional<uint32_t> find_directory(std::string_view path);
     void bring_index_up(folder &where);
+    static uint32_t &slot_of(folder &where, std::string_view name);
     uint32_t new_directory();
     uint32_t make_key(std::string_view path, entry made);
 

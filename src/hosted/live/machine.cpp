@@ -34,6 +34,7 @@
 #include "hosted/live/totals.h"
 #include "hosted/servers/device_server.h"
 #include "hosted/servers/protocols.h"
+#include "platform/protocol/registry.h"
 #include "platform/protocol/sysvc.h"
 
 namespace hosted {
@@ -64,10 +65,7 @@ public:
         }
     }
 
-    uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) override {
-        return drivers_.driver(device_number, number, name);
-    }
-    uint32_t max_major(uint32_t &major) override { return drivers_.max_major(major); }
+    const driver_map &drivers() override { return drivers_.drivers(); }
 
 private:
     process_table &processes_;
@@ -99,7 +97,9 @@ public:
     uint64_t object_info(uint64_t handle, uint64_t item, uint64_t &value) override;
     uint64_t begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) override;
     uint64_t set_property(uint64_t task, uint64_t property, uint64_t value) override {
-        return property == TASKPROP_PRIORITY ? processes_.set_priority(task, value) : uint64_t{RESULT_BAD_ARGUMENT};
+        process *named = nullptr;
+        if (property == TASKPROP_PRIORITY) return processes_.set_priority(task, value);
+        return processes_.find(task, named) == RESULT_NO_OBJECT ? RESULT_NO_OBJECT : RESULT_BAD_ARGUMENT;
     }
     uint64_t fetch_register(uint64_t thread, uint64_t id, uint64_t node, uint64_t &value) override;
     uint64_t raise(uint64_t task, uint64_t exception, uint64_t parameter) override {
@@ -141,9 +141,7 @@ private:
     device_table devices_{roots_};
     id_source ids_{processes_, drivers_};
     socket_table sockets_{processes_.root(), socket_table::local_source::diagnosis};
-    std::unique_ptr<registry_tree> details_;
-    system_registry system_registry_{roots_};
-    std::unique_ptr<run_registry> registry_;
+    std::unique_ptr<registry_tree> registry_;
     std::optional<stopped> stopped_;
 };
 
@@ -223,12 +221,13 @@ uint64_t live_machine::destroy(uint64_t handle) {
 }
 
 std::unique_ptr<server> live_machine::make_registry(kernel &owner) {
-    auto details = std::make_unique<whole_directory>();
-    details->add("info", make_process_directory(processes_.root(), sockets_));
-    details->add("mount", make_mount_directory(roots_));
-    details->add("socket", make_socket_directory(sockets_));
-    details_ = std::make_unique<registry_tree>(std::move(details));
-    registry_ = std::make_unique<run_registry>(owner, processes_, devices_, *details_, system_registry_);
+    auto run = make_run_directory(owner, processes_, devices_);
+    run->add("info", make_process_directory(processes_.root(), sockets_));
+    run->add("mount", make_mount_directory(roots_));
+    run->add("socket", make_socket_directory(sockets_));
+    auto root = std::make_unique<whole_directory>(make_system_directory(roots_));
+    root->add(reg_component(PROCESS_DIRECTORY, 0), std::move(run));
+    registry_ = std::make_unique<registry_tree>(std::move(root));
     auto made = std::make_unique<device_server>(owner, device_behaviour{});
     made->make_context(registry_->limits().buffer);
     made->add(make_registry_protocol(*registry_));

@@ -38,34 +38,32 @@ std::optional<uint64_t> read_number(number_names form, std::string_view name) {
     return listed == name ? number : std::nullopt;
 }
 
-class node_cursor : public registry_cursor {
-public:
-    explicit node_cursor(registry_node &directory) : directory_(directory), count_(directory.list()) {}
-
-    bool next(registry_entry &entry) override {
-        while (at_ < count_) {
-            const registry_node *node = directory_.at(at_, entry.name);  // may throw: the next step tries it again
-            ++at_;
-            if (node == nullptr) continue;
-            entry.type = node->type;
-            entry.length = node->length();
-            return true;
-        }
-        return false;
-    }
-
-private:
-    registry_node &directory_;
-    size_t count_;
-    size_t at_ = 0;
-};
-
 }  // namespace
 
 // ---- keys -----------------------------------------------------------------------------------------------------------
 
 uint32_t registry_node::length() const {
     return type == REGTYPE_INT ? uint32_t{sizeof integer} : static_cast<uint32_t>(bytes.size());
+}
+
+uint32_t registry_node::read_int(uint64_t &value) {
+    if (type != REGTYPE_INT) return IOERROR_NOT_FOUND;
+    value = integer;
+    return 0;
+}
+
+registry_cursor registry_node::walk() {
+    return [this, count = list(), next = size_t{0}](registry_entry &entry) mutable {
+        while (next < count) {
+            const registry_node *node = at(next, entry.name);  // may throw: the next step tries it again
+            ++next;
+            if (node == nullptr) continue;
+            entry.type = node->type;
+            entry.length = node->length();
+            return true;
+        }
+        return false;
+    };
 }
 
 void registry_node::set_number(uint64_t value) {
@@ -136,6 +134,7 @@ registry_node *named_directory::entry(std::string_view name) {
 }
 
 registry_node *whole_directory::at(size_t index, std::string &name) {
+    if (index >= entries_.size()) return rest_->at(index - entries_.size(), name);
     name = entries_[index].first;
     return entries_[index].second.get();
 }
@@ -148,7 +147,7 @@ registry_node *whole_directory::entry(std::string_view name) {
         next_ = index + 1;
         return entries_[index].second.get();
     }
-    return nullptr;
+    return rest_ ? rest_->entry(name) : nullptr;
 }
 
 size_t numbered_directories::list() {
@@ -247,31 +246,30 @@ registry_node *registry_tree::find(std::string_view path) {
     return at;
 }
 
-std::unique_ptr<registry_cursor> registry_tree::list(std::string_view path) {
+registry_cursor registry_tree::list(std::string_view path) {
     registry_node *found = find(path);
-    if (found == nullptr || found->type != REGTYPE_DIR) return nullptr;
-    return std::make_unique<node_cursor>(*found);
+    return found != nullptr && found->type == REGTYPE_DIR ? found->walk() : nullptr;
 }
 
 uint32_t registry_tree::describe(std::string_view path, uint16_t &type, uint32_t &length) {
     const registry_node *found = find(path);
     if (found == nullptr) return IOERROR_NOT_FOUND;
+    if (found->type == 0) return found->failure;
     type = found->type;
     length = found->length();
     return 0;
 }
 
 uint32_t registry_tree::read_int(std::string_view path, uint64_t &value) {
-    const registry_node *found = find(path);
-    if (found == nullptr || found->type != REGTYPE_INT) return IOERROR_NOT_FOUND;
-    value = found->integer;
-    return 0;
+    registry_node *found = find(path);
+    return found != nullptr ? found->read_int(value) : uint32_t{IOERROR_NOT_FOUND};
 }
 
 uint32_t registry_tree::read_binary(std::string_view path, std::string &value) {
     const registry_node *found = find(path);
-    if (found == nullptr || found->type != REGTYPE_BIN) return IOERROR_NOT_FOUND;
+    if (found == nullptr) return IOERROR_NOT_FOUND;
     if (found->failure != 0) return found->failure;
+    if (found->type != REGTYPE_BIN) return IOERROR_NOT_FOUND;
     value = found->bytes;
     return 0;
 }

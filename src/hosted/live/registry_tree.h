@@ -25,17 +25,23 @@ namespace hosted::live {
 struct registry_node {
     virtual ~registry_node() = default;
 
-    uint16_t type = REGTYPE_DIR;
-    uint32_t failure = 0;  // why a key that is listed cannot be read
-    uint64_t integer = 0;  // of an integer key
-    std::string bytes;     // of a binary key
+    uint16_t type = REGTYPE_DIR;  // 0: not known, because of the failure
+    uint32_t failure = 0;         // why a key that is listed cannot be read
+    uint64_t integer = 0;         // of an integer key
+    std::string bytes;            // of a binary key
 
     uint32_t length() const;
+
+    // The value of an integer key. Returns 0 or the error word.
+    virtual uint32_t read_int(uint64_t &value);
 
     // Each makes a key of this.
     void set_number(uint64_t value);
     void set_text(std::string_view text, line_feeds feeds = line_feeds::replaced);  // see text_key()
     void set_hidden();
+
+    // A new walk over the entries, which must outlive it: by default that of list() and at().
+    virtual registry_cursor walk();
 
     // Prepares a listing. Returns how many names it has.
     virtual size_t list() { return 0; }
@@ -112,9 +118,12 @@ private:
 // A small directory that is made with all its entries, in the order in which they were added.
 class whole_directory : public registry_node {
 public:
-    void add(std::string name, node_pointer node) { entries_.emplace_back(std::move(name), std::move(node)); }
+    // rest: a directory whose entries follow these; null: none
+    explicit whole_directory(node_pointer rest = nullptr) : rest_(std::move(rest)) {}
 
-    size_t list() override { return entries_.size(); }
+    void add(std::string_view name, node_pointer node) { entries_.emplace_back(name, std::move(node)); }
+
+    size_t list() override { return entries_.size() + (rest_ ? rest_->list() : 0); }
     registry_node *at(size_t index, std::string &name) override;
     registry_node *entry(std::string_view name) override;
 
@@ -123,6 +132,7 @@ protected:
 
 private:
     std::vector<std::pair<std::string, node_pointer>> entries_;
+    node_pointer rest_;
     size_t next_ = 0;  // where the search for a name begins: after the last one found
 };
 
@@ -199,7 +209,7 @@ class registry_tree : public registry_store {
 public:
     explicit registry_tree(node_pointer root) : root_(std::move(root)) {}
 
-    std::unique_ptr<registry_cursor> list(std::string_view path) override;
+    registry_cursor list(std::string_view path) override;
     uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) override;
     uint32_t read_int(std::string_view path, uint64_t &value) override;
     uint32_t read_binary(std::string_view path, std::string &value) override;

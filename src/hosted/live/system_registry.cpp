@@ -285,6 +285,6 @@ constexpr system_entry ROOT[] = {
 
 }  // namespace
 
-system_registry::system_registry(const file_roots &roots) : registry_tree(make_table<ROOT>(roots)) {}
+node_pointer make_system_directory(const file_roots &roots) { return make_table<ROOT>(roots); }
 
 }  // namespace hosted::live

@@ -6,9 +6,7 @@
 
 namespace hosted::live {
 
-class system_registry : public registry_tree {
-public:
-    explicit system_registry(const file_roots &roots);  // which must outlive this object
-};
+// The two directories below one. roots must outlive it.
+node_pointer make_system_directory(const file_roots &roots);
 
 }  // namespace hosted::live

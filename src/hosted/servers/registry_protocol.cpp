@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "hosted/kernel/list_failure.h"
+#include "hosted/descriptors.h"
 #include "hosted/servers/protocols.h"
 #include "platform/protocol/registry.h"
 
@@ -37,12 +37,12 @@ public:
     std::optional<uint32_t> perform(uint32_t command, const request_view &request) override {
         switch (command) {
         case REGCMD_CAPS: return capabilities(request);
-        case REGCMD_KEY_INFO: return key_info(request);
-        case REGCMD_GET_INT: return get_int(request);
-        case REGCMD_GET_BIN: return get_binary(request);
-        case REGCMD_SET_BIN: return set_binary(request);
-        case REGCMD_CREATE_TMP: return create_temporary(request);
-        case REGCMD_CREATE_GUARD: return create_guard(request);
+        case REGCMD_KEY_INFO: return on_path(request, &registry_protocol::key_info);
+        case REGCMD_GET_INT: return on_path(request, &registry_protocol::get_int);
+        case REGCMD_GET_BIN: return on_path(request, &registry_protocol::get_binary);
+        case REGCMD_SET_BIN: return on_path(request, &registry_protocol::set_binary);
+        case REGCMD_CREATE_TMP: return on_path(request, &registry_protocol::create_temporary);
+        case REGCMD_CREATE_GUARD: return on_path(request, &registry_protocol::create_guard);
         case REGCMD_ITERATOR_BEGIN:
         case REGCMD_ITERATOR_NEXT: return iterate(command, request);
         case REGCMD_ITERATOR_END: return iterator_end(request);
@@ -73,9 +73,17 @@ public:
 
 private:
     struct iteration {
-        std::unique_ptr<registry_cursor> cursor;
+        registry_cursor cursor;
         uint64_t request;
     };
+
+    // Performs a command on its argument block and path.
+    template <class Block>
+    uint32_t on_path(const request_view &request,
+                     uint32_t (registry_protocol::*act)(Block *, std::string_view, const request_view &)) {
+        const auto [block, path] = arguments_of<Block>(request, path_);
+        return block != nullptr ? (this->*act)(block, path, request) : uint32_t{IOERROR_BAD_COMMAND};
+    }
 
     uint32_t capabilities(const request_view &request) const {
         auto *block = request.block<reg_caps_block>();
@@ -85,9 +93,7 @@ private:
         return 0;
     }
 
-    uint32_t key_info(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_info_block>(request, path_);
-        if (block == nullptr) return IOERROR_BAD_COMMAND;
+    uint32_t key_info(reg_info_block *block, std::string_view path, const request_view &) {
         uint16_t type = 0;
         uint32_t length = 0;
         const uint32_t error = store_.describe(path, type, length);
@@ -97,9 +103,7 @@ private:
         return 0;
     }
 
-    uint32_t get_int(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_int_block>(request, path_);
-        if (block == nullptr) return IOERROR_BAD_COMMAND;
+    uint32_t get_int(reg_int_block *block, std::string_view path, const request_view &) {
         uint64_t value = 0;
         const uint32_t error = store_.read_int(path, value);
         if (error == 0) block->value = value;
@@ -107,9 +111,7 @@ private:
     }
 
     // Delivers what fits the room.
-    uint32_t get_binary(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_bin_block>(request, path_);
-        if (block == nullptr) return IOERROR_BAD_COMMAND;
+    uint32_t get_binary(reg_bin_block *block, std::string_view path, const request_view &request) {
         const uint32_t error = store_.read_binary(path, value_);
         if (error != 0) return error;
         const uint64_t delivered = std::min<uint64_t>(read_once(block->length), value_.size());
@@ -122,45 +124,39 @@ private:
         return 0;
     }
 
-    uint32_t set_binary(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_bin_block>(request, path_);
-        if (block == nullptr) return IOERROR_BAD_COMMAND;
+    uint32_t set_binary(reg_bin_block *block, std::string_view path, const request_view &request) {
         const uint64_t length = read_once(block->length);
         const auto data = request.bytes(read_once(block->data), length);
         if (data.size() != length) return IOERROR_BAD_COMMAND;
         return store_.write_binary(path, {reinterpret_cast<const char *>(data.data()), data.size()});
     }
 
-    uint32_t create_temporary(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_path_block>(request, path_);
-        return block != nullptr ? store_.create_temporary(path) : uint32_t{IOERROR_BAD_COMMAND};
+    uint32_t create_temporary(reg_path_block *, std::string_view path, const request_view &) {
+        return store_.create_temporary(path);
     }
 
-    uint32_t create_guard(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_int_block>(request, path_);
-        return block != nullptr ? store_.create_guard(path, block->value, request.client)
-                                : uint32_t{IOERROR_BAD_COMMAND};
+    uint32_t create_guard(reg_int_block *block, std::string_view path, const request_view &request) {
+        return store_.create_guard(path, block->value, request.client);
     }
 
     // Clients take an iteration that fails for one that is at its end. What exists but cannot be read ends the run.
     uint32_t iterate(uint32_t command, const request_view &request) {
         try {
-            return command == REGCMD_ITERATOR_BEGIN ? iterator_begin(request) : iterator_next(request);
+            if (command == REGCMD_ITERATOR_NEXT) return iterator_next(request);
+            return on_path(request, &registry_protocol::iterator_begin);
         } catch (const system_failure &failure) {
             throw list_failure(failure);
         }
     }
 
-    uint32_t iterator_begin(const request_view &request) {
-        const auto [block, path] = arguments_of<reg_begin_block>(request, path_);
-        if (block == nullptr) return IOERROR_BAD_COMMAND;
+    uint32_t iterator_begin(reg_begin_block *block, std::string_view path, const request_view &request) {
         const auto record = request.bytes(read_once(block->record), sizeof(RegIterator));
         if (record.empty()) return IOERROR_BAD_COMMAND;
         auto cursor = store_.list(path);
         if (!cursor) return IOERROR_NOT_FOUND;
         do ++last_iteration_;
         while (last_iteration_ == 0 || iterations_.contains(last_iteration_));
-        step(*cursor, last_iteration_, record);
+        step(cursor, last_iteration_, record);
         words_.emplace(request.address, last_iteration_);
         iterations_.emplace(last_iteration_, iteration{std::move(cursor), request.address});
         return 0;
@@ -171,7 +167,7 @@ private:
         if (record.empty()) return IOERROR_BAD_COMMAND;
         const auto known = iterations_.find(server_word(record));
         if (known == iterations_.end()) return IOERROR_NOT_FOUND;
-        step(*known->second.cursor, known->first, record);
+        step(known->second.cursor, known->first, record);
         return 0;
     }
 
@@ -198,10 +194,10 @@ private:
     }
 
     // Moves a cursor to the next entry and writes its record.
-    void step(registry_cursor &cursor, uint32_t word, std::span<std::byte> record) {
+    void step(const registry_cursor &cursor, uint32_t word, std::span<std::byte> record) {
         RegIterator shown{};
         shown.server_word = word;
-        if (cursor.next(entry_)) {
+        if (cursor(entry_)) {
             shown.on_entry = 1;
             shown.type = entry_.type;
             shown.length = entry_.length;

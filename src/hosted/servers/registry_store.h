@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -22,14 +22,9 @@ struct registry_entry {
     uint32_t length = 0;  // bytes of its value
 };
 
-// A walk over the entries of one directory, in the registry's order.
-class registry_cursor {
-public:
-    virtual ~registry_cursor() = default;
-
-    // Moves to the next entry and reads it; the first call reads the first entry. Returns false at the end.
-    virtual bool next(registry_entry &entry) = 0;
-};
+// A walk over the entries of one directory, in the registry's order. Each call moves to the next entry and reads it;
+// the first call reads the first entry. Returns false at the end.
+using registry_cursor = std::function<bool(registry_entry &entry)>;
 
 struct registry_limits {
     uint32_t name = REG_MAX_NAME;  // longest key name
@@ -52,7 +47,7 @@ public:
     virtual ~registry_store() = default;
 
     virtual registry_limits limits() const { return {}; }
-    virtual std::unique_ptr<registry_cursor> list(std::string_view path) = 0;  // null: no such directory
+    virtual registry_cursor list(std::string_view path) = 0;  // empty: no such directory
     virtual uint32_t describe(std::string_view path, uint16_t &type, uint32_t &length) = 0;
     virtual uint32_t read_int(std::string_view path, uint64_t &value) = 0;
     virtual uint32_t read_binary(std::string_view path, std::string &value) = 0;  // the whole value

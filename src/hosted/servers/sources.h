@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -96,6 +97,8 @@ public:
     virtual uint32_t set(const rtc_time &time) = 0;
 };
 
+using driver_map = std::map<uint32_t, std::string>;
+
 // A system service.
 class process_source {
 public:
@@ -106,9 +109,11 @@ public:
     //   key      what the client named: a task handle, or a process id
     virtual uint32_t id(uint32_t command, uint64_t key, uint64_t &value) = 0;
 
-    // The driver of a device number, and its major number.
-    virtual uint32_t driver(uint64_t device_number, uint32_t &number, std::string &name) = 0;
-    virtual uint32_t max_major(uint32_t &major) = 0;  // the highest that any driver may have
+    // The names of drivers by major number, and the highest of these numbers.
+    virtual const driver_map &drivers() = 0;
+    virtual std::optional<uint32_t> max_major() {
+        return drivers().empty() ? std::nullopt : std::optional(drivers().rbegin()->first);
+    }
 };
 
 }  // namespace hosted

@@ -1,6 +1,7 @@
 // hosted/servers/system_service_protocol.cpp - the ids of processes and the drivers of device numbers.
+#include <sys/sysmacros.h>
+
 #include <cstring>
-#include <string>
 
 #include "hosted/servers/protocols.h"
 #include "platform/protocol/sysvc.h"
@@ -40,24 +41,22 @@ private:
         if (block == nullptr) return SYSVCERR_INVALID_2;
         uint64_t device = 0;
         std::memcpy(&device, block, sizeof device);
-        uint32_t number = 0;
-        std::string name;
-        const uint32_t error = source_.driver(device, number, name);
-        if (error != 0) return error;
-        const auto room = request.bytes(request.payload + sizeof *block, name.size() + 1);
+        const auto found = source_.drivers().find(gnu_dev_major(device));
+        if (found == source_.drivers().end()) return SYSVCERR_NO_DEVICE;
+        const auto room = request.bytes(request.payload + sizeof *block, found->second.size() + 1);
         if (room.empty()) return SYSVCERR_NO_SPACE;
-        block->number = number;
-        std::memcpy(room.data(), name.c_str(), room.size());
+        block->number = gnu_dev_minor(device);
+        std::memcpy(room.data(), found->second.c_str(), room.size());
         return 0;
     }
 
     uint32_t max_major(const request_view &request) {
         auto *block = request.block<sysvc_max_major_block>();
         if (block == nullptr) return SYSVCERR_INVALID_2;
-        uint32_t major = 0;
-        const uint32_t error = source_.max_major(major);
-        if (error == 0) block->max_major = major;
-        return error;
+        const auto highest = source_.max_major();
+        if (!highest) return IOERROR_NOT_FOUND;
+        block->max_major = *highest;
+        return 0;
     }
 
     process_source &source_;

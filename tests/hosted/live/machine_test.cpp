@@ -95,6 +95,7 @@ TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
         EXPECT_EQ(owner.delete_object(who, handle, DELETE_OBJECT), RESULT_NOT_PERMITTED);
     }
     EXPECT_EQ(owner.control(who, child.handle(), CTRL_SET_PROPERTY, 2, 139, 0), RESULT_BAD_ARGUMENT);
+    EXPECT_EQ(owner.control(who, 0, CTRL_SET_PROPERTY, 2, 139, 0), RESULT_NO_OBJECT);
     EXPECT_EQ(owner.control(who, child.handle(), CTRL_SET_PROPERTY, TASKPROP_PRIORITY, 121, 0), RESULT_SUCCESS);
     EXPECT_EQ(info(child.handle(), TASKINFO_PRIORITY), 121u);
     EXPECT_EQ(owner.raise(child.handle(), 0, 0), RESULT_BAD_ARGUMENT);

@@ -250,7 +250,7 @@ TEST(LiveDetails, OfAChild) {
     const auto cursor = registry.info.list(path);
     kill(child.id(), SIGKILL);
     child.reap();
-    for (registry_entry entry; cursor->next(entry);) EXPECT_NE(entry.name, "executable");
+    for (registry_entry entry; cursor(entry);) EXPECT_NE(entry.name, "executable");
     EXPECT_EQ(names_in(later.info, path), "");
     EXPECT_EQ(names_in(unlisted.info, path), "(none)");
 }

@@ -13,7 +13,7 @@ inline std::string names_in(hosted::registry_store &registry, std::string_view p
     const auto cursor = registry.list(path);
     if (!cursor) return "(none)";
     std::string names;
-    for (hosted::registry_entry entry; cursor->next(entry);) names += entry.name + ' ';
+    for (hosted::registry_entry entry; cursor(entry);) names += entry.name + ' ';
     return names;
 }
 

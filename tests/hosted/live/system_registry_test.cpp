@@ -22,10 +22,10 @@ namespace hosted::live {
 namespace {
 
 // Checks and counts every key of a directory and below: the length that is listed, described and read is one.
-size_t check_tree(system_registry &registry, const std::string &path) {
+size_t check_tree(registry_store &registry, const std::string &path) {
     size_t keys = 0;
     const auto cursor = registry.list(path);
-    for (registry_entry entry; cursor->next(entry); ++keys) {
+    for (registry_entry entry; cursor(entry); ++keys) {
         const std::string below = path + '/' + entry.name;
         uint16_t type = 0;
         uint32_t length = 0;
@@ -67,7 +67,7 @@ TEST(LiveRegistry, ParametersAreKeys) {
     tree.put("proc/sys/release", "not the release\n");
     tree.put("proc/secret", "7\n");
 
-    system_registry registry(tree.roots);
+    registry_tree registry(make_system_directory(tree.roots));
     for (const auto &file : files) EXPECT_EQ(key(registry, "kernel/vm/" + file.name), file.value) << file.name;
     for (const char *path : {"run", "kernel/vm/fifo", "kernel/vm/link", "kernel/vm/../../secret",
                              "kernel/vm/./swappiness", "kernel/vm/swappiness/below"}) {
@@ -89,7 +89,7 @@ TEST(LiveRegistry, ParametersAreKeys) {
 }
 
 TEST(LiveRegistry, HardwareOfTheSample) {
-    system_registry registry(sample_system());
+    registry_tree registry(make_system_directory(sample_system()));
     const struct {
         const char *path;
         std::string value;
@@ -118,14 +118,14 @@ TEST(LiveRegistry, HardwareOfTheSample) {
 
     const system_tree tree;
     tree.put("dev/rtc0", "");
-    system_registry with_clock(tree.roots);
+    registry_tree with_clock(make_system_directory(tree.roots));
     EXPECT_EQ(key(with_clock, "hardware/rtc/rtc0/device"), "bin rtc0");
     EXPECT_EQ(key(with_clock, "hardware/rtc/rtc0/unit"), "int 0");
 }
 
 TEST(LiveRegistry, OfThisMachine) {
     const file_roots roots;
-    system_registry registry(roots);
+    registry_tree registry(make_system_directory(roots));
     EXPECT_GT(check_tree(registry, "hardware"), 5U);
     EXPECT_GT(check_tree(registry, "kernel"), 50U);
     utsname system{};
@@ -143,10 +143,10 @@ TEST(LiveRegistry, RunningProcessesAndDevices) {
     kernel owner(make_live_machine(message));
     const file_roots roots;
     process_table processes;
-    system_registry system(roots);
     device_table devices(roots);
-    registry_tree details(std::make_unique<whole_directory>());
-    run_registry registry(owner, processes, devices, details, system);
+    auto root = std::make_unique<whole_directory>(make_system_directory(roots));
+    root->add("run", make_run_directory(owner, processes, devices));
+    registry_tree registry(std::move(root));
     EXPECT_EQ(names_in(registry, ""), "run hardware kernel ");
     EXPECT_EQ(names_in(registry, "//run"), "proc dev ");
 
@@ -156,7 +156,7 @@ TEST(LiveRegistry, RunningProcessesAndDevices) {
     EXPECT_EQ(key(registry, path), "bin regis?tered");
     uint32_t length = 0;
     const auto cursor = registry.list("run/proc/");
-    for (registry_entry entry; cursor->next(entry);) {
+    for (registry_entry entry; cursor(entry);) {
         if (entry.name == name) length = entry.length;
     }
     EXPECT_EQ(length, 11U);
