@@ -26,10 +26,12 @@ namespace hosted {
 struct argument {
     enum class kind : uint8_t { number, count, output, record };
     // The type of the parameter says which kind it is.
+    // NOLINTBEGIN(google-explicit-constructor): a call lists its parameters as they are
     argument(uint64_t number) : what(kind::number), value(number) {}
     argument(int64_t count) : what(kind::count), value(static_cast<uint64_t>(count)) {}
     argument(uint64_t *out) : what(kind::output), output(out) {}
     argument(kernel_message *out) : what(kind::record), record(out) {}
+    // NOLINTEND(google-explicit-constructor)
 
     kind what;
     uint64_t value = 0;                // number; count: as its two's complement

@@ -6,7 +6,7 @@
 #include <initializer_list>
 #include <new>
 
-#include "hosted/kernel/list_failure.h"
+#include "hosted/descriptors.h"
 #include "hosted/kernel/run.h"
 #include "hosted/wire/guest.h"
 #include "platform/kernel.h"
@@ -66,11 +66,12 @@ using lock_type = std::unique_lock<std::mutex>;
 // What few runs need is kept out of line: faults, observers, the call log and the ends of a run.
 
 // The result to replace a call with, or nothing.
-[[gnu::cold, gnu::noinline]] std::optional<uint64_t> fault_for(run &now, call which, uint32_t code,
+[[gnu::cold, gnu::noinline]] std::optional<uint64_t> fault_for(run &now, call which,
                                                                std::span<const argument> arguments) {
     std::optional<uint64_t> fault;
     if (now.watching != nullptr) fault = now.watching->begins(which, arguments);
-    if (!fault) fault = now.faults.strike(which, code);
+    const uint64_t code = which == call::send_msg ? arguments[2].value : 0;
+    if (!fault) fault = now.faults.strike(which, static_cast<uint32_t>(code));
     return fault;
 }
 
@@ -106,7 +107,7 @@ using lock_type = std::unique_lock<std::mutex>;
 
 // One kernel call. The body gets the kernel, its lock and the caller, and returns the call's result. A handle that it
 // could not make, or a code other than success, is the call's failure.
-template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, uint32_t code, Body body) {
+template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, Body body) {
     run &now = this_run();
     const std::span<const argument> arguments(given.begin(), given.size());
     const bool watched = now.watched;
@@ -114,7 +115,7 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     lock_type lock(now.kernel->mutex(), std::defer_lock);
     if (!is_only_thread()) lock.lock();
     std::optional<uint64_t> fault;
-    if (watched) fault = fault_for(now, which, code, arguments);
+    if (watched) fault = fault_for(now, which, arguments);
 
     registration &thread = registered;  // looked up once
     caller &who = thread.who();
@@ -149,24 +150,23 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     return result;
 }
 
-template <class Body> uint64_t invoke(call which, std::initializer_list<argument> given, Body body) {
-    return invoke(which, given, 0, body);
-}
-
 // A call that only a run-time library needs, and that this kernel does not offer.
 uint64_t not_offered(call which, std::initializer_list<argument> given) {
     return invoke(which, given,
                   [which](kernel &, auto &, caller &who) { return fail(who, which, RESULT_BAD_ARGUMENT, 0); });
 }
 
-// A call that reads one figure into the caller's word: nothing is stored if it fails. The body returns the result and
-// its last argument is the figure.
-template <class Body> uint64_t read_into(uint64_t *value, Body body) {
-    if (value == nullptr) return RESULT_BAD_ARGUMENT;
-    uint64_t figure = 0;
-    const uint64_t result = body(figure);
-    if (result == RESULT_SUCCESS) *value = figure;
-    return result;
+// A call that reads one figure into the caller's word, its last argument: nothing is stored if it fails. The body
+// stores the figure in its last argument.
+template <class Body> uint64_t invoke_reader(call which, std::initializer_list<argument> given, Body body) {
+    return invoke(which, given, [&](kernel &k, auto &, caller &who) -> uint64_t {
+        uint64_t *const value = (given.end() - 1)->output;
+        if (value == nullptr) return RESULT_BAD_ARGUMENT;
+        uint64_t figure = 0;
+        const uint64_t result = body(k, who, figure);
+        if (result == RESULT_SUCCESS) *value = figure;
+        return result;
+    });
 }
 
 }  // namespace
@@ -188,29 +188,28 @@ using namespace hosted;
 
 uint64_t _SL_CreateMsgPort(uint64_t reserved1, uint64_t reserved2) {
     return invoke(call::create_msg_port, {reserved1, reserved2},
-                  [](kernel &k, lock_type &, caller &who) { return k.create_port(who); });
+                  [](kernel &k, auto &, caller &who) { return k.create_port(who); });
 }
 
 uint64_t _SL_CreateHandle(uint64_t reserved, uint64_t object, uint64_t rights) {
     return invoke(call::create_handle, {reserved, object, rights},
-                  [=](kernel &k, lock_type &, caller &who) { return k.create_handle(who, object); });
+                  [=](kernel &k, auto &, caller &who) { return k.create_handle(who, object); });
 }
 
 uint64_t _SL_DeleteObject(uint64_t handle, uint64_t flags) {
     return invoke(call::delete_object, {handle, flags},
-                  [=](kernel &k, lock_type &, caller &who) { return k.delete_object(who, handle, flags); });
+                  [=](kernel &k, auto &, caller &who) { return k.delete_object(who, handle, flags); });
 }
 
 // A port accepts every message at once, so a send never waits.
 uint64_t _SL_SendMsg(uint64_t port, uint64_t word1, uint64_t code, uint64_t word2, int64_t timeout) {
-    return invoke(call::send_msg, {port, word1, code, word2, timeout}, static_cast<uint32_t>(code),
-                  [=](kernel &k, lock_type &, caller &who) {
-                      const kernel_message message = {word1, code & 0xFFFFFFFF, word2};
-                      if (call_log &log = this_run().log; log.is_open()) {
-                          if (const auto subject = k.registry_subject(port, message)) log.write(*subject);
-                      }
-                      return k.send(port, message, who.task);
-                  });
+    return invoke(call::send_msg, {port, word1, code, word2, timeout}, [=](kernel &k, auto &, caller &who) {
+        const kernel_message message = {word1, code & 0xFFFFFFFF, word2};
+        if (call_log &log = this_run().log; log.is_open()) {
+            if (const auto subject = k.registry_subject(port, message)) log.write(*subject);
+        }
+        return k.send(port, message, who.task);
+    });
 }
 
 uint64_t _SL_RecvMsg(uint64_t port, uint64_t *word1, uint64_t *code, uint64_t *word2, int64_t timeout) {
@@ -243,7 +242,7 @@ uint64_t _SL_WaitSemaphore(uint64_t semaphore, int64_t count, int64_t timeout) {
 
 uint64_t _SL_SignalSemaphore(uint64_t semaphore, int64_t count) {
     return invoke(call::signal_semaphore, {semaphore, count},
-                  [=](kernel &k, lock_type &, caller &) { return k.signal_semaphore(semaphore, count); });
+                  [=](kernel &k, auto &, auto &) { return k.signal_semaphore(semaphore, count); });
 }
 
 uint64_t _SL_Delay(uint64_t ticks) {
@@ -252,65 +251,64 @@ uint64_t _SL_Delay(uint64_t ticks) {
 }
 
 uint64_t _SL_GetState(uint64_t item) {
-    return invoke(call::get_state, {item}, [=](kernel &k, lock_type &, caller &who) { return k.state(who, item); });
+    return invoke(call::get_state, {item}, [=](kernel &k, auto &, caller &who) { return k.state(who, item); });
 }
 
 uint64_t _SL_GetObjectInfo(uint64_t handle, uint64_t item, uint64_t *value) {
-    return invoke(call::get_object_info, {handle, item, value}, [=](kernel &k, lock_type &, caller &who) {
-        return read_into(value, [&](uint64_t &figure) { return k.object_info(who, handle, item, figure); });
+    return invoke_reader(call::get_object_info, {handle, item, value}, [=](kernel &k, caller &who, uint64_t &figure) {
+        return k.object_info(who, handle, item, figure);
     });
 }
 
 uint64_t _SL_GetAddressMemo(uint64_t reserved, uint64_t address, uint64_t kind) {
     return invoke(call::get_address_memo, {reserved, address, kind},
-                  [=](kernel &k, lock_type &, caller &who) { return k.address_memo(who, address); });
+                  [=](kernel &k, auto &, caller &who) { return k.address_memo(who, address); });
 }
 
 uint64_t _SL_ControlObject(uint64_t handle, uint64_t control, uint64_t a, uint64_t b, uint64_t c, uint64_t d) {
     return invoke(call::control_object, {handle, control, a, b, c, d},
-                  [=](kernel &k, lock_type &, caller &who) { return k.control(who, handle, control, a, b, d); });
+                  [=](kernel &k, auto &, caller &who) { return k.control(who, handle, control, a, b, d); });
 }
 
 uint64_t _SL_RaiseException(uint64_t task, uint64_t reserved1, uint64_t exception, uint64_t parameter,
                             uint64_t reserved2) {
     return invoke(call::raise_exception, {task, reserved1, exception, parameter, reserved2},
-                  [=](kernel &k, lock_type &, caller &) { return k.raise(task, exception, parameter); });
+                  [=](kernel &k, auto &, auto &) { return k.raise(task, exception, parameter); });
 }
 
 uint64_t _SL_GetSystemData(uint64_t group, uint64_t index, uint64_t *value) {
-    return invoke(call::get_system_data, {group, index, value}, [=](kernel &k, lock_type &, caller &) {
-        return read_into(value, [&](uint64_t &figure) { return k.system_data(group, index, figure); });
-    });
+    return invoke_reader(call::get_system_data, {group, index, value},
+                         [=](kernel &k, caller &, uint64_t &figure) { return k.system_data(group, index, figure); });
 }
 
 uint64_t _SL_GetLastError() {
-    return invoke(call::get_last_error, {}, [](kernel &, lock_type &, caller &who) { return who.last_error; });
+    return invoke(call::get_last_error, {}, [](kernel &, auto &, caller &who) { return who.last_error; });
 }
 
 uint64_t _SL_CreateIterator(uint64_t reserved1, uint64_t reserved2) {
     return invoke(call::create_iterator, {reserved1, reserved2},
-                  [](kernel &k, lock_type &, caller &who) { return k.create_iterator(who); });
+                  [](kernel &k, auto &, caller &who) { return k.create_iterator(who); });
 }
 
 uint64_t _SL_BeginIterator(uint64_t iterator, uint64_t parent, uint64_t kind) {
     return invoke(call::begin_iterator, {iterator, parent, kind},
-                  [=](kernel &k, lock_type &, caller &) { return k.begin_iterator(iterator, parent, kind); });
+                  [=](kernel &k, auto &, auto &) { return k.begin_iterator(iterator, parent, kind); });
 }
 
 uint64_t _SL_StepIterator(uint64_t iterator) {
     return invoke(call::step_iterator, {iterator},
-                  [=](kernel &k, lock_type &, caller &) { return k.step_iterator(iterator); });
+                  [=](kernel &k, auto &, auto &) { return k.step_iterator(iterator); });
 }
 
 uint64_t _SL_GetIteratorInfo(uint64_t iterator, uint64_t item, uint64_t *value) {
-    return invoke(call::get_iterator_info, {iterator, item, value}, [=](kernel &k, lock_type &, caller &) {
-        return read_into(value, [&](uint64_t &figure) { return k.iterator_info(iterator, item, figure); });
+    return invoke_reader(call::get_iterator_info, {iterator, item, value}, [=](kernel &k, caller &, uint64_t &figure) {
+        return k.iterator_info(iterator, item, figure);
     });
 }
 
 uint64_t _SL_CreateSemaphore(uint64_t reserved, int64_t count) {
     return invoke(call::create_semaphore, {reserved, count},
-                  [=](kernel &k, lock_type &, caller &who) { return k.create_semaphore(who, count); });
+                  [=](kernel &k, auto &, caller &who) { return k.create_semaphore(who, count); });
 }
 
 uint64_t _SL_CreateMemo(uint64_t reserved, uint64_t size, uint64_t kind) {
