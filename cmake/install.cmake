@@ -117,8 +117,8 @@ endfunction()
 if(VENTIX_INSTALL)
     ventix_archive(ventix_client_archive client ventix FOLDERS src/platform src/colp src/common
         LEAVE_OUT src/platform/${ventix_plain})
-    ventix_archive(ventix_hosted_archive hosted ventix-hosted FOLDERS src/hosted LEAVE_OUT src/hosted/start.cpp
-        LINK PUBLIC Threads::Threads)
+    ventix_archive(ventix_hosted_archive hosted ventix-hosted FOLDERS src/hosted
+        LEAVE_OUT src/hosted/start.cpp src/hosted/described/schema.cpp LINK PUBLIC Threads::Threads)
 
     # Headers keep their folders, because they include one another by paths from there.
     set(headers ${CMAKE_INSTALL_INCLUDEDIR}/ventix)

@@ -19,7 +19,7 @@ class Fuzz : public testing::TestWithParam<std::string> {};
 
 TEST_P(Fuzz, corpus) {
     const auto run = run_ventix({.arguments = {VENTIX_SOURCE_DIR "/fuzz/corpus/" + GetParam()},
-                                 .program = VENTIX_REPLAYS "/replay_" + GetParam()});
+                                 .program = VENTIX_PROGRAMS "/replay_" + GetParam()});
     EXPECT_EQ(run.status, 0) << run.diagnostics;
 }
 

@@ -4,17 +4,6 @@
 #include "hosted/described/text.h"
 
 namespace hosted::described {
-namespace {
-
-std::string word_list(std::span<const std::string_view> words) {
-    json_writer out;
-    out.begin_list();
-    for (const auto word : words) out.text(word);
-    out.end();
-    return out.take();
-}
-
-}  // namespace
 
 void read_fields(json_value from, void *record, std::span<const field> fields) {
     const auto members = from.members();
@@ -51,18 +40,6 @@ bool are_absent(const void *record, std::span<const field> fields) {
     return std::all_of(fields.begin(), fields.end(), [&](const field &listed) { return listed.absent(record); });
 }
 
-std::string describe_fields(std::span<const field> fields) {
-    std::string properties;
-    std::vector<std::string_view> required;
-    for (const field &listed : fields) {
-        if (!properties.empty()) properties += ",\n";
-        properties += '"' + std::string(listed.key) + "\": " + listed.format->describe();
-        if (listed.required) required.push_back(listed.key);
-    }
-    return R"({"type": "object", "properties": {)" + properties + R"(}, "required": )" + word_list(required) +
-           R"(, "additionalProperties": false})";
-}
-
 void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected) {
     if (!from.is_list() || from.count() != fields.size()) from.wrong(expected);
     auto next = fields.begin();
@@ -76,23 +53,6 @@ void write_row(json_writer &out, const void *record, std::span<const field> fiel
     out.begin_list();
     for (const field &listed : fields) listed.write(out, record);
     out.end();
-}
-
-std::string describe_row(std::span<const field> fields) {
-    const std::string count = std::to_string(fields.size());
-    std::string items;
-    for (const field &listed : fields) items += (items.empty() ? "" : ", ") + listed.format->describe();
-    return R"({"type": "array", "minItems": )" + count + R"(, "maxItems": )" + count + R"(, "items": [)" + items + "]}";
-}
-
-std::string describe_reference(std::string_view name) { return R"({"$ref": "#/$defs/)" + std::string(name) + "\"}"; }
-
-std::string describe_words(std::span<const std::string_view> words) { return R"({"enum": )" + word_list(words) + "}"; }
-
-std::string describe_any(std::initializer_list<std::string> alternatives) {
-    std::string any;
-    for (const auto &each : alternatives) any += (any.empty() ? "" : ", ") + each;
-    return R"({"anyOf": [)" + any + "]}";
 }
 
 uint64_t number_keys::take(json_value member, naming kind, uint64_t highest) {

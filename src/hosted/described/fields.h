@@ -1,8 +1,9 @@
 // hosted/described/fields.h - one table per record of a machine file: its keys, and how each is read and written.
 //
 // Loading, saving and the schema walk the same table, so that a key is never read without being written. A table is
-// table<Record>::fields, made of of<Record>::key<&Record::member>("key"). How a value looks in the file is its codec's:
-// a type with read, write, absent (the key is left out) and describe (a JSON schema).
+// table<Record>::fields, made of key<&Record::member>("key"), which its base of<Record> has. How a value looks in the
+// file is its codec's: a type with read, write, absent (the key is left out) and describe (a JSON schema, for the
+// program of schema.cpp).
 #pragma once
 
 #include <algorithm>
@@ -35,7 +36,7 @@ struct value_format {
     void (*read)(json_value from, void *value);
     bool (*absent)(const void *value);
     void (*write)(json_writer &out, const void *value);
-    std::string (*describe)();
+    std::string (*describe)();  // null where VENTIX_SCHEMA is not defined
 };
 
 // One key of a record. The record is of the type whose table this is in.
@@ -63,15 +64,15 @@ template <class Record> struct table;  // specialised for every record: static c
 void read_fields(json_value from, void *record, std::span<const field> fields);
 void write_fields(json_writer &out, const void *record, std::span<const field> fields, bool on_lines);
 bool are_absent(const void *record, std::span<const field> fields);
-std::string describe_fields(std::span<const field> fields);
 
 // A record as a list, its keys in the order of the table: only their values are written.
 //   expected  the message for a list of another length
 void read_row(json_value from, void *record, std::span<const field> fields, std::string_view expected);
 void write_row(json_writer &out, const void *record, std::span<const field> fields);
-std::string describe_row(std::span<const field> fields);
 
 // Parts of a JSON schema.
+std::string describe_fields(std::span<const field> fields);
+std::string describe_row(std::span<const field> fields);
 std::string describe_reference(std::string_view name);  // {"$ref": "#/$defs/NAME"}
 std::string describe_words(std::span<const std::string_view> words);
 std::string describe_any(std::initializer_list<std::string> alternatives);
@@ -292,12 +293,18 @@ template <class Value> struct usual_codec<std::optional<Value>> {
 };
 template <class Value> using usual = typename usual_codec<Value>::type;
 
+#ifdef VENTIX_SCHEMA
+template <class Codec> inline constexpr auto description_of = Codec::describe;
+#else
+template <class Codec> inline constexpr std::string (*description_of)() = nullptr;
+#endif
+
 template <class Codec, class Value>
 inline constexpr value_format format_of = {
     Codec::on_line, [](json_value from, void *value) { Codec::read(from, *static_cast<Value *>(value)); },
     [](const void *value) { return Codec::absent(*static_cast<const Value *>(value)); },
     [](json_writer &out, const void *value) { Codec::write(out, *static_cast<const Value *>(value)); },
-    Codec::describe};
+    description_of<Codec>};
 
 // Makes the fields of one record's table.
 template <class Record> struct of {

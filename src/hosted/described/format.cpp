@@ -42,8 +42,8 @@ struct error_code {
 
 }  // namespace
 
-template <> struct table<error_code> {
-    static constexpr field fields[] = {required(of<error_code>::key<&error_code::code>("error"))};
+template <> struct table<error_code> : of<error_code> {
+    static constexpr field fields[] = {required(key<&error_code::code>("error"))};
 };
 
 namespace {
@@ -126,49 +126,45 @@ constexpr field
 
 template <> struct table<object> { static constexpr field fields[] = {HANDLE<object>, INFO<object>}; };
 
-template <> struct table<thread> {
+template <> struct table<thread> : of<thread> {
     using values = thread::register_values;
     static constexpr field fields[] = {
         HANDLE<thread>,
         INFO<thread>,
-        of<thread>::key<&thread::registers,
-                        keyed<naming::none, member_as<&values::nodes, list_of<hexadecimal, false>>>>("registers"),
+        key<&thread::registers, keyed<naming::none, member_as<&values::nodes, list_of<hexadecimal, false>>>>(
+            "registers"),
     };
 };
 
-template <> struct table<refusals> {
-    using f = of<refusals>;
+template <> struct table<refusals> : of<refusals> {
     static constexpr field fields[] = {
-        f::key<&refusals::deletion>("delete"),     f::key<&refusals::control>("control"),
-        f::key<&refusals::exception>("exception"), f::key<&refusals::threads>("threads"),
-        f::key<&refusals::memos>("memos"),         f::key<&refusals::views>("views"),
-        f::key<&refusals::isrs>("isrs"),
+        key<&refusals::deletion>("delete"), key<&refusals::control>("control"), key<&refusals::exception>("exception"),
+        key<&refusals::threads>("threads"), key<&refusals::memos>("memos"),     key<&refusals::views>("views"),
+        key<&refusals::isrs>("isrs"),
     };
 };
 
-template <> struct table<raised_exception> {
-    using f = of<raised_exception>;
+template <> struct table<raised_exception> : of<raised_exception> {
     static constexpr std::string_view expected = "expected a list of 2 numbers";
-    static constexpr field fields[] = {f::key<&raised_exception::id>("id"),
-                                       f::key<&raised_exception::parameter>("parameter")};
+    static constexpr field fields[] = {key<&raised_exception::id>("id"),
+                                       key<&raised_exception::parameter>("parameter")};
 };
 
-template <> struct table<task> {
-    using f = of<task>;
+template <> struct table<task> : of<task> {
     static constexpr field fields[] = {
         HANDLE<task>,
-        f::key<&task::name>("name"),
-        f::key<&task::pid>("pid"),
-        f::key<&task::ppid>("ppid"),
-        f::key<&task::pgid>("pgid"),
-        f::key<&task::sid>("sid"),
+        key<&task::name>("name"),
+        key<&task::pid>("pid"),
+        key<&task::ppid>("ppid"),
+        key<&task::pgid>("pgid"),
+        key<&task::sid>("sid"),
         INFO<task>,
-        f::key<&task::refuse>("refuse"),
-        f::key<&task::exceptions, list_of<row_of<raised_exception>, false>>("exceptions"),
-        f::key<&task::threads>("threads"),
-        f::key<&task::memos>("memos"),
-        f::key<&task::views>("views"),
-        f::key<&task::isrs>("isrs"),
+        key<&task::refuse>("refuse"),
+        key<&task::exceptions, list_of<row_of<raised_exception>, false>>("exceptions"),
+        key<&task::threads>("threads"),
+        key<&task::memos>("memos"),
+        key<&task::views>("views"),
+        key<&task::isrs>("isrs"),
     };
     static void check(json_value, task &read) {
         for (auto &memo : read.memos) memo.owner = read.handle;
@@ -177,41 +173,37 @@ template <> struct table<task> {
 
 // ---- the calling task and system data -------------------------------------------------------------------------------
 
-template <> struct table<calling_task> {
-    using f = of<calling_task>;
+template <> struct table<calling_task> : of<calling_task> {
     using handle = optional_of<object_handle>;
     static constexpr field fields[] = {
-        f::key<&calling_task::task, handle>("task"),
-        f::key<&calling_task::thread, handle>("thread"),
-        f::key<&calling_task::super>("super"),
+        key<&calling_task::task, handle>("task"),
+        key<&calling_task::thread, handle>("thread"),
+        key<&calling_task::super>("super"),
     };
 };
 
-template <> struct table<cpu_register> {
-    using f = of<cpu_register>;
+template <> struct table<cpu_register> : of<cpu_register> {
     static constexpr field fields[] = {
-        required(f::key<&cpu_register::name>("name")),
-        f::key<&cpu_register::id>("id"),
-        f::key<&cpu_register::type, hexadecimal>("type"),
+        required(key<&cpu_register::name>("name")),
+        key<&cpu_register::id>("id"),
+        key<&cpu_register::type, hexadecimal>("type"),
     };
 };
 
-template <> struct table<kernel_trace> {
-    using f = of<kernel_trace>;
+template <> struct table<kernel_trace> : of<kernel_trace> {
     static constexpr field fields[] = {
-        f::key<&kernel_trace::words_per_buffer>("words_per_buffer"),
-        f::key<&kernel_trace::largest_entry>("largest_entry"),
-        f::key<&kernel_trace::words>("words"),
+        key<&kernel_trace::words_per_buffer>("words_per_buffer"),
+        key<&kernel_trace::largest_entry>("largest_entry"),
+        key<&kernel_trace::words>("words"),
     };
 };
 
-template <> struct table<given_limits> {
-    using f = of<given_limits>;
+template <> struct table<given_limits> : of<given_limits> {
     static constexpr field fields[] = {
-        f::key<&given_limits::name>("name"),
-        f::key<&given_limits::binary>("binary"),
-        f::key<&given_limits::depth>("depth"),
-        f::key<&given_limits::buffer>("buffer"),
+        key<&given_limits::name>("name"),
+        key<&given_limits::binary>("binary"),
+        key<&given_limits::depth>("depth"),
+        key<&given_limits::buffer>("buffer"),
     };
 };
 
@@ -220,32 +212,30 @@ template <> struct table<given_limits> {
 using outcome = device_behaviour::outcome;
 using answer = device_behaviour::answer;
 
-template <> struct table<outcome> {
-    using f = of<outcome>;
+template <> struct table<outcome> : of<outcome> {
     using flag = unless<false, truth>;
     using written = keyed<naming::none, plain_text, false, uint32_t>;
     static constexpr field fields[] = {
-        f::key<&outcome::error>("error"),
-        f::key<&outcome::abort, flag>("abort"),
-        f::key<&outcome::silent, flag>("silent"),
-        f::key<&outcome::delay, unless<0, plain>>("delay"),
-        f::key<&outcome::code>("code"),
-        f::key<&outcome::times, repetitions>("times"),
-        f::key<&outcome::request_bytes, written>("request_bytes"),
-        f::key<&outcome::payload_bytes, written>("payload_bytes"),
+        key<&outcome::error>("error"),
+        key<&outcome::abort, flag>("abort"),
+        key<&outcome::silent, flag>("silent"),
+        key<&outcome::delay, unless<0, plain>>("delay"),
+        key<&outcome::code>("code"),
+        key<&outcome::times, repetitions>("times"),
+        key<&outcome::request_bytes, written>("request_bytes"),
+        key<&outcome::payload_bytes, written>("payload_bytes"),
     };
     static void check(json_value from, const outcome &read) {
         if (read.error.has_value() + read.abort + read.silent > 1) from.wrong("more than one outcome");
     }
 };
 
-template <> struct table<answer> {
-    using f = of<answer>;
+template <> struct table<answer> : of<answer> {
     static constexpr field fields[] = {
-        f::key<&answer::code>("code"),
-        f::key<&answer::value>("value"),
-        f::key<&answer::delay, unless<0, plain>>("delay"),
-        f::key<&answer::times, repetitions>("times"),
+        key<&answer::code>("code"),
+        key<&answer::value>("value"),
+        key<&answer::delay, unless<0, plain>>("delay"),
+        key<&answer::times, repetitions>("times"),
     };
 };
 
@@ -310,10 +300,9 @@ struct counter_name : plain_text {
 
 // ---- what devices serve ---------------------------------------------------------------------------------------------
 
-template <> struct table<counter> {
-    using f = of<counter>;
+template <> struct table<counter> : of<counter> {
     static constexpr std::string_view expected = "expected a name and a number";
-    static constexpr field fields[] = {f::key<&counter::name, counter_name>("name"), f::key<&counter::value>("value")};
+    static constexpr field fields[] = {key<&counter::name, counter_name>("name"), key<&counter::value>("value")};
 };
 
 namespace {
@@ -330,11 +319,10 @@ struct raw_bytes : codec {
 
 }  // namespace
 
-template <> struct table<unit_counters> {
-    using f = of<unit_counters>;
+template <> struct table<unit_counters> : of<unit_counters> {
     static constexpr field fields[] = {
-        required(f::key<&unit_counters::raw, raw_bytes>("hex")),
-        f::key<&unit_counters::returned>("returned"),
+        required(key<&unit_counters::raw, raw_bytes>("hex")),
+        key<&unit_counters::returned>("returned"),
     };
 };
 
@@ -385,15 +373,14 @@ struct listed_result {
 
 }  // namespace
 
-template <> struct table<argument_index> {
-    static constexpr field fields[] = {required(of<argument_index>::key<&argument_index::index>("arg"))};
+template <> struct table<argument_index> : of<argument_index> {
+    static constexpr field fields[] = {required(key<&argument_index::index>("arg"))};
 };
 
-template <> struct table<service_description::item> {
-    using f = of<service_description::item>;
+template <> struct table<service_description::item> : of<service_description::item> {
     static constexpr std::string_view expected = "expected a key and a type";
-    static constexpr field fields[] = {f::key<&service_description::item::key>("key"),
-                                       f::key<&service_description::item::type, service_type>("type")};
+    static constexpr field fields[] = {key<&service_description::item::key>("key"),
+                                       key<&service_description::item::type, service_type>("type")};
 };
 
 namespace {
@@ -431,14 +418,13 @@ struct result_value : codec {
 
 }  // namespace
 
-template <> struct table<listed_result> {
-    using f = of<listed_result>;
+template <> struct table<listed_result> : of<listed_result> {
     using about = service_description::item;
     static constexpr std::string_view expected = "expected a key, a type and a value";
     static constexpr field fields[] = {
-        f::key<&listed_result::about, member_as<&about::key, plain_text>>("key"),
-        f::key<&listed_result::about, member_as<&about::type, service_type>>("type"),
-        f::whole<result_value>("value"),
+        key<&listed_result::about, member_as<&about::key, plain_text>>("key"),
+        key<&listed_result::about, member_as<&about::type, service_type>>("type"),
+        whole<result_value>("value"),
     };
 };
 
@@ -492,51 +478,46 @@ using emergency = log_record::emergency;
 
 }  // namespace
 
-template <> struct table<service> {
-    using f = of<service>;
+template <> struct table<service> : of<service> {
     using about = service_description;
     static constexpr field fields[] = {
-        f::key<&service::description, member_as<&about::name, plain_text>>("name"),
-        f::key<&service::description, member_as<&about::args, list_of<row_of<about::item>, false>>>("args"),
-        f::whole<service_results>("results"),
-        f::key<&service::error>("error"),
+        key<&service::description, member_as<&about::name, plain_text>>("name"),
+        key<&service::description, member_as<&about::args, list_of<row_of<about::item>, false>>>("args"),
+        whole<service_results>("results"),
+        key<&service::error>("error"),
     };
 };
 
-template <> struct table<emergency> {
-    using f = of<emergency>;
+template <> struct table<emergency> : of<emergency> {
     static constexpr std::string_view expected = "expected a list of 3 numbers";
-    static constexpr field fields[] = {f::key<&emergency::word1>("first word"), f::key<&emergency::code>("code"),
-                                       f::key<&emergency::word2>("second word")};
+    static constexpr field fields[] = {key<&emergency::word1>("first word"), key<&emergency::code>("code"),
+                                       key<&emergency::word2>("second word")};
 };
 
-template <> struct table<log_record> {
-    using f = of<log_record>;
+template <> struct table<log_record> : of<log_record> {
     static constexpr field fields[] = {
-        f::key<&log_record::emergencies, list_of<row_of<emergency>, false>>("emergencies"),
-        f::key<&log_record::text, log_text>("text"),
+        key<&log_record::emergencies, list_of<row_of<emergency>, false>>("emergencies"),
+        key<&log_record::text, log_text>("text"),
     };
 };
 
-template <> struct table<rtc_time> {
-    using f = of<rtc_time>;
+template <> struct table<rtc_time> : of<rtc_time> {
     static constexpr std::string_view expected = "expected a list of 7 numbers";
     static constexpr field fields[] = {
-        f::key<&rtc_time::year>("year"),
-        f::key<&rtc_time::month>("month"),
-        f::key<&rtc_time::day>("day"),
-        f::key<&rtc_time::hour>("hour"),
-        f::key<&rtc_time::minute>("minute"),
-        f::key<&rtc_time::second>("second"),
-        f::key<&rtc_time::millisecond>("millisecond"),
+        key<&rtc_time::year>("year"),
+        key<&rtc_time::month>("month"),
+        key<&rtc_time::day>("day"),
+        key<&rtc_time::hour>("hour"),
+        key<&rtc_time::minute>("minute"),
+        key<&rtc_time::second>("second"),
+        key<&rtc_time::millisecond>("millisecond"),
     };
 };
 
-template <> struct table<system_service> {
-    using f = of<system_service>;
+template <> struct table<system_service> : of<system_service> {
     static constexpr field fields[] = {
-        f::key<&system_service::max_major>("max_major"),
-        f::key<&system_service::majors, keyed<naming::none, plain_text, true, uint32_t>>("majors"),
+        key<&system_service::max_major>("max_major"),
+        key<&system_service::majors, keyed<naming::none, plain_text, true, uint32_t>>("majors"),
     };
 };
 
@@ -551,24 +532,23 @@ struct device_name : plain_text {
 
 }  // namespace
 
-template <> struct table<device> {
-    using f = of<device>;
+template <> struct table<device> : of<device> {
     using queries = keyed<naming::none, plain, true, uint32_t>;
     using answers = keyed<naming::none, query_answer, true, uint32_t>;
     using counters = keyed<naming::none, counters_of_unit, true, uint32_t>;
     static constexpr field fields[] = {
-        required(f::key<&device::name, device_name>("name")),
-        f::key<&device::open, opening_word>("open"),
-        f::key<&device::classes>("classes"),
-        f::key<&device::services_total>("services_total"),
-        f::key<&device::rtc, optional_of<row_of<rtc_time>>>("rtc"),
-        f::key<&device::queries, queries>("queries"),
-        f::key<&device::answers, answers>("answers"),
-        f::whole<request_outcomes>("requests"),
-        f::key<&device::counters, optional_of<counters>>("counters"),
-        f::key<&device::services>("services"),
-        f::key<&device::log>("log"),
-        f::key<&device::system_service>("system_service"),
+        required(key<&device::name, device_name>("name")),
+        key<&device::open, opening_word>("open"),
+        key<&device::classes>("classes"),
+        key<&device::services_total>("services_total"),
+        key<&device::rtc, optional_of<row_of<rtc_time>>>("rtc"),
+        key<&device::queries, queries>("queries"),
+        key<&device::answers, answers>("answers"),
+        whole<request_outcomes>("requests"),
+        key<&device::counters, optional_of<counters>>("counters"),
+        key<&device::services>("services"),
+        key<&device::log>("log"),
+        key<&device::system_service>("system_service"),
     };
 };
 
@@ -625,25 +605,23 @@ struct keyboard_layouts : codec {
 
 }  // namespace
 
-template <> struct table<fault> {
-    using f = of<fault>;
+template <> struct table<fault> : of<fault> {
     static constexpr field fields[] = {
-        required(f::key<&fault::which, call_code>("call")),
-        f::key<&fault::code>("code"),
-        f::key<&fault::nth, first_call>("nth"),
-        required(f::key<&fault::result>("result")),
-        f::key<&fault::times>("times"),
+        required(key<&fault::which, call_code>("call")),
+        key<&fault::code>("code"),
+        key<&fault::nth, first_call>("nth"),
+        required(key<&fault::result>("result")),
+        key<&fault::times>("times"),
     };
     static void check(json_value from, const fault &read) {
         if (read.code && read.which != call::send_msg) from.at("code").wrong("only _SL_SendMsg has a code");
     }
 };
 
-template <> struct table<exit_notice> {
-    using f = of<exit_notice>;
+template <> struct table<exit_notice> : of<exit_notice> {
     static constexpr std::string_view expected = "expected a list of 2 numbers";
-    static constexpr field fields[] = {f::key<&exit_notice::master, hexadecimal>("master handle"),
-                                       f::key<&exit_notice::word>("second word")};
+    static constexpr field fields[] = {key<&exit_notice::master, hexadecimal>("master handle"),
+                                       key<&exit_notice::word>("second word")};
 };
 
 // ---- the machine ----------------------------------------------------------------------------------------------------
@@ -670,30 +648,29 @@ struct registry_root : codec {
 
 }  // namespace
 
-template <> struct table<machine_records> {
+template <> struct table<machine_records> : of<machine_records> {
     using records = machine_records;
-    using f = of<records>;
     using state = keyed<naming::state, state_value, true>;
     using system_data = keyed<naming::data_group, group_items, true>;
     static constexpr field fields[] = {
-        f::whole<format_number>("format"),
-        f::key<&records::call_budget>("call_budget"),
-        f::key<&records::tick>("tick"),
-        f::key<&records::exit_notices, list_of<row_of<exit_notice>, false>>("exit_notices"),
-        f::key<&records::self>("self"),
-        f::key<&records::state, state>("state"),
-        f::key<&records::system_data, system_data>("system_data"),
-        f::key<&records::registers>("registers"),
-        f::key<&records::trace>("trace"),
-        f::key<&records::tasks>("tasks"),
-        f::key<&records::memory_chunks>("memory_chunks"),
-        f::key<&records::virtual_spaces>("virtual_spaces"),
-        f::key<&records::registry, registry_root>("registry"),
-        f::key<&records::registry_limits>("registry_limits"),
-        f::key<&records::registry_behaviour, request_outcomes>("registry_requests"),
-        f::key<&records::devices>("devices"),
-        f::key<&records::terminals, keyboard_layouts>("terminals"),
-        f::key<&records::faults>("faults"),
+        whole<format_number>("format"),
+        key<&records::call_budget>("call_budget"),
+        key<&records::tick>("tick"),
+        key<&records::exit_notices, list_of<row_of<exit_notice>, false>>("exit_notices"),
+        key<&records::self>("self"),
+        key<&records::state, state>("state"),
+        key<&records::system_data, system_data>("system_data"),
+        key<&records::registers>("registers"),
+        key<&records::trace>("trace"),
+        key<&records::tasks>("tasks"),
+        key<&records::memory_chunks>("memory_chunks"),
+        key<&records::virtual_spaces>("virtual_spaces"),
+        key<&records::registry, registry_root>("registry"),
+        key<&records::registry_limits>("registry_limits"),
+        key<&records::registry_behaviour, request_outcomes>("registry_requests"),
+        key<&records::devices>("devices"),
+        key<&records::terminals, keyboard_layouts>("terminals"),
+        key<&records::faults>("faults"),
     };
 };
 
@@ -788,7 +765,7 @@ bool load(std::string_view text, machine_records &into, std::string &message) {
     return false;
 }
 
-std::string describe_machine() { return record_of<machine_records>::describe(); }
+const value_format &machine_format() { return format_of<record_of<machine_records>, machine_records>; }
 
 std::string machine_text(const machine_records &from, size_t room) {
     json_writer out;

@@ -23,8 +23,8 @@ void read_machine(const document &file, machine_records &into);
 //   room  bytes of address space to take for the text, where its size cannot be known
 std::string machine_text(const machine_records &from, size_t room = 0);
 
-// The JSON schema of machine files, but for their comments, which JSON does not have.
-std::string machine_schema();
-std::string describe_machine();  // the part that the tables define
+// How a whole machine is read, written and described.
+struct value_format;
+const value_format &machine_format();
 
 }  // namespace hosted::described

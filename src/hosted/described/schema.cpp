@@ -1,5 +1,7 @@
-// hosted/described/schema.cpp - the JSON schema of machine files.
+// hosted/described/schema.cpp - a program that prints the JSON schema of machine files, but for their comments, which
+// JSON does not have.
 #include <algorithm>
+#include <cstdio>
 
 #include "hosted/described/fields.h"
 #include "hosted/described/format.h"
@@ -39,7 +41,44 @@ constexpr std::pair<naming, std::string_view> key_definitions[] = {
     {naming::service_type, "data_type"}, {naming::none, "digits"},
 };
 
+std::string word_list(std::span<const std::string_view> words) {
+    json_writer out;
+    out.begin_list();
+    for (const auto word : words) out.text(word);
+    out.end();
+    return out.take();
+}
+
 }  // namespace
+
+std::string describe_fields(std::span<const field> fields) {
+    std::string properties;
+    std::vector<std::string_view> required;
+    for (const field &listed : fields) {
+        if (!properties.empty()) properties += ",\n";
+        properties += '"' + std::string(listed.key) + "\": " + listed.format->describe();
+        if (listed.required) required.push_back(listed.key);
+    }
+    return R"({"type": "object", "properties": {)" + properties + R"(}, "required": )" + word_list(required) +
+           R"(, "additionalProperties": false})";
+}
+
+std::string describe_row(std::span<const field> fields) {
+    const std::string count = std::to_string(fields.size());
+    std::string items;
+    for (const field &listed : fields) items += (items.empty() ? "" : ", ") + listed.format->describe();
+    return R"({"type": "array", "minItems": )" + count + R"(, "maxItems": )" + count + R"(, "items": [)" + items + "]}";
+}
+
+std::string describe_reference(std::string_view name) { return R"({"$ref": "#/$defs/)" + std::string(name) + "\"}"; }
+
+std::string describe_words(std::span<const std::string_view> words) { return R"({"enum": )" + word_list(words) + "}"; }
+
+std::string describe_any(std::initializer_list<std::string> alternatives) {
+    std::string any;
+    for (const auto &each : alternatives) any += (any.empty() ? "" : ", ") + each;
+    return R"({"anyOf": [)" + any + "]}";
+}
 
 std::string_view key_definition(naming kind) {
     return std::find_if(std::begin(key_definitions), std::end(key_definitions),
@@ -47,7 +86,10 @@ std::string_view key_definition(naming kind) {
         ->second;
 }
 
-std::string machine_schema() {
+}  // namespace hosted::described
+
+int main() {
+    using namespace hosted::described;
     std::string schema = BEGIN + std::to_string(REG_MAX_NAME) + AFTER_NAME_LENGTH;
     for (const auto &[kind, name] : key_definitions) {
         const auto words = item_names(kind);
@@ -55,7 +97,6 @@ std::string machine_schema() {
         const auto number = describe_reference(kind == naming::service_type ? "number" : "digits");
         schema += '"' + std::string(name) + "\": " + describe_any({number, describe_words(words)}) + ",\n";
     }
-    return schema + "\"machine\": " + describe_machine() + "}}\n";
+    schema += "\"machine\": " + machine_format().describe() + "}}\n";
+    std::fputs(schema.c_str(), stdout);
 }
-
-}  // namespace hosted::described
