@@ -158,8 +158,7 @@ struct task_times {
     uint64_t exe, isr, sys;
 };
 
-struct task_row {
-    uint64_t handle, flags, priority, threads, memos, alloc_pages, reserved_pages;  // read for every row
+struct task_row : sb_taskbasics {
     // Shared by several columns; read for the first of them that is shown.
     std::optional<uint64_t> pid;
     std::optional<task_times> times;
@@ -168,18 +167,8 @@ struct task_row {
 
 // False after a message: a task of which one item cannot be read has no row.
 bool read_basics(uint64_t iterator, task_row &task) {
-    const struct {
-        uint64_t item;
-        uint64_t *value;
-    } items[] = {{OBJINFO_HANDLE, &task.handle},
-                 {TASKINFO_FLAGS, &task.flags},
-                 {TASKINFO_PRIORITY, &task.priority},
-                 {TASKINFO_THREADS, &task.threads},
-                 {TASKINFO_MEMOS, &task.memos},
-                 {TASKINFO_ALLOC_PAGES, &task.alloc_pages},
-                 {TASKINFO_RESERVED_PAGES, &task.reserved_pages}};
-    for (const auto &[item, value] : items) {
-        if (const uint64_t code = _SL_GetIteratorInfo(iterator, item, value)) {
+    for (const auto &[item, value] : SB_TASK_BASICS) {
+        if (const uint64_t code = _SL_GetIteratorInfo(iterator, item, &(task.*value))) {
             sb_say(command_line, "could not stat task (ec=0x%" PRIx64 ", master=0x%" PRIX64 ")", code, task.handle);
             return false;
         }
@@ -270,9 +259,9 @@ template <uint64_t Item> void add_hex_item(const listing &list, task_row &) {
 template <uint64_t Low, uint64_t High> void add_counter(const listing &list, task_row &) {
     list.add(list.counter(Low, High));
 }
-template <uint64_t task_row::*Value> void add_value(const listing &list, task_row &task) { list.add(task.*Value); }
+template <uint64_t sb_taskbasics::*Value> void add_value(const listing &list, task_row &task) { list.add(task.*Value); }
 void add_virtual(const listing &list, task_row &) { list.add(list.kilobytes(list.item(TASKINFO_VIRT_PAGES))); }
-template <uint64_t task_row::*Pages> void add_pages(const listing &list, task_row &task) {
+template <uint64_t sb_taskbasics::*Pages> void add_pages(const listing &list, task_row &task) {
     list.add(list.kilobytes(task.*Pages));
 }
 

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <unordered_set>
 
+#include "common/tasks.h"
 #include "hosted/described/file.h"
 #include "hosted/described/format.h"
 #include "hosted/described/names.h"
@@ -16,30 +17,19 @@ namespace {
 
 using namespace hosted::described;
 
-// A command that skips a task of which one of these items cannot be read.
-struct needed_items {
-    const char *command;
-    uint64_t items[6];
-};
-constexpr needed_items needed[] = {
-    {"task",
-     {TASKINFO_FLAGS, TASKINFO_PRIORITY, TASKINFO_THREADS, TASKINFO_MEMOS, TASKINFO_ALLOC_PAGES,
-      TASKINFO_RESERVED_PAGES}},
-};
-
 // ---- syntax errors --------------------------------------------------------------------------------------------------
 
 // What a person probably did to cause a syntax error; empty where that is not clear.
-//   at  offset of the last character read
-const char *explain(std::string_view text, size_t at, std::string_view message) {
+const char *explain(std::string_view text, const document &failed) {
+    using syntax = document::syntax;
+    const size_t at = failed.failed_at();
+    const syntax in = failed.failed_in();
     const char here = at < text.size() ? text[at] : '\0';
-    if (message.find("invalid string") != message.npos)
-        return here == '\n' ? "; a closing quote is missing in this line" : "";
+    if (in == syntax::text) return here == '\n' ? "; a closing quote is missing in this line" : "";
     const size_t previous = at == 0 ? text.npos : text.find_last_not_of(" \t\r\n", at - 1);
     const char before = previous == text.npos ? '\0' : text[previous];
     // Only a comma asks for another member or element. A comment may follow it.
-    if ((here == '}' && message.ends_with("string literal")) ||
-        (here == ']' && before != ':' && message.ends_with("literal")))
+    if ((here == '}' && in == syntax::key) || (here == ']' && before != ':' && in != syntax::other))
         return "; the comma before it is one too many";
     if ((here == 'x' || here == 'X') && before == '0') return "; a hexadecimal number needs quotes, as in \"0x1f\"";
     if (here == '\'') return "; quotes are double quotes";
@@ -49,11 +39,6 @@ const char *explain(std::string_view text, size_t at, std::string_view message) 
 }
 
 // ---- slips ----------------------------------------------------------------------------------------------------------
-
-const item *find_item(const object &of, uint64_t number) {
-    const auto found = std::ranges::find(of.info, number, &item::number);
-    return found == of.info.end() ? nullptr : &*found;
-}
 
 // Finds what a load accepts, and a person hardly meant. For a file without errors only.
 class slips {
@@ -71,7 +56,7 @@ public:
             if (each.pid && !pids.insert(*each.pid).second)
                 add(json_value(file_, each.node).at("pid"), "another task has this process id");
             for (const auto &view : each.views) {
-                const item *const memo = find_item(view, VIEWINFO_MEMO);
+                const item *const memo = find_numbered(view.info, VIEWINFO_MEMO);
                 if (memo != nullptr && !memo->error && memo->value != 0 && !memos.contains(memo->value))
                     add({file_, view.node}, "a view of a memo that no task has");
             }
@@ -86,15 +71,12 @@ private:
     void add(json_value at, std::string what) { found_.push_back({at.node(), std::move(what)}); }
 
     void check_items(const task &of) {
-        for (const auto &[command, items] : needed) {
-            std::string missing;
-            for (const uint64_t number : items) {
-                if (find_item(of, number) == nullptr)
-                    missing.append(missing.empty() ? "" : ", ").append(item_name(naming::object, number));
-            }
-            if (!missing.empty())
-                add({file_, of.node}, std::string(command) + " omits this task for want of " + missing);
+        std::string missing;
+        for (const auto &[number, value] : SB_TASK_BASICS) {
+            if (number != OBJINFO_HANDLE && find_numbered(of.info, number) == nullptr)
+                missing.append(missing.empty() ? "" : ", ").append(item_name(naming::object, number));
         }
+        if (!missing.empty()) add({file_, of.node}, "task omits this task for want of " + missing);
     }
 
     // Finds results that return an argument which the service does not have.
@@ -135,7 +117,7 @@ int check_file(const char *path) {
     if (!machine_file().read(path, "", text, message)) return fail(UNREADABLE, "%s", message.c_str());
     document file(true);
     if (!file.parse(text, message)) {
-        std::printf("%s:%s%s\n", path, message.c_str(), explain(text, file.failed_at(), message));
+        std::printf("%s:%s%s\n", path, message.c_str(), explain(text, file));
         return FAILED;
     }
     machine_records records;

@@ -27,6 +27,7 @@ namespace {
 using hosted::call;
 using hosted::described::index_naming;
 using hosted::described::item_name;
+using hosted::described::meaning;
 using hosted::described::naming;
 
 constexpr size_t INDENT = 2;
@@ -76,30 +77,6 @@ constexpr struct {
 // Those about an open device, which go to its record's port.
 constexpr uint64_t about_record[] = {DEVMSG_CLOSE, DEVMSG_CREATE_REQUEST,       DEVMSG_DELETE_REQUEST,
                                      IOMSG_BEGIN,  DEVMSG_DELETE_REQUEST_ASYNC, IOMSG_ABORT};
-
-// The values of items; those of the others are amounts, or addresses and the like.
-constexpr struct {
-    naming kind;
-    uint64_t item;
-    showing value;
-} item_values[] = {
-    {naming::state, KSTATE_CURRENT_TASK, TASK},
-    {naming::state, KSTATE_CURRENT_THREAD, THREAD},
-    {naming::state, KSTATE_REGISTRY_PORT, PORT},
-    {naming::state, KSTATE_EXIT_NOTICE_PORT, PORT},
-    {naming::object, OBJINFO_OWNER, TASK},
-    {naming::object, TASKINFO_GROUP, TASK},
-    {naming::object, TASKINFO_PARENT, TASK},
-    {naming::object, THREADINFO_WAITON, HANDLE},
-    {naming::object, THREADINFO_WAITON_MASTER, HANDLE},
-    {naming::object, VIEWINFO_MEMO, MEMO},
-    {naming::object, THREADINFO_ERROR, RESULT},
-    {naming::object, TASKINFO_FLAGS, {showing::bits, "TASKFLAG_"}},
-    {naming::object, MEMINFO_FLAGS, {showing::bits, "MEMFLAG_"}},
-    {naming::object, MEMOINFO_TYPE, {showing::bits, "MEMO_"}},
-    {naming::object, MEMOINFO_RECLAIM, {showing::bits, "MEMORECLAIM_"}},
-    {naming::object, VIEWINFO_FLAGS, {showing::bits, "VIEWFLAG_"}},
-};
 
 // What a handle names by the iterator that is on it, or by the prefix of its items; and the prefix of its states.
 constexpr struct kind_of_object {
@@ -541,10 +518,14 @@ private:
             if (item == OBJINFO_HANDLE) return {showing::handle, kind == nullptr ? std::string_view() : kind->noun};
             if (kind != nullptr && !kind->states.empty()) return {showing::name, kind->states};
         }
-        if (const auto *const row =
-                find_row(item_values, [&](const auto &each) { return each.kind == names && each.item == item; }))
-            return row->value;
-        return hosted::described::item_form(names, item) == hosted::described::form::plain ? AMOUNT : NUMBER;
+        const auto *const known = hosted::described::find_meaning(names, item);
+        if (known == nullptr) return AMOUNT;
+        switch (known->means) {
+        case meaning::handle: return {showing::handle, known->word};
+        case meaning::name: return {showing::name, known->word};
+        case meaning::bits: return {showing::bits, known->word};
+        default: return NUMBER;
+        }
     }
 
     std::string output_text(const logged_call &from, size_t index) const {

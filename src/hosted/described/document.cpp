@@ -59,6 +59,7 @@ public:
     struct error {
         size_t offset;  // of the last character that was read
         std::string what;
+        syntax wanted;
     };
 
     scanner(document &into, std::string_view text) : document_(into), text_(text) {}
@@ -75,7 +76,10 @@ public:
     }
 
 private:
-    [[noreturn]] void fail(std::string what) const { throw error{at_, std::move(what)}; }
+    [[noreturn]] void fail(std::string what, syntax wanted = syntax::other) const {
+        throw error{at_, std::move(what), wanted};
+    }
+    [[noreturn]] void fail_text(const std::string &what) const { fail("invalid string: " + what, syntax::text); }
     bool at_end() const { return at_ >= text_.size(); }
     char here() const { return at_end() ? '\0' : text_[at_]; }
 
@@ -102,7 +106,7 @@ private:
     }
 
     // Fails at the current token, at the offset of its last character.
-    [[noreturn]] void unexpected(std::string_view expected) {
+    [[noreturn]] void unexpected(std::string_view expected, syntax wanted = syntax::other) {
         const char c = here();
         std::string found = "'" + std::string(1, c) + "'";
         if (at_end()) {
@@ -123,7 +127,7 @@ private:
             --at_;
             found = std::string(word) + " literal";
         }
-        fail("unexpected " + found + "; expected " + std::string(expected));
+        fail("unexpected " + found + "; expected " + std::string(expected), wanted);
     }
 
     void scan_value() {
@@ -148,7 +152,7 @@ private:
         } else if (c == 'n') {
             scan_word("null");
         } else {
-            unexpected("'[', '{', or a literal");
+            unexpected("'[', '{', or a literal", syntax::value);
         }
         document_.nodes_.push_back(made);
         empty_ = c == '{' || c == '[';
@@ -166,7 +170,7 @@ private:
             skip_blanks();
         }
         if (!object) return true;
-        if (here() != '"') unexpected("string literal");
+        if (here() != '"') unexpected("string literal", syntax::key);
         key_ = static_cast<uint32_t>(at_);
         scan_text();
         skip_blanks();
@@ -183,7 +187,7 @@ private:
 
     void scan_word(std::string_view word) {
         for (const char c : word) {
-            if (here() != c) fail("invalid literal");
+            if (here() != c) fail("invalid literal", syntax::value);
             ++at_;
         }
     }
@@ -218,7 +222,7 @@ private:
         size_t plain = at_;  // where the part begins that is not decoded yet
         std::string content;
         while (true) {
-            if (at_end()) fail("invalid string: missing closing quote");
+            if (at_end()) fail_text("missing closing quote");
             const auto c = static_cast<uint8_t>(text_[at_]);
             if (c == '"') break;
             if (c == '\\') {
@@ -226,12 +230,12 @@ private:
                 scan_escape(content);
                 plain = at_;
             } else if (c < ' ') {
-                fail("invalid string: control character; write it as \\u00" + hex_text({&text_[at_], 1}));
+                fail_text("control character; write it as \\u00" + hex_text({&text_[at_], 1}));
             } else if (c < 0x80) {
                 ++at_;
             } else {
                 char32_t character = 0;
-                if (!next_character(text_, at_, character)) fail("invalid string: ill-formed UTF-8 byte");
+                if (!next_character(text_, at_, character)) fail_text("ill-formed UTF-8 byte");
             }
         }
         if (plain != begin + 1) {
@@ -246,7 +250,7 @@ private:
         uint16_t value = 0;
         const char *const end = std::from_chars(digits.data(), digits.data() + digits.size(), value, 16).ptr;
         at_ += static_cast<size_t>(end - digits.data());
-        if (end != digits.data() + 4) fail("invalid string: '\\u' must be followed by 4 hex digits");
+        if (end != digits.data() + 4) fail_text("'\\u' must be followed by 4 hex digits");
         --at_;
         return value;
     }
@@ -260,21 +264,21 @@ private:
             content.push_back(meanings[known]);
         } else if (here() == 'u') {
             char32_t character = scan_four_digits();
-            constexpr const char *high = "invalid string: surrogate U+D800..U+DBFF must be followed by U+DC00..U+DFFF";
+            constexpr const char *high = "surrogate U+D800..U+DBFF must be followed by U+DC00..U+DFFF";
             if (character >= 0xDC00 && character < 0xE000)
-                fail("invalid string: surrogate U+DC00..U+DFFF must follow U+D800..U+DBFF");
+                fail_text("surrogate U+DC00..U+DFFF must follow U+D800..U+DBFF");
             if (character >= 0xD800 && character < 0xDC00) {
                 for (const char c : {'\\', 'u'}) {
                     ++at_;
-                    if (here() != c) fail(high);
+                    if (here() != c) fail_text(high);
                 }
                 const char32_t low = scan_four_digits();
-                if (low < 0xDC00 || low >= 0xE000) fail(high);
+                if (low < 0xDC00 || low >= 0xE000) fail_text(high);
                 character = 0x10000 + ((character - 0xD800) << 10) + (low - 0xDC00);
             }
             append_utf8(content, character);
         } else {
-            fail("invalid string: forbidden character after backslash");
+            fail_text("forbidden character after backslash");
         }
         ++at_;
     }
@@ -294,6 +298,7 @@ bool document::parse(std::string_view text, std::string &message) {
         scanner(*this, text).run();
     } catch (const scanner::error &failed) {
         failed_at_ = failed.offset;
+        failed_in_ = failed.wanted;
         message = line_and_column(text, failed.offset) + ": " + failed.what;
         return false;
     }

@@ -91,8 +91,11 @@ public:
 
     json_value root() const { return {*this, 0}; }
 
-    // Offset of the last character that a parse read before it failed.
+    // Where a parse failed: the offset of the last character read, and what that character should have begun or been
+    // in.
+    enum class syntax : uint8_t { other, text, key, value };
     size_t failed_at() const { return failed_at_; }
+    syntax failed_in() const { return failed_in_; }
 
     bool record(const bad_value &bad) const;  // false: this document does not collect
 
@@ -140,6 +143,7 @@ private:
     std::vector<far_key> far_keys_;  // in the order of the nodes
     std::vector<decoded> decoded_;   // in the order of the source
     size_t failed_at_ = 0;
+    syntax failed_in_ = syntax::other;
     const bool collects_;
     mutable std::vector<bad_value> findings_;
 };

@@ -36,9 +36,7 @@ uint64_t read_value(const item &from, uint64_t &value) {
 
 uint64_t read_item(const object &from, uint64_t number, uint64_t &value) {
     if (from.gone) return RESULT_NO_OBJECT;
-    for (const item &given : from.info) {
-        if (given.number == number) return read_value(given, value);
-    }
+    if (const item *const given = find_numbered(from.info, number)) return read_value(*given, value);
     if (number == OBJINFO_HANDLE) {
         value = from.handle;
     } else if (number == OBJINFO_OWNER && from.owner != 0) {
@@ -50,13 +48,8 @@ uint64_t read_item(const object &from, uint64_t number, uint64_t &value) {
 }
 
 void set_item(object &of, uint64_t number, uint64_t value) {
-    for (item &given : of.info) {
-        if (given.number == number) {
-            given = {number, value, false};
-            return;
-        }
-    }
-    of.info.push_back({number, value, false});
+    item *const given = find_numbered(of.info, number);
+    (given != nullptr ? *given : of.info.emplace_back()) = {number, value, false};
 }
 
 // A walk over the objects of a list that exist. The list must outlive it.
@@ -202,12 +195,9 @@ uint64_t described_machine::call_budget() const {
 // ---- state and system data ------------------------------------------------------------------------------------------
 
 bool described_machine::state(uint64_t number, uint64_t &value) {
-    for (const item &given : records_.state) {
-        if (given.number != number) continue;
-        value = given.value;
-        return true;
-    }
-    return false;
+    const item *const given = find_numbered(records_.state, number);
+    if (given != nullptr) value = given->value;
+    return given != nullptr;
 }
 
 uint64_t described_machine::register_info(uint64_t group, uint64_t index, uint64_t &value) const {
@@ -239,14 +229,12 @@ uint64_t described_machine::trace(uint64_t group, uint64_t index, uint64_t &valu
 }
 
 uint64_t described_machine::system_data(uint64_t group, uint64_t index, uint64_t &value) {
-    for (const data_group &given : records_.system_data) {
-        if (given.number != group) continue;
-        if (given.is_list) {
-            if (index < given.items.size()) return read_value(given.items[index], value);
-        } else if (const auto found = given.index.find(index); found != given.index.end()) {
-            return read_value(given.items[found->second], value);
+    if (const data_group *const given = find_numbered(records_.system_data, group)) {
+        if (given->is_list) {
+            if (index < given->items.size()) return read_value(given->items[index], value);
+        } else if (const auto found = given->index.find(index); found != given->index.end()) {
+            return read_value(given->items[found->second], value);
         }
-        break;
     }
     switch (group) {
     case KSYSIDX_REGISTERINFO:
@@ -285,34 +273,28 @@ uint64_t described_machine::object_info(uint64_t handle, uint64_t number, uint64
 }
 
 uint64_t described_machine::begin(uint64_t parent, uint64_t kind, std::unique_ptr<walk> &out) {
-    switch (kind) {
-    case ITERSEL_TASKS:
-    case ITERSEL_MEMCHUNKS:
-    case ITERSEL_VSPACES:
+    using described::task;
+    const auto listed = [&](const auto &list) -> uint64_t {
         if (parent != SYSTEM_WIDE) return RESULT_NO_OBJECT;
-        out = kind == ITERSEL_TASKS
-                  ? walk_over(records_.tasks)
-                  : walk_over(kind == ITERSEL_MEMCHUNKS ? records_.memory_chunks : records_.virtual_spaces);
-        return RESULT_SUCCESS;
-    case ITERSEL_MEMOS:
-    case ITERSEL_THREADS:
-    case ITERSEL_ISRS:
-    case ITERSEL_VIEWS: break;
-    default: return RESULT_BAD_ARGUMENT;
-    }
-    const described::task *const owner = find_task(parent);
-    if (owner == nullptr) return RESULT_NO_OBJECT;
-    const auto begin = [&](const auto &list, std::optional<uint64_t> refusal) {
-        if (refusal) return *refusal;
         out = walk_over(list);
-        return uint64_t{RESULT_SUCCESS};
+        return RESULT_SUCCESS;
     };
-    const refusals &refuse = *owner->refuse;
+    const auto owned = [&](auto list, auto refusal) -> uint64_t {
+        const task *const owner = find_task(parent);
+        if (owner == nullptr) return RESULT_NO_OBJECT;
+        if (const auto refused = (*owner->refuse).*refusal) return *refused;
+        out = walk_over(owner->*list);
+        return RESULT_SUCCESS;
+    };
     switch (kind) {
-    case ITERSEL_MEMOS: return begin(owner->memos, refuse.memos);
-    case ITERSEL_THREADS: return begin(owner->threads, refuse.threads);
-    case ITERSEL_ISRS: return begin(owner->isrs, refuse.isrs);
-    default: return begin(owner->views, refuse.views);
+    case ITERSEL_TASKS: return listed(records_.tasks);
+    case ITERSEL_MEMCHUNKS: return listed(records_.memory_chunks);
+    case ITERSEL_VSPACES: return listed(records_.virtual_spaces);
+    case ITERSEL_THREADS: return owned(&task::threads, &refusals::threads);
+    case ITERSEL_MEMOS: return owned(&task::memos, &refusals::memos);
+    case ITERSEL_VIEWS: return owned(&task::views, &refusals::views);
+    case ITERSEL_ISRS: return owned(&task::isrs, &refusals::isrs);
+    default: return RESULT_BAD_ARGUMENT;
     }
 }
 
@@ -331,13 +313,10 @@ uint64_t described_machine::fetch_register(uint64_t handle, uint64_t id, uint64_
     if (found == nullptr) return RESULT_NO_OBJECT;
     if (listed == nullptr) return found == &self_thread_ ? RESULT_NO_ITEM : RESULT_NO_OBJECT;
     if (listed->what != object_index::kind::thread) return RESULT_NO_OBJECT;
-    for (const auto &values : static_cast<const described::thread *>(found)->registers) {
-        if (values.number != id) continue;
-        if (node >= values.nodes.size()) break;
-        value = values.nodes[node];
-        return RESULT_SUCCESS;
-    }
-    return RESULT_NO_ITEM;
+    const auto *const values = find_numbered(static_cast<const described::thread *>(found)->registers, id);
+    if (values == nullptr || node >= values->nodes.size()) return RESULT_NO_ITEM;
+    value = values->nodes[node];
+    return RESULT_SUCCESS;
 }
 
 uint64_t described_machine::raise(uint64_t handle, uint64_t exception, uint64_t parameter) {
@@ -376,10 +355,8 @@ std::unique_ptr<server> described_machine::make_registry(kernel &owner) {
 // ---- terminals ------------------------------------------------------------------------------------------------------
 
 terminal *described_machine::find_terminal(std::string_view path) {
-    for (auto &listed : records_.terminals) {
-        if (listed.path == path) return &listed;
-    }
-    return nullptr;
+    const auto found = std::ranges::find(records_.terminals, path, &terminal::path);
+    return found == records_.terminals.end() ? nullptr : &*found;
 }
 
 int described_machine::open_terminal(const char *path, int) {

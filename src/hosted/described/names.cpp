@@ -12,29 +12,43 @@
 namespace hosted::described {
 namespace {
 
-// The items that hold a handle, ids or flags.
-constexpr uint64_t hexadecimal_states[] = {KSTATE_CURRENT_THREAD, KSTATE_CURRENT_TASK, KSTATE_REGISTRY_PORT,
-                                           KSTATE_EXIT_NOTICE_PORT};
-constexpr uint64_t hexadecimal_items[] = {
-    OBJINFO_OWNER,
-    OBJINFO_HANDLE,
-    TASKINFO_FLAGS,
-    TASKINFO_GROUP,
-    TASKINFO_IDS,
-    TASKINFO_PARENT,
-    THREADINFO_FETCHED_REGISTER,
-    MEMINFO_FLAGS,
-    MEMOINFO_TYPE,
-    MEMOINFO_RECLAIM,
-    VIEWINFO_MEMO,
-    VIEWINFO_FLAGS,
+// What a thread waits on is an address where an address names it.
+constexpr item_meaning meanings[] = {
+    {naming::state, KSTATE_CURRENT_THREAD, form::hexadecimal, meaning::handle, "thread"},
+    {naming::state, KSTATE_CURRENT_TASK, form::hexadecimal, meaning::handle, "task"},
+    {naming::state, KSTATE_REGISTRY_PORT, form::hexadecimal, meaning::handle, "port"},
+    {naming::state, KSTATE_EXIT_NOTICE_PORT, form::hexadecimal, meaning::handle, "port"},
+    {naming::object, OBJINFO_OWNER, form::hexadecimal, meaning::handle, "task"},
+    {naming::object, OBJINFO_HANDLE, form::hexadecimal, meaning::handle},
+    {naming::object, TASKINFO_FLAGS, form::hexadecimal, meaning::bits, "TASKFLAG_"},
+    {naming::object, TASKINFO_GROUP, form::hexadecimal, meaning::handle, "task"},
+    {naming::object, TASKINFO_IDS, form::hexadecimal},
+    {naming::object, TASKINFO_PARENT, form::hexadecimal, meaning::handle, "task"},
+    {naming::object, THREADINFO_ERROR, form::plain, meaning::name, "RESULT_"},
+    {naming::object, THREADINFO_FETCHED_REGISTER, form::hexadecimal},
+    {naming::object, THREADINFO_PC, form::address},
+    {naming::object, THREADINFO_STACKPTR, form::address},
+    {naming::object, THREADINFO_WAITON, form::address, meaning::handle},
+    {naming::object, THREADINFO_WAITON_MASTER, form::address, meaning::handle},
+    {naming::object, MEMINFO_FLAGS, form::hexadecimal, meaning::bits, "MEMFLAG_"},
+    {naming::object, MEMINFO_BEGIN, form::address},
+    {naming::object, MEMINFO_END, form::address},
+    {naming::object, MEMINFO_BASE, form::address},
+    {naming::object, VSINFO_BEGIN, form::address},
+    {naming::object, MEMOINFO_TYPE, form::hexadecimal, meaning::bits, "MEMO_"},
+    {naming::object, MEMOINFO_RECLAIM, form::hexadecimal, meaning::bits, "MEMORECLAIM_"},
+    {naming::object, MEMOINFO_HWADDR, form::address},
+    {naming::object, MEMOINFO_FIXADDR, form::address},
+    {naming::object, VIEWINFO_MEMO, form::hexadecimal, meaning::handle, "memo"},
+    {naming::object, VIEWINFO_FLAGS, form::hexadecimal, meaning::bits, "VIEWFLAG_"},
+    {naming::object, VIEWINFO_BEGIN, form::address},
 };
 
-// The items that hold an address. What a thread waits on is one where an address names it.
-constexpr uint64_t address_items[] = {
-    THREADINFO_PC, THREADINFO_STACKPTR, THREADINFO_WAITON, THREADINFO_WAITON_MASTER, MEMINFO_BEGIN,  MEMINFO_END,
-    MEMINFO_BASE,  VSINFO_BEGIN,        MEMOINFO_HWADDR,   MEMOINFO_FIXADDR,         VIEWINFO_BEGIN,
-};
+constexpr const item_meaning *meaning_of(naming kind, uint64_t item) {
+    const auto *const found = std::find_if(std::begin(meanings), std::end(meanings),
+                                           [&](const auto &row) { return row.kind == kind && row.item == item; });
+    return found == std::end(meanings) ? nullptr : found;
+}
 
 constexpr uint64_t LARGEST_INDEX = 0xFFFF;  // within a group of system data; the groups are above
 
@@ -47,13 +61,8 @@ constexpr naming kind_of(std::string_view name, uint64_t item) {
 
 constexpr named_item item_of(std::string_view name, uint64_t item) {
     const naming kind = kind_of(name, item);
-    const auto among = [item](const auto &items) {
-        return std::find(std::begin(items), std::end(items), item) != std::end(items);
-    };
-    const bool hexadecimal =
-        (kind == naming::state && among(hexadecimal_states)) || (kind == naming::object && among(hexadecimal_items));
-    const bool address = kind == naming::object && among(address_items);
-    return {kind, address ? form::address : hexadecimal ? form::hexadecimal : form::plain, name, item};
+    const item_meaning *const known = meaning_of(kind, item);
+    return {kind, known != nullptr ? known->written : form::plain, name, item};
 }
 
 #define ITEM(name) item_of(#name, name)
@@ -128,6 +137,8 @@ form item_form(naming kind, uint64_t item) {
     const named_item *const known = find(kind, item);
     return known != nullptr ? known->value : form::plain;
 }
+
+const item_meaning *find_meaning(naming kind, uint64_t item) { return meaning_of(kind, item); }
 
 std::string item_key(naming kind, uint64_t item) {
     constexpr uint64_t first_code = 0x1000;  // from here on people know numbers in hexadecimal

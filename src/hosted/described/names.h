@@ -24,6 +24,18 @@ enum class naming : uint8_t {
 // How a saved machine writes a number: hexadecimal for handles, addresses and flag words, plain for all else.
 enum class form : uint8_t { plain, hexadecimal, address };
 
+// What the value of an item is: a handle, a number of a prefix's constants or bits of them, or neither.
+enum class meaning : uint8_t { handle, name, bits, number };
+
+// An item whose value is no amount.
+struct item_meaning {
+    naming kind;
+    uint64_t item;
+    form written;
+    meaning means = meaning::number;
+    std::string_view word = {};  // what a handle names, if that is known; the prefix of a name and of bits
+};
+
 struct named_item {
     naming kind;
     form value;
@@ -43,6 +55,9 @@ std::string_view item_name(naming kind, uint64_t item);
 
 // plain where an item has no name
 form item_form(naming kind, uint64_t item);
+
+// null where the value is an amount
+const item_meaning *find_meaning(naming kind, uint64_t item);
 
 // The key of an item in a file: its name, or its number where it has none, from 0x1000 on in hexadecimal.
 std::string item_key(naming kind, uint64_t item);
