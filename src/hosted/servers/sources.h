@@ -109,7 +109,7 @@ public:
     //   key      what the client named: a task handle, or a process id
     virtual uint32_t id(uint32_t command, uint64_t key, uint64_t &value) = 0;
 
-    // The names of drivers by major number, and the highest of these numbers.
+    // The names of drivers by major number, and the highest number that a driver may have.
     virtual const driver_map &drivers() = 0;
     virtual std::optional<uint32_t> max_major() {
         return drivers().empty() ? std::nullopt : std::optional(drivers().rbegin()->first);
