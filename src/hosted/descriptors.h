@@ -52,10 +52,11 @@ private:
     std::string text_;
 };
 
-// The same where the client would take the failure of its call for the end of a list. It ends the run.
-class list_failure : public system_failure {
+// The same where the client would take the failure of its call for the end of a list, or for a key that is not there.
+// It ends the run.
+class lookup_failure : public system_failure {
 public:
-    explicit list_failure(const system_failure &cause) : system_failure(cause) {}
+    explicit lookup_failure(const system_failure &cause) : system_failure(cause) {}
 };
 
 // Repeats a call, which returns -1 with errno set on failure, while it is interrupted.

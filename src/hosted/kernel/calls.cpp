@@ -130,7 +130,7 @@ template <class Body> uint64_t invoke(call which, std::initializer_list<argument
     } catch (const std::bad_alloc &thrown) {
         const bool cannot_fail = properties_of(which).returns == call_returns::value;
         const auto *failure = dynamic_cast<const system_failure *>(&thrown);
-        if (failure != nullptr && (cannot_fail || dynamic_cast<const list_failure *>(failure) != nullptr))
+        if (failure != nullptr && (cannot_fail || dynamic_cast<const lookup_failure *>(failure) != nullptr))
             end_unreadable(failure->what());
         result = fail(who, which, RESULT_NO_MEMORY, 0);
     }

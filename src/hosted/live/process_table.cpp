@@ -211,8 +211,10 @@ uint64_t process_table::listed_name(int id, const std::string *&name) {
         return RESULT_SUCCESS;
     }
     std::string_view text;
-    if (const int error = root_.reader.read(root_.directory(), numbered_path(id, "/comm").c_str(), text); error != 0)
-        return result_of(error);
+    const numbered_path path(id, "/comm");
+    const int error = root_.reader.read(root_.directory(), path.c_str(), text);
+    if (means_failure(error)) throw system_failure(path.c_str(), error);
+    if (error != 0) return result_of(error);
     if (text.ends_with('\n')) text.remove_suffix(1);
     std::string read(text);
     clean(read);

@@ -294,7 +294,8 @@ uint32_t system_log::load() {
     const std::string path = roots_.dev + "/kmsg";
     const descriptor file = open_file(AT_FDCWD, path.c_str());
     const int error = unless_exhausted(file ? read_records(file.get(), text_) : errno, path);
-    if (error != 0 && text_.empty()) {
+    if (error != 0 && !text_.empty()) return error_word(error);
+    if (error != 0) {
         const std::vector<log_record> records = read_by_call({});
         if (records.empty()) return error_word(errno);
         for (const auto &[prefix, text] : records) text_ += prefix + escaped(text) + '\n';

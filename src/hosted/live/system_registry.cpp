@@ -80,7 +80,8 @@ public:
             if (path.ends_with(effective)) return nullptr;
         }
         struct stat status {};
-        if (fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0) return nullptr;
+        const int failed = fstatat(AT_FDCWD, path.c_str(), &status, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT);
+        if (failed != 0 && unless_exhausted(errno, path) != 0) return nullptr;
         if (status.st_dev != device_) return nullptr;
         if (S_ISDIR(status.st_mode)) return std::make_unique<parameter_directory>(path, device_, readers_);
         if (!S_ISREG(status.st_mode) || (status.st_mode & readers_) == 0) return nullptr;

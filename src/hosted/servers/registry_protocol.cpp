@@ -34,19 +34,13 @@ class registry_protocol : public device_protocol {
 public:
     explicit registry_protocol(registry_store &store) : store_(store) {}
 
+    // Clients take a look-up that fails for a key that is not there, and an iteration that fails for one that is at its
+    // end. What exists but cannot be read ends the run.
     std::optional<uint32_t> perform(uint32_t command, const request_view &request) override {
-        switch (command) {
-        case REGCMD_CAPS: return capabilities(request);
-        case REGCMD_KEY_INFO: return on_path(request, &registry_protocol::key_info);
-        case REGCMD_GET_INT: return on_path(request, &registry_protocol::get_int);
-        case REGCMD_GET_BIN: return on_path(request, &registry_protocol::get_binary);
-        case REGCMD_SET_BIN: return on_path(request, &registry_protocol::set_binary);
-        case REGCMD_CREATE_TMP: return on_path(request, &registry_protocol::create_temporary);
-        case REGCMD_CREATE_GUARD: return on_path(request, &registry_protocol::create_guard);
-        case REGCMD_ITERATOR_BEGIN:
-        case REGCMD_ITERATOR_NEXT: return iterate(command, request);
-        case REGCMD_ITERATOR_END: return iterator_end(request);
-        default: return std::nullopt;
+        try {
+            return answer(command, request);
+        } catch (const system_failure &failure) {
+            throw lookup_failure(failure);
         }
     }
 
@@ -83,6 +77,22 @@ private:
                      uint32_t (registry_protocol::*act)(Block *, std::string_view, const request_view &)) {
         const auto [block, path] = arguments_of<Block>(request, path_);
         return block != nullptr ? (this->*act)(block, path, request) : uint32_t{IOERROR_BAD_COMMAND};
+    }
+
+    std::optional<uint32_t> answer(uint32_t command, const request_view &request) {
+        switch (command) {
+        case REGCMD_CAPS: return capabilities(request);
+        case REGCMD_KEY_INFO: return on_path(request, &registry_protocol::key_info);
+        case REGCMD_GET_INT: return on_path(request, &registry_protocol::get_int);
+        case REGCMD_GET_BIN: return on_path(request, &registry_protocol::get_binary);
+        case REGCMD_SET_BIN: return on_path(request, &registry_protocol::set_binary);
+        case REGCMD_CREATE_TMP: return on_path(request, &registry_protocol::create_temporary);
+        case REGCMD_CREATE_GUARD: return on_path(request, &registry_protocol::create_guard);
+        case REGCMD_ITERATOR_BEGIN: return on_path(request, &registry_protocol::iterator_begin);
+        case REGCMD_ITERATOR_NEXT: return iterator_next(request);
+        case REGCMD_ITERATOR_END: return iterator_end(request);
+        default: return std::nullopt;
+        }
     }
 
     uint32_t capabilities(const request_view &request) const {
@@ -137,16 +147,6 @@ private:
 
     uint32_t create_guard(reg_int_block *block, std::string_view path, const request_view &request) {
         return store_.create_guard(path, block->value, request.client);
-    }
-
-    // Clients take an iteration that fails for one that is at its end. What exists but cannot be read ends the run.
-    uint32_t iterate(uint32_t command, const request_view &request) {
-        try {
-            if (command == REGCMD_ITERATOR_NEXT) return iterator_next(request);
-            return on_path(request, &registry_protocol::iterator_begin);
-        } catch (const system_failure &failure) {
-            throw list_failure(failure);
-        }
     }
 
     uint32_t iterator_begin(reg_begin_block *block, std::string_view path, const request_view &request) {

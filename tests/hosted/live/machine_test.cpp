@@ -2,13 +2,17 @@
 // and keys agree on.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
+#include <cstdarg>
 #include <set>
 
 #include "hosted/boot.h"
 #include "hosted/kernel/kernel.h"
+#include "hosted/kernel/run.h"
 #include "hosted/live/register_table.h"
 #include "own_child.h"
+#include "platform/registry.h"
 
 using namespace hosted;
 
@@ -114,6 +118,39 @@ TEST_F(LiveMachine, OnlyTasksAreDestroyed) {
     const auto tasks = handles(SYSTEM_WIDE, ITERSEL_TASKS);
     EXPECT_EQ(std::find(tasks.begin(), tasks.end(), child.handle()), tasks.end());
     EXPECT_TRUE(WIFSIGNALED(child.reap()));
+}
+
+bool out_of_descriptors = false;
+
+}  // namespace
+
+// In place of the C library's.
+extern "C" int openat(int directory, const char *path, int flags, ...) {
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = va_arg(rest, mode_t);
+    va_end(rest);
+    if (!out_of_descriptors) return static_cast<int>(syscall(SYS_openat, directory, path, flags, mode));
+    errno = EMFILE;
+    return -1;
+}
+
+namespace {
+
+// What exists but cannot be read is reported, not taken for a key that is not there.
+TEST(LiveRegistryDeathTest, UnreadableKeyEndsTheRun) {
+    const auto look_up_late = [](const char *key) {
+        std::string message;
+        install(make_live_machine(message));
+        RegIterator record{};
+        RegItBegin(GetRegDev(), &record, "run/proc");
+        out_of_descriptors = true;
+        uint64_t value = 0;
+        key != nullptr ? RegGetKeyInt(GetRegDev(), key, &value) : RegItNext(GetRegDev(), &record);
+        _exit(0);
+    };
+    EXPECT_EXIT(look_up_late("kernel/kernel/panic"), testing::ExitedWithCode(125), "kernel/panic: Too many open files");
+    EXPECT_EXIT(look_up_late(nullptr), testing::ExitedWithCode(125), "/comm: Too many open files");
 }
 
 }  // namespace
