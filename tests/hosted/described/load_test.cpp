@@ -55,7 +55,7 @@ TEST(Check, ReportsAllThatIsWrong) {
             scratch.write(files.back(), rows.back().first);
         }
     }
-    EXPECT_GT(rows.size(), 75U);
+    EXPECT_GT(rows.size(), 70U);
     std::string expected;
     for (size_t i = 0; i < rows.size(); ++i) {
         const auto &[text, lines] = rows[i];
