@@ -5,6 +5,8 @@
 #include <array>
 #include <bit>
 #include <functional>
+#include <memory>
+#include <utility>
 
 #include "hosted/described/text.h"
 #include "hosted/kernel/kernel.h"
@@ -113,14 +115,19 @@ bool registry::is_gone(const entry &there) const {
     return there.gone || (there.guarded && !kernel_->has_object(there.number));
 }
 
-// Removes published entries that are gone from the end of a directory, so that tasks that come and go do not make it
-// grow. A walk past the end has ended.
+// Removes published entries that are gone, so that tasks that come and go do not make a directory grow: from its end,
+// where a walk has ended, and all of them when they are the most of it.
 void registry::trim(uint32_t directory) {
-    auto &[entries, index, indexed] = directories_[directory];
-    while (!entries.empty() && entries.back().published && is_gone(entries.back())) {
+    auto &[entries, index, indexed, walks] = directories_[directory];
+    const auto is_left = [this](const entry &there) { return there.published && is_gone(there); };
+    while (!entries.empty() && is_left(entries.back())) {
         entries.pop_back();
         index.clear();
     }
+    if (walks.use_count() > 1) return;
+    if (std::cmp_less_equal(2 * std::ranges::count_if(entries, is_left), entries.size())) return;
+    std::erase_if(entries, is_left);
+    index.clear();
 }
 
 size_t registry::given_count() const {
@@ -188,13 +195,15 @@ std::optional<uint32_t> registry::find_directory(std::string_view path) {
 
 // ---- as the registry server asks ------------------------------------------------------------------------------------
 
-// Walks by position: entries are only appended, and one that is gone keeps its position.
+// Walks by position: while there is a walk, entries are only appended, and one that is gone keeps its position.
 registry_cursor registry::list(std::string_view path) {
     const entry *const found = find(path);
     if (found != nullptr && found->unreadable) return nullptr;
     const auto directory = find_directory(path);
     if (!directory) return nullptr;
-    return [this, directory = *directory, next = size_t{0}](registry_entry &out) mutable {
+    auto &walks = directories_[*directory].walks;
+    if (!walks) walks = std::make_shared<char>();
+    return [this, directory = *directory, next = size_t{0}, walk = walks](registry_entry &out) mutable {
         const auto listed = entries(directory);
         while (next < listed.size() && is_gone(listed[next])) ++next;
         if (next >= listed.size()) return false;
@@ -272,12 +281,13 @@ uint32_t registry::create_temporary(std::string_view path) {
     return make_key(path, {.holds = entry::kind::directory, .temporary = true});
 }
 
-// A task of another process may guard a device's name with a port of its own. Every other key below run/ is refused.
+// A task of another process may guard a device's name with a port of its own, and nothing else. A command in this
+// process makes a plain key, outside of run/.
 uint32_t registry::create_guard(std::string_view path, uint64_t value, uint64_t client) {
     entry made{.holds = entry::kind::integer, .number = value};
     std::string_view rest = path;
     if (next_component(rest) != RUN_NAME || next_component(rest) != reg_component(DEVICE_DIRECTORY, 1)) {
-        return make_key(path, std::move(made));
+        return kernel_->is_attached(client) ? REFUSED : make_key(path, std::move(made));
     }
     made.name = next_component(rest);
     if (!next_component(rest).empty() || !reg_is_name(made.name) || !is_utf8(made.name)) return REFUSED;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -92,6 +93,7 @@ private:
         std::vector<entry> entries;
         std::vector<uint32_t> index;  // open addressing: 1 + the first entry of a name, 0 where free
         size_t indexed = 0;           // entries that the index knows
+        std::shared_ptr<char> walks;  // shared with each walk that is under way
     };
 
     bool is_gone(const entry &there) const;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <new>
 #include <string>
 #include <utility>
@@ -38,8 +39,10 @@ public:
         return master;
     }
     bool has_ended(uint64_t task) override {
+        const auto [known, is_new] = ended_.try_emplace(task);
         uint64_t master = 0;
-        return _SL_GetObjectInfo(task, OBJINFO_HANDLE, &master) == RESULT_NO_OBJECT;
+        if (is_new) known->second = _SL_GetObjectInfo(task, OBJINFO_HANDLE, &master) == RESULT_NO_OBJECT;
+        return known->second;
     }
     uint64_t new_port(uint64_t) override { return _SL_CreateMsgPort(0, 0); }
     uint64_t new_semaphore(uint64_t, int64_t count) override { return _SL_CreateSemaphore(0, count); }
@@ -48,6 +51,9 @@ public:
     }
     uint64_t new_handle_to(uint64_t handle) override { return _SL_CreateHandle(0, handle, RIGHTS_OPEN); }
     void close_handle(uint64_t handle) override { _SL_DeleteObject(handle, DELETE_HANDLE); }
+
+    // Begins a message: which tasks have ended is asked anew.
+    void begin_message() { ended_.clear(); }
 
     // Runs the events that are due. Returns the milliseconds until the next one, or WAIT_FOREVER.
     int64_t run_events() {
@@ -64,6 +70,7 @@ private:
     hosted::arena memory_;
     std::map<std::pair<int64_t, uint64_t>, std::function<void()>> events_;  // by time due, then by making
     uint64_t events_made_ = 0;
+    std::map<uint64_t, bool> ended_;  // what is known of tasks for the length of a message
 };
 
 // Asks the registry to make a device's key, guarded by a port.
@@ -104,6 +111,9 @@ uint64_t publish(std::string_view name, uint64_t port, uint64_t reply) {
 uint64_t serve(std::string_view name, protocol_list protocols, hosted::device_behaviour behaviour) {
     hosted::guest *const machine = hosted::this_run().attached.get();
     if (machine == nullptr || !reg_is_name(name)) return RESULT_NOT_PERMITTED;
+    static std::mutex serving;  // this process has one slice
+    const std::unique_lock lock(serving, std::try_to_lock);
+    if (!lock) return RESULT_NOT_PERMITTED;
     const auto slice = machine->take_slice();
     if (slice.empty()) return RESULT_NO_MEMORY;
     attached_host host(slice);
@@ -117,7 +127,9 @@ uint64_t serve(std::string_view name, protocol_list protocols, hosted::device_be
         try {
             kernel_message message{};
             result = _SL_RecvMsgPtr(port, &message, host.run_events());
-            if (result == RESULT_SUCCESS) server.receive({message, machine->addressed()});
+            if (result != RESULT_SUCCESS) continue;
+            host.begin_message();
+            server.receive({message, machine->addressed()});
         } catch (const std::bad_alloc &) {
             // The request or the open that it was for goes without an answer; the others are served.
         }

@@ -23,8 +23,9 @@ using protocol_list = std::vector<std::unique_ptr<hosted::device_protocol>>;
 //   name       1 to REG_MAX_NAME bytes without '/', unused on that machine
 //   protocols  what the device speaks; they are asked in this order
 //   behaviour  its classes and queries, and how it misbehaves (default: a healthy device of no class)
-//   returns    RESULT_NOT_PERMITTED: not attached, or the name is taken; RESULT_NO_MEMORY: no shared memory is left;
-//              RESULT_NO_OBJECT: its port was deleted; else what the registry or the machine failed with
+//   returns    RESULT_NOT_PERMITTED: not attached, the name is taken, or this process serves already;
+//              RESULT_NO_MEMORY: no shared memory is left; RESULT_NO_OBJECT: its port was deleted; else what the
+//              registry or the machine failed with
 // The process ends, with status 125 and a line on standard error, when the machine does.
 uint64_t serve(std::string_view name, protocol_list protocols, hosted::device_behaviour behaviour = {});
 

@@ -44,6 +44,7 @@ int receive_hello(int socket, wire::hello &received, descriptor &passed) {
         std::memcpy(&number, CMSG_DATA(header), sizeof number);
         passed = descriptor(number);
     }
+    if (!passed && (message.msg_flags & MSG_CTRUNC) != 0) return EMFILE;  // this process has no room for it
     return size == sizeof received ? 0 : EPROTO;
 }
 
@@ -70,6 +71,7 @@ const char *map_arena(int memory, const wire::hello &said) {
 struct guest::connection {
     int socket = -1;
     bool owned = false;
+    bool refused = false;  // a further one of a process that has all it may have, or of a machine that has
     uint32_t sequence = 0;
     uint64_t addressed = 0;
     wire::receiver answers;
@@ -118,6 +120,7 @@ bool guest::open(connection &made, wire::purpose purpose, descriptor *memory, st
     static_cast<void>(wire::send_packet(socket.get(), &own, sizeof own));
     int error = receive_hello(socket.get(), said, passed);
     if (error == ECONNRESET) error = receive_hello(socket.get(), said, passed);
+    if (error == EMFILE) return fail(std::strerror(error));
     if (error != 0) return fail(error == EAGAIN ? unanswered : "no machine runs there");
     wire::limit_waits(socket.get(), 0);
     if (said.magic != wire::MAGIC) return fail("not a machine's socket");
@@ -125,7 +128,8 @@ bool guest::open(connection &made, wire::purpose purpose, descriptor *memory, st
         return fail("the machine speaks version " + std::to_string(said.major) + ", this program version " +
                     std::to_string(wire::MAJOR));
     }
-    if (said.answer == wire::verdict::full) return fail("the machine takes no more connections");
+    made.refused = said.answer == wire::verdict::full;
+    if (made.refused) return fail("the machine takes no more connections");
     if (said.answer != wire::verdict::welcome) return fail("the machine refuses this process");
     if (memory != nullptr) {
         if (const char *wrong = map_arena(passed.get(), said)) return fail(wrong);
@@ -151,12 +155,13 @@ guest::connection &guest::of_thread() {
     connection &mine = connection_;
     if (forked) end("a forked process has no part in its parent's machine before it runs a program");
     std::string message;
-    if (mine.socket < 0 && !open(mine, wire::purpose::join, nullptr, message)) end_unreadable(message.c_str());
-    return mine;
+    if (mine.socket >= 0 || open(mine, wire::purpose::join, nullptr, message) || mine.refused) return mine;
+    end_unreadable(message.c_str());
 }
 
 wire::answer guest::exchange(uint32_t what, std::span<const uint64_t> words) {
     connection &mine = of_thread();
+    if (mine.socket < 0) return {.result = NO_OBJECT, .last_error = EMFILE};
     wire::request sent{.sequence = ++mine.sequence, .what = what};
     std::ranges::copy(words, sent.words);
     wire::answer given{};
@@ -174,6 +179,13 @@ uint64_t guest::call(hosted::call which, std::span<const argument> arguments, ca
         words[i] = given.output != nullptr || given.record != nullptr ? 1 : given.value;  // whether it is wanted
     }
     const wire::answer given = exchange(static_cast<uint32_t>(which), words);
+    if (connection_.socket < 0) {  // a call that returns a value returns the last error, or 0
+        who.faulted = true;
+        const bool has_code =
+            properties_of(which).returns == call_returns::code || which == hosted::call::get_last_error;
+        if (!has_code) return properties_of(which).returns == call_returns::handle ? NO_OBJECT : 0;
+        return RESULT_NO_MEMORY;
+    }
     who.fate = given.fate <= static_cast<uint8_t>(fate::self_deleted) ? static_cast<fate>(given.fate) : fate::returns;
     who.faulted = given.faulted != 0;
     connection_.addressed = given.words[wire::ANSWER_WORDS - 1];

@@ -1,8 +1,8 @@
 // hosted/wire/guest.h - carries this process's kernel calls to a running machine.
 //
 // The thread that attaches makes the process's first connection, which lasts as long as the process. Every other
-// thread opens one at its first call and closes it when it ends. A call that cannot be answered any more ends the
-// process with status 125.
+// thread opens one at its first call and closes it when it ends; its calls fail with RESULT_NO_MEMORY where the process
+// has as many as it may have. A call that cannot be answered any more ends the process with status 125.
 #pragma once
 
 #include <atomic>

@@ -166,7 +166,8 @@ bool host::open(const std::string &file, const std::string &save, std::string so
 
 std::string host::new_path(std::string &message) {
     const std::string name = "ventix-" + std::to_string(getpid());
-    if (const char *runtime = std::getenv("XDG_RUNTIME_DIR"); runtime != nullptr && *runtime == '/') {
+    if (const char *runtime = std::getenv("XDG_RUNTIME_DIR");
+        runtime != nullptr && *runtime == '/' && access(runtime, W_OK | X_OK) == 0) {
         return runtime + ('/' + name);
     }
     const char *temporary = std::getenv("TMPDIR");
@@ -193,7 +194,7 @@ bool host::lock_path(std::string &message) {
             return false;
         }
         // Whoever held the lock may have removed the file since.
-        if (stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino) continue;
+        if (stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino || held.st_dev != named.st_dev) continue;
         lock_ = std::move(file);
         return true;
     }
@@ -427,6 +428,7 @@ bool host::greet(connection &greeted) {
     limit_waits(socket, 0);
     const auto refuse = [&](verdict why) { return send_hello(socket, {.answer = why}, false), false; };
     if (given.major != MAJOR) return refuse(verdict::other_version);
+    if (given.what != purpose::attach && given.what != purpose::join) return refuse(verdict::refused);
 
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -488,10 +490,11 @@ void host::call(connection &asked, hosted::call which, const request &given, ans
     if (which == hosted::call::recv_msg || which == hosted::call::recv_msg_ptr) made.words[3] = who.addressed;
 }
 
-// Returns false for a service that does not exist, or a text that is too long.
+// Returns false for a service that does not exist, a text that is too long, or a task that has ended.
 bool host::serve_other(connection &asked, service what, const request &given, answer &made) {
     kernel &owner = running();
     const std::lock_guard lock(owner.mutex());
+    if (asked.task->ended) return false;  // nothing would release what it gets
     terminal_source &terminals = machine_->terminals();
     const auto number = static_cast<int>(given.words[0]);
     switch (what) {

@@ -8,7 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <barrier>
 #include <cstdlib>
+#include <thread>
 
 #include "hosted/kernel/run.h"
 #include "hosted/servers/serve.h"
@@ -120,6 +122,23 @@ int run_client(int tries) {
     return 0;
 }
 
+// A process has at most 256 threads. Calls of further ones fail.
+int run_threads() {
+    constexpr int count = 300;
+    std::atomic<int> failed = 0;
+    std::barrier all(count);
+    std::vector<std::jthread> threads;
+    if (_SL_CreateMsgPort(0, 0) == NO_OBJECT) return 1;
+    for (int i = 0; i < count; ++i) {
+        threads.emplace_back([&] {
+            if (_SL_CreateMsgPort(0, 0) == NO_OBJECT && _SL_GetLastError() == RESULT_NO_MEMORY) ++failed;
+            all.arrive_and_wait();
+        });
+    }
+    threads.clear();
+    return failed == count - 255 ? 0 : 2;
+}
+
 class Death : public testing::TestWithParam<unsigned> {};
 
 TEST_P(Death, AtEveryMessage) {
@@ -153,6 +172,8 @@ TEST_P(Death, AtEveryMessage) {
         }
     }
     EXPECT_GT(step, 50U);  // the sends and receives of both
+    EXPECT_EQ(status_of(start(socket, run_threads)), 0);
+    EXPECT_EQ(status_of(start(socket, [] { return RegCreateGuard(GetRegDev(), "mine", 1) ? 1 : 0; })), 0);
     kill(shared->server, SIGKILL);
     EXPECT_EQ(status_of(shared->server), SIGKILL);
     kill(machine, SIGTERM);
