@@ -18,17 +18,13 @@ public:
 
     size_t size() const { return left_.size(); }
 
-    uint8_t byte() {
-        uint8_t taken = 0;
-        copy(&taken, 1);
-        return taken;
-    }
-
-    uint64_t word() {
-        uint64_t taken = 0;
+    template <class Number> Number number() {
+        Number taken = 0;
         copy(&taken, sizeof taken);
         return taken;
     }
+    uint8_t byte() { return number<uint8_t>(); }
+    uint64_t word() { return number<uint64_t>(); }
 
     // Copies up to size bytes, as many as are left, and leaves the rest of the room unchanged.
     void copy(void *room, size_t size) {

@@ -798,10 +798,6 @@ int only(const std::string &line, const failure &planned) {
                 static_cast<unsigned long long>(shared_report->calls),
                 static_cast<unsigned long long>(shared_report->allocations),
                 static_cast<unsigned long long>(shared_report->milliseconds));
-    for (size_t i = 0; i < KINDS; ++i) {
-        if (shared_report->left[i] != 0)
-            std::printf("left open: %s %lld\n", kind_names[i], static_cast<long long>(shared_report->left[i]));
-    }
     const std::string wrong = judge(base, planned, *before, plain, got);
     std::printf("%s\n", wrong.empty() ? "as promised" : wrong.c_str());
     return wrong.empty() ? 0 : 1;

@@ -14,6 +14,7 @@
 #include "hosted/live/handles.h"
 #include "hosted/live/texts.h"
 #include "platform/kernel.h"
+#include "platform/protocol/registry.h"
 
 namespace hosted::live {
 
@@ -213,7 +214,7 @@ uint64_t process_table::listed_name(int id, const std::string *&name) {
     std::string_view text;
     const numbered_path path(id, "/comm");
     const int error = root_.reader.read(root_.directory(), path.c_str(), text);
-    if (means_failure(error)) throw system_failure(path.c_str(), error);
+    if (means_failure(error)) throw system_failure(PROCESS_DIRECTORY + std::string(path.c_str()), error);
     if (error != 0) return result_of(error);
     if (text.ends_with('\n')) text.remove_suffix(1);
     std::string read(text);

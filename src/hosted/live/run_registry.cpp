@@ -43,7 +43,8 @@ public:
         const std::string *name = nullptr;
         const uint64_t result = processes_.name(handle, name);
         if (result == RESULT_NO_OBJECT) return nullptr;
-        if (result == RESULT_NO_MEMORY) throw system_failure(std::string(key), EAGAIN);  // memory, or descriptors
+        if (result == RESULT_NO_MEMORY)
+            throw system_failure(PROCESS_DIRECTORY + std::string(key), EAGAIN);  // memory, or descriptors
         found_.type = name != nullptr ? REGTYPE_BIN : 0;
         found_.failure = static_cast<uint32_t>(result);
         if (name != nullptr) found_.bytes = *name;
