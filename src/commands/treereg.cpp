@@ -89,16 +89,16 @@ const char *type_label(uint16_t type) {
     }
 }
 
-void print_integer(const options &opts, const char *fullpath) {
+void print_integer(const options &flags, const char *fullpath) {
     uint64_t value = 0;
     if (!RegGetKeyInt(GetRegDev(), fullpath, &value)) {
         std::puts(UNREADABLE);
         return;
     }
     const auto number = static_cast<int64_t>(value);
-    if (opts.both_bases) {
+    if (flags.both_bases) {
         std::printf(" { %" PRIi64 " | 0x%" PRIX64 " }\n", number, value);
-    } else if (opts.hexadecimal) {
+    } else if (flags.hexadecimal) {
         std::printf(" { 0x%" PRIX64 " }\n", value);
     } else {
         std::printf(" { %" PRIi64 " }\n", number);
@@ -113,7 +113,7 @@ void print_octet(unsigned char octet) {
 }
 
 // A negative number of octets fails, like one that no buffer holds.
-void print_binary(const options &opts, long long octets, unsigned char *buffer, const RegIterator &entry,
+void print_binary(const options &flags, long long octets, unsigned char *buffer, const RegIterator &entry,
                   const char *fullpath) {
     auto delivered = static_cast<uint32_t>(octets);
     if (octets < 0 || !RegGetKeyBin(GetRegDev(), fullpath, buffer, &delivered)) {
@@ -121,11 +121,11 @@ void print_binary(const options &opts, long long octets, unsigned char *buffer, 
         return;
     }
     std::printf(" { len=%" PRIu32, entry.length);
-    if (opts.show_octets) {
+    if (flags.show_octets) {
         std::putchar(',');
         for (uint32_t i = 0; i < delivered; ++i) print_octet(buffer[i]);
         if (entry.length > delivered) std::fputs("...", stdout);
-        if (opts.show_characters) {
+        if (flags.show_characters) {
             std::fputs(" | ", stdout);
             for (uint32_t i = 0; i < delivered; ++i)
                 std::putchar(buffer[i] >= 32 && buffer[i] <= 126 ? buffer[i] : '.');
@@ -135,21 +135,21 @@ void print_binary(const options &opts, long long octets, unsigned char *buffer, 
 }
 
 // The rest of one entry's line, after its connector. Deliberate: an entry of unknown type leaves its line open.
-void sb_treereg_print(const options &opts, long long octets, unsigned char *buffer, const RegIterator &entry,
+void sb_treereg_print(const options &flags, long long octets, unsigned char *buffer, const RegIterator &entry,
                       const char *fullpath) {
-    if (opts.show_types) std::printf(" [%s]", type_label(entry.type));
+    if (flags.show_types) std::printf(" [%s]", type_label(entry.type));
     const std::string_view name = sb_entryname(entry);
     std::printf(" %.*s", static_cast<int>(name.size()), name.data());
     switch (entry.type) {
     case REGTYPE_INT:
-        if (opts.show_integers)
-            print_integer(opts, fullpath);
+        if (flags.show_integers)
+            print_integer(flags, fullpath);
         else
             std::putchar('\n');
         break;
     case REGTYPE_BIN:
-        if (opts.show_binaries)
-            print_binary(opts, octets, buffer, entry, fullpath);
+        if (flags.show_binaries)
+            print_binary(flags, octets, buffer, entry, fullpath);
         else
             std::putchar('\n');
         break;
