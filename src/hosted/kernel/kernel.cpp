@@ -352,8 +352,12 @@ uint64_t kernel::note_message(const port_object &to, const kernel_message &sent,
     case DEVMSG_CLOSE: reply = sent.word2; break;
     default: return RESULT_SUCCESS;
     }
-    if (owner->second.owes.size() >= MOST_MESSAGES) return RESULT_NO_MEMORY;
-    owner->second.owes.emplace(reply, owed_answer{to.master, static_cast<uint32_t>(sent.code), sent.word2});
+    auto &owes = owner->second.owes;
+    if (owes.size() >= MOST_MESSAGES) {  // nobody waits on a port that is gone
+        std::erase_if(owes, [this](const auto &one) { return find<port_object>(one.first) == nullptr; });
+    }
+    if (owes.size() >= MOST_MESSAGES) return RESULT_NO_MEMORY;
+    owes.emplace(reply, owed_answer{to.master, static_cast<uint32_t>(sent.code), sent.word2});
     return RESULT_SUCCESS;
 }
 
