@@ -343,7 +343,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("groups", nargs="*", metavar="GROUP", help=" ".join(GROUPS))
     parser.add_argument("--rounds", type=int, help="alternations of each comparison")
-    parser.add_argument("--crowd", type=int, default=5000, help="processes added for the process lists")
+    parser.add_argument("--crowd", type=int, default=2000, help="processes added for the process lists")
     options = parser.parse_args()
     for name in options.groups:
         if name not in GROUPS:

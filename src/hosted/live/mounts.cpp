@@ -27,7 +27,8 @@ bool parse_mount(std::string_view text, mount_line &out) {
         if (tag.empty()) return false;
     }
     out.type = line.word();
-    out.source = line.word();
+    line.take(' ');
+    out.source = line.until(' ');  // may be empty
     out.system_options = line.word();
     return true;
 }

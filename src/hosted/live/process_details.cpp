@@ -28,8 +28,9 @@ namespace {
 // The process that a directory was made for. One that has its number later is another.
 struct process_identity {
     int number;
-    bool is_process;  // and not a further thread's
-    std::optional<uint64_t> start;
+    uint64_t listed;                // milliseconds since boot when a list of processes had it; 0 if none had
+    bool is_process = listed != 0;  // and not a further thread's
+    std::optional<uint64_t> start = {};
     bool has_ended = false;
 };
 
@@ -67,7 +68,8 @@ process *process_opener::open(process_identity &wanted) {
     }
     uint64_t start = 0;
     if (found && current_.start(start)) {
-        found = start == wanted.start.value_or(start);
+        const bool is_later = wanted.listed != 0 && root_.milliseconds(start) > wanted.listed;
+        found = !is_later && start == wanted.start.value_or(start);
         wanted.start = start;
     } else if (found) {
         if (current_.failure() == RESULT_NO_MEMORY) throw std::bad_alloc();
@@ -88,7 +90,7 @@ uint64_t process_opener::seconds(uint64_t ticks) const {
 
 class process_view {
 public:
-    process_view(process_opener &opener, int number, bool is_process) : opener_(opener), who_{number, is_process, {}} {}
+    process_view(process_opener &opener, int number, uint64_t listed) : opener_(opener), who_{number, listed} {}
 
     process_opener &opener() { return opener_; }
     bool exists() { return opener_.open(who_) != nullptr; }
@@ -367,7 +369,7 @@ constexpr table_entry<process_view> PROCESS[] = {
 
 class process_directory : private process_view, public table_directory<process_view> {
 public:
-    process_directory(process_opener &opener, int number, bool listed)
+    process_directory(process_opener &opener, int number, uint64_t listed)
         : process_view(opener, number, listed), table_directory<process_view>(static_cast<process_view &>(*this),
                                                                               PROCESS) {}
     using process_view::exists;
@@ -384,13 +386,15 @@ protected:
     std::vector<uint64_t> numbers() override {
         std::vector<int> found;
         if (const int error = root_.reader.list(root_.directory(), ".", found)) throw system_failure("/proc", error);
+        listed_ = nanoseconds_of(CLOCK_BOOTTIME) / 1000000;
         return {found.begin(), found.end()};
     }
 
-    // A process that has ended since it was listed is an empty directory.
+    // A process that has ended since it was listed is an empty directory, and no other process or thread that has its
+    // number now.
     node_pointer make(uint64_t number, bool listed) override {
         if (!PROCESS_HANDLES.contains(number)) return nullptr;
-        auto made = std::make_unique<process_directory>(opener_, static_cast<int>(number), listed);
+        auto made = std::make_unique<process_directory>(opener_, static_cast<int>(number), listed ? listed_ : 0);
         if (!listed && !made->exists()) return nullptr;
         return made;
     }
@@ -398,6 +402,7 @@ protected:
 private:
     proc_root &root_;
     process_opener opener_;
+    uint64_t listed_ = 0;  // milliseconds since boot
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <iterator>
 
 #include "hosted/live/files.h"
+#include "hosted/live/process.h"
 #include "hosted/live/scanner.h"
 #include "hosted/live/socket_diagnosis.h"
 #include "platform/kernel.h"
@@ -252,6 +253,7 @@ void socket_table::find_owners() {
     };
     if (const int error = root_.reader.list(root_.directory(), ".", processes)) note(error, ".");
     std::sort(processes.begin(), processes.end());
+    if (processes.empty() || processes.front() != FIRST_PROCESS) all_seen = false;  // hidden processes are not listed
     for (const int process : processes) {
         const numbered_path path(process, "/fd");
         if (const int error = root_.reader.list(root_.directory(), path.c_str(), numbers, &opened, 0)) {
