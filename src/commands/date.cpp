@@ -81,6 +81,11 @@ constexpr sb_commandline command_line = {
     .speech = sb_speech::on_stdout,
 };
 
+int fail_setup(const char *what) {
+    sb_say(command_line, "%s", what);
+    return SB_SETUP;
+}
+
 // ---- operands -------------------------------------------------------------------------------------------------------
 
 // A number of decimal digits within bounds; the text moves past it.
@@ -169,32 +174,28 @@ int read_registry(const options &opts, sb_text &name, int32_t &unit) {
     const size_t length = std::strlen(opts.path);
     const size_t key_size = length + 1 + sizeof RTC_DEVICE_KEY;  // the longer of the two, with a '/' between
     const sb_text key(static_cast<char *>(std::malloc(key_size)));
-    if (!key || length < SHORTEST_PATH)
-        return sb_fail(command_line, SB_SETUP, "out of memory");  // Deliberate: a short path too
+    if (!key || length < SHORTEST_PATH) return fail_setup("out of memory");  // Deliberate: a short path too
     const char *separator = opts.path[length - 1] == '/' ? "" : "/";
 
     if (opts.verbose) sb_say(command_line, "get maximal binary length");
     uint32_t name_room = 0;
-    if (!RegCaps(GetRegDev(), nullptr, &name_room, nullptr))
-        return sb_fail(command_line, SB_SETUP, "failed to read maximal binary length");
+    if (!RegCaps(GetRegDev(), nullptr, &name_room, nullptr)) return fail_setup("failed to read maximal binary length");
     // A longest value that the registry's request cannot hold makes the read below fail.
     const uint64_t room = std::min<uint64_t>(name_room, RegBinaryRoom(GetRegDev(), opts.path));
     name.reset(static_cast<char *>(std::malloc(room + 1)));
-    if (!name) return sb_fail(command_line, SB_SETUP, "out of memory");
+    if (!name) return fail_setup("out of memory");
 
     std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_DEVICE_KEY);
     if (opts.verbose) sb_say(command_line, "read \"%s\" registry binary key", key.get());
-    if (!RegGetKeyBin(GetRegDev(), key.get(), name.get(), &name_room))
-        return sb_fail(command_line, SB_SETUP, "failed to read registry key");
+    if (!RegGetKeyBin(GetRegDev(), key.get(), name.get(), &name_room)) return fail_setup("failed to read registry key");
     name.get()[name_room] = '\0';
 
     std::snprintf(key.get(), key_size, "%s%s%s", opts.path, separator, RTC_UNIT_KEY);
     if (opts.verbose) sb_say(command_line, "read \"%s\" registry binary key", key.get());
     uint64_t value = 0;
-    if (!RegGetKeyInt(GetRegDev(), key.get(), &value))
-        return sb_fail(command_line, SB_SETUP, "failed to read registry key");
+    if (!RegGetKeyInt(GetRegDev(), key.get(), &value)) return fail_setup("failed to read registry key");
     unit = static_cast<int32_t>(value);
-    if (static_cast<int64_t>(value) != unit) return sb_fail(command_line, SB_SETUP, "unit value is out of range");
+    if (static_cast<int64_t>(value) != unit) return fail_setup("unit value is out of range");
     return SB_DONE;
 }
 
@@ -204,10 +205,10 @@ int sb_date_open_rtc(rtc &clock, const options &opts) {
     if (clock.device != nullptr) return SB_DONE;
     if (opts.verbose) sb_say(command_line, "create MsgPort");
     const uint64_t port = _SL_CreateMsgPort(0, 0);
-    if (port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort");
+    if (port == NO_OBJECT) return fail_setup("failed to create MsgPort");
     if (opts.verbose) sb_say(command_line, "create MsgPort handle");
     const uint64_t reply_port = _SL_CreateHandle(0, port, RIGHTS_QUERY_REPLY);
-    if (reply_port == NO_OBJECT) return sb_fail(command_line, SB_SETUP, "failed to create MsgPort handle");
+    if (reply_port == NO_OBJECT) return fail_setup("failed to create MsgPort handle");
 
     sb_text registered;
     int32_t unit = 0;
@@ -217,11 +218,11 @@ int sb_date_open_rtc(rtc &clock, const options &opts) {
     const char *name = opts.device != nullptr ? opts.device : registered.get();
     if (opts.verbose) sb_say(command_line, "open RTC device: \"%s\"", name);
     clock.device = OpenDevice(name);
-    if (clock.device == nullptr) return sb_fail(command_line, SB_SETUP, "failed to open device");
+    if (clock.device == nullptr) return fail_setup("failed to open device");
     if (opts.verbose) sb_say(command_line, "create IOreq");
     IOreq *request =
         CreateIOreq(clock.device, static_cast<uint32_t>(unit), IOREQ_FLAGS_DEFAULT, sizeof(rtc_request), reply_port);
-    if (request == nullptr) return sb_fail(command_line, SB_SETUP, "failed to create IOreq");
+    if (request == nullptr) return fail_setup("failed to create IOreq");
     clock.request = reinterpret_cast<rtc_request *>(request);
     request->payload = reinterpret_cast<uint64_t>(&clock.request->time);
     if (opts.verbose) sb_say(command_line, "device opened successfully");
