@@ -5,9 +5,10 @@
 
 Every comparison runs its programs in alternation, each round in another order, so that a disturbance of the machine
 affects all of them (a large program leaves cold caches to the next one), and compares the medians of their processor time
-(user and system, as the system accounts it to the ended process). All run from fresh copies, each written by one write, as
-installed files are: the system maps the file that a linker wrote in smaller pieces, which costs a short run a fifth more.
-How well it can map a copy depends on the memory that is free at the time, so every fifty rounds begin with new ones.
+(user and system, as the system accounts it to the ended process). All run from copies that are read from the disk, as
+installed programs are since the system was started. A file that was just written may lie in larger pieces of memory, which
+the system maps faster: a short run then costs up to a fifth less, the more the larger the program is. How the pieces lie
+depends on the memory that is free at the time, so every fifty rounds begin with new copies.
 Ratios hold on other machines; times do not. A goal is a ratio that should not be exceeded; nothing fails when one is.
 """
 
@@ -36,7 +37,7 @@ PEERS = {  # what is compared with, and the Debian package that brings it
 
 
 def copy_of(program):
-    """Writes a new copy of a program. Returns its path, or None where there is no such program."""
+    """Makes a new copy of a program, on the disk alone. Returns its path, or None where there is no such program."""
     found = shutil.which(program)
     if found is None:
         return None
@@ -45,6 +46,8 @@ def copy_of(program):
         os.unlink(copy)
     with open(found, "rb") as source, open(copy, "wb", buffering=0) as target:
         target.write(source.read())
+        os.fsync(target.fileno())
+        os.posix_fadvise(target.fileno(), 0, 0, os.POSIX_FADV_DONTNEED)
     shutil.copymode(found, copy)
     return copy
 
