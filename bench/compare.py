@@ -159,12 +159,14 @@ def start_up(options):
 
 
 @contextlib.contextmanager
-def helper(name, count, *arguments):
-    """A helper that has said it is ready; ends when its standard input does."""
-    process = subprocess.Popen([os.path.join(BUILT, "floor_" + name), str(count), *arguments], stdin=subprocess.PIPE,
+def helper(name, wanted, *arguments):
+    """A helper that has said it is ready, with its count; ends when its standard input does."""
+    process = subprocess.Popen([os.path.join(BUILT, "floor_" + name), str(wanted), *arguments], stdin=subprocess.PIPE,
                                stdout=subprocess.PIPE)
     try:
-        yield process.stdout.readline().decode().strip()
+        count = process.stdout.readline().decode().strip()
+        time.sleep(3)  # for its processes to start, and for the system to be done with those that have ended
+        yield count
     finally:
         process.stdin.close()
         process.wait()
@@ -183,7 +185,6 @@ def processes(options):
             (3000, "ordinary dynamic processes", 0.8, "sleep", "infinity"),
             (100, "processes of 2,000 mappings", None, os.path.join(BUILT, "floor_mappings"), "2000")):
         with helper("sleepers", count, *program) as made:
-            time.sleep(1)  # for them to start
             print(f"with {made} {what} more:")
             compare(ventix("task"), [*beside, (Program("ps -e", "ps", "-e"), goal)], rounds)
     with helper("sleepers", options.crowd) as made:
